@@ -1,0 +1,41 @@
+# One place for what every target shares: warnings, sanitizers, include root, ccache.
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()
+
+add_library(skyreel_options INTERFACE)
+target_include_directories(skyreel_options INTERFACE "${CMAKE_SOURCE_DIR}/src")
+target_compile_options(skyreel_options INTERFACE -Wall -Wextra -Wconversion -Werror)
+if(SKYREEL_SANITIZE)
+  target_compile_options(skyreel_options INTERFACE -fsanitize=${SKYREEL_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(skyreel_options INTERFACE -fsanitize=${SKYREEL_SANITIZE})
+endif()
+
+# skyreel_library(<folder> SOURCES a.cpp b.cpp [LINK libs...])
+# The library skyreel_<folder>, made of files of the current folder; with no sources, headers only.
+function(skyreel_library folder)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  if(arg_SOURCES)
+    add_library(skyreel_${folder} STATIC ${arg_SOURCES})
+    target_link_libraries(skyreel_${folder} PUBLIC skyreel_options ${arg_LINK})
+  else()
+    add_library(skyreel_${folder} INTERFACE)
+    target_link_libraries(skyreel_${folder} INTERFACE skyreel_options ${arg_LINK})
+  endif()
+endfunction()
+
+# skyreel_test(<name> SOURCES a_test.cpp ... [LINK libs...] [TIMEOUT seconds] [ENVIRONMENT A=B ...])
+# One GoogleTest executable, its cases registered with CTest one by one.
+function(skyreel_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LINK;ENVIRONMENT" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE skyreel_options ${arg_LINK} GTest::gmock_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${arg_ENVIRONMENT}")
+endfunction()

@@ -1,0 +1,23 @@
+#include "base/clock.h"
+
+#include <algorithm>
+#include <thread>
+
+namespace skyreel {
+
+TDateTime TSystemClock::UtcNow() const {
+  const auto since_1970 = std::chrono::system_clock::now().time_since_epoch();
+  return TDateTime::FromUnixTime(0) + std::chrono::floor<std::chrono::milliseconds>(since_1970);
+}
+
+void TSystemClock::Sleep(std::chrono::milliseconds span) {
+  using TMonotonic = std::chrono::steady_clock;
+  constexpr TMonotonic::duration kStep = std::chrono::milliseconds(5);
+  const TMonotonic::time_point end = TMonotonic::now() + span;
+  for (TMonotonic::time_point now = TMonotonic::now(); now < end; now = TMonotonic::now()) {
+    std::this_thread::sleep_for(std::min(end - now, kStep));
+    Fire(event_hook_);
+  }
+}
+
+}  // namespace skyreel

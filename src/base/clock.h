@@ -1,0 +1,31 @@
+#pragma once
+
+#include <chrono>
+
+#include "base/date_time.h"
+#include "base/event.h"
+
+namespace skyreel {
+
+/// The only place that reads the wall clock or sleeps. Tests put a fake one in its place.
+class TClock {
+ public:
+  virtual ~TClock() = default;
+  /// The current UTC date and time.
+  virtual TDateTime UtcNow() const = 0;
+  /// Waits, letting events through.
+  virtual void Sleep(std::chrono::milliseconds span) = 0;
+};
+
+/// The computer's clock. Sleep calls the event hook every few milliseconds, measured on the monotonic clock.
+class TSystemClock : public TClock {
+ public:
+  explicit TSystemClock(TEventHook event_hook) : event_hook_(std::move(event_hook)) {}
+  TDateTime UtcNow() const override;
+  void Sleep(std::chrono::milliseconds span) override;
+
+ private:
+  TEventHook event_hook_;
+};
+
+}  // namespace skyreel

@@ -1,0 +1,133 @@
+#include "base/date_time.h"
+
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+
+#include "base/exceptions.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr std::int64_t kDay = 86'400'000;
+constexpr std::chrono::sys_days kDayZero = std::chrono::year(1899) / 12 / 30;
+constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+std::int64_t FloorDivide(std::int64_t value, std::int64_t divisor) {
+  return value / divisor - (value % divisor < 0 ? 1 : 0);
+}
+
+std::string Digits(int value, std::size_t width) {
+  std::string text = std::to_string(value);
+  if (text.size() < width) text.insert(0, width - text.size(), '0');
+  return text;
+}
+
+}  // namespace
+
+TDateTime TDateTime::FromDays(double days) {
+  return TDateTime(static_cast<std::int64_t>(std::llround(days * static_cast<double>(kDay))));
+}
+
+TDateTime TDateTime::FromParts(const TParts& p) {
+  const auto within = [](int value, int low, int high) { return value >= low && value <= high; };
+  if (!within(p.Year, 1, 9999) || !within(p.Month, 1, 12) || !within(p.Day, 1, 31) ||
+      !within(p.Hour, 0, 23) || !within(p.Minute, 0, 59) || !within(p.Second, 0, 59) ||
+      !within(p.Millisecond, 0, 999)) {
+    throw EConvertError("Invalid date or time");
+  }
+  const std::chrono::year_month_day date{std::chrono::year(p.Year),
+                                         std::chrono::month(static_cast<unsigned>(p.Month)),
+                                         std::chrono::day(static_cast<unsigned>(p.Day))};
+  if (!date.ok()) throw EConvertError("Invalid date or time");
+  const std::int64_t days = (std::chrono::sys_days(date) - kDayZero).count();
+  return TDateTime(days * kDay + ((p.Hour * 60LL + p.Minute) * 60 + p.Second) * 1000 + p.Millisecond);
+}
+
+TDateTime TDateTime::FromDate(int year, int month, int day, int hour, int minute, int second) {
+  return FromParts({year, month, day, hour, minute, second, 0});
+}
+
+double TDateTime::Days() const {
+  return static_cast<double>(milliseconds_) / static_cast<double>(kDay);
+}
+
+std::int64_t TDateTime::UnixTime() const {
+  return FloorDivide(milliseconds_, 1000) - kUnixEpochSeconds;
+}
+
+TDateTime::TParts TDateTime::Parts() const {
+  const std::int64_t days = FloorDivide(milliseconds_, kDay);
+  const std::int64_t rest = milliseconds_ - days * kDay;
+  const std::chrono::year_month_day date(kDayZero + std::chrono::days(days));
+  TParts parts;
+  parts.Year = static_cast<int>(date.year());
+  parts.Month = static_cast<int>(static_cast<unsigned>(date.month()));
+  parts.Day = static_cast<int>(static_cast<unsigned>(date.day()));
+  parts.Hour = static_cast<int>(rest / 3'600'000);
+  parts.Minute = static_cast<int>(rest / 60'000 % 60);
+  parts.Second = static_cast<int>(rest / 1000 % 60);
+  parts.Millisecond = static_cast<int>(rest % 1000);
+  return parts;
+}
+
+TDateTime TDateTime::RoundedDown(TSpan step) const {
+  return TDateTime(FloorDivide(milliseconds_, step.count()) * step.count());
+}
+
+std::string FormatDateTime(std::string_view pattern, TDateTime time) {
+  const TDateTime::TParts parts = time.Parts();
+  std::string text;
+  for (std::size_t i = 0; i < pattern.size();) {
+    const char c = pattern[i];
+    if (c == '\'' || c == '"') {
+      const std::size_t close = std::min(pattern.find(c, i + 1), pattern.size());
+      text += pattern.substr(i + 1, close - i - 1);
+      i = close + 1;
+      continue;
+    }
+    const int letter = std::tolower(static_cast<unsigned char>(c));
+    std::size_t run = 1;
+    while (i + run < pattern.size() && std::tolower(static_cast<unsigned char>(pattern[i + run])) == letter) {
+      ++run;
+    }
+    const std::size_t width = run >= 2 ? 2 : 1;
+    switch (letter) {
+      case 'y':
+        text += run > 2 ? Digits(parts.Year, 4) : Digits(parts.Year % 100, 2);
+        break;
+      case 'm':
+        text += run > 2 ? std::string(kMonths[static_cast<std::size_t>(parts.Month - 1)])
+                        : Digits(parts.Month, width);
+        break;
+      case 'd':
+        text += Digits(parts.Day, width);
+        break;
+      case 'h':
+        text += Digits(parts.Hour, width);
+        break;
+      case 'n':
+        text += Digits(parts.Minute, width);
+        break;
+      case 's':
+        text += Digits(parts.Second, width);
+        break;
+      case 'z':
+        text += Digits(parts.Millisecond, 3);
+        break;
+      default:
+        text.append(run, c);
+        // A run is found without regard to case; these characters have none.
+        if (std::isalpha(static_cast<unsigned char>(c)))
+          text.replace(text.size() - run, run, pattern.substr(i, run));
+        break;
+    }
+    i += run;
+  }
+  return text;
+}
+
+}  // namespace skyreel

@@ -1,0 +1,128 @@
+#include "base/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+#include "base/exceptions.h"
+#include "base/text.h"
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void ThrowErrno(const fs::path& path) {
+  throw std::system_error(errno, std::generic_category(), path.string());
+}
+
+/// Closes its descriptor at the latest when it goes out of scope.
+class TDescriptor {
+ public:
+  explicit TDescriptor(int fd) : fd_(fd) {}
+  ~TDescriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  TDescriptor(const TDescriptor&) = delete;
+  TDescriptor& operator=(const TDescriptor&) = delete;
+  int Get() const { return fd_; }
+  /// Closes now and tells whether the system took all that was written.
+  bool Close() {
+    const int fd = fd_;
+    fd_ = -1;
+    return ::close(fd) == 0;
+  }
+
+ private:
+  int fd_;
+};
+
+bool WriteAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t written = ::write(fd, data.data(), data.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace
+
+std::int64_t FileSizeOf(const fs::path& path) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return -1;
+  return info.st_size;
+}
+
+bool SetFileDateTime(const fs::path& path, TDateTime time) {
+  timespec stamp{};
+  stamp.tv_sec = time.UnixTime();
+  stamp.tv_nsec = static_cast<long>((time - TDateTime::FromUnixTime(stamp.tv_sec)).count() * 1'000'000);
+  const timespec times[2] = {{0, UTIME_OMIT}, stamp};
+  return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+}
+
+TDateTime GetFileDateTime(const fs::path& path) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0) return TDateTime();
+  return TDateTime::FromUnixTime(info.st_mtim.tv_sec) + TDateTime::TSpan(info.st_mtim.tv_nsec / 1'000'000);
+}
+
+void ForceDirectories(const fs::path& folder) {
+  // A trailing separator would make the last component empty.
+  fs::create_directories(folder.has_filename() ? folder : folder.parent_path());
+}
+
+fs::path PlatformPath(std::string_view backslash_path) {
+  return ReplaceAll(backslash_path, "\\", std::string(1, fs::path::preferred_separator));
+}
+
+fs::path DateFolder(TDateTime time) {
+  return PlatformPath(FormatDateTime("yyyy\\mm\\dd\\", time));
+}
+
+std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
+  TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.Get() < 0) ThrowErrno(path);
+  struct stat info {};
+  if (::fstat(file.Get(), &info) != 0) ThrowErrno(path);
+  if (!S_ISREG(info.st_mode)) throw std::system_error(EINVAL, std::generic_category(), path.string());
+  if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
+  std::string data(static_cast<std::size_t>(info.st_size), '\0');
+  std::size_t have = 0;
+  while (have < data.size()) {
+    const ssize_t got = ::read(file.Get(), data.data() + have, data.size() - have);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) ThrowErrno(path);
+    if (got == 0) break;
+    have += static_cast<std::size_t>(got);
+  }
+  data.resize(have);
+  return data;
+}
+
+void WriteFileWhole(const fs::path& path, std::string_view data) {
+  // Unique per process and call, since several copies of the program may write beside each other; short,
+  // since the name beside which it stands may already be as long as the file system allows.
+  std::string pattern = (path.parent_path() / "~skyreelXXXXXX").string();
+  TDescriptor file(::mkostemp(pattern.data(), O_CLOEXEC));
+  if (file.Get() < 0) ThrowErrno(path);
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  bool whole = ::fchmod(file.Get(), 0666 & ~mask) == 0 && WriteAll(file.Get(), data);
+  whole = file.Close() && whole;
+  if (!whole || std::rename(pattern.c_str(), path.c_str()) != 0) {
+    const int error = errno;
+    ::unlink(pattern.c_str());
+    errno = error;
+    ThrowErrno(path);
+  }
+}
+
+}  // namespace skyreel

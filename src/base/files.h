@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "base/date_time.h"
+
+namespace skyreel {
+
+/// The size of a regular file in bytes; -1 when there is none of that name or it cannot be looked at.
+std::int64_t FileSizeOf(const std::filesystem::path& path);
+
+/// Stamps the file's modification time with `time` (UTC). False, and no change, when that is not possible.
+bool SetFileDateTime(const std::filesystem::path& path, TDateTime time);
+/// The file's modification time; zero when it cannot be read.
+TDateTime GetFileDateTime(const std::filesystem::path& path);
+
+/// Creates the folder with all missing parents. Throws std::filesystem::filesystem_error.
+void ForceDirectories(const std::filesystem::path& folder);
+
+/// A relative path written with backslashes ("goes-e\conus\", "2005\11\10\") as one of this platform,
+/// the trailing separator kept.
+std::filesystem::path PlatformPath(std::string_view backslash_path);
+
+/// The date folder of a time, as files are filed: "2005/11/10/" (UTC).
+std::filesystem::path DateFolder(TDateTime time);
+
+/// The whole file. Throws std::system_error, or ERangeError when the file holds more than `limit` bytes.
+std::string ReadWholeFile(const std::filesystem::path& path, std::int64_t limit = std::int64_t{1} << 31);
+
+/// Writes `data` under a temporary name beside `path`, then renames it, so that the file of that name is
+/// at every moment either the old one or the whole new one. A symbolic link of that name is replaced, not
+/// followed. Throws std::system_error; the temporary file is gone and the old file untouched then.
+void WriteFileWhole(const std::filesystem::path& path, std::string_view data);
+
+}  // namespace skyreel

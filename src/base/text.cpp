@@ -1,0 +1,91 @@
+#include "base/text.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "base/exceptions.h"
+
+namespace skyreel {
+
+namespace {
+
+char Upper(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+char Lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+}  // namespace
+
+std::string UpperCase(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), Upper);
+  return result;
+}
+
+std::string LowerCase(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), Lower);
+  return result;
+}
+
+bool SameText(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return Upper(x) == Upper(y); });
+}
+
+bool StartsWithText(std::string_view text, std::string_view prefix) {
+  return SameText(text.substr(0, prefix.size()), prefix);
+}
+
+std::string_view Trim(std::string_view text) {
+  const auto blank = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
+  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string result;
+  for (std::size_t at = 0;;) {
+    const std::size_t hit = text.find(from, at);
+    result += text.substr(at, hit - at);
+    if (hit == std::string_view::npos) return result;
+    result += to;
+    at = hit + from.size();
+  }
+}
+
+std::vector<std::string> SplitLines(std::string_view text) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find_first_of("\r\n", at), text.size());
+    lines.emplace_back(text.substr(at, end - at));
+    at = end + (text.substr(end, 2) == "\r\n" ? 2 : 1);
+  }
+  return lines;
+}
+
+std::int32_t ToInteger(std::string_view text) {
+  std::string_view digits = Trim(text);
+  if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
+  std::int32_t value = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (error != std::errc() || end != digits.data() + digits.size()) {
+    throw EConvertError("'" + std::string(text.substr(0, 64)) + "' is not a valid integer value");
+  }
+  return value;
+}
+
+bool HasControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+bool IsSafeFileName(std::string_view name) {
+  return !name.empty() && name.size() <= 255 && name != "." && name != ".." && !HasControlCharacter(name) &&
+         name.find_first_of("/\\:") == std::string_view::npos;
+}
+
+}  // namespace skyreel

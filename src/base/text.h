@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace skyreel {
+
+/// Letter case of ASCII letters only: wire text and file names do not follow the locale.
+std::string UpperCase(std::string_view text);
+std::string LowerCase(std::string_view text);
+/// Equal but for the case of ASCII letters.
+bool SameText(std::string_view a, std::string_view b);
+/// `text` begins with `prefix` but for the case of ASCII letters.
+bool StartsWithText(std::string_view text, std::string_view prefix);
+/// Without blanks and control characters (up to and including 0x20) at both ends.
+std::string_view Trim(std::string_view text);
+/// Every occurrence of `from` (not empty) replaced by `to`.
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
+/// The lines of a text, ended by CR LF, LF or CR; without their ends. A line end at the very end opens no
+/// further line.
+std::vector<std::string> SplitLines(std::string_view text);
+/// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError otherwise.
+std::int32_t ToInteger(std::string_view text);
+/// A byte below 0x20 or 0x7F is in the text: it may go into no request line, header or command.
+bool HasControlCharacter(std::string_view text);
+
+/// Whether a name that a server chose may stand as one component of a local path: not empty, not "." or
+/// "..", no separator of either kind, no drive colon, no control byte, no more than 255 bytes.
+bool IsSafeFileName(std::string_view name);
+
+}  // namespace skyreel

@@ -1,0 +1,74 @@
+#include "base/date_time.h"
+
+#include <gtest/gtest.h>
+
+#include "base/exceptions.h"
+
+namespace skyreel {
+namespace {
+
+using std::chrono::days;
+using std::chrono::minutes;
+
+TEST(DateTime, CountsDaysFromThirtiethOfDecember1899) {
+  EXPECT_EQ(TDateTime().Days(), 0.0);
+  EXPECT_EQ(TDateTime::FromDate(1899, 12, 31), TDateTime::FromDays(1));
+  EXPECT_EQ(TDateTime::FromDate(1970, 1, 1), TDateTime::FromDays(25569));
+  EXPECT_EQ(TDateTime::FromDate(1970, 1, 1, 0, 0, 1).UnixTime(), 1);
+  EXPECT_EQ(TDateTime::FromDate(2026, 11, 24, 12).Days(), 46350.5);
+}
+
+TEST(DateTime, SlotsOfTheDayNeverComeOutAMinuteEarly) {
+  // Built from a day count with binary fractions, as a job's "now" may be.
+  const TDateTime day = TDateTime::FromDays(46350.0);
+  for (int slot = 0; slot < 96; ++slot) {
+    const TDateTime time = day + slot * minutes(15);
+    const TDateTime from_fraction = TDateTime::FromDays(46350.0 + slot / 96.0);
+    EXPECT_EQ(time, from_fraction) << slot;
+    EXPECT_EQ(time.Parts().Minute, slot % 4 * 15);
+    EXPECT_EQ(time.RoundedDown(minutes(15)), time);
+  }
+}
+
+TEST(DateTime, RoundsDownAndFindsMidnightOnBothSidesOfDayZero) {
+  EXPECT_EQ(TDateTime::FromDate(2024, 2, 29, 23, 59, 59).RoundedDown(minutes(30)),
+            TDateTime::FromDate(2024, 2, 29, 23, 30));
+  EXPECT_EQ(TDateTime::FromDate(2024, 2, 29, 23, 59, 59).Midnight(), TDateTime::FromDate(2024, 2, 29));
+  EXPECT_EQ(TDateTime::FromDate(1899, 12, 1, 6).Midnight(), TDateTime::FromDate(1899, 12, 1));
+  EXPECT_EQ(TDateTime::FromDate(1899, 12, 1, 6).Parts().Hour, 6);
+  EXPECT_EQ(TDateTime::FromDate(2024, 3, 1) - days(1), TDateTime::FromDate(2024, 2, 29));
+}
+
+TEST(DateTime, RefusesWhatIsNoDateOrTime) {
+  EXPECT_THROW(TDateTime::FromDate(2023, 2, 29), EConvertError);
+  EXPECT_THROW(TDateTime::FromDate(2024, 0, 1), EConvertError);
+  EXPECT_THROW(TDateTime::FromDate(2024, 4, 31), EConvertError);
+  EXPECT_THROW(TDateTime::FromDate(0, 1, 1), EConvertError);
+  EXPECT_THROW(TDateTime::FromDate(2024, 1, 1, 24), EConvertError);
+  EXPECT_THROW(TDateTime::FromDate(2024, 1, 1, 0, 60), EConvertError);
+  EXPECT_NO_THROW(TDateTime::FromDate(2024, 2, 29, 23, 59, 59));
+}
+
+TEST(DateTime, FormatsThePatternsOfTheJobs) {
+  const TDateTime time = TDateTime::FromDate(2005, 11, 3, 4, 7, 9);
+  struct TCase {
+    const char* pattern;
+    const char* text;
+  };
+  const TCase cases[] = {
+      {"yyyy\\mm\\dd\\", "2005\\11\\03\\"},
+      {"yyyymmdd-", "20051103-"},
+      {"hhnn", "0407"},
+      {"_hhnn00", "_040700"},
+      {"yyyy-mmm-dd hhnn", "2005-Nov-03 0407"},
+      {"yyyy-mm-dd_\"2400\"", "2005-11-03_2400"},
+      {"hh':'nn", "04:07"},
+      {"yymmddhhnn", "0511030407"},
+      {"d.m.yy h:n:s.zzz", "3.11.05 4:7:9.000"},
+      {"'open", "open"},
+  };
+  for (const TCase& c : cases) EXPECT_EQ(FormatDateTime(c.pattern, time), c.text) << c.pattern;
+}
+
+}  // namespace
+}  // namespace skyreel

@@ -1,0 +1,78 @@
+#include "base/files.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <fstream>
+#include <system_error>
+
+#include "base/exceptions.h"
+#include "support/temp_folder.h"
+
+namespace skyreel {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Files, SizeIsThatOfARegularFileOnly) {
+  const test::TTempFolder folder;
+  EXPECT_EQ(FileSizeOf(folder.Write("a", "12345")), 5);
+  EXPECT_EQ(FileSizeOf(folder / "none"), -1);
+  EXPECT_EQ(FileSizeOf(folder.Path()), -1);
+}
+
+TEST(Files, StampsAreKeptToTheMillisecondAlsoBefore1970) {
+  const test::TTempFolder folder;
+  const fs::path path = folder.Write("a", "x");
+  for (const TDateTime time :
+       {TDateTime::FromDate(2005, 11, 10, 12), TDateTime::FromDate(1969, 12, 31, 23, 59, 59),
+        TDateTime::FromDate(2024, 2, 29) + std::chrono::milliseconds(123)}) {
+    EXPECT_TRUE(SetFileDateTime(path, time));
+    EXPECT_EQ(GetFileDateTime(path), time);
+  }
+  EXPECT_FALSE(SetFileDateTime(folder / "none", TDateTime::FromDate(2005, 11, 10)));
+  EXPECT_TRUE(GetFileDateTime(folder / "none").IsZero());
+}
+
+TEST(Files, BackslashPatternsMeanFolders) {
+  EXPECT_EQ(DateFolder(TDateTime::FromDate(2005, 11, 10, 12)), fs::path("2005/11/10/"));
+  EXPECT_EQ(PlatformPath("goes-e\\conus\\") / "x", fs::path("goes-e/conus/x"));
+}
+
+TEST(Files, WriteFileWholeReplacesLinksAndLeavesNothingHalfWritten) {
+  const test::TTempFolder folder;
+  const fs::path kept = folder.Write("kept", "precious");
+  fs::create_symlink(kept, folder / "link");
+  WriteFileWhole(folder / "link", "new");
+  EXPECT_EQ(ReadWholeFile(kept), "precious");
+  EXPECT_EQ(ReadWholeFile(folder / "link"), "new");
+  EXPECT_FALSE(fs::is_symlink(folder / "link"));
+
+  fs::create_directory(folder / "directory");
+  EXPECT_THROW(WriteFileWhole(folder / "directory", "x"), std::system_error);
+  EXPECT_THROW(WriteFileWhole(folder / "none" / "x", "x"), std::system_error);
+  EXPECT_EQ(folder.Tree().size(), 2u);
+
+  // A limit on file sizes stands for a disk that fills in the middle of the write.
+  const auto old_handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlimit small{8192, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_THROW(WriteFileWhole(kept, std::string(20000, 'x')), std::system_error);
+  ::setrlimit(RLIMIT_FSIZE, &limit);
+  std::signal(SIGXFSZ, old_handler);
+  EXPECT_EQ(ReadWholeFile(kept), "precious");
+  EXPECT_EQ(folder.Tree().size(), 2u);
+}
+
+TEST(Files, ReadWholeFileRefusesFoldersAndWhatIsTooLarge) {
+  const test::TTempFolder folder;
+  EXPECT_THROW(ReadWholeFile(folder.Path()), std::system_error);
+  EXPECT_THROW(ReadWholeFile(folder.Write("a", "12345"), 4), ERangeError);
+  EXPECT_EQ(ReadWholeFile(folder / "a", 5), "12345");
+}
+
+}  // namespace
+}  // namespace skyreel

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "transfer/transfer_context.h"
+
+namespace skyreel::test {
+
+/// A clock that stands still until it is told to sleep, and then jumps.
+class TFakeClock : public TClock {
+ public:
+  explicit TFakeClock(TDateTime now) : Now(now) {}
+  TDateTime UtcNow() const override { return Now; }
+  void Sleep(std::chrono::milliseconds span) override {
+    Slept += span;
+    Now = Now + span;
+    if (OnSleep) OnSleep();
+  }
+
+  TDateTime Now;
+  std::chrono::milliseconds Slept{0};
+  std::function<void()> OnSleep;
+};
+
+/// Keeps what was shown.
+class TRecordingDisplay : public TStatusDisplay {
+ public:
+  void AddStatusLine(const std::string& text) override {
+    Lines.push_back(text);
+    AllLines.push_back(text);
+  }
+  void ReplaceLastStatusLine(const std::string& text) override {
+    AllLines.push_back(text);
+    Lines.empty() ? Lines.push_back(text) : void(Lines.back() = text);
+  }
+  void SetPanel(int panel, const std::string& text) override { Panels.push_back({panel, text}); }
+  void SetProgress(int percent) override { Progress.push_back(percent); }
+  void SetBytesLabel(const std::string& text) override { BytesLabels.push_back(text); }
+  void SetTitle(const std::string& text) override { Titles.push_back(text); }
+  void SetBusyCursor(bool busy) override { BusyDepth += busy ? 1 : -1; }
+
+  std::vector<std::string> Lines;     ///< the list as it stands
+  std::vector<std::string> AllLines;  ///< every line that ever stood in it, in order
+  std::vector<std::pair<int, std::string>> Panels;
+  std::vector<int> Progress;
+  std::vector<std::string> BytesLabels;
+  std::vector<std::string> Titles;
+  int BusyDepth = 0;
+};
+
+/// Counts the watchdog calls; stops when told, or after a number of polls.
+class TFakeRun : public TRunControl {
+ public:
+  bool StopRequested() const override {
+    ++Polls;
+    return Stop || (StopAfterPolls >= 0 && Polls > StopAfterPolls);
+  }
+  void RestartWatchdog() override {
+    ++Restarts;
+    WatchdogArmed = true;
+  }
+  void StopWatchdog() override {
+    ++Stops;
+    WatchdogArmed = false;
+  }
+
+  bool Stop = false;
+  int StopAfterPolls = -1;
+  mutable int Polls = 0;
+  int Restarts = 0;
+  int Stops = 0;
+  bool WatchdogArmed = false;
+};
+
+}  // namespace skyreel::test
