@@ -59,11 +59,7 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
 
 std::vector<std::string> SplitLines(std::string_view text) {
   std::vector<std::string> lines;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find_first_of("\r\n", at), text.size());
-    lines.emplace_back(text.substr(at, end - at));
-    at = end + (text.substr(end, 2) == "\r\n" ? 2 : 1);
-  }
+  ForEachLine(text, [&](std::string_view line) { lines.emplace_back(line); });
   return lines;
 }
 

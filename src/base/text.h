@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,6 +22,15 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
 /// The lines of a text, ended by CR LF, LF or CR; without their ends. A line end at the very end opens no
 /// further line.
 std::vector<std::string> SplitLines(std::string_view text);
+/// Calls take(std::string_view) with each of these lines in turn; for texts too large to copy.
+template <typename TTake>
+void ForEachLine(std::string_view text, TTake take) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find_first_of("\r\n", at), text.size());
+    take(text.substr(at, end - at));
+    at = end + (text.substr(end, 2) == "\r\n" ? 2 : 1);
+  }
+}
 /// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError otherwise.
 std::int32_t ToInteger(std::string_view text);
 /// A byte below 0x20 or 0x7F is in the text: it may go into no request line, header or command.

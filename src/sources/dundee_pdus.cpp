@@ -1,0 +1,232 @@
+#include "sources/dundee_pdus.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/text.h"
+
+namespace skyreel {
+
+namespace {
+
+/// One page in short: times, each followed by the letters of its channels (I, V, W).
+struct TPageTable {
+  const char* Caption;
+  const char* Area;
+  const char* Times;  ///< nullptr: every half hour in all channels
+};
+
+constexpr TPageTable kPages[] = {
+    {"Europe", "Meteosat Europe", nullptr},
+    {"Met 7", "Meteosat Earth", nullptr},
+    {"GMS", "GMS", "0000IV 0300IV 0600IV 0900IV 1200I 1500I 1800I 2100IV"},
+    {"GOES-E", "GOES-E", "0000I 0300I 0600I 0900I 1200IV 1500IV 1800IV 2100IV"},
+    {"GOES-W", "GOES-W", "0030IV 0330IV 0630I 0930I 1230I 1530IV 1830IV 2130IV"},
+    {"Indian Ocean", "INDOEX",
+     "0000I 0100I 0200IV 0230W 0300IV 0400IV 0500IV 0530W 0600IV 0700IV 0800IV 0830W 0900IV 1000IV 1100IV "
+     "1230IVW 1300IV 1400IV 1430W 1500I 1530V 1600IV 1700IV 1730W 1800IV 1900I 2000I 2030W 2100I 2200I 2300I "
+     "2330W"},
+};
+
+std::string EveryHalfHour() {
+  std::string times;
+  for (TDateTime time; time < TDateTime() + std::chrono::days(1); time = time + std::chrono::minutes(30)) {
+    times += FormatDateTime("hhnn", time) + "IVW ";
+  }
+  return times;
+}
+
+const char* ChannelName(char letter) {
+  return letter == 'I' ? "Infra-Red" : letter == 'V' ? "Visible" : "Water Vapour";
+}
+
+TPdusPage MakePage(const TPageTable& table) {
+  TPdusPage page{table.Caption, {}};
+  std::string time;
+  for (const char c : table.Times != nullptr ? table.Times : EveryHalfHour()) {
+    if (c == ' ') {
+      time.clear();
+    } else if (c >= '0' && c <= '9') {
+      time += c;
+    } else {
+      page.Items.push_back(time + ", " + table.Area + ", " + ChannelName(c));
+    }
+  }
+  return page;
+}
+
+/// How many refused entries of a page are named one by one.
+constexpr std::size_t kRefusalsNamed = 20;
+
+/// Server text cut to what fits a status line.
+std::string Shortened(std::string_view text) {
+  std::string line;
+  for (const char c : text.substr(0, 120)) line += HasControlCharacter({&c, 1}) ? '?' : c;
+  return text.size() > 120 ? line + "..." : line;
+}
+
+/// Why a link's target may not be fetched; empty when it may. The URL is the server's root with the target
+/// behind it, so only a path keeps the request on that server.
+std::string LinkRefusal(std::string_view target) {
+  if (HasControlCharacter(target) || target.find(' ') != std::string_view::npos)
+    return "blank or control character in the link";
+  if (!target.starts_with("/") || target.starts_with("//")) return "link leads away from the server";
+  return "";
+}
+
+std::string ProductName(std::string_view target) {
+  const std::size_t equals = target.find('=');
+  if (equals != std::string_view::npos) target.remove_prefix(equals + 1);
+  std::string name = UpperCase(target.substr(0, target.find('&')));
+  if (name.starts_with("PDUS")) name.erase(0, 4);
+  return name;
+}
+
+/// Takes one matching line of the order page.
+void AddEntry(TPdusOrder& order, std::string_view line, const std::string& root) {
+  const std::size_t open = line.find('"');
+  if (open == std::string_view::npos) return;
+  line.remove_prefix(open + 1);
+  const std::size_t close = line.find('"');
+  if (close == std::string_view::npos) return;
+  const std::string_view target = line.substr(0, close);
+
+  std::string name = ProductName(target);
+  std::string refusal = LinkRefusal(target);
+  if (refusal.empty() && !IsSafeFileName(name + ".pdu")) refusal = "unsafe file name";
+  if (refusal.empty()) {
+    order.Entries.push_back({root + std::string(target), std::move(name)});
+    return;
+  }
+  ++order.RefusedCount;
+  if (order.Refused.size() < kRefusalsNamed)
+    order.Refused.push_back(Shortened(target) + " - refused: " + refusal);
+}
+
+/// The text by which products are sorted: area, then time, then channel.
+std::string SortKey(const std::string& product) {
+  std::array<std::string, 3> fields;
+  std::size_t field = 0;
+  for (const char c : UpperCase(product)) {
+    if (c == ',') {
+      if (++field == fields.size()) break;
+    } else {
+      fields[field] += c == ' ' ? '_' : c;
+    }
+  }
+  return fields[1] + fields[0] + fields[2];
+}
+
+}  // namespace
+
+const std::vector<TPdusPage>& PdusPages() {
+  static const std::vector<TPdusPage> pages = [] {
+    std::vector<TPdusPage> made;
+    for (const TPageTable& table : kPages) made.push_back(MakePage(table));
+    return made;
+  }();
+  return pages;
+}
+
+std::vector<std::string> PdusWantedTexts(const std::vector<std::string>& items) {
+  std::vector<std::string> texts;
+  for (const std::string& item : items) texts.push_back(ReplaceAll(item, "INDOEX", "IODC"));
+  return texts;
+}
+
+bool ListHasEntryIn(std::string_view text, const std::vector<std::string>& list) {
+  return std::any_of(list.begin(), list.end(), [&](const std::string& entry) {
+    return !entry.empty() && text.find(entry) != std::string_view::npos;
+  });
+}
+
+TEntryFinder::TEntryFinder(std::vector<std::string> list) {
+  std::sort(list.begin(), list.end());
+  for (std::string& entry : list) {
+    // A text that holds an entry also holds every beginning of it, so the shortest is enough.
+    if (entry.empty() || (!entries_.empty() && entry.starts_with(entries_.back()))) continue;
+    first_bytes_[static_cast<unsigned char>(entry.front())] = true;
+    entries_.push_back(std::move(entry));
+  }
+}
+
+bool TEntryFinder::HasEntryIn(std::string_view text) const {
+  for (; !text.empty(); text.remove_prefix(1)) {
+    if (!first_bytes_[static_cast<unsigned char>(text.front())]) continue;
+    // Everything sorted between an entry and a text that begins with it begins with it too; no other entry
+    // does. So the entry that `text` begins with, if any, is the last one not after it.
+    const auto after = std::upper_bound(entries_.begin(), entries_.end(), text);
+    if (after != entries_.begin() && text.starts_with(*std::prev(after))) return true;
+  }
+  return false;
+}
+
+TDateTime PdusNameToDateTime(std::string_view name) {
+  int pairs[5];
+  for (std::size_t i = 0; i < 5; ++i) {
+    const std::string_view pair = name.substr(std::min(2 * i, name.size()), 2);
+    if (pair.size() != 2 || pair.find_first_not_of("0123456789") != std::string_view::npos) return {};
+    pairs[i] = ToInteger(pair);
+  }
+  try {
+    return TDateTime::FromDate(pairs[0] + (pairs[0] < 57 ? 2000 : 1900), pairs[1], pairs[2], pairs[3],
+                               pairs[4]);
+  } catch (const EConvertError&) {
+    return {};
+  }
+}
+
+std::filesystem::path PdusLocalPath(const std::string& output_path, const std::string& name) {
+  const TDateTime time = PdusNameToDateTime(name);
+  const std::filesystem::path folder = output_path;
+  return (time.IsZero() ? folder : folder / DateFolder(time)) / name;
+}
+
+TPdusOrder ParseOrderPage(std::string_view page, const std::string& root,
+                          const std::vector<std::string>& wanted) {
+  const TEntryFinder finder(wanted);
+  TPdusOrder order;
+  ForEachLine(page, [&](std::string_view line) {
+    if (line.find("/pdus") != std::string_view::npos && finder.HasEntryIn(line)) AddEntry(order, line, root);
+  });
+  std::reverse(order.Entries.begin(), order.Entries.end());
+  return order;
+}
+
+void AnalysePdus(const std::filesystem::path& program_folder, const std::filesystem::path& current_folder) {
+  std::set<std::string> found;
+  for (int n = 1;; ++n) {
+    const std::string number = std::to_string(n);
+    const std::string digits = std::string(4 - std::min<std::size_t>(4, number.size()), '0') + number;
+    const std::filesystem::path path = program_folder / ("_PdusList" + digits + ".txt");
+    if (!std::filesystem::exists(path)) break;
+    for (std::string_view line : SplitLines(ReadWholeFile(path))) {
+      // The page's footnote on its first image carries that date.
+      if (line.find("/pdus?") == std::string_view::npos || line.find("01/11/1993") != std::string_view::npos)
+        continue;
+      const std::size_t at = line.find(" at ");
+      if (at == std::string_view::npos) continue;
+      const std::string_view kept = line.substr(0, line.find("</a"));
+      if (kept.size() > at + 4) found.emplace(kept.substr(at + 4));
+    }
+  }
+  std::vector<std::string> products(found.begin(), found.end());
+  std::stable_sort(products.begin(), products.end(),
+                   [](const std::string& a, const std::string& b) { return SortKey(a) < SortKey(b); });
+  std::string text;
+  for (const std::string& product : products) text += product + "\n";
+  WriteFileWhole(current_folder / "_all_pdus.txt", text);
+}
+
+TPdusJob::TPdusJob(TJobContext& context, TPdusSettings settings)
+    : context_(context), settings_(std::move(settings)) {}
+
+void TPdusJob::Run() {}
+
+}  // namespace skyreel

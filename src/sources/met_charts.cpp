@@ -1,0 +1,274 @@
+#include "sources/met_charts.h"
+
+#include <array>
+#include <utility>
+
+#include "base/text.h"
+
+namespace skyreel {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// For which times a source's charts are asked for.
+enum class TWhen {
+  Once,          ///< one request, no time named
+  MorningDate,   ///< the date an hour before the run began
+  EveningDate,   ///< the date thirteen hours before the run began
+  PastDays,      ///< each day before today
+  QuarterHours,  ///< today and the days before, in steps of 15 minutes
+  HalfHours,     ///< today and the days before, in steps of 30 minutes
+};
+
+struct TChart {
+  const char* Path;  ///< a FormatDateTime pattern of the time that is asked for
+  int Kind;
+};
+
+struct TChartSource {
+  const char* Item;  ///< in upper case
+  std::string TServerRoots::*Root;
+  TWhen When;
+  int PerDay;
+  std::vector<TChart> Charts;
+};
+
+// Requests go out in the order of the rows, and within a row time by time.
+const std::vector<TChartSource>& ChartSources() {
+  static const std::vector<TChartSource> sources = {
+      {"MID ATLANTIC 500MB FORECAST",
+       &TServerRoots::OceanPrediction,
+       TWhen::Once,
+       1,
+       {{"'/shtml/ppag50bw.gif'", 11}}},
+      {"NORTH ATLANTIC 500MB",
+       &TServerRoots::OceanPrediction,
+       TWhen::Once,
+       1,
+       {{"'/shtml/ppaa50bw.gif'", 10}}},
+      {"CENTRAL ATLANTIC", &TServerRoots::WeatherFax, TWhen::Once, 1, {{"'/pub/fax/QPAA99.TIF'", 9}}},
+      {"EAST PACIFIC CYCLONE",
+       &TServerRoots::HurricaneCentre,
+       TWhen::Once,
+       1,
+       {{"'/tafb/PACFUL_00Zbw.gif'", 13}}},
+      {"NORTH-WEST PACIFIC CYCLONE",
+       &TServerRoots::OceanPrediction,
+       TWhen::Once,
+       1,
+       {{"'/shtml/pyba02bw.gif'", 12}}},
+      {"RAIN RADAR (CENTRAL EUROPE)",
+       &TServerRoots::DutchWeather,
+       TWhen::QuarterHours,
+       1,
+       {{"'/daten/radar/nleurg/'yyyy/mm/ddhhnn'.gif'", 8}}},
+      {"LIGHTNING (EUROPE)",
+       &TServerRoots::DutchWeather,
+       TWhen::HalfHours,
+       1,
+       {{"'/daten/blitze/'yyyy/mm/'euro'ddhhnn'.gif'", 7}}},
+      {"KARLSRUHE (LIGHTNING)",
+       &TServerRoots::Karlsruhe,
+       TWhen::PastDays,
+       1,
+       {{"'/wz/pics/archive/'yyyy'/sfloc/Rsfloc'yyyymmdd'.gif'", 5},
+        {"'/wz/pics/archive/'yyyy'/sfloc/Rsfloc2'yyyymmdd'.gif'", 6}}},
+      {"NEW ZEALAND",
+       &TServerRoots::NewZealand,
+       TWhen::Once,
+       4,
+       {{"'/data/swp_0000_anal.gif'", 1},
+        {"'/data/swp_0600_anal.gif'", 1},
+        {"'/data/swp_1200_anal.gif'", 1},
+        {"'/data/swp_1800_anal.gif'", 1},
+        {"'/data/tnz_0000_anal.gif'", 2},
+        {"'/data/tnz_0600_anal.gif'", 2},
+        {"'/data/tnz_1200_anal.gif'", 2},
+        {"'/data/tnz_1800_anal.gif'", 2}}},
+      {"AUSTRALIA",
+       &TServerRoots::Australia,
+       TWhen::MorningDate,
+       2,
+       {{"'/difacs/archives/'yyyy/mm'/IDX0032.'yyyymmdd'.gif'", 4}}},
+      {"AUSTRALIA",
+       &TServerRoots::Australia,
+       TWhen::EveningDate,
+       2,
+       {{"'/difacs/archives/'yyyy/mm'/IDX0532.'yyyymmdd'.gif'", 4}}},
+      {"AUSTRALIA",
+       &TServerRoots::Australia,
+       TWhen::MorningDate,
+       2,
+       {{"'/difacs/archives/'yyyy/mm'/IDX0033.'yyyymmdd'.gif'", 3}}},
+      {"AUSTRALIA",
+       &TServerRoots::Australia,
+       TWhen::EveningDate,
+       2,
+       {{"'/difacs/archives/'yyyy/mm'/IDX0533.'yyyymmdd'.gif'", 3}}},
+  };
+  return sources;
+}
+
+constexpr std::array<TChartKind, 15> kKinds = {{
+    {"'bracka_'hhnn'.gif'", TChartTime::LastModifiedRounded, 0, false},
+    {"'nz_swp_'hhnn'.gif'", TChartTime::LastModifiedRounded, 0, false},
+    {"'nz_tnz_'hhnn'.gif'", TChartTime::LastModifiedRounded, 0, false},
+    {"'aus_ind_'hhnn'.gif'", TChartTime::LastModifiedRounded, 0, false},
+    {"'aus_pac_'hhnn'.gif'", TChartTime::LastModifiedRounded, 0, false},
+    {"'Rsfloc.gif'", TChartTime::LastModified, 0, false},
+    {"'Rsfloc2.gif'", TChartTime::LastModified, 0, false},
+    {"'blitz_eu_'hhnn'.gif'", TChartTime::Requested, 5000, true},
+    {"'radar_eu_'hhnn'.gif'", TChartTime::Requested, 5000, true},
+    {"'QPAA99.tif'", TChartTime::LastModifiedDay, 0, false},
+    {"'ppaa50bw.gif'", TChartTime::LastModifiedDay, 0, false},
+    {"'ppag50bw.gif'", TChartTime::LastModifiedDay, 0, false},
+    {"'pyba02bw.gif'", TChartTime::LastModifiedDay, 0, false},
+    {"'PACFUL_00Zbw.gif'", TChartTime::LastModifiedDay, 0, false},
+    {nullptr, TChartTime::Requested, 0, false},
+}};
+
+constexpr std::string_view kRadarArchivePrefix = "RAIN RADAR (MM)";
+
+/// Midnight of each day before today, yesterday first.
+std::vector<TDateTime> PastDays(const TChartPlan& plan) {
+  std::vector<TDateTime> times;
+  for (int d = 1; d <= plan.BackDays; ++d) times.push_back((plan.Now - std::chrono::days(d)).Midnight());
+  return times;
+}
+
+/// The times of today and the days before, today first; none that is not over for more than half an hour,
+/// since its picture is not yet there.
+std::vector<TDateTime> TimesOfDays(const TChartPlan& plan, std::chrono::minutes step) {
+  std::vector<TDateTime> times;
+  for (int d = 0; d < plan.BackDays; ++d) {
+    const TDateTime day = (plan.Now - std::chrono::days(d)).Midnight();
+    for (TDateTime time = day; time < day + 24h; time = time + step) {
+      if (time < plan.Now - 30min) times.push_back(time);
+    }
+  }
+  return times;
+}
+
+std::vector<TDateTime> TimesOf(TWhen when, const TChartPlan& plan) {
+  switch (when) {
+    case TWhen::MorningDate:
+      return {plan.Start - 1h};
+    case TWhen::EveningDate:
+      return {plan.Start - 13h};
+    case TWhen::PastDays:
+      return PastDays(plan);
+    case TWhen::QuarterHours:
+      return TimesOfDays(plan, 15min);
+    case TWhen::HalfHours:
+      return TimesOfDays(plan, 30min);
+    case TWhen::Once:
+      break;
+  }
+  return {TDateTime()};
+}
+
+}  // namespace
+
+const std::vector<std::string>& MetChartItems() {
+  static const std::vector<std::string> items = {"Australia",
+                                                 "Bracknell",
+                                                 "Central Atlantic",
+                                                 "Mid Atlantic 500mb forecast",
+                                                 "New Zealand",
+                                                 "North Atlantic 500mb",
+                                                 "Lightning (Europe)",
+                                                 "Karlsruhe (lightning)",
+                                                 "Rain radar (central Europe)",
+                                                 "Rain radar (MM) Western Europe",
+                                                 "Rain radar (MM) Central Europe",
+                                                 "Rain radar (MM) UK",
+                                                 "Rain radar (MM) Netherlands",
+                                                 "Rain radar (MM) Denmark",
+                                                 "Rain radar (MM) France",
+                                                 "East Pacific cyclone",
+                                                 "North-west Pacific cyclone"};
+  return items;
+}
+
+const TChartKind& ChartKind(int kind) {
+  return kKinds.at(static_cast<std::size_t>(kind));
+}
+
+std::string RadarRegionCode(std::string_view item) {
+  constexpr std::pair<std::string_view, const char*> regions[] = {
+      {"CENTRAL EUROPE", "r-ce"}, {"DENMARK", "r-dk"},       {"NETHERLANDS", "r-nl"}, {"UK", "r-uk"},
+      {"FRANCE", "r-fr"},         {"WESTERN EUROPE", "r-we"}};
+  std::string code;
+  for (const auto& [word, region_code] : regions) {
+    if (item.find(word) != std::string_view::npos) code = region_code;
+  }
+  return code;
+}
+
+std::vector<TChartRequest> ChartRequests(std::string_view item, const TChartPlan& plan) {
+  const std::string wanted = UpperCase(item);
+  if (wanted == "BRACKNELL") return {{plan.BracknellUrl, 0, 4, {}}};
+
+  std::vector<TChartRequest> requests;
+  if (wanted.starts_with(kRadarArchivePrefix)) {
+    const std::string code = RadarRegionCode(wanted);
+    if (code.empty()) return {};
+    for (const TDateTime day : PastDays(plan)) {
+      requests.push_back(
+          {plan.Servers.RadarArchive + "/data/gss/" + code + FormatDateTime("yymmdd", day) + ".zip", 14, 1,
+           day});
+    }
+    return requests;
+  }
+  for (const TChartSource& source : ChartSources()) {
+    if (wanted != source.Item) continue;
+    for (const TDateTime time : TimesOf(source.When, plan)) {
+      for (const TChart& chart : source.Charts) {
+        requests.push_back(
+            {plan.Servers.*source.Root + FormatDateTime(chart.Path, time), chart.Kind, source.PerDay, time});
+      }
+    }
+  }
+  return requests;
+}
+
+TDateTime ChartTime(const TChartRequest& request, TDateTime last_modified) {
+  switch (ChartKind(request.Kind).Time) {
+    case TChartTime::LastModifiedRounded:
+      return last_modified.RoundedDown(TDateTime::TSpan(24h) / request.PerDay);
+    case TChartTime::LastModified:
+      return last_modified;
+    case TChartTime::LastModifiedDay:
+      return last_modified.Midnight();
+    case TChartTime::Requested:
+      break;
+  }
+  return request.Requested;
+}
+
+std::string ChartFileName(const TChartRequest& request, TDateTime chart_time) {
+  const TChartKind& kind = ChartKind(request.Kind);
+  if (kind.Name != nullptr) return FormatDateTime(kind.Name, chart_time);
+  const std::string name = request.Url.substr(request.Url.rfind('/') + 1);
+  return IsSafeFileName(name) ? name : std::string();
+}
+
+TMetChartsJob::TMetChartsJob(TJobContext& context, TMetChartsSettings settings)
+    : context_(context), settings_(std::move(settings)) {}
+
+void TMetChartsJob::Run() {
+  TChartPlan plan{
+      context_.Servers, settings_.BracknellUrl, context_.Shared.BackDays, context_.Clock.UtcNow(), {}};
+  for (const std::string& item : settings_.Sources) {
+    plan.Now = context_.Clock.UtcNow();
+    for (const TChartRequest& request : ChartRequests(item, plan)) {
+      if (context_.Run.StopRequested()) return;
+      Fetch(request);
+    }
+  }
+}
+
+void TMetChartsJob::Fetch(const TChartRequest&) {}
+
+}  // namespace skyreel

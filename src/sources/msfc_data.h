@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sources/job_context.h"
+
+namespace skyreel {
+
+/// What the "MSFC" tab asks for.
+struct TMsfcSettings {
+  std::string OutputPath;  ///< with its trailing separator
+  bool Passive = false;
+  bool UseWinInet = false;
+  bool Uncompress = false;
+  std::vector<std::string> Channels;  ///< ticked items
+  std::vector<std::string> Slots;     ///< ticked items
+};
+
+const std::vector<std::string>& MsfcChannelItems();
+const std::vector<std::string>& MsfcSlotItems();
+
+/// One image to fetch.
+struct TMsfcFile {
+  TDateTime Time;
+  std::string Name;  ///< "ME7-200302011200.ir1.ara.Z"
+};
+
+/// The files of a run in the order in which they are visited: the oldest day first, then by slot and channel.
+/// Slots less than an hour old are left out.
+std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime now, int back_days);
+
+/// Fetches Meteosat 7 images in McIDAS AREA format over anonymous FTP.
+class TMsfcJob {
+ public:
+  TMsfcJob(TJobContext& context, TMsfcSettings settings);
+  /// Runs to the end or until a stop is requested. Never throws for a file that fails.
+  void Run();
+
+ private:
+  TJobContext& context_;
+  const TMsfcSettings settings_;
+};
+
+}  // namespace skyreel
