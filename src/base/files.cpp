@@ -107,7 +107,7 @@ std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
   return data;
 }
 
-void WriteFileWhole(const fs::path& path, std::string_view data) {
+void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permissions) {
   // Unique per process and call, since several copies of the program may write beside each other; short,
   // since the name beside which it stands may already be as long as the file system allows.
   std::string pattern = (path.parent_path() / "~skyreelXXXXXX").string();
@@ -115,7 +115,7 @@ void WriteFileWhole(const fs::path& path, std::string_view data) {
   if (file.Get() < 0) ThrowErrno(path);
   const mode_t mask = ::umask(0);
   ::umask(mask);
-  bool whole = ::fchmod(file.Get(), 0666 & ~mask) == 0 && WriteAll(file.Get(), data);
+  bool whole = ::fchmod(file.Get(), permissions & ~mask) == 0 && WriteAll(file.Get(), data);
   whole = file.Close() && whole;
   if (!whole || std::rename(pattern.c_str(), path.c_str()) != 0) {
     const int error = errno;

@@ -32,7 +32,8 @@ std::string ReadWholeFile(const std::filesystem::path& path, std::int64_t limit 
 
 /// Writes `data` under a temporary name beside `path`, then renames it, so that the file of that name is
 /// at every moment either the old one or the whole new one. A symbolic link of that name is replaced, not
-/// followed. Throws std::system_error; the temporary file is gone and the old file untouched then.
-void WriteFileWhole(const std::filesystem::path& path, std::string_view data);
+/// followed. The file gets `permissions` less the user's umask, before there is anything in it. Throws
+/// std::system_error; the temporary file is gone and the old file untouched then.
+void WriteFileWhole(const std::filesystem::path& path, std::string_view data, unsigned permissions = 0666);
 
 }  // namespace skyreel
