@@ -1,0 +1,62 @@
+#include "settings/check_list_box.h"
+
+#include <QAction>
+#include <QSet>
+#include <QSignalBlocker>
+
+#include "base/comma_text.h"
+
+namespace skyreel {
+
+TCheckListBox::TCheckListBox(QWidget* parent) : QListWidget(parent) {
+  setUniformItemSizes(true);
+  setResizeMode(QListView::Adjust);
+  setContextMenuPolicy(Qt::ActionsContextMenu);
+  for (const auto& [text, state] :
+       {std::pair(tr("Check &all"), Qt::Checked), std::pair(tr("Check &none"), Qt::Unchecked)}) {
+    auto* action = new QAction(text, this);
+    connect(action, &QAction::triggered, this, [this, state = state] { CheckAll(state); });
+    addAction(action);
+  }
+  connect(this, &QListWidget::itemChanged, this, &TCheckListBox::ClickCheck);
+}
+
+void TCheckListBox::SetItems(const QStringList& items) {
+  const QSignalBlocker no_clicks(this);
+  clear();
+  addItems(items);
+}
+
+QStringList TCheckListBox::CheckedItems() const {
+  QStringList checked;
+  for (int i = 0; i < count(); ++i)
+    if (item(i)->checkState() == Qt::Checked) checked += item(i)->text();
+  return checked;
+}
+
+QString TCheckListBox::CheckedText() const {
+  std::vector<std::string> checked;
+  for (const QString& text : CheckedItems()) checked.push_back(text.toStdString());
+  return QString::fromStdString(ToCommaText(checked));
+}
+
+void TCheckListBox::SetCheckedText(const QString& comma_text) {
+  QSet<QString> wanted;
+  for (const std::string& name : FromCommaText(comma_text.toStdString()))
+    wanted += QString::fromStdString(name).toCaseFolded();
+  for (int i = 0; i < count(); ++i)
+    item(i)->setCheckState(wanted.contains(item(i)->text().toCaseFolded()) ? Qt::Checked : Qt::Unchecked);
+}
+
+void TCheckListBox::rowsInserted(const QModelIndex& parent, int start, int end) {
+  QListWidget::rowsInserted(parent, start, end);
+  // An item has no check mark until it is given a state.
+  for (int i = start; i <= end; ++i)
+    if (!item(i)->data(Qt::CheckStateRole).isValid()) item(i)->setCheckState(Qt::Unchecked);
+}
+
+void TCheckListBox::CheckAll(Qt::CheckState state) {
+  for (int i = 0; i < count(); ++i) item(i)->setCheckState(state);
+}
+
+}  // namespace skyreel
