@@ -1,0 +1,248 @@
+#include "transfer/transfer_ledger.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+
+#include "base/files.h"
+#include "support/temp_folder.h"
+
+namespace skyreel {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A child process that runs `work` with the write end of a pipe and ends.
+class TChild {
+ public:
+  template <typename F>
+  explicit TChild(F work) {
+    int ends[2];
+    if (::pipe(ends) != 0) throw std::runtime_error("pipe");
+    process_ = ::fork();
+    if (process_ == 0) {
+      ::close(ends[0]);
+      work(ends[1]);
+      ::_exit(0);
+    }
+    ::close(ends[1]);
+    read_ = ends[0];
+  }
+  ~TChild() {
+    Kill();
+    ::close(read_);
+  }
+  /// Waits for the child's next `count` bytes; false when it ended before.
+  bool Await(int count = 1) {
+    char byte;
+    while (count > 0 && ::read(read_, &byte, 1) == 1) --count;
+    return count == 0;
+  }
+  void Kill() {
+    if (process_ > 0) {
+      ::kill(process_, SIGKILL);
+      Join();
+    }
+  }
+  void Join() {
+    ::waitpid(process_, nullptr, 0);
+    process_ = 0;
+  }
+
+ private:
+  pid_t process_ = 0;
+  int read_ = -1;
+};
+
+void Say(int pipe) {
+  EXPECT_EQ(::write(pipe, "x", 1), 1);
+}
+
+class TransferLedger : public testing::Test {
+ protected:
+  const test::TTempFolder folder_;
+  const fs::path file_ = folder_ / "SkyreelTransfers.txt";
+  const fs::path picture_ = folder_.Write("2005/11/a %\n.jpg", "old");
+  TTransferLedger ledger_{file_};
+};
+
+TEST_F(TransferLedger, TheNoteStaysUnlessTheTransferEndedWholeOrNeverTouchedTheFile) {
+  struct {
+    bool CutBefore;
+    TTransferEnd End;
+    bool PresentAfter;
+  } const rows[] = {
+      {false, TTransferEnd::Whole, true},     {false, TTransferEnd::Untouched, true},
+      {false, TTransferEnd::Cut, false},      {true, TTransferEnd::Whole, true},
+      {true, TTransferEnd::Untouched, false}, {true, TTransferEnd::Cut, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.CutBefore << static_cast<int>(row.End));
+    fs::remove(file_);
+    TTransferLedger ledger(file_);
+    if (row.CutBefore) {
+      ASSERT_TRUE(ledger.Begin(picture_));
+      ledger.End(picture_, TTransferEnd::Cut);
+    }
+    EXPECT_EQ(ledger.Present(picture_), !row.CutBefore);
+    ASSERT_TRUE(ledger.Begin(picture_));
+    EXPECT_TRUE(ledger.IsNoted(picture_));
+    EXPECT_FALSE(ledger.Present(picture_));
+    EXPECT_FALSE(TTransferLedger(file_).Present(picture_)) << "the note must be on disk before the transfer";
+    ledger.End(picture_, row.End);
+    EXPECT_EQ(ledger.Present(picture_), row.PresentAfter);
+    EXPECT_EQ(TTransferLedger(file_).Present(picture_), row.PresentAfter);
+  }
+}
+
+TEST_F(TransferLedger, OnlyRegularFilesArePresentHoweverThePathIsWritten) {
+  EXPECT_FALSE(ledger_.Present(folder_ / "none"));
+  EXPECT_FALSE(ledger_.Present(folder_.Path()));
+  EXPECT_TRUE(ledger_.Present(picture_));
+  ASSERT_TRUE(ledger_.Begin(picture_));
+  EXPECT_FALSE(ledger_.Present(folder_ / "2005/./11/../11//a %\n.jpg"));
+  EXPECT_FALSE(ledger_.IsNoted(folder_ / "2005/11/a"));
+}
+
+TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
+  TChild child([&](int pipe) {
+    TTransferLedger ledger(file_);
+    if (ledger.Begin(picture_)) Say(pipe);
+    ::pause();
+  });
+  ASSERT_TRUE(child.Await());
+  EXPECT_FALSE(ledger_.Present(picture_));
+  EXPECT_FALSE(ledger_.Begin(picture_)) << "another copy is writing this file";
+  child.Kill();
+  EXPECT_FALSE(ledger_.Present(picture_));
+  EXPECT_TRUE(ledger_.Begin(picture_));
+  ledger_.End(picture_, TTransferEnd::Whole);
+  EXPECT_TRUE(ledger_.Present(picture_));
+}
+
+TEST_F(TransferLedger, TwoCopiesDoNotLoseEachOthersNotes) {
+  constexpr int kFiles = 100;
+  const auto name = [&](int copy, int n) {
+    return folder_ / (std::to_string(copy) + "-" + std::to_string(n));
+  };
+  // Every third transfer is left cut.
+  const auto work = [&](int copy) {
+    return [&, copy](int) {
+      TTransferLedger ledger(file_);
+      for (int n = 0; n < kFiles; ++n) {
+        if (!ledger.Begin(name(copy, n))) ::_exit(1);
+        std::ofstream(name(copy, n)) << n;
+        ledger.End(name(copy, n), n % 3 == 0 ? TTransferEnd::Cut : TTransferEnd::Whole);
+      }
+    };
+  };
+  {
+    TChild one(work(1)), two(work(2));
+    one.Join();
+    two.Join();
+  }
+  for (int copy = 1; copy <= 2; ++copy)
+    for (int n = 0; n < kFiles; ++n)
+      EXPECT_EQ(ledger_.Present(name(copy, n)), n % 3 != 0) << copy << " " << n;
+}
+
+TEST_F(TransferLedger, AKillAtAnyMomentLeavesAReadableLedger) {
+  ASSERT_TRUE(ledger_.Begin(picture_));
+  ledger_.End(picture_, TTransferEnd::Cut);
+  const fs::path other = folder_.Write("other", "x");
+  for (int round = 0; round < 20; ++round) {
+    TChild child([&](int pipe) {
+      TTransferLedger ledger(file_);
+      for (bool held = true; held;) {
+        held = ledger.Begin(other);
+        Say(pipe);
+        ledger.End(other, TTransferEnd::Whole);
+      }
+    });
+    ASSERT_TRUE(child.Await(round + 1));
+    child.Kill();
+    ASSERT_TRUE(TTransferLedger(file_).IsNoted(picture_)) << round;
+    ASSERT_TRUE(ledger_.Begin(other)) << round;
+    ledger_.End(other, TTransferEnd::Whole);
+    ASSERT_TRUE(TTransferLedger(file_).Present(other)) << round;
+  }
+}
+
+TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
+  std::vector<std::string> told;
+  // A folder in the ledger's place cannot be written, whoever runs this.
+  fs::create_directory(file_);
+  TTransferLedger ledger(file_);
+  ledger.OnProblem = [&](TTransferLedger&, const std::string& text) { told.push_back(text); };
+  ASSERT_TRUE(ledger.Begin(picture_));
+  EXPECT_FALSE(ledger.Present(picture_));
+  ledger.End(picture_, TTransferEnd::Cut);
+  EXPECT_FALSE(ledger.Present(picture_));
+  ASSERT_TRUE(ledger.Begin(picture_));
+  ledger.End(picture_, TTransferEnd::Whole);
+  EXPECT_TRUE(ledger.Present(picture_));
+  ASSERT_EQ(told.size(), 1u);
+  EXPECT_EQ(told[0], "Transfers cannot be noted in " + file_.string() + ": Is a directory");
+}
+
+TEST_F(TransferLedger, AStoppedCopyThatHoldsTheLockDoesNotHangThisOne) {
+  const int lock = ::open(file_.c_str(), O_RDWR | O_CREAT, 0666);
+  ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+  int told = 0;
+  ledger_.OnProblem = [&](TTransferLedger&, const std::string&) { ++told; };
+  EXPECT_TRUE(ledger_.Begin(picture_));
+  ::close(lock);
+  EXPECT_EQ(told, 1);
+  EXPECT_FALSE(ledger_.Present(picture_));
+}
+
+TEST_F(TransferLedger, DamagedLinesArePassedOverAndGoodOnesKept) {
+  const std::string good = "- " + (folder_ / "good").string();
+  folder_.Write("good", "x");
+  for (const std::string& damage : {std::string("\0\0\0\0", 4), std::string("-"), std::string("- "),
+                                    std::string(" /x"), std::string("- x"), "- /" + std::string(100000, 'y'),
+                                    "99999999999999999999:: " + (folder_ / "good2").string(),
+                                    std::string("\xff\xfe %"), good.substr(0, good.size() - 3)}) {
+    std::ofstream(file_, std::ios::binary) << damage << "\r\n" << good << "\n" << damage;
+    TTransferLedger ledger(file_);
+    EXPECT_FALSE(ledger.Present(folder_ / "good")) << damage.substr(0, 40);
+    EXPECT_TRUE(ledger.Begin(picture_));
+    ledger.End(picture_, TTransferEnd::Whole);
+    EXPECT_TRUE(TTransferLedger(file_).IsNoted(folder_ / "good"));
+  }
+}
+
+TEST_F(TransferLedger, NotesOfFilesThatAreGoneAreDroppedButNotThoseOfAFolderThatIsAway) {
+  const fs::path gone = folder_.Write("gone", "x"), away = folder_.Write("disk/away", "x");
+  for (const fs::path& path : {gone, away}) {
+    ASSERT_TRUE(ledger_.Begin(path));
+    ledger_.End(path, TTransferEnd::Cut);
+  }
+  fs::remove(gone);
+  fs::rename(folder_ / "disk", folder_ / "unmounted");
+  ASSERT_TRUE(ledger_.Begin(picture_));
+  ledger_.End(picture_, TTransferEnd::Whole);
+  EXPECT_FALSE(ledger_.IsNoted(gone));
+  EXPECT_TRUE(ledger_.IsNoted(away));
+}
+
+TEST_F(TransferLedger, AskingForAMonthOfFilesTakesAMoment) {
+  ASSERT_TRUE(ledger_.Begin(picture_));
+  ledger_.End(picture_, TTransferEnd::Cut);
+  const auto begin = std::chrono::steady_clock::now();
+  int present = 0;
+  for (int n = 0; n < 78'000; ++n)
+    present += ledger_.Present(folder_.Path() / "2005/11/" / std::to_string(n));
+  EXPECT_EQ(present, 0);
+  // Generous: it takes a tenth of a second here, and would take minutes if each question read the file.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+}
+
+}  // namespace
+}  // namespace skyreel
