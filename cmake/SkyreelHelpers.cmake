@@ -9,8 +9,14 @@ add_library(skyreel_options INTERFACE)
 target_include_directories(skyreel_options INTERFACE "${CMAKE_SOURCE_DIR}/src")
 target_compile_options(skyreel_options INTERFACE -Wall -Wextra -Wconversion -Werror)
 if(SKYREEL_SANITIZE)
-  target_compile_options(skyreel_options INTERFACE -fsanitize=${SKYREEL_SANITIZE} -fno-omit-frame-pointer)
+  # A finding ends the program, so that no test passes over one.
+  target_compile_options(skyreel_options INTERFACE -fsanitize=${SKYREEL_SANITIZE} -fno-sanitize-recover=all
+                         -fno-omit-frame-pointer)
   target_link_options(skyreel_options INTERFACE -fsanitize=${SKYREEL_SANITIZE})
+endif()
+if(SKYREEL_FUZZ)
+  # Coverage in every library, main only in the fuzz targets.
+  target_compile_options(skyreel_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # skyreel_library(<folder> SOURCES a.cpp b.cpp [LINK libs...])
