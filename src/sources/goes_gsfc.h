@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "sources/job_context.h"
+
+namespace skyreel {
+
+/// What the "GOES" page asks for.
+struct TGoesSettings {
+  std::string OutputPath;            ///< with its trailing separator
+  std::vector<std::string> Sectors;  ///< the ticked half-hourly products
+  int Interval = 0;                  ///< 0 every 30 minutes, 1 hourly, 2 every 2 hours, 3 every 3 hours
+  std::string ESector, WSector;      ///< sector of the daily picture of GOES-East and -West; empty: none
+  std::chrono::minutes ETime{0}, WTime{0};  ///< the daily pictures' time of day, UTC
+  bool DateInFolder = false;
+  bool Lzw = true;  ///< fetch the compressed pictures
+};
+
+/// The half-hourly products, in list order.
+const std::vector<std::string>& GoesProductItems();
+/// The server's sectors that a daily picture can be asked of.
+const std::vector<std::string>& GoesSectorNames();
+
+/// GOES pictures from GSFC, as TIFF files: half-hourly ones of the products asked for, and one a day per
+/// satellite of a sector at a chosen time.
+class TGoesJob {
+ public:
+  TGoesJob(TJobContext& context, TGoesSettings settings);
+  /// Fetches what is missing; returns at the end or soon after a stop was requested. Every failure costs one
+  /// file and is told in one status line.
+  void Run();
+
+ private:
+  TJobContext& context_;
+  TGoesSettings settings_;
+};
+
+}  // namespace skyreel

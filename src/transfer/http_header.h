@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "base/date_time.h"
+
+namespace skyreel {
+
+/// Reads Content-Length (bytes, signed 32-bit) and Last-Modified out of a response header, whose lines may
+/// end in CR LF, LF or CR. Format: RFC 1945, "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT"; the time is
+/// taken as written, whatever the zone word says. Keys match in any letter case, at the start of a line only,
+/// and the last occurrence of a key wins. A missing key leaves its variable as it was. False when a number or
+/// date is none (one beyond 32 bits included): the variables then hold what was read before it. Never throws.
+bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDateTime& last_modified);
+
+/// The month, 1 to 12, that a text of exactly three letters abbreviates in English, in any letter case; 0 for
+/// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.
+int MonthNumber(std::string_view text);
+
+}  // namespace skyreel
