@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "base/descriptor.h"
 #include "base/exceptions.h"
 #include "base/text.h"
 
@@ -19,37 +20,6 @@ namespace {
 
 [[noreturn]] void ThrowErrno(const fs::path& path) {
   throw std::system_error(errno, std::generic_category(), path.string());
-}
-
-/// Closes its descriptor at the latest when it goes out of scope.
-class TDescriptor {
- public:
-  explicit TDescriptor(int fd) : fd_(fd) {}
-  ~TDescriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  TDescriptor(const TDescriptor&) = delete;
-  TDescriptor& operator=(const TDescriptor&) = delete;
-  int Get() const { return fd_; }
-  /// Closes now and tells whether the system took all that was written.
-  bool Close() {
-    const int fd = fd_;
-    fd_ = -1;
-    return ::close(fd) == 0;
-  }
-
- private:
-  int fd_;
-};
-
-bool WriteAll(int fd, std::string_view data) {
-  while (!data.empty()) {
-    const ssize_t written = ::write(fd, data.data(), data.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    data.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
 }
 
 }  // namespace
