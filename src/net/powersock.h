@@ -1,0 +1,276 @@
+#pragma once
+
+#include <netinet/in.h>
+#include <poll.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/descriptor.h"
+#include "base/event.h"
+#include "net/resolver.h"
+#include "net/thread_timer.h"
+
+namespace skyreel {
+
+/// A failed socket operation; carries the message alone.
+class ESockError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// An operation that ended because it was cancelled, by Cancel, Abort or the time-out.
+class EAbortError : public ESockError {
+ public:
+  using ESockError::ESockError;
+};
+
+/// A TCP client socket (IPv4) whose operations look blocking. Every wait inside them polls the socket for at
+/// most 2 ms, calls the event hook given to the constructor, and looks at the cancel and time-out flags: the
+/// user interface stays live, and Cancel or Abort may be called from anywhere inside the hook.
+///
+/// Inside a wait (the event hook, OnPacketRecvd, OnPacketSent, OnDataArrived) nothing else may be started on
+/// the same component: that throws ESockError "Busy with another operation". The component must not be
+/// destroyed there. All failures are exceptions, after each of which the component is usable again.
+class TPowersock {
+ public:
+  using TNotifyEvent = std::function<void(TPowersock& sender)>;
+  using THandlerEvent = std::function<void(TPowersock& sender, bool& handled)>;
+  using TOnErrorEvent =
+      std::function<void(TPowersock& sender, std::uint16_t error_number, const std::string& message)>;
+  using TOnStatus = std::function<void(TPowersock& sender, const std::string& status)>;
+  using TOnHostResolved = TNotifyEvent;
+
+  /// A line longer than this ends ReadLn with ESockError "Line too long".
+  static constexpr std::size_t kMaxLine = 64 * 1024;
+  /// More than this is not kept in memory: ESockError "Reply too large".
+  static constexpr std::size_t kMaxKept = 64 * 1024 * 1024;
+
+  /// `event_hook` lets the user interface process its events; it may be empty. Throws ESockError when the
+  /// system gives no socket.
+  explicit TPowersock(TEventHook event_hook = {});
+  virtual ~TPowersock();
+  TPowersock(const TPowersock&) = delete;
+  TPowersock& operator=(const TPowersock&) = delete;
+
+  // Where to.
+  std::string Host;             ///< name or dotted IPv4 address
+  std::uint16_t Port = 0;       ///< remote port; for Listen the local one
+  std::string Proxy;            ///< when not empty, resolved and connected to in place of Host
+  std::uint16_t ProxyPort = 0;  ///< used when Proxy is not empty
+
+  /// Milliseconds that every wait may take; 0 (or less) means for ever. While a stream is captured it bounds
+  /// the silence between two packets.
+  std::int32_t TimeOut = 0;
+  /// The highest level of status texts that OnStatus gets: 1 reply lines and commands, 4 socket steps, 8 all.
+  std::int32_t ReportLevel = 0;
+
+  // Events.
+  TNotifyEvent OnDataArrived;          ///< the socket became readable
+  TNotifyEvent OnIncoming;             ///< a connection came in on a listening socket
+  TNotifyEvent OnConnect;              ///< connected
+  TNotifyEvent OnDisconnect;           ///< the socket was closed
+  TOnErrorEvent OnError;               ///< a socket error, just before the exception
+  THandlerEvent OnInvalidHost;         ///< the host has no address; may correct Host and set handled
+  TOnHostResolved OnHostResolved;      ///< a lookup found the address
+  THandlerEvent OnConnectionRequired;  ///< a connection is needed; may connect and set handled
+  TOnStatus OnStatus;                  ///< status text, filtered by ReportLevel
+  TNotifyEvent OnConnectionFailed;     ///< a connect attempt failed, timed out or was cancelled
+  TNotifyEvent OnPacketRecvd;          ///< after each chunk received by a capture
+  TNotifyEvent OnPacketSent;           ///< after each chunk sent by SendFile
+
+  // What happened.
+  bool Connected = false;
+  std::string Status;                    ///< the last status text reported
+  std::vector<std::string> NetworkInfo;  ///< six lines about the socket library, in the first component only
+  std::int64_t SentByteCount = 0;        ///< bytes sent by SendFile
+  std::int64_t ReceivedByteCount = 0;    ///< bytes received by the running or last capture
+  std::int64_t TransferSize = 0;         ///< bytes that the server announced for it; 0 when it did not say
+  int LastSocketError = 0;               ///< number as in GetErrorMessage; lookups 11001 to 11004
+  std::string LastReply;                 ///< last reply line read by Transaction
+  std::int16_t ReplyCode = 0;            ///< the number at its start, 0 for none
+
+  /// How host names are looked up.
+  TLookupFunction LookUp = LookUpHost;
+
+  /// Resolves the host and connects. Throws ESockError: "Already connected", "Null Remote Address" (no
+  /// address, and OnInvalidHost did not help), "Connection Timed out", "Connection Canceled", "Connection
+  /// Failed", and what ResolveHost throws. Clears the cancel flag.
+  virtual void Connect();
+  /// Closes the connection.
+  virtual void Disconnect();
+  /// Makes the running wait, or else the next operation, end as cancelled.
+  void Cancel();
+  /// Cancel, and whatever else a descendant has running. The time-out calls it too.
+  virtual void Abort();
+  /// Throws std::runtime_error "Not Connected" unless connected; OnConnectionRequired gets one chance to.
+  void EnsureConnected();
+
+  /// Sends the text up to its first NUL. Throws ERangeError when that is more than 65,535 bytes.
+  void Write(std::string_view text);
+  /// Write of the text and CR LF.
+  void Writeln(std::string_view text);
+  /// Sends `length` bytes; 0 means up to the first NUL, at most 65,535 bytes (ERangeError beyond). Throws
+  /// EAbortError "Socket send aborted".
+  void SendBuffer(const char* data, std::uint16_t length);
+  /// Waits for `count` bytes and returns them; "" when the peer closes before. 0 means what is there now.
+  /// Throws EAbortError "Socket send aborted".
+  std::string Read(std::uint16_t count);
+  /// One line with its line end; nothing behind it is taken from the socket. "" when the peer closed, even
+  /// within a line. Throws EAbortError "Socket readln aborted", ESockError "Line too long".
+  std::string ReadLn();
+  /// Sends a command line, reads one reply line and sets LastReply and ReplyCode from it.
+  virtual std::string Transaction(const std::string& command);
+  /// Sends the whole file. Throws EAbortError "Socket send aborted", std::system_error for the file.
+  void SendFile(const std::string& file_name);
+  /// Creates the file and writes to it all that arrives until the peer closes. Throws EAbortError "Socket
+  /// send aborted", std::system_error for the file (a full disk, say).
+  void CaptureFile(const std::string& file_name);
+  /// Replaces `text` by all that arrives until the peer closes, or until it holds `maximum` bytes or more
+  /// (-1: no such limit). Throws EAbortError "Socket capture aborted", ESockError "Reply too large".
+  void CaptureString(std::string& text, std::int64_t maximum = -1);
+
+  /// Listens at Port (0: the system chooses one) of all local addresses. `use_lookup_channel`: an incoming
+  /// connection sets the notification flag that Accept waits for and calls OnDisconnect; else OnIncoming.
+  void Listen(bool use_lookup_channel);
+  /// Waits for an incoming connection; returns its descriptor, which the caller owns (AdoptSocket). Does not
+  /// start the time-out: call TimerOn before and TimerOff after. Throws ESockError "Accepting Canceled",
+  /// "Error creating Data Connection".
+  virtual int Accept();
+  /// Puts a connected socket in the place of the component's own, which is closed without an event.
+  void AdoptSocket(int descriptor);
+
+  /// Finds the address of the proxy, else of the host. Throws ESockError "Host Lookup Timed Out", "Host
+  /// Lookup Canceled", "Host Lookup Failed".
+  void ResolveHost();
+  /// At least one byte is waiting.
+  bool HasPendingData();
+  /// Throws away up to 65,536 bytes that are waiting.
+  void ClearInput();
+  /// Closes the socket and makes a fresh one for the next Connect. Inside a wait it cancels the waiting
+  /// operation instead.
+  void RequestCloseSocket();
+  /// "10061:Connection refused", "" for 0, "Unknown Error No. 12345".
+  std::string GetErrorMessage(int error_number);
+  /// Clears the timed-out flag and starts the full TimeOut.
+  void TimerOn();
+  void TimerOff();
+
+  /// The socket's own address as "192,168,1,2".
+  std::string LocalAddressWithCommas() const;
+  /// The socket's own port as ",4,1": high byte, low byte.
+  std::string LocalPortPair() const;
+  /// The peer of the last Connect or Accept; address 0 while not resolved.
+  const sockaddr_in& RemoteAddress() const { return remote_; }
+
+  /// The n-th field (from 1); every delimiter ends one, so fields may be empty. "" when there are fewer.
+  static std::string FieldAt(std::string_view text, char delimiter, int n);
+  /// The position (from 1) of the n-th occurrence; length + 1 when there are fewer.
+  static std::size_t NthCharPosition(std::string_view text, char character, int n);
+
+  bool Canceled() const { return canceled_; }
+  bool TimedOut() const { return timed_out_; }
+
+ protected:
+  /// How many bytes may be received next; 0 when it is enough.
+  using TRoom = std::function<std::int64_t()>;
+  /// Takes a chunk of what arrives; returns how many of its bytes count as received.
+  using TTake = std::function<std::size_t(std::string_view chunk)>;
+
+  /// Starts the time-out for the time of a scope, and stops it however the scope is left.
+  class TTimerScope {
+   public:
+    explicit TTimerScope(TPowersock& socket) : socket_(socket) { socket.TimerOn(); }
+    ~TTimerScope();
+    TTimerScope(const TTimerScope&) = delete;
+    TTimerScope& operator=(const TTimerScope&) = delete;
+
+   private:
+    TPowersock& socket_;
+  };
+
+  /// A file that received bytes go to: created, or emptied, by the constructor. Each operation throws
+  /// std::system_error with the file's name.
+  class TFileSink {
+   public:
+    explicit TFileSink(std::string file_name);
+    std::size_t Write(std::string_view chunk);  ///< all of it; returns its size
+    void Close();                               ///< throws when the system lost something of it
+
+   private:
+    std::string name_;
+    TDescriptor file_;
+  };
+
+  /// Stores the text in Status and hands it to OnStatus, if `level` is not above ReportLevel.
+  void ReportStatus(int level, std::string_view text);
+  /// Throws ESockError "Busy with another operation" when called from inside one of this component's waits.
+  void RefuseInsideWait() const;
+  /// One turn of a wait for input on this socket and, if given, on another component's: at most 2 ms, then
+  /// the event hook, the time-outs and the notifications (data, close) of both.
+  void WaitForInput(TPowersock* other = nullptr);
+  /// Delivers what happened to the socket since: OnDataArrived; a close by the peer with nothing left to read
+  /// closes the socket here too.
+  void ProcessNotifications();
+  /// Receives until the peer closes (false), `room` says 0 (true), or the operation is cancelled (EAbortError
+  /// with `abort_text`). Adds to ReceivedByteCount what `take` returns; after each chunk calls OnPacketRecvd
+  /// and restarts the time-out.
+  bool Receive(const TRoom& room, const TTake& take, const char* abort_text);
+  /// Appends and returns the chunk's size. Throws ESockError "Reply too large" beyond kMaxKept.
+  static std::size_t KeepInMemory(std::string& text, std::string_view chunk);
+  /// Sends all bytes, NUL or not, however many.
+  void SendAll(std::string_view data);
+  /// Clears the cancel flag and throws EAbortError.
+  [[noreturn]] void ThrowAborted(const char* text);
+  /// The event hook, for components that belong to this one.
+  const TEventHook& EventHook() const { return event_hook_; }
+
+  static constexpr std::int64_t kNoLimit = INT64_MAX;
+
+  bool canceled_ = false;     ///< set by Cancel; cleared by Connect and by what throws EAbortError
+  bool timed_out_ = false;    ///< set by the time-out; cleared by TimerOn
+  bool notified_ = false;     ///< the awaited lookup, incoming connection or time-out came
+  bool success_ = true;       ///< false when the last notification carried an error
+  bool keep_closed_ = false;  ///< RequestCloseSocket makes no fresh socket
+
+ private:
+  static constexpr std::size_t kBufferSize = 65'536;
+
+  /// Marks that code outside the component runs inside one of its waits.
+  class TWaitScope;
+
+  void StartNetwork();
+  void OpenSocket();
+  void ReplaceSocket();
+  void CheckError(int error);
+  void HandleTimeOut();
+  void StartConnect();
+  void FinishConnect(int error);
+  void WaitTurn(int descriptor, short events, TPowersock* other = nullptr);
+  void LetEventsThrough();
+  void RunEventHook();
+  void Notify(const TNotifyEvent& event);
+  bool ReceiveFailed(int error);
+  sockaddr_in LocalAddress() const;
+
+  TEventHook event_hook_;
+  TThreadTimer timer_;
+  TDescriptor socket_;
+  sockaddr_in remote_{};
+  std::vector<char> buffer_;
+  std::string last_error_message_;
+  std::chrono::steady_clock::time_point last_hook_{};
+  int waiting_ = 0;
+  bool listening_ = false;
+  bool listens_on_lookup_channel_ = false;
+  bool arrival_reported_ = false;
+};
+
+}  // namespace skyreel

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace skyreel {
+
+/// Finds the first IPv4 address of a host name. Returns 0, or the EAI_... code of the failure. Runs on a
+/// thread of its own and may block as long as it likes.
+using TLookupFunction = std::function<int(const std::string& host, in_addr& address)>;
+
+/// The system's resolver (getaddrinfo, IPv4 only).
+int LookUpHost(const std::string& host, in_addr& address);
+
+/// One running lookup. Destroying it abandons the lookup: the thread then finishes by itself, holds up
+/// nothing (not even the end of the program) and touches only what it owns.
+class THostLookup {
+ public:
+  /// Starts looking up `host`. Throws std::system_error when the system has no thread or descriptor left.
+  explicit THostLookup(std::string host, TLookupFunction look_up = LookUpHost);
+
+  /// Becomes readable when the lookup is done.
+  int Descriptor() const;
+  bool IsDone() const;
+  /// Once done: 0, or the EAI_... code of the failure.
+  int Error() const;
+  /// Once done without an error: the address, in network byte order.
+  in_addr Address() const;
+
+ private:
+  struct TState;
+  std::shared_ptr<TState> state_;
+};
+
+}  // namespace skyreel

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+namespace skyreel {
+
+/// The socket error numbers that the operations look at. All numbers are those of the table in
+/// socket_errors.cpp, whatever the system calls them.
+inline constexpr int kErrorWouldBlock = 10035;
+inline constexpr int kErrorNotConnected = 10057;
+
+/// The socket error number of an errno value. An errno outside the table gives 20000 + errno, so that no
+/// failure is ever taken for a harmless one.
+int SocketErrorFromErrno(int error);
+/// The socket error number (11001 to 11004) of a failed lookup's EAI_... code.
+int SocketErrorFromLookup(int eai_error);
+
+/// The decimal number, ":" and the text ("10061:Connection refused"), "" for 0, or "Unknown Error No. "
+/// followed by the number.
+std::string SocketErrorMessage(int number);
+
+}  // namespace skyreel

@@ -1,0 +1,450 @@
+#include "support/scripted_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "base/text.h"
+
+namespace skyreel::test {
+
+namespace {
+
+sockaddr_in Loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+void Raise(const TDescriptor& event) {
+  const std::uint64_t one = 1;
+  if (::write(event.Get(), &one, sizeof one) != sizeof one) throw std::runtime_error("eventfd");
+}
+
+}  // namespace
+
+/// One connection as its script sees it. Every operation gives up, and returns false, when the server is
+/// being destroyed.
+class TConnection {
+ public:
+  TConnection(TServer& server, TDescriptor socket, std::size_t number)
+      : server_(server), socket_(std::move(socket)), number_(number) {
+    const int on = 1;
+    ::setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  }
+
+  void Run(const TScript& script) {
+    for (const TScript::TStep& step : script.steps_) {
+      if (!step(*this)) return;
+    }
+  }
+
+  /// Waits until one of `events` is there; false when the server stops or `limit` passes.
+  bool Wait(short events, int limit = -1, bool until_released = false) {
+    std::array<pollfd, 3> wanted{{{socket_.Get(), events, 0},
+                                  {server_.stop_.Get(), POLLIN, 0},
+                                  {until_released ? server_.release_.Get() : -1, POLLIN, 0}}};
+    return ::poll(wanted.data(), wanted.size(), limit) > 0 && wanted[1].revents == 0 &&
+           wanted[0].revents != 0;
+  }
+
+  /// Receives some bytes into the buffer; false at the end of the stream.
+  bool Fill() {
+    std::array<char, 65536> chunk{};
+    if (!Wait(POLLIN)) return false;
+    const ssize_t got = ::recv(socket_.Get(), chunk.data(), chunk.size(), 0);
+    if (got <= 0) return false;
+    buffer_.append(chunk.data(), static_cast<std::size_t>(got));
+    const std::lock_guard lock(server_.mutex_);
+    server_.received_[number_].append(chunk.data(), static_cast<std::size_t>(got));
+    return true;
+  }
+
+  bool ReadLine(std::string& line) {
+    std::size_t end = 0;
+    while ((end = buffer_.find('\n')) == std::string::npos) {
+      if (!Fill()) return false;
+    }
+    line = buffer_.substr(0, end);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    buffer_.erase(0, end + 1);
+    if (StartsWithText(line, "PORT ")) port_command_ = line;
+    const std::lock_guard lock(server_.mutex_);
+    server_.lines_.push_back(line);
+    return true;
+  }
+
+  bool ReadRequest(std::string& first, std::string& request) {
+    std::size_t body = 0;
+    std::string line;
+    if (!ReadLine(first)) return false;
+    request = first + "\r\n";
+    do {
+      if (!ReadLine(line)) return false;
+      request += line + "\r\n";
+      if (StartsWithText(line, "Content-Length:")) body = std::strtoul(line.c_str() + 15, nullptr, 10);
+    } while (!line.empty());
+    // LINK and UNLINK announce data that does not come.
+    if (first.find("LINK ") < 3) body = 0;
+    while (buffer_.size() < body) {
+      if (!Fill()) return false;
+    }
+    request += buffer_.substr(0, body);
+    buffer_.erase(0, body);
+    return true;
+  }
+
+  bool Send(std::string_view bytes) {
+    while (!bytes.empty()) {
+      if (!Wait(POLLOUT)) return false;
+      const ssize_t sent = ::send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (sent < 0) return false;
+      bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+  }
+
+  bool Pause(std::chrono::milliseconds span) {
+    pollfd stop{server_.stop_.Get(), POLLIN, 0};
+    return ::poll(&stop, 1, static_cast<int>(span.count())) == 0;
+  }
+
+  /// True when released.
+  bool Stall() { return !Wait(POLLRDHUP, -1, true) && Pause(std::chrono::milliseconds(0)); }
+
+  bool ReadAll() {
+    while (Fill()) {
+    }
+    return true;
+  }
+
+  void Reset() {
+    const linger reset{1, 0};
+    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    socket_.Close();
+  }
+
+  void HalfClose() { ::shutdown(socket_.Get(), SHUT_WR); }
+
+  void Error(const std::string& text) {
+    const std::lock_guard lock(server_.mutex_);
+    server_.errors_.push_back(text);
+  }
+
+  bool ConnectBack(const TScript& script) {
+    unsigned a = 0, b = 0, c = 0, d = 0, high = 0, low = 0;
+    if (std::sscanf(port_command_.c_str(), "PORT %u,%u,%u,%u,%u,%u", &a, &b, &c, &d, &high, &low) != 6) {
+      Error("no PORT command to connect back to");
+      return false;
+    }
+    TDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = Loopback(static_cast<std::uint16_t>(high << 8 | low));
+    if (::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      Error("connecting back failed");
+      return false;
+    }
+    TConnection(server_, std::move(socket), number_).Run(script);
+    return true;
+  }
+
+  /// Closes in order: what the client still sends is read, or the close would become a reset that discards
+  /// what the client has not read yet.
+  void Finish() {
+    if (!socket_.IsOpen()) return;
+    HalfClose();
+    ReadAll();
+  }
+
+ private:
+  TServer& server_;
+  TDescriptor socket_;
+  std::size_t number_;
+  std::string buffer_;
+  std::string port_command_;
+};
+
+// --- TScript ---------------------------------------------------------------------------------------------
+
+TScript& TScript::Expect(std::string line) {
+  steps_.push_back([line = std::move(line)](TConnection& c) {
+    std::string got;
+    if (!c.ReadLine(got)) {
+      c.Error("expected \"" + line + "\", got the end");
+      return false;
+    }
+    if (got == line) return true;
+    c.Error("expected \"" + line + "\", got \"" + got + "\"");
+    return false;
+  });
+  return *this;
+}
+
+TScript& TScript::ReadLine() {
+  steps_.push_back([](TConnection& c) {
+    std::string line;
+    return c.ReadLine(line);
+  });
+  return *this;
+}
+
+TScript& TScript::ReadRequest() {
+  steps_.push_back([](TConnection& c) {
+    std::string first, request;
+    return c.ReadRequest(first, request);
+  });
+  return *this;
+}
+
+TScript& TScript::Reply(std::string bytes) {
+  steps_.push_back([bytes = std::move(bytes)](TConnection& c) { return c.Send(bytes); });
+  return *this;
+}
+
+TScript& TScript::Exchange(std::string line, std::string reply) {
+  return Expect(std::move(line)).Reply(std::move(reply) + "\r\n");
+}
+
+TScript& TScript::Drip(std::string bytes, std::chrono::milliseconds interval, std::size_t piece) {
+  steps_.push_back([bytes = std::move(bytes), interval, piece](TConnection& c) {
+    for (std::size_t at = 0; at < bytes.size(); at += piece) {
+      if (!c.Pause(interval) || !c.Send(std::string_view(bytes).substr(at, piece))) return false;
+    }
+    return true;
+  });
+  return *this;
+}
+
+TScript& TScript::Stall() {
+  steps_.push_back([](TConnection& c) { return c.Stall(); });
+  return *this;
+}
+
+TScript& TScript::WaitForClose() {
+  return ReadAll();
+}
+
+TScript& TScript::ReadAll() {
+  steps_.push_back([](TConnection& c) { return c.ReadAll(); });
+  return *this;
+}
+
+TScript& TScript::Call(std::function<void()> action) {
+  steps_.push_back([action = std::move(action)](TConnection&) {
+    action();
+    return true;
+  });
+  return *this;
+}
+
+TScript& TScript::ConnectBack(TScript script) {
+  steps_.push_back([script = std::move(script)](TConnection& c) { return c.ConnectBack(script); });
+  return *this;
+}
+
+TScript& TScript::Reset() {
+  steps_.push_back([](TConnection& c) {
+    c.Reset();
+    return false;
+  });
+  return *this;
+}
+
+TScript& TScript::HalfClose() {
+  steps_.push_back([](TConnection& c) {
+    c.HalfClose();
+    return true;
+  });
+  return *this;
+}
+
+TScript& TScript::Close() {
+  steps_.push_back([](TConnection&) { return false; });
+  return *this;
+}
+
+// --- TServer ---------------------------------------------------------------------------------------------
+
+TServer::TServer()
+    : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+      stop_(::eventfd(0, EFD_CLOEXEC)),
+      release_(::eventfd(0, EFD_CLOEXEC)) {
+  sockaddr_in address = Loopback(0);
+  socklen_t size = sizeof address;
+  if (::bind(listener_.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+      ::listen(listener_.Get(), 64) != 0 ||
+      ::getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+    throw std::runtime_error("no test server");
+  }
+  port_ = ntohs(address.sin_port);
+}
+
+TServer::~TServer() = default;
+
+void TServer::Start() {
+  thread_ = std::thread([this] { Listen(); });
+}
+
+void TServer::Stop() {
+  Raise(stop_);
+  if (thread_.joinable()) thread_.join();
+  WaitForConnections();
+}
+
+void TServer::StopListening() {
+  ::shutdown(listener_.Get(), SHUT_RDWR);
+  if (thread_.joinable()) thread_.join();
+  listener_.Close();
+}
+
+void TServer::WaitForConnections() {
+  std::vector<std::thread> running;
+  {
+    const std::lock_guard lock(mutex_);
+    running.swap(connections_);
+  }
+  for (std::thread& connection : running) connection.join();
+}
+
+void TServer::Listen() {
+  while (true) {
+    std::array<pollfd, 2> wanted{{{listener_.Get(), POLLIN, 0}, {stop_.Get(), POLLIN, 0}}};
+    if (::poll(wanted.data(), wanted.size(), -1) < 0) continue;
+    if (wanted[1].revents != 0) return;
+    TDescriptor socket(::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!socket.IsOpen()) return;
+    const std::lock_guard lock(mutex_);
+    const std::size_t number = received_.size();
+    received_.emplace_back();
+    connections_.emplace_back([this, number, connected = std::move(socket)]() mutable {
+      TConnection connection(*this, std::move(connected), number);
+      Serve(connection, static_cast<int>(number));
+      connection.Finish();
+    });
+  }
+}
+
+void TServer::Release() {
+  Raise(release_);
+}
+
+std::string TServer::Address() const {
+  return "127.0.0.1:" + std::to_string(port_);
+}
+std::string TServer::Url(const std::string& path) const {
+  return "http://" + Address() + path;
+}
+
+int TServer::ConnectionCount() const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<int>(received_.size());
+}
+
+std::vector<std::string> TServer::Lines() const {
+  const std::lock_guard lock(mutex_);
+  return lines_;
+}
+
+std::vector<std::string> TServer::Received() const {
+  const std::lock_guard lock(mutex_);
+  return received_;
+}
+
+std::vector<std::string> TServer::Errors() const {
+  const std::lock_guard lock(mutex_);
+  return errors_;
+}
+
+// --- TScriptedServer -------------------------------------------------------------------------------------
+
+TScriptedServer::TScriptedServer(std::vector<TScript> scripts) : scripts_(std::move(scripts)) {
+  Start();
+}
+
+void TScriptedServer::Serve(TConnection& connection, int number) {
+  if (static_cast<std::size_t>(number) < scripts_.size()) {
+    connection.Run(scripts_[static_cast<std::size_t>(number)]);
+  } else {
+    connection.Error("unexpected connection number " + std::to_string(number));
+  }
+}
+
+// --- THttpServer -----------------------------------------------------------------------------------------
+
+std::string HttpReply(const std::string& body, const std::vector<std::string>& headers,
+                      const std::string& status) {
+  std::string reply = "HTTP/1.0 " + status + "\r\n";
+  for (const std::string& line : headers) reply += line + "\r\n";
+  return reply + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+THttpServer::THttpServer() {
+  Start();
+}
+
+void THttpServer::Answer(const std::string& path, const std::string& body, const TLines& headers,
+                         const std::string& status) {
+  const std::string reply = HttpReply(body, headers, status);
+  const std::lock_guard lock(answers_mutex_);
+  answers_[path] = {reply.substr(0, reply.size() - body.size()), body, nullptr};
+}
+
+void THttpServer::AnswerScript(const std::string& path, TScript script) {
+  const std::lock_guard lock(answers_mutex_);
+  answers_[path] = {"", "", std::make_shared<TScript>(std::move(script))};
+}
+
+void THttpServer::SetHandler(std::function<std::string(const std::string&, const std::string&)> handler) {
+  const std::lock_guard lock(answers_mutex_);
+  handler_ = std::move(handler);
+}
+
+std::vector<std::string> THttpServer::RequestLines() const {
+  const std::lock_guard lock(answers_mutex_);
+  return request_lines_;
+}
+
+std::vector<std::string> THttpServer::Paths() const {
+  std::vector<std::string> paths;
+  for (const std::string& line : RequestLines()) {
+    const std::size_t begin = line.find(' ') + 1;
+    paths.push_back(line.substr(begin, line.find(' ', begin) - begin));
+  }
+  return paths;
+}
+
+void THttpServer::Serve(TConnection& connection, int) {
+  std::string first, request;
+  if (!connection.ReadRequest(first, request)) return;
+  const std::size_t begin = first.find(' ') + 1;
+  const std::string path = first.substr(begin, first.find(' ', begin) - begin);
+  std::function<std::string(const std::string&, const std::string&)> handler;
+  const std::string missing = HttpReply("not found", {"Content-Type: text/html"}, "404 Not Found");
+  TAnswer answer{missing.substr(0, missing.size() - 9), "not found", nullptr};
+  {
+    const std::lock_guard lock(answers_mutex_);
+    request_lines_.push_back(first);
+    handler = handler_;
+    if (const auto found = answers_.find(path); found != answers_.end()) answer = found->second;
+  }
+  if (const std::string bytes = handler ? handler(path, request) : ""; !bytes.empty()) {
+    connection.Send(bytes);
+  } else if (answer.Script) {
+    connection.Run(*answer.Script);
+  } else {
+    connection.Send(answer.Header);
+    if (!first.starts_with("HEAD ")) connection.Send(answer.Body);
+  }
+}
+
+}  // namespace skyreel::test

@@ -1,0 +1,167 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "base/descriptor.h"
+
+namespace skyreel::test {
+
+class TConnection;
+
+/// What a server does on one connection, step by step. A script that comes to its end closes the connection
+/// in order. Texts are sent as they stand: line ends are written out.
+class TScript {
+ public:
+  /// Reads one line; it must be this one (without its CR LF), or the server notes an error and closes.
+  TScript& Expect(std::string line);
+  /// Reads one line, whatever it is.
+  TScript& ReadLine();
+  /// Reads a whole HTTP request: the header and as many bytes as its Content-Length announces.
+  TScript& ReadRequest();
+  TScript& Reply(std::string bytes);
+  /// Expect and Reply of `reply` with CR LF added: one exchange of a command protocol.
+  TScript& Exchange(std::string line, std::string reply);
+  /// Sends `bytes` in pieces of `piece` bytes, each after a pause.
+  TScript& Drip(std::string bytes, std::chrono::milliseconds interval, std::size_t piece = 1);
+  /// Does nothing until Release, until the client closes, or until the server is destroyed.
+  TScript& Stall();
+  /// Reads and throws away until the client closes.
+  TScript& WaitForClose();
+  /// Reads all until the client closes, and keeps it as Received().
+  TScript& ReadAll();
+  /// Runs in the connection's thread.
+  TScript& Call(std::function<void()> action);
+  /// Connects to the address of the last "PORT h,h,h,h,p,p" line read and runs `script` there, to its end.
+  TScript& ConnectBack(TScript script);
+  /// Ends with a reset in place of an orderly close.
+  TScript& Reset();
+  /// Sends no more, but goes on reading.
+  TScript& HalfClose();
+  TScript& Close();
+
+ private:
+  friend class TConnection;
+  using TStep = std::function<bool(TConnection&)>;  // false ends the script
+  std::vector<TStep> steps_;
+};
+
+/// A TCP server on 127.0.0.1 at a port that the system chooses, in threads of its own. Destroying it ends
+/// whatever its connections are doing.
+class TServer {
+ public:
+  virtual ~TServer();
+  TServer(const TServer&) = delete;
+  TServer& operator=(const TServer&) = delete;
+
+  std::uint16_t Port() const { return port_; }
+  /// "127.0.0.1:port"
+  std::string Address() const;
+  /// "http://127.0.0.1:port" and the path.
+  std::string Url(const std::string& path = "/") const;
+  /// Lets every Stall, running or to come, end.
+  void Release();
+  int ConnectionCount() const;
+  /// All lines read by Expect, ReadLine and ReadRequest, without their ends, of all connections in order.
+  std::vector<std::string> Lines() const;
+  /// All bytes read, one entry per connection in the order of their coming.
+  std::vector<std::string> Received() const;
+  /// What went otherwise than scripted; a test expects it to be empty.
+  std::vector<std::string> Errors() const;
+  /// Refuses connections from now on.
+  void StopListening();
+  /// Waits until every connection so far has come to its end.
+  void WaitForConnections();
+
+ protected:
+  TServer();
+  /// What to do on the connection of that number (from 0).
+  virtual void Serve(TConnection& connection, int number) = 0;
+  /// To be called at the end of the descendant's constructor, and Stop in its destructor.
+  void Start();
+  void Stop();
+
+ private:
+  friend class TConnection;
+  void Listen();
+
+  TDescriptor listener_;
+  TDescriptor stop_;
+  TDescriptor release_;
+  std::uint16_t port_ = 0;
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+  std::vector<std::string> received_;
+  std::vector<std::string> errors_;
+  std::vector<std::thread> connections_;
+  std::thread thread_;
+};
+
+/// Runs one script per connection, in the order in which they come; a connection beyond the last script is
+/// closed and noted as an error.
+class TScriptedServer : public TServer {
+ public:
+  explicit TScriptedServer(std::vector<TScript> scripts);
+  explicit TScriptedServer(TScript script) : TScriptedServer(std::vector<TScript>{std::move(script)}) {}
+  ~TScriptedServer() override { Stop(); }
+
+ protected:
+  void Serve(TConnection& connection, int number) override;
+
+ private:
+  std::vector<TScript> scripts_;
+};
+
+/// An HTTP server with fixed answers: for each path (the request line's second word) a reply, or a script
+/// that runs once the request has been read. Any other path gets a 404. HEAD gets the header alone. Closes
+/// after each reply.
+class THttpServer : public TServer {
+ public:
+  /// A reply's header lines, without line ends.
+  using TLines = std::vector<std::string>;
+
+  THttpServer();
+  ~THttpServer() override { Stop(); }
+
+  /// Content-Length is added. The last answer set for a path holds.
+  void Answer(const std::string& path, const std::string& body, const TLines& headers = {},
+              const std::string& status = "200 OK");
+  void AnswerScript(const std::string& path, TScript script);
+  /// Asked first for each request (path, whole request); an empty result falls back to the fixed answers,
+  /// anything else is sent as it is.
+  void SetHandler(std::function<std::string(const std::string& path, const std::string& request)> handler);
+
+  /// The request lines so far ("GET /a.gif HTTP/1.0"), in order.
+  std::vector<std::string> RequestLines() const;
+  /// Their second words.
+  std::vector<std::string> Paths() const;
+
+ protected:
+  void Serve(TConnection& connection, int number) override;
+
+ private:
+  struct TAnswer {
+    std::string Header;
+    std::string Body;
+    std::shared_ptr<TScript> Script;
+  };
+  mutable std::mutex answers_mutex_;
+  std::map<std::string, TAnswer> answers_;
+  std::vector<std::string> request_lines_;
+  std::function<std::string(const std::string&, const std::string&)> handler_;
+};
+
+/// The whole of an HTTP/1.0 reply: status line, header lines, Content-Length, body.
+std::string HttpReply(const std::string& body, const std::vector<std::string>& headers = {},
+                      const std::string& status = "200 OK");
+
+}  // namespace skyreel::test
