@@ -1,6 +1,8 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace skyreel {
 
@@ -15,5 +17,12 @@ class ERangeError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// Why something failed, short enough for a status line: of a system error the system's words alone ("No
+/// space left on device"), since the line names the file already.
+inline std::string ReasonOf(const std::exception& error) {
+  const auto* const system = dynamic_cast<const std::system_error*>(&error);
+  return system ? system->code().message() : error.what();
+}
 
 }  // namespace skyreel

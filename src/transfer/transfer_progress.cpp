@@ -29,10 +29,17 @@ void ShowTransferProgress(TStatusDisplay& display, std::int64_t received, std::i
   }
 }
 
-void ClearTransferProgress(TStatusDisplay& display) {
-  display.SetProgress(0);
-  display.SetBytesLabel("");
-  display.SetTitle(kApplicationTitle);
+TProgressScope::TProgressScope(TStatusDisplay& display, const std::string& detail) : display_(display) {
+  display_.SetProgress(0);
+  display_.SetBytesLabel("0 bytes");
+  display_.SetPanel(1, detail);
+}
+
+TProgressScope::~TProgressScope() {
+  display_.SetPanel(1, "");
+  display_.SetProgress(0);
+  display_.SetBytesLabel("");
+  display_.SetTitle(kApplicationTitle);
 }
 
 }  // namespace skyreel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "transfer/transfer_context.h"
 
@@ -11,7 +12,17 @@ namespace skyreel {
 /// progress bar then stays as it is.
 void ShowTransferProgress(TStatusDisplay& display, std::int64_t received, std::int64_t total);
 
-/// Puts bar, bytes label and title back to how they stand while nothing is transferred.
-void ClearTransferProgress(TStatusDisplay& display);
+/// Shows that a file is being fetched, for the time of a scope: bar at 0, "0 bytes" and `detail` in the
+/// second panel. At its end bar, bytes label, title and panel stand again as while nothing is transferred.
+class TProgressScope {
+ public:
+  TProgressScope(TStatusDisplay& display, const std::string& detail);
+  ~TProgressScope();
+  TProgressScope(const TProgressScope&) = delete;
+  TProgressScope& operator=(const TProgressScope&) = delete;
+
+ private:
+  TStatusDisplay& display_;
+};
 
 }  // namespace skyreel

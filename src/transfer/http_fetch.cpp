@@ -1,0 +1,237 @@
+#include "transfer/http_fetch.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <random>
+#include <system_error>
+
+#include "base/descriptor.h"
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "net/nm_http.h"
+#include "transfer/delivery_scope.h"
+#include "transfer/transfer_progress.h"
+#include "transfer/watchdog_scope.h"
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// A server that never ends must fill neither disk nor memory.
+constexpr std::int64_t kLargestDownload = std::int64_t{1} << 30;
+
+std::optional<std::uint16_t> ProxyPortOf(const TSharedSettings& shared) {
+  try {
+    const std::int32_t port = ToInteger(shared.ProxyPort);
+    if (port >= 0 && port <= 0xFFFF) return static_cast<std::uint16_t>(port);
+  } catch (const EConvertError&) {
+    // Said by ReportUnusableProxy.
+  }
+  return std::nullopt;
+}
+
+/// The file that a body arrives in, for the time of a scope. Its name is the same for every fetch of this
+/// running program and another one for each copy.
+class TTemporaryFile {
+ public:
+  TTemporaryFile() : path_(fs::temp_directory_path() / Name()) {
+    Remove();
+    // Others may write in that folder: only a file that is new and our own will do, never a link that they
+    // put there, and nobody else may read it.
+    TDescriptor file(
+        ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file.IsOpen()) throw std::system_error(errno, std::generic_category(), path_.string());
+  }
+  ~TTemporaryFile() { Remove(); }
+  TTemporaryFile(const TTemporaryFile&) = delete;
+  TTemporaryFile& operator=(const TTemporaryFile&) = delete;
+
+  const fs::path& Path() const { return path_; }
+
+ private:
+  static std::string Name() {
+    // Random, so that nobody can have put a file of that name in the way.
+    static const std::uint32_t identity = std::random_device{}();
+    char name[32];
+    std::snprintf(name, sizeof name, "~Skyreel~%08X.~tmp", identity);
+    return name;
+  }
+  void Remove() const {
+    std::error_code ignored;
+    fs::remove(path_, ignored);
+  }
+
+  fs::path path_;
+};
+
+/// Gives a client's transfer up once it has brought more than kLargestDownload, for the time of a scope.
+class TSizeLimitScope {
+ public:
+  explicit TSizeLimitScope(TNMHTTP& client) : client_(client), handler_(client.OnPacketRecvd) {
+    client_.OnPacketRecvd = [&inner = handler_](TPowersock& sender) {
+      Fire(inner, sender);
+      if (sender.ReceivedByteCount > kLargestDownload) sender.Abort();
+    };
+  }
+  ~TSizeLimitScope() { client_.OnPacketRecvd = std::move(handler_); }
+  TSizeLimitScope(const TSizeLimitScope&) = delete;
+  TSizeLimitScope& operator=(const TSizeLimitScope&) = delete;
+
+ private:
+  TNMHTTP& client_;
+  TPowersock::TNotifyEvent handler_;
+};
+
+class TBusyCursorScope {
+ public:
+  explicit TBusyCursorScope(TStatusDisplay& display) : display_(display) { display_.SetBusyCursor(true); }
+  ~TBusyCursorScope() { display_.SetBusyCursor(false); }
+  TBusyCursorScope(const TBusyCursorScope&) = delete;
+  TBusyCursorScope& operator=(const TBusyCursorScope&) = delete;
+
+ private:
+  TStatusDisplay& display_;
+};
+
+/// What a transfer ended with, beside the bytes.
+struct TTransferEnd {
+  bool Cut = false;          ///< fewer bytes came than the server had announced
+  std::string LocalFailure;  ///< why this computer could not keep what came
+  std::string Refusal;       ///< why nothing was asked for
+};
+
+TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::string& stream,
+                      const std::string& user_name, const std::string& password) {
+  const TBusyCursorScope busy(context.Display);
+  const TProgressScope progress(context.Display, url);
+  TNMHTTP& client = context.NMHTTP;
+  stream.clear();
+  if (!user_name.empty()) client.HeaderInfo.UserId = user_name;
+  if (!password.empty()) client.HeaderInfo.Password = password;
+  ApplySharedHttpSettings(client, context.Shared);
+
+  TTransferEnd end;
+  try {
+    const TTemporaryFile file;
+    const TDeliveryScope delivery(client, file.Path().string());
+    {
+      const TWatchdogScope watchdog(context.Run);
+      const TSizeLimitScope limit(client);
+      client.Get(url);
+    }
+    stream = ReadWholeFile(file.Path(), kLargestDownload);
+    end.Cut = static_cast<std::int64_t>(stream.size()) < client.TransferSize;
+  } catch (const ESockError&) {
+    // Nothing was received: that says it all.
+  } catch (const std::system_error& error) {
+    end.LocalFailure = ReasonOf(error);
+  } catch (const std::exception& error) {
+    end.Refusal = ReasonOf(error);
+  }
+  return end;
+}
+
+/// A page, most likely one that tells of an error, where a picture was asked for.
+bool IsHtmlPage(std::string_view data) {
+  const std::string_view start = Trim(data);
+  return StartsWithText(start, "<!DOCTYPE") || StartsWithText(start, "<html");
+}
+
+/// Deletes a file, and nothing but a file.
+void DeleteFile(const fs::path& path) {
+  std::error_code ignored;
+  if (FileSizeOf(path) >= 0) fs::remove(path, ignored);
+}
+
+struct TVerdict {
+  THttpFileOutcome Outcome;
+  std::string Text;  ///< what the status line says behind the name
+};
+
+TVerdict Save(const THttpFileRequest& request, std::string_view data) {
+  try {
+    WriteFileWhole(request.LocalPath, data);
+  } catch (const std::exception& error) {
+    return {THttpFileOutcome::kNotSaved, " - not saved: " + ReasonOf(error)};
+  }
+  fs::path image = request.LocalPath;
+  try {
+    if (request.AfterSaving) image = request.AfterSaving(image);
+  } catch (const std::exception& error) {
+    return {THttpFileOutcome::kNotSaved, " - saved as it came, not re-encoded: " + ReasonOf(error)};
+  }
+  SetFileDateTime(image, request.FileTime);
+  return {THttpFileOutcome::kSaved, " - OK"};
+}
+
+TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end, std::string_view data) {
+  if (!end.LocalFailure.empty()) {
+    return {THttpFileOutcome::kNotSaved, " - not saved: " + end.LocalFailure};
+  }
+  if (!end.Refusal.empty()) return {THttpFileOutcome::kTimedOut, " - not fetched: " + end.Refusal};
+  if (data.empty()) return {THttpFileOutcome::kTimedOut, " - timed out"};
+  if (static_cast<std::int64_t>(data.size()) < request.CompleteSize || end.Cut || IsHtmlPage(data)) {
+    DeleteFile(request.LocalPath);
+    return {THttpFileOutcome::kIncomplete, " - missing or incomplete"};
+  }
+  return Save(request, data);
+}
+
+}  // namespace
+
+void ApplySharedHttpSettings(TNMHTTP& client, const TSharedSettings& shared) {
+  client.TimeOut = shared.TimeoutSeconds * 1000;
+  if (!shared.UseProxy) return;
+  if (const std::optional<std::uint16_t> port = ProxyPortOf(shared)) {
+    client.ProxyPort = *port;
+    client.Proxy = shared.ProxyServer;
+  }
+}
+
+void ReportUnusableProxy(TTransferContext& context) {
+  if (!context.Shared.UseProxy || ProxyPortOf(context.Shared)) return;
+  context.Shared.UseProxy = false;
+  context.Display.AddStatusLine("Proxy not set: port \"" + context.Shared.ProxyPort + "\" is no port number");
+}
+
+std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, std::string& stream,
+                             const std::string& user_name, const std::string& password) {
+  Transfer(context, url, stream, user_name, password);
+  return static_cast<std::int64_t>(stream.size());
+}
+
+THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest& request) {
+  if (FileSizeOf(request.LocalPath) >= request.PresentSize) return THttpFileOutcome::kPresent;
+  ReportUnusableProxy(context);
+  context.Display.AddStatusLine("Get: " + request.GetName);
+  std::string stream;
+  const TTransferEnd end = Transfer(context, request.Url, stream, "", "");
+  const TVerdict verdict = Judge(request, end, stream);
+  context.Display.ReplaceLastStatusLine(request.ResultName + verdict.Text);
+  return verdict.Outcome;
+}
+
+THttpFileOutcome GetHttpFile(TTransferContext& context, const std::string& base_url,
+                             const std::string& remote_name, const fs::path& local_path, int correction,
+                             bool reencode, TDateTime file_time) {
+  THttpFileRequest request;
+  request.Url = base_url + remote_name;
+  request.GetName = remote_name;
+  request.ResultName = remote_name;
+  request.LocalPath = local_path;
+  request.PresentSize = 1000;
+  request.CompleteSize = 10000;
+  request.FileTime = file_time;
+  (void)correction;
+  (void)reencode;
+  return FetchHttpFile(context, request);
+}
+
+}  // namespace skyreel
