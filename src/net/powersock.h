@@ -209,6 +209,8 @@ class TPowersock {
     TDescriptor file_;
   };
 
+  /// What the time-out does: sets the flags and calls Abort.
+  virtual void HandleTimeOut();
   /// Stores the text in Status and hands it to OnStatus, if `level` is not above ReportLevel.
   void ReportStatus(int level, std::string_view text);
   /// Throws ESockError "Busy with another operation" when called from inside one of this component's waits.
@@ -250,7 +252,6 @@ class TPowersock {
   void OpenSocket();
   void ReplaceSocket();
   void CheckError(int error);
-  void HandleTimeOut();
   void StartConnect();
   void FinishConnect(int error);
   void WaitTurn(int descriptor, short events, TPowersock* other = nullptr);
