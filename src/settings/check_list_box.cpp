@@ -3,13 +3,27 @@
 #include <QAction>
 #include <QSet>
 #include <QSignalBlocker>
+#include <QStyledItemDelegate>
 
 #include "base/comma_text.h"
 
 namespace skyreel {
 
+namespace {
+
+/// Leaves room between the columns, and a little between the rows to aim at.
+class TRoomyDelegate : public QStyledItemDelegate {
+ public:
+  using QStyledItemDelegate::QStyledItemDelegate;
+  QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+    return QStyledItemDelegate::sizeHint(option, index) + QSize(option.fontMetrics.height(), 2);
+  }
+};
+
+}  // namespace
+
 TCheckListBox::TCheckListBox(QWidget* parent) : QListWidget(parent) {
-  setUniformItemSizes(true);
+  setItemDelegate(new TRoomyDelegate(this));
   setResizeMode(QListView::Adjust);
   setContextMenuPolicy(Qt::ActionsContextMenu);
   for (const auto& [text, state] :

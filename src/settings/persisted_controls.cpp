@@ -1,5 +1,7 @@
 #include "settings/persisted_controls.h"
 
+#include <QWheelEvent>
+
 namespace skyreel {
 
 void RestorePersistedControls(QWidget& root, TRegistryStore& store) {
@@ -12,7 +14,13 @@ TpstEdit::TpstEdit(QWidget* parent) : TPersisted(parent) {
 }
 
 TpstComboBox::TpstComboBox(QWidget* parent) : TPersisted(parent) {
+  setFocusPolicy(Qt::StrongFocus);
   connect(this, &QComboBox::activated, this, [this] { Track(); });
+}
+
+void TpstComboBox::wheelEvent(QWheelEvent* event) {
+  // The wheel passing over a control changes no setting.
+  hasFocus() ? QComboBox::wheelEvent(event) : event->ignore();
 }
 
 TpstRadioGroup::TpstRadioGroup(QWidget* parent) : TPersisted(parent) {
@@ -65,7 +73,12 @@ TpstCheckBox::TpstCheckBox(QWidget* parent) : TPersisted(parent) {
 }
 
 TpstUpDown::TpstUpDown(QWidget* parent) : TPersisted(parent) {
+  setFocusPolicy(Qt::StrongFocus);
   connect(this, &QSpinBox::valueChanged, this, [this] { Track(); });
+}
+
+void TpstUpDown::wheelEvent(QWheelEvent* event) {
+  hasFocus() ? QSpinBox::wheelEvent(event) : event->ignore();
 }
 
 }  // namespace skyreel

@@ -85,6 +85,7 @@ class TpstComboBox : public TPersisted<QComboBox, TRegistryInteger> {
  protected:
   std::int32_t BoundValue() const override { return currentIndex(); }
   void Bind(const std::int32_t& value) override { setCurrentIndex(value < count() ? value : -1); }
+  void wheelEvent(QWheelEvent* event) override;
 };
 
 /// A group box whose radio buttons, in the order of their creation, are the items. Bound to the index of the
@@ -151,6 +152,7 @@ class TpstUpDown : public TPersisted<QSpinBox, TRegistryInteger> {
  protected:
   std::int32_t BoundValue() const override { return value(); }
   void Bind(const std::int32_t& value) override { setValue(value); }
+  void wheelEvent(QWheelEvent* event) override;
 };
 
 }  // namespace skyreel

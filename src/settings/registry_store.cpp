@@ -1,18 +1,16 @@
 #include "settings/registry_store.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <QSettings>
+#include <QLockFile>
 #include <QStandardPaths>
-#include <QStringDecoder>
+#include <chrono>
 #include <system_error>
 
-#include "base/comma_text.h"
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
+#include "settings/ini_text.h"
 
 namespace skyreel {
 
@@ -21,30 +19,20 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t kLargestFile = 64 * 1024 * 1024;
+constexpr std::chrono::milliseconds kLongestLock{3000};
 
 QString ToQString(const fs::path& path) {
   return QString::fromStdString(path.string());
 }
 
-bool IsUtf8(const std::string& bytes) {
-  QStringDecoder decoder(QStringDecoder::Utf8);
-  const QString text = decoder(QByteArrayView(bytes));
-  return !decoder.hasError();
-}
-
-/// All values of the file. A list is what an unquoted comma makes of a value; it is read back as one text.
-QMap<QString, QVariant> AllValues(const QSettings& settings) {
-  QMap<QString, QVariant> values;
-  for (const QString& name : settings.allKeys()) {
-    QVariant value = settings.value(name);
-    if (value.typeId() == QMetaType::QStringList) {
-      std::vector<std::string> items;
-      for (const QString& item : value.toStringList()) items.push_back(item.toStdString());
-      value = QString::fromStdString(ToCommaText(items));
-    }
-    values.insert(name, value);
-  }
-  return values;
+/// The text of the file, empty when there is none. Throws when it cannot be read.
+std::string TextOf(const fs::path& file) {
+  const fs::file_type type = fs::status(file).type();
+  if (type == fs::file_type::not_found) return "";
+  // A pipe would be waited for.
+  if (type != fs::file_type::regular)
+    throw std::system_error(std::make_error_code(std::errc::invalid_argument), file.string());
+  return ReadWholeFile(file, kLargestFile);
 }
 
 fs::path MakersFolder() {
@@ -55,22 +43,11 @@ fs::path MakersFolder() {
 }  // namespace
 
 TRegistryStore::TRegistryStore(fs::path file) : file_(std::move(file)) {
-  std::error_code unreachable;
-  const fs::file_type type = fs::status(file_, unreachable).type();
-  if (type == fs::file_type::not_found) return;
-  // A folder, or a pipe, which would be waited for.
-  if (type != fs::file_type::regular)
-    throw ERegistryError("The settings file cannot be read: " + file_.string());
   try {
-    damaged_ = !IsUtf8(ReadWholeFile(file_, kLargestFile));
+    read_ = values_ = TIniText(TextOf(file_)).Values();
   } catch (const std::exception& error) {
-    throw ERegistryError("The settings file cannot be read: " + std::string(error.what()));
+    throw ERegistryError("The settings file " + file_.string() + " cannot be read: " + error.what());
   }
-  const QSettings settings(ToQString(file_), QSettings::IniFormat);
-  read_ = values_ = AllValues(settings);
-  if (settings.status() == QSettings::AccessError)
-    throw ERegistryError("The settings file cannot be read: " + file_.string());
-  damaged_ = damaged_ || settings.status() == QSettings::FormatError;
 }
 
 TRegistryStore::~TRegistryStore() {
@@ -86,8 +63,7 @@ void TRegistryStore::Fail(const QString& name, const QString& reason) {
 QString TRegistryStore::ReadString(const QString& name) {
   const auto value = values_.constFind(name);
   if (value == values_.constEnd()) Fail(name, "is missing.");
-  if (value->typeId() != QMetaType::QString) Fail(name, "is no text.");
-  return value->toString();
+  return *value;
 }
 
 std::int32_t TRegistryStore::ReadInteger(const QString& name) {
@@ -127,46 +103,36 @@ bool TRegistryStore::Flush() noexcept {
   if (failed_) return false;
   if (written_.isEmpty()) return true;
   try {
-    return Write();
+    Write();
+    return true;
   } catch (const std::exception&) {
     return false;
   }
 }
 
-bool TRegistryStore::Write() {
-  if (!PrepareFile()) return false;
-  QSettings settings(ToQString(file_), QSettings::IniFormat);
-  if (settings.status() == QSettings::AccessError) return false;
+void TRegistryStore::Write() {
+  ForceDirectories(file_.parent_path());
+  // What is replaced is the file itself, not a link to it.
+  const fs::path target = fs::weakly_canonical(file_);
+  // Against a copy of the program that ends at the same moment. Without the lock, as where its file cannot be
+  // made, the worst is that the last one wins everything.
+  QLockFile lock(ToQString(target) + ".lock");
+  lock.tryLock(static_cast<int>(kLongestLock.count()));
+
+  if (fs::exists(target) && ::access(target.c_str(), W_OK) != 0)
+    throw std::system_error(errno, std::generic_category(), target.string());
+  TIniText text(TextOf(target));
   for (const QString& name : written_) {
-    if (!values_.contains(name)) {
-      settings.remove(name);
-    } else if (!settings.contains(name) || read_.value(name) != values_.value(name)) {
-      settings.setValue(name, values_.value(name));
+    const auto value = values_.constFind(name);
+    if (value == values_.constEnd()) {
+      text.Remove(name);
+    } else if (!text.Values().contains(name) || !read_.contains(name) || read_.value(name) != *value) {
+      text.Set(name, *value);
     }
   }
-  // A format error of the old file stays in the status; only what keeps it from being written counts here.
-  settings.sync();
-  if (settings.status() == QSettings::AccessError) return false;
-  read_ = values_ = AllValues(settings);
+  WriteFileWhole(target, text.Text(), 0600);
+  read_ = values_ = text.Values();
   written_.clear();
-  return true;
-}
-
-/// Makes sure of what the ini library does not: the file is private before anything is written (its temporary
-/// file takes the permissions of the file that it replaces), and damaged lines are not lost.
-bool TRegistryStore::PrepareFile() {
-  ForceDirectories(file_.parent_path());
-  const int fd = ::open(file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  const bool is_private = ::fchmod(fd, 0600) == 0;
-  ::close(fd);
-  if (!is_private) return false;
-  if (damaged_) {
-    const fs::path copy = file_.string() + ".damaged";
-    WriteFileWhole(copy, ReadWholeFile(file_, kLargestFile), 0600);
-    damaged_ = false;
-  }
-  return true;
 }
 
 fs::path SettingsFile(const fs::path& executable) {

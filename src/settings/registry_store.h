@@ -3,7 +3,6 @@
 #include <QMap>
 #include <QSet>
 #include <QString>
-#include <QVariant>
 #include <cstdint>
 #include <filesystem>
 #include <stdexcept>
@@ -16,14 +15,12 @@ class ERegistryError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// One settings key: named values in an ini file, UTF-8, values without a section of their own under
-/// [General]. Names are case-sensitive. A list written by hand without quotes (D1,D2,D3) is the comma text of
-/// its items.
+/// One settings key: named values in an ini file (ini_text.h has the format). Names are case-sensitive.
 ///
 /// The file is read once, by the constructor; values are held in memory until Flush writes all of them at
-/// once. The file is replaced as a whole, so that it is at every moment the old one or the new one, and it is
-/// readable by its owner alone. A file with lines that are no settings, or with bytes that are no UTF-8, is
-/// kept as "<file>.damaged" before it is written anew without them.
+/// once. The file is replaced as a whole, so that it is at every moment the old one or the new one, also when
+/// the disk is full (where QSettings leaves a cut file), and it is readable by its owner alone. Lines that
+/// are no settings stay in it.
 ///
 /// Two copies of the program: Flush reads the file again and puts in only what this copy changed (or what is
 /// not in the file any more). So each copy keeps what only the other one changed, and for a value that both
@@ -44,8 +41,8 @@ class TRegistryStore {
   bool KeyExists() const { return !values_.isEmpty(); }
   bool HasValue(const QString& name) const { return values_.contains(name); }
 
-  /// The value, as what was asked for. Each throws ERegistryError when it is missing or is something else:
-  /// an integer is decimal and has 32 bits, a boolean is true, false, 1 or 0.
+  /// The value, as what was asked for. Each throws ERegistryError when it is missing or is something else: an
+  /// integer is decimal and has 32 bits, a boolean is true, false, 1 or 0.
   QString ReadString(const QString& name);
   std::int32_t ReadInteger(const QString& name);
   bool ReadBoolean(const QString& name);
@@ -61,14 +58,12 @@ class TRegistryStore {
 
  private:
   [[noreturn]] void Fail(const QString& name, const QString& reason);
-  bool Write();
-  bool PrepareFile();
+  void Write();
 
   std::filesystem::path file_;
-  QMap<QString, QVariant> read_;    ///< as the file had them
-  QMap<QString, QVariant> values_;  ///< as they are now
-  QSet<QString> written_;           ///< names written or deleted since the last flush
-  bool damaged_ = false;
+  QMap<QString, QString> read_;    ///< as the file had them
+  QMap<QString, QString> values_;  ///< as they are now
+  QSet<QString> written_;          ///< names written or deleted since the last flush
   bool failed_ = false;
 };
 

@@ -7,7 +7,9 @@
 #include <QSettings>
 #include <csignal>
 
+#include "base/comma_text.h"
 #include "base/files.h"
+#include "base/text.h"
 #include "settings/registry_variable.h"
 #include "support/temp_folder.h"
 
@@ -23,13 +25,8 @@ mode_t ModeOf(const fs::path& path) {
   return ::stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
 }
 
-/// What the program would read at its next start, in a process of its own as far as the library's cache of
-/// files goes: the file under another name.
-QString ReadBack(const test::TTempFolder& folder, const fs::path& file, const QString& name) {
-  const fs::path copy = folder.Write("copy.conf", ReadWholeFile(file));
-  const QString value = TRegistryStore(copy).ReadString(name);
-  fs::remove(copy);
-  return value;
+QString ReadBack(const fs::path& file, const QString& name) {
+  return TRegistryStore(file).ReadString(name);
 }
 
 std::vector<QString> HostileValues() {
@@ -93,9 +90,39 @@ TEST(RegistryStore, EveryTextSurvivesExactly) {
     for (std::size_t i = 0; i < values.size(); ++i)
       store.WriteString("name with blank " + QString::number(i), values[i]);
   }
-  TRegistryStore again(folder.Write("b.conf", ReadWholeFile(file)));
+  TRegistryStore again(file);
+  const QSettings library(QString::fromStdString(file.string()), QSettings::IniFormat);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const QString name = "name with blank " + QString::number(i);
+    EXPECT_EQ(again.ReadString(name), values[i]) << "value " << i;
+    EXPECT_EQ(library.value(name).toString(), values[i]) << "read by the library, value " << i;
+  }
+}
+
+TEST(RegistryStore, ReadsWhatTheIniLibraryWrites) {
+  const test::TTempFolder folder;
+  const std::vector<QString> values = HostileValues();
+  const fs::path file = folder / "a.conf";
+  const QString odd_name = QString::fromUtf8("Größe = 世界%;[x]");
+  {
+    QSettings library(QString::fromStdString(file.string()), QSettings::IniFormat);
+    for (std::size_t i = 0; i < values.size(); ++i)
+      library.setValue("name with blank " + QString::number(i), values[i]);
+    library.setValue("Timeout", 300);
+    library.setValue("UseProxy", true);
+    library.setValue("List", QStringList({"D1", "D2", "a,b"}));
+    library.setValue("Window/Width", 5);
+    library.setValue(odd_name, "odd");
+  }
+  TRegistryStore store(file);
   for (std::size_t i = 0; i < values.size(); ++i)
-    EXPECT_EQ(again.ReadString("name with blank " + QString::number(i)), values[i]) << "value " << i;
+    EXPECT_EQ(store.ReadString("name with blank " + QString::number(i)), values[i]) << "value " << i;
+  EXPECT_EQ(store.ReadInteger("Timeout"), 300);
+  EXPECT_TRUE(store.ReadBoolean("UseProxy"));
+  EXPECT_EQ(store.ReadInteger("Window/Width"), 5);
+  EXPECT_EQ(store.ReadString(odd_name), "odd");
+  EXPECT_EQ(FromCommaText(store.ReadString("List").toStdString()),
+            (std::vector<std::string>{"D1", "D2", "a,b"}));
 }
 
 TEST(RegistryStore, HandWrittenValuesAreReadAsMeant) {
@@ -106,6 +133,7 @@ TEST(RegistryStore, HandWrittenValuesAreReadAsMeant) {
                                     "WantedEuArSectors=D1,D2,D3\n"
                                     "MSFCslots=\"0000,0600\"\n"
                                     "Quoted=D1, \"0000 Met-7 IR\"\n"
+                                    "Password=pa, s;s #1  \n"
                                     "EuDA%20passive=TRUE\n"
                                     "Rss24HourDelayedData=1\n"
                                     "Timeout = 300 \n"
@@ -114,7 +142,8 @@ TEST(RegistryStore, HandWrittenValuesAreReadAsMeant) {
                                     "ProxyServer=caf\xC3\xA9\n"));
   EXPECT_EQ(store.ReadString("WantedEuArSectors"), "D1,D2,D3");
   EXPECT_EQ(store.ReadString("MSFCslots"), "0000,0600");
-  EXPECT_EQ(store.ReadString("Quoted"), "D1,\"0000 Met-7 IR\"");
+  EXPECT_EQ(store.ReadString("Quoted"), "D1, \"0000 Met-7 IR\"");
+  EXPECT_EQ(store.ReadString("Password"), "pa, s;s #1");
   EXPECT_TRUE(store.ReadBoolean("EuDA passive"));
   EXPECT_TRUE(store.ReadBoolean("Rss24HourDelayedData"));
   EXPECT_EQ(store.ReadInteger("Timeout"), 300);
@@ -211,16 +240,16 @@ TEST(RegistryStore, TheFileIsTheOwnersAloneWhateverItWasAndTheUmask) {
     EXPECT_EQ(ModeOf(path), 0600u) << path;
   }
   ::umask(umask);
-  EXPECT_EQ(ReadBack(folder, file, "Old"), "1");
+  EXPECT_EQ(ReadBack(file, "Old"), "1");
 }
 
-TEST(RegistryStore, ADamagedFileIsKeptBesideTheNewOne) {
-  const std::string kDamaged[] = {
-      "[General]\nTimeout=300\nthis is no setting\nBackDays=5\n",
-      "Timeout=300\nName=caf\xE9\n",
-      std::string("Timeout=300\n\0\0\0\0", 16),
+TEST(RegistryStore, WhatIsNoSettingStaysInTheFile) {
+  const std::string kOdd[] = {
+      "[General]\nTimeout=300\nthis is no setting\n; a comment\n\n[Window]\nWidth=@Rect(1 2 3 4)\n",
+      "Timeout=300\nName=caf\xE9\n=x\n[broken\n[Window]\nTimeout=1\n",
+      std::string("Timeout=300\n\0\0\1\n\xFF\xFE\n", 19),
   };
-  for (const std::string& text : kDamaged) {
+  for (const std::string& text : kOdd) {
     SCOPED_TRACE(text);
     const test::TTempFolder folder;
     const fs::path file = folder.Write("a.conf", text);
@@ -228,10 +257,16 @@ TEST(RegistryStore, ADamagedFileIsKeptBesideTheNewOne) {
       TRegistryStore store(file);
       EXPECT_EQ(store.ReadInteger("Timeout"), 300);
       store.WriteInteger("Timeout", 200);
+      store.WriteString("New", "x y");
+      store.WriteString("Gone", "x");
+      store.DeleteValue("Gone");
     }
-    EXPECT_EQ(ReadBack(folder, file, "Timeout"), "200");
-    EXPECT_EQ(ReadWholeFile(folder / "a.conf.damaged"), text);
-    EXPECT_EQ(ModeOf(folder / "a.conf.damaged"), 0600u);
+    TRegistryStore store(file);
+    EXPECT_EQ(store.ReadInteger("Timeout"), 200);
+    EXPECT_EQ(store.ReadString("New"), "x y");
+    EXPECT_FALSE(store.HasValue("Gone"));
+    const std::string rest = ReplaceAll(ReadWholeFile(file), "New=\"x y\"\n", "");
+    EXPECT_EQ(ReplaceAll(rest, "Timeout=200", "Timeout=300"), text);
   }
 }
 
@@ -247,6 +282,29 @@ TEST(RegistryStore, WhatCannotBeReadIsAnErrorAndIsNotReplaced) {
       EXPECT_THAT(error.what(), HasSubstr((folder / name).string()));
     }
   }
+}
+
+TEST(RegistryStore, AFullDiskLeavesTheOldFileWhole) {
+  const test::TTempFolder folder;
+  const std::string text = "[General]\nPrecious=1\n";
+  const fs::path file = folder.Write("a.conf", text);
+  const auto old_handler = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit limit{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+  const rlimit small{8192, limit.rlim_max};
+  {
+    TRegistryStore store(file);
+    store.WriteString("Long", QString(100000, 'x'));
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_FALSE(store.Flush());
+    EXPECT_EQ(ReadWholeFile(file), text);
+    EXPECT_EQ(folder.Tree().size(), 1u) << "no temporary file stays";
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_TRUE(store.Flush()) << "the changes are still pending";
+  }
+  std::signal(SIGXFSZ, old_handler);
+  EXPECT_EQ(ReadBack(file, "Long").size(), 100000);
+  EXPECT_EQ(ReadBack(file, "Precious"), "1");
 }
 
 TEST(RegistryStore, AFolderThatCannotBeMadeIsSilent) {
@@ -273,10 +331,10 @@ TEST(RegistryStore, TwoCopiesKeepEachOthersChanges) {
     first.WriteString("OnlyA", "A");
     first.WriteString("Both", "A");
   }
-  EXPECT_EQ(ReadBack(folder, file, "OnlyA"), "A");
-  EXPECT_EQ(ReadBack(folder, file, "OnlyB"), "B");
-  EXPECT_EQ(ReadBack(folder, file, "Both"), "A") << "the last to exit";
-  EXPECT_EQ(ReadBack(folder, file, "Foreign"), "old");
+  EXPECT_EQ(ReadBack(file, "OnlyA"), "A");
+  EXPECT_EQ(ReadBack(file, "OnlyB"), "B");
+  EXPECT_EQ(ReadBack(file, "Both"), "A") << "the last to exit";
+  EXPECT_EQ(ReadBack(file, "Foreign"), "old");
 }
 
 TEST(RegistryStore, UnchangedValuesComeBackWhenTheFileWasLostMeanwhile) {
@@ -287,7 +345,7 @@ TEST(RegistryStore, UnchangedValuesComeBackWhenTheFileWasLostMeanwhile) {
     const TRegistryInteger timeout(store, "Timeout", 0);
     fs::remove(file);
   }
-  EXPECT_EQ(ReadBack(folder, file, "Timeout"), "200");
+  EXPECT_EQ(ReadBack(file, "Timeout"), "200");
 }
 
 TEST(RegistryStore, ALinkedSettingsFileStaysALink) {
@@ -299,7 +357,7 @@ TEST(RegistryStore, ALinkedSettingsFileStaysALink) {
     store.WriteInteger("Timeout", 300);
   }
   EXPECT_TRUE(fs::is_symlink(folder / "a.conf"));
-  EXPECT_EQ(ReadBack(folder, target, "Timeout"), "300");
+  EXPECT_EQ(ReadBack(target, "Timeout"), "300");
 }
 
 TEST(AppPaths, AProgramIsFoundUnderItsBaseName) {
