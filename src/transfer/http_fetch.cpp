@@ -15,6 +15,8 @@
 #include "base/text.h"
 #include "net/nm_http.h"
 #include "transfer/delivery_scope.h"
+#include "transfer/http_header.h"
+#include "transfer/size_limit_scope.h"
 #include "transfer/transfer_progress.h"
 #include "transfer/watchdog_scope.h"
 
@@ -23,9 +25,6 @@ namespace skyreel {
 namespace fs = std::filesystem;
 
 namespace {
-
-/// A server that never ends must fill neither disk nor memory.
-constexpr std::int64_t kLargestDownload = std::int64_t{1} << 30;
 
 std::optional<std::uint16_t> ProxyPortOf(const TSharedSettings& shared) {
   try {
@@ -69,24 +68,6 @@ class TTemporaryFile {
   }
 
   fs::path path_;
-};
-
-/// Gives a client's transfer up once it has brought more than kLargestDownload, for the time of a scope.
-class TSizeLimitScope {
- public:
-  explicit TSizeLimitScope(TNMHTTP& client) : client_(client), handler_(client.OnPacketRecvd) {
-    client_.OnPacketRecvd = [&inner = handler_](TPowersock& sender) {
-      Fire(inner, sender);
-      if (sender.ReceivedByteCount > kLargestDownload) sender.Abort();
-    };
-  }
-  ~TSizeLimitScope() { client_.OnPacketRecvd = std::move(handler_); }
-  TSizeLimitScope(const TSizeLimitScope&) = delete;
-  TSizeLimitScope& operator=(const TSizeLimitScope&) = delete;
-
- private:
-  TNMHTTP& client_;
-  TPowersock::TNotifyEvent handler_;
 };
 
 class TBusyCursorScope {
@@ -136,12 +117,6 @@ TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::st
     end.Refusal = ReasonOf(error);
   }
   return end;
-}
-
-/// A page, most likely one that tells of an error, where a picture was asked for.
-bool IsHtmlPage(std::string_view data) {
-  const std::string_view start = Trim(data);
-  return StartsWithText(start, "<!DOCTYPE") || StartsWithText(start, "<html");
 }
 
 /// Deletes a file, and nothing but a file.

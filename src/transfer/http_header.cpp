@@ -60,4 +60,9 @@ int MonthNumber(std::string_view text) {
   return month;
 }
 
+bool IsHtmlPage(std::string_view beginning) {
+  const std::string_view start = Trim(beginning);
+  return StartsWithText(start, "<!DOCTYPE") || StartsWithText(start, "<html");
+}
+
 }  // namespace skyreel

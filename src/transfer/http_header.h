@@ -18,4 +18,8 @@ bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDat
 /// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.
 int MonthNumber(std::string_view text);
 
+/// Whether a body that begins so is an HTML page: where a picture was asked for, most likely one that tells
+/// of an error.
+bool IsHtmlPage(std::string_view beginning);
+
 }  // namespace skyreel
