@@ -10,6 +10,11 @@
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
+#include "net/nm_http.h"
+#include "transfer/http_fetch.h"
+#include "transfer/http_to_file.h"
+#include "transfer/transfer_ledger.h"
+#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -61,6 +66,31 @@ TPdusPage MakePage(const TPageTable& table) {
   return page;
 }
 
+/// A product is never smaller, so a shorter expected size is itself a sign of a cut transfer.
+constexpr std::int64_t kSmallestProduct = 890120;
+
+/// Gives the client a user name and password for the time of a scope, so that no other source's server gets
+/// them afterwards.
+class TCredentialsScope {
+ public:
+  TCredentialsScope(TNMHTTP& client, const std::string& user_name, const std::string& password)
+      : client_(client), user_name_(client.HeaderInfo.UserId), password_(client.HeaderInfo.Password) {
+    client.HeaderInfo.UserId = user_name;
+    client.HeaderInfo.Password = password;
+  }
+  ~TCredentialsScope() {
+    client_.HeaderInfo.UserId = user_name_;
+    client_.HeaderInfo.Password = password_;
+  }
+  TCredentialsScope(const TCredentialsScope&) = delete;
+  TCredentialsScope& operator=(const TCredentialsScope&) = delete;
+
+ private:
+  TNMHTTP& client_;
+  const std::string user_name_;
+  const std::string password_;
+};
+
 /// How many refused entries of a page are named one by one.
 constexpr std::size_t kRefusalsNamed = 20;
 
@@ -99,7 +129,7 @@ void AddEntry(TPdusOrder& order, std::string_view line, const std::string& root)
 
   std::string name = ProductName(target);
   std::string refusal = LinkRefusal(target);
-  if (refusal.empty() && !IsSafeFileName(name + ".pdu")) refusal = "unsafe file name";
+  if (refusal.empty() && !IsSafeFileName(name + ".pdu.part")) refusal = "unsafe file name";
   if (refusal.empty()) {
     order.Entries.push_back({root + std::string(target), std::move(name)});
     return;
@@ -227,6 +257,72 @@ void AnalysePdus(const std::filesystem::path& program_folder, const std::filesys
 TPdusJob::TPdusJob(TJobContext& context, TPdusSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
-void TPdusJob::Run() {}
+void TPdusJob::Run() {
+  const TCredentialsScope credentials(context_.NMHTTP, settings_.UserName, settings_.Password);
+  ReportUnusableProxy(context_);
+  ApplySharedHttpSettings(context_.NMHTTP, context_.Shared);
+  context_.Display.SetPanel(0, "Dundee PDUS");
+
+  const std::vector<TPdusOrder::TEntry> entries = GetOrder();
+  if (entries.empty()) {
+    context_.Display.SetPanel(1, "No new files found");
+    return;
+  }
+  for (const TPdusOrder::TEntry& entry : entries) {
+    if (context_.Run.StopRequested()) break;
+    Fetch(entry.Url, entry.Name);
+  }
+  context_.Display.SetPanel(1, "All files done");
+}
+
+std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
+  const std::string& root = context_.Servers.DundeePdus;
+  const THttpPage page = GetHttpPage(context_, root + "/abin/filesorder?s=Date",
+                                     "Getting available PDUS data list...");
+  context_.Display.SetPanel(1, "Parsing file list");
+  if (page.ReplyCode == 401) {
+    context_.Display.AddStatusLine("Dundee PDUS: the server refused the user name or the password");
+    return {};
+  }
+  if (!page.Reason.empty()) context_.Display.AddStatusLine("Dundee PDUS file list - " + page.Reason);
+  // An error page lists nothing.
+  if (page.ReplyCode < 200 || page.ReplyCode > 298) return {};
+
+  TPdusOrder order = ParseOrderPage(page.Text, root, PdusWantedTexts(settings_.Wanted));
+  for (const std::string& line : order.Refused) context_.Display.AddStatusLine(line);
+  if (order.RefusedCount > order.Refused.size()) {
+    context_.Display.AddStatusLine("... and " + std::to_string(order.RefusedCount - order.Refused.size()) +
+                                   " more refused");
+  }
+  return std::move(order.Entries);
+}
+
+void TPdusJob::Fetch(const std::string& url, const std::string& name) {
+  THttpFileInfo info;
+  try {
+    const TWatchdogScope watchdog(context_.Run);
+    info = AskHttpFileInfo(context_, url);
+  } catch (const std::exception&) {
+    // The size stays unknown; what is there already stays as it is.
+  }
+  // The length of an error page says nothing about the product.
+  const std::int64_t size = info.ReplyCode < 400 ? info.ContentLength : 0;
+
+  const std::string file_name = name + ".pdu";
+  const std::filesystem::path path = PdusLocalPath(settings_.OutputPath, file_name);
+  if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size)) return;
+
+  context_.Display.AddStatusLine("Get: " + file_name);
+  const THttpSaveResult result = SaveHttpFile(context_, url, path, kSmallestProduct, size);
+  if (result.Outcome == THttpSaveOutcome::kWhole && size >= kSmallestProduct && FileSizeOf(path) == size) {
+    const TDateTime time = PdusNameToDateTime(name);
+    if (!time.IsZero()) SetFileDateTime(path, time);
+    context_.Display.AddStatusLine(file_name + " - OK");
+  } else if (result.Outcome == THttpSaveOutcome::kNotSaved) {
+    context_.Display.AddStatusLine(file_name + " - not saved: " + result.Reason);
+  } else {
+    context_.Display.AddStatusLine(file_name + " - incomplete?");
+  }
+}
 
 }  // namespace skyreel

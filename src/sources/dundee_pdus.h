@@ -81,6 +81,9 @@ class TPdusJob {
   void Run();
 
  private:
+  std::vector<TPdusOrder::TEntry> GetOrder();
+  void Fetch(const std::string& url, const std::string& name);
+
   TJobContext& context_;
   const TPdusSettings settings_;
 };

@@ -1,9 +1,17 @@
 #include "sources/met_charts.h"
 
 #include <array>
+#include <exception>
+#include <filesystem>
 #include <utility>
 
+#include "base/files.h"
 #include "base/text.h"
+#include "net/nm_http.h"
+#include "transfer/http_fetch.h"
+#include "transfer/http_to_file.h"
+#include "transfer/transfer_ledger.h"
+#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -128,6 +136,13 @@ constexpr std::array<TChartKind, 15> kKinds = {{
     {nullptr, TChartTime::Requested, 0, false},
 }};
 
+/// A Last-Modified not later than this is none.
+const TDateTime kOldestDate = TDateTime::FromDate(1960, 1, 1);
+/// How far a server's clock may be ahead: a chart from beyond would be filed where nobody looks for it.
+constexpr auto kClockTolerance = 24h;
+/// Between a download and the next request.
+constexpr auto kPause = 150ms;
+
 constexpr std::string_view kRadarArchivePrefix = "RAIN RADAR (MM)";
 
 /// Midnight of each day before today, yesterday first.
@@ -166,6 +181,28 @@ std::vector<TDateTime> TimesOf(TWhen when, const TChartPlan& plan) {
       break;
   }
   return {TDateTime()};
+}
+
+/// A user name and password in a URL are nobody else's business.
+std::string UrlForDisplay(const std::string& url) {
+  const std::size_t begin = url.find("//") == std::string::npos ? 0 : url.find("//") + 2;
+  const std::size_t at = url.substr(0, url.find('/', begin)).rfind('@');
+  return at == std::string::npos || at < begin ? url : url.substr(0, begin) + "..." + url.substr(at);
+}
+
+std::string OutcomeText(const THttpSaveResult& result) {
+  switch (result.Outcome) {
+    case THttpSaveOutcome::kWhole:
+      return " - OK";
+    case THttpSaveOutcome::kCut:
+    case THttpSaveOutcome::kRefused:
+      return " - missing or incomplete: " + result.Reason;
+    case THttpSaveOutcome::kNotSaved:
+      return " - not saved: " + result.Reason;
+    case THttpSaveOutcome::kTimedOut:
+      break;
+  }
+  return " - timed out";
 }
 
 }  // namespace
@@ -258,10 +295,12 @@ TMetChartsJob::TMetChartsJob(TJobContext& context, TMetChartsSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TMetChartsJob::Run() {
-  TChartPlan plan{
-      context_.Servers, settings_.BracknellUrl, context_.Shared.BackDays, context_.Clock.UtcNow(), {}};
+  ReportUnusableProxy(context_);
+  ApplySharedHttpSettings(context_.NMHTTP, context_.Shared);
+  const TDateTime start = context_.Clock.UtcNow();
   for (const std::string& item : settings_.Sources) {
-    plan.Now = context_.Clock.UtcNow();
+    const TChartPlan plan{context_.Servers, settings_.BracknellUrl, context_.Shared.BackDays, start,
+                          context_.Clock.UtcNow()};
     for (const TChartRequest& request : ChartRequests(item, plan)) {
       if (context_.Run.StopRequested()) return;
       Fetch(request);
@@ -269,6 +308,56 @@ void TMetChartsJob::Run() {
   }
 }
 
-void TMetChartsJob::Fetch(const TChartRequest&) {}
+void TMetChartsJob::Fetch(const TChartRequest& request) {
+  const TChartKind& kind = ChartKind(request.Kind);
+  const auto local_path = [&](TDateTime time) {
+    return std::filesystem::path(settings_.OutputPath) / DateFolder(time) / ChartFileName(request, time);
+  };
+  if (kind.PresentBySize) {
+    const std::filesystem::path path = local_path(request.Requested);
+    if (FileSizeOf(path) > kind.MinimumSize && context_.Ledger.Present(path)) return;
+  }
+
+  const TWatchdogScope watchdog(context_.Run);
+  const std::string shown = UrlForDisplay(request.Url);
+  THttpFileInfo info;
+  try {
+    info = AskHttpFileInfo(context_, request.Url);
+  } catch (const ESockError&) {
+    return;  // no server there: the next run asks again
+  } catch (const std::exception& error) {
+    context_.Display.AddStatusLine(shown + " - " + error.what());
+    return;
+  }
+  if (info.ReplyCode >= 400) {
+    // A chart that is not there is nothing to speak of; a server that refuses to say is.
+    if (info.ReplyCode != 404 && info.ReplyCode != 410) {
+      context_.Display.AddStatusLine(shown + " - refused by the server: " + std::to_string(info.ReplyCode));
+    }
+    return;
+  }
+  if (!info.Readable || info.LastModified <= kOldestDate) return;
+  if (kind.Time != TChartTime::Requested && info.LastModified > context_.Clock.UtcNow() + kClockTolerance) {
+    context_.Display.AddStatusLine(shown + " - refused: dated in the future, " +
+                                   FormatDateTime("yyyy-mm-dd", info.LastModified));
+    return;
+  }
+
+  const TDateTime time = ChartTime(request, info.LastModified);
+  const std::filesystem::path path = local_path(time);
+  if (path.filename().empty()) {
+    context_.Display.AddStatusLine(shown + " - refused: unsafe file name");
+    return;
+  }
+  if (info.ContentLength <= kind.MinimumSize) return;
+  if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path)) return;
+
+  context_.Display.AddStatusLine("Get " + shown);
+  const THttpSaveResult result =
+      SaveHttpFile(context_, request.Url, path, kind.MinimumSize + 1, info.ContentLength);
+  context_.Clock.Sleep(kPause);
+  if (result.Outcome == THttpSaveOutcome::kWhole) SetFileDateTime(path, time);
+  context_.Display.ReplaceLastStatusLine(shown + OutcomeText(result));
+}
 
 }  // namespace skyreel

@@ -1,0 +1,132 @@
+#include "transfer/http_to_file.h"
+
+#include <exception>
+#include <fstream>
+#include <system_error>
+#include <utility>
+
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "net/nm_http.h"
+#include "transfer/delivery_scope.h"
+#include "transfer/http_header.h"
+#include "transfer/size_limit_scope.h"
+#include "transfer/transfer_ledger.h"
+#include "transfer/transfer_progress.h"
+#include "transfer/watchdog_scope.h"
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool IsGoodReply(int code) {
+  return code >= 200 && code <= 298;
+}
+
+/// The status line's text behind the protocol ("404 Not Found"), fit for one of ours.
+std::string StatusText(const TNMHTTP& client) {
+  std::string text(Trim(client.LastReply));
+  text = text.substr(std::min(text.find(' '), text.size() - 1) + 1, 80);
+  for (char& c : text) {
+    if (HasControlCharacter({&c, 1})) c = '?';
+  }
+  return "the server answered " + text;
+}
+
+bool IsPage(const fs::path& path) {
+  char beginning[4096];
+  std::ifstream file(path, std::ios::binary);
+  file.read(beginning, sizeof beginning);
+  return IsHtmlPage({beginning, static_cast<std::size_t>(file.gcount())});
+}
+
+/// One GET into `file`.
+THttpSaveResult FetchInto(TTransferContext& context, const std::string& url, const fs::path& file,
+                          std::int64_t announced) {
+  TNMHTTP& client = context.NMHTTP;
+  const TProgressScope progress(context.Display, url);
+  const TDeliveryScope delivery(client, file.string());
+  const TWatchdogScope watchdog(context.Run);
+  const TSizeLimitScope limit(client);
+  try {
+    client.Get(url);
+  } catch (const std::system_error& error) {
+    return {THttpSaveOutcome::kNotSaved, ReasonOf(error)};
+  } catch (const std::exception& error) {
+    return {THttpSaveOutcome::kTimedOut, ReasonOf(error)};
+  }
+  if (!IsGoodReply(client.ReplyCode)) return {THttpSaveOutcome::kRefused, StatusText(client)};
+  if (client.ReceivedByteCount > 0 && IsPage(file))
+    return {THttpSaveOutcome::kRefused, "a page came in its place"};
+  if (client.TransferSize > 0) announced = client.TransferSize;
+  if (client.ReceivedByteCount == 0 || client.ReceivedByteCount < announced) {
+    return {THttpSaveOutcome::kCut,
+            std::to_string(client.ReceivedByteCount) + " of " + std::to_string(announced) + " bytes came"};
+  }
+  return {THttpSaveOutcome::kWhole, ""};
+}
+
+}  // namespace
+
+THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url) {
+  TNMHTTP& client = context.NMHTTP;
+  const TDeliveryScope delivery(client);
+  client.Head(url);
+  THttpFileInfo info;
+  info.ReplyCode = client.ReplyCode;
+  info.Readable = ParseHttpHeader(client.Header, info.ContentLength, info.LastModified);
+  return info;
+}
+
+THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const std::string& detail) {
+  TNMHTTP& client = context.NMHTTP;
+  const TProgressScope progress(context.Display, detail);
+  const TDeliveryScope delivery(client);
+  const TWatchdogScope watchdog(context.Run);
+  try {
+    client.Get(url);
+  } catch (const std::exception& error) {
+    return {0, "", ReasonOf(error)};
+  }
+  THttpPage page{client.ReplyCode, std::move(client.Body), ""};
+  if (!IsGoodReply(client.ReplyCode)) {
+    page.Reason = StatusText(client);
+  } else if (client.ReceivedByteCount < client.TransferSize) {
+    page.Reason = "incomplete";
+  }
+  return page;
+}
+
+THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, const fs::path& path,
+                             std::int64_t good_size, std::int64_t announced) {
+  const bool keeps_old = context.Ledger.Present(path) && FileSizeOf(path) >= good_size;
+  fs::path file = path;
+  if (keeps_old) file += ".part";
+  try {
+    ForceDirectories(path.parent_path());
+  } catch (const fs::filesystem_error& error) {
+    return {THttpSaveOutcome::kNotSaved, ReasonOf(error)};
+  }
+  if (!context.Ledger.Begin(path))
+    return {THttpSaveOutcome::kNotSaved, "another copy of the program is fetching it"};
+
+  THttpSaveResult result = FetchInto(context, url, file, announced);
+
+  std::error_code error;
+  if (keeps_old && result.Outcome == THttpSaveOutcome::kWhole) {
+    fs::rename(file, path, error);
+    if (error) result = {THttpSaveOutcome::kNotSaved, error.message()};
+  }
+  const bool whole = result.Outcome == THttpSaveOutcome::kWhole;
+  // An error page is worth nothing, and neither is a cut file beside a good one.
+  if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::kRefused)) fs::remove(file, error);
+  context.Ledger.End(path, whole       ? TTransferEnd::Whole
+                           : keeps_old ? TTransferEnd::Untouched
+                                       : TTransferEnd::Cut);
+  return result;
+}
+
+}  // namespace skyreel

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "transfer/transfer_context.h"
+
+namespace skyreel {
+
+/// What a server says about a file before it is fetched.
+struct THttpFileInfo {
+  int ReplyCode = 0;               ///< HTTP status, 0 when the reply had none
+  bool Readable = false;           ///< the header holds no number or date that is none
+  std::int32_t ContentLength = 0;  ///< bytes; 0 when the server does not say
+  TDateTime LastModified;          ///< zero when the server does not say
+};
+
+/// Asks NMHTTP's server for the header of `url`. An error reply is an answer too. Throws std::exception when
+/// there is no answer; ESockError when that is the network's fault.
+THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url);
+
+/// A page that is kept in memory.
+struct THttpPage {
+  int ReplyCode = 0;   ///< HTTP status, 0 when there was no reply
+  std::string Text;    ///< at most 64 MiB
+  std::string Reason;  ///< why there is no good reply, for a status line; empty for a good one
+};
+
+/// Fetches a page with NMHTTP, under the time-out, proxy and credentials that it has, guarded by the watchdog,
+/// with progress display and `detail` in the second panel. Throws nothing for a failed transfer.
+THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const std::string& detail);
+
+enum class THttpSaveOutcome {
+  kWhole,     ///< the file is there, no shorter than announced
+  kCut,       ///< the server closed early; what came is kept, noted as cut
+  kRefused,   ///< an error reply, or a page in place of the file; nothing of it is kept
+  kTimedOut,  ///< no answer, or a failure on the way; what came is kept, noted as cut
+  kNotSaved,  ///< the file cannot be written; what was written is kept, noted as cut
+};
+
+struct THttpSaveResult {
+  THttpSaveOutcome Outcome = THttpSaveOutcome::kTimedOut;
+  std::string Reason;  ///< for a status line; empty when whole
+};
+
+/// Fetches `url` with NMHTTP, under the time-out, proxy and credentials that it has, straight into the file
+/// `path`, whose folder is created. The path is noted in the transfer ledger until a whole file is there.
+/// A file of at least `good_size` bytes that is there already, and not noted as cut, is given up only for a
+/// whole one: until then the new one stands beside it under the name with ".part" added.
+/// `announced`: the size from the file's header, which counts when the reply itself gives none.
+/// Progress and bytes label are reset at both ends. Throws nothing for a failed transfer.
+THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url,
+                             const std::filesystem::path& path, std::int64_t good_size,
+                             std::int64_t announced);
+
+}  // namespace skyreel
