@@ -1,0 +1,34 @@
+// The order page of the PDUS station: whatever it holds, no entry leads off the server or out of the folder.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "base/text.h"
+#include "sources/dundee_pdus.h"
+
+namespace {
+
+void Require(bool condition) {
+  if (!condition) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view page(reinterpret_cast<const char*>(data), size);
+  const skyreel::TPdusOrder order =
+      skyreel::ParseOrderPage(page, "http://station", {"0200, IODC, Visible", "0000, GMS, Infra-Red", "GMS"});
+  Require(order.Refused.size() <= order.RefusedCount);
+  for (const std::string& line : order.Refused)
+    Require(!skyreel::HasControlCharacter(line) && line.size() < 256);
+  for (const auto& entry : order.Entries) {
+    Require(entry.Url.starts_with("http://station/") && entry.Url.find(' ') == std::string::npos &&
+            !skyreel::HasControlCharacter(entry.Url));
+    Require(skyreel::IsSafeFileName(entry.Name + ".pdu"));
+    const std::filesystem::path path = skyreel::PdusLocalPath("/out/", entry.Name + ".pdu");
+    Require(path.lexically_normal() == path && path.string().starts_with("/out/"));
+    Require(path.filename() == entry.Name + ".pdu");
+  }
+  return 0;
+}
