@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sources/job_context.h"
@@ -19,6 +20,27 @@ struct TEuArchiveSettings {
 const std::vector<std::string>& EuArchiveSectorItems();
 const std::vector<std::string>& EuArchiveProductItems();
 
+/// A picture that the server has, or may have.
+struct TEuArchiveImage {
+  std::string RemoteName;  ///< its path at the server
+  std::string LocalName;   ///< its file's name without the extension, "C1D_24"
+  TDateTime Time;          ///< begin of its slot, UTC
+};
+
+/// The pictures of one item (upper case) of a day, in slot order; the old naming's have still to be looked
+/// for in the server's listing.
+std::vector<TEuArchiveImage> EuArchiveOldImages(std::string_view item, TDateTime day);
+std::vector<TEuArchiveImage> EuArchiveNewImages(std::string_view item, TDateTime day, int msg_name);
+
+/// Path and query of the listing that names an item's pictures.
+std::string EuArchiveListing(std::string_view item);
+
+/// Drops the images of one item and day that a listing page does not name. The page is a script whose lines
+/// 'frame0 = "/path.jpg";' stand between the first "frame0" and "number_of_images". False when it is no
+/// such page: no image is left then. Its time does not depend on the number of images.
+bool KeepListedImages(std::string_view page, std::string_view server_root,
+                      std::vector<TEuArchiveImage>& images);
+
 /// The EUMETSAT image archive: half-hourly JPEG pictures of the sectors and products asked for, of today and
 /// the days before, filed as <output>/yyyy/mm/dd/<item>_<slot>.jpg with slot 00 to 47.
 class TEuArchiveJob {
@@ -29,8 +51,10 @@ class TEuArchiveJob {
   void Run();
 
  private:
+  class TRun;
+
   TJobContext& context_;
-  TEuArchiveSettings settings_;
+  const TEuArchiveSettings settings_;
 };
 
 }  // namespace skyreel

@@ -13,7 +13,7 @@ struct TGoesSettings {
   std::string OutputPath;            ///< with its trailing separator
   std::vector<std::string> Sectors;  ///< the ticked half-hourly products
   int Interval = 0;                  ///< 0 every 30 minutes, 1 hourly, 2 every 2 hours, 3 every 3 hours
-  std::string ESector, WSector;      ///< sector of the daily picture of GOES-East and -West; empty: none
+  std::string ESector, WSector;      ///< sector of the daily pictures of GOES-East and -West; empty: none
   std::chrono::minutes ETime{0}, WTime{0};  ///< the daily pictures' time of day, UTC
   bool DateInFolder = false;
   bool Lzw = true;  ///< fetch the compressed pictures
@@ -24,8 +24,8 @@ const std::vector<std::string>& GoesProductItems();
 /// The server's sectors that a daily picture can be asked of.
 const std::vector<std::string>& GoesSectorNames();
 
-/// GOES pictures from GSFC, as TIFF files: half-hourly ones of the products asked for, and one a day per
-/// satellite of a sector at a chosen time.
+/// GOES pictures from GSFC, as TIFF files: half-hourly ones of the products asked for, and once a day, per
+/// satellite, those of a sector at a chosen time.
 class TGoesJob {
  public:
   TGoesJob(TJobContext& context, TGoesSettings settings);
@@ -34,8 +34,10 @@ class TGoesJob {
   void Run();
 
  private:
+  class TRun;
+
   TJobContext& context_;
-  TGoesSettings settings_;
+  const TGoesSettings settings_;
 };
 
 }  // namespace skyreel

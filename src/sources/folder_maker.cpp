@@ -1,0 +1,28 @@
+#include "sources/folder_maker.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <system_error>
+
+#include "base/exceptions.h"
+#include "base/files.h"
+
+namespace skyreel {
+
+bool TFolderMaker::Make(const std::filesystem::path& folder) {
+  const auto [entry, is_new] = made_.try_emplace(folder.native(), true);
+  if (!is_new) return entry->second;
+  try {
+    ForceDirectories(folder);
+    // Found out here, or every file of the folder would be fetched in vain.
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) throw std::system_error(errno, std::generic_category());
+  } catch (const std::exception& error) {
+    entry->second = false;
+    display_.AddStatusLine("Cannot file into " + folder.string() + ": " + ReasonOf(error));
+  }
+  return entry->second;
+}
+
+}  // namespace skyreel

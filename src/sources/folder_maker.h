@@ -1,0 +1,24 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "transfer/transfer_context.h"
+
+namespace skyreel {
+
+/// Makes the folders that a run files into, each once.
+class TFolderMaker {
+ public:
+  explicit TFolderMaker(TStatusDisplay& display) : display_(display) {}
+  /// Creates the folder with missing parents, if it was not asked for before. False when nothing can be
+  /// filed there: the first time that is found one status line says why.
+  bool Make(const std::filesystem::path& folder);
+
+ private:
+  TStatusDisplay& display_;
+  std::map<std::string, bool, std::less<>> made_;
+};
+
+}  // namespace skyreel

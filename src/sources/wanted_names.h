@@ -1,0 +1,28 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+
+#include "transfer/transfer_context.h"
+
+namespace skyreel {
+
+/// An optional list of the names that alone are wanted. Empty, it lets every name pass.
+class TWantedNames {
+ public:
+  TWantedNames() = default;
+  /// From comma text (line ends separate names too), in any letter case.
+  explicit TWantedNames(std::string_view comma_text);
+  /// From a comma-text file. None of that name: every name is wanted. One that cannot be read, is larger than
+  /// 4 MiB or holds binary data counts as none, and one status line says so.
+  static TWantedNames FromFile(const std::filesystem::path& file, TStatusDisplay& display);
+
+  bool Wants(std::string_view name) const;
+
+ private:
+  std::unordered_set<std::string> names_;  ///< in upper case
+};
+
+}  // namespace skyreel
