@@ -298,7 +298,7 @@ void TServer::Start() {
 void TServer::Stop() {
   Raise(stop_);
   if (thread_.joinable()) thread_.join();
-  for (std::thread& connection : connections_) connection.join();
+  WaitForConnections();
 }
 
 void TServer::StopListening() {
@@ -307,9 +307,13 @@ void TServer::StopListening() {
   listener_.Close();
 }
 
-void TServer::WaitForConnections(int count) {
-  std::unique_lock lock(mutex_);
-  connection_ended_.wait(lock, [&] { return ended_ >= count; });
+void TServer::WaitForConnections() {
+  std::vector<std::thread> running;
+  {
+    const std::lock_guard lock(mutex_);
+    running.swap(connections_);
+  }
+  for (std::thread& connection : running) connection.join();
 }
 
 void TServer::Listen() {
@@ -326,9 +330,6 @@ void TServer::Listen() {
       TConnection connection(*this, std::move(connected), number);
       Serve(connection, static_cast<int>(number));
       connection.Finish();
-      const std::lock_guard ended(mutex_);
-      ++ended_;
-      connection_ended_.notify_all();
     });
   }
 }

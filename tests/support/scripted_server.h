@@ -1,7 +1,7 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -79,8 +79,8 @@ class TServer {
   std::vector<std::string> Errors() const;
   /// Refuses connections from now on.
   void StopListening();
-  /// Waits until `count` connections have come and ended.
-  void WaitForConnections(int count);
+  /// Waits until every connection so far has come to its end.
+  void WaitForConnections();
 
  protected:
   TServer();
@@ -102,8 +102,6 @@ class TServer {
   std::vector<std::string> lines_;
   std::vector<std::string> received_;
   std::vector<std::string> errors_;
-  std::condition_variable connection_ended_;
-  int ended_ = 0;
   std::vector<std::thread> connections_;
   std::thread thread_;
 };

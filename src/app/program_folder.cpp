@@ -1,0 +1,35 @@
+#include "app/program_folder.h"
+
+#include <QFileInfo>
+#include <QString>
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool UnderSystemPrefix(const fs::path& folder) {
+  static constexpr std::array<std::string_view, 7> kPrefixes = {"usr", "opt", "bin", "sbin",
+                                                                "lib", "nix", "snap"};
+  auto part = folder.begin();
+  if (!folder.is_absolute() || ++part == folder.end()) return false;
+  return std::ranges::find(kPrefixes, part->string()) != kPrefixes.end();
+}
+
+}  // namespace
+
+fs::path ProgramFolder(const fs::path& executable, const fs::path& data_folder) {
+  const fs::path own = executable.parent_path();
+  const bool writable = QFileInfo(QString::fromStdString(own.string())).isWritable();
+  if (writable && !UnderSystemPrefix(own)) return own;
+  // A folder that cannot be made shows when the report is written.
+  std::error_code ignored;
+  fs::create_directories(data_folder, ignored);
+  return data_folder;
+}
+
+}  // namespace skyreel

@@ -1,0 +1,122 @@
+#include "app/status_log.h"
+
+#include <QAction>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QListView>
+#include <algorithm>
+
+#include "base/event.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 4'000;
+
+/// The text as one line of the log.
+std::string OneLine(const std::string& text) {
+  std::string line = text.substr(0, kLongestLine);
+  if (line.size() < text.size()) {
+    // Not in the middle of a UTF-8 sequence.
+    while (!line.empty() && (static_cast<unsigned char>(text[line.size()]) & 0xC0U) == 0x80U) line.pop_back();
+    line += "...";
+  }
+  for (char& c : line) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+  }
+  return line;
+}
+
+void CopySelected(const QListView& view) {
+  QModelIndexList selected = view.selectionModel()->selectedIndexes();
+  std::ranges::sort(selected, {}, &QModelIndex::row);
+  QStringList lines;
+  for (const QModelIndex& index : selected) lines << index.data().toString();
+  QGuiApplication::clipboard()->setText(lines.join('\n'));
+}
+
+}  // namespace
+
+int TStatusLines::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : static_cast<int>(lines_.size());
+}
+
+QVariant TStatusLines::data(const QModelIndex& index, int role) const {
+  if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::ToolTipRole)) return {};
+  return QString::fromStdString(lines_[static_cast<std::size_t>(index.row())]);
+}
+
+void TStatusLines::Append(std::string line) {
+  const int row = rowCount();
+  beginInsertRows({}, row, row);
+  lines_.push_back(std::move(line));
+  endInsertRows();
+}
+
+void TStatusLines::ReplaceLast(std::string line) {
+  lines_.back() = std::move(line);
+  const QModelIndex last = index(rowCount() - 1);
+  emit dataChanged(last, last);
+}
+
+void TStatusLines::RemoveFirst(std::size_t count) {
+  beginRemoveRows({}, 0, static_cast<int>(count) - 1);
+  lines_.erase(lines_.begin(), lines_.begin() + static_cast<std::ptrdiff_t>(count));
+  endRemoveRows();
+}
+
+TStatusLog::TStatusLog(QListView& view, std::size_t maximum) : view_(view), maximum_(maximum) {
+  view_.setModel(&lines_);
+  auto* copy = new QAction("&Copy", &view_);
+  copy->setShortcut(QKeySequence::Copy);
+  copy->setShortcutContext(Qt::WidgetShortcut);
+  QObject::connect(copy, &QAction::triggered, &view_, [&view] { CopySelected(view); });
+  view_.addAction(copy);
+}
+
+TStatusLog::~TStatusLog() {
+  view_.setModel(nullptr);
+}
+
+void TStatusLog::Add(const std::string& text) {
+  Flush();
+  if (lines_.Lines().size() >= maximum_) {
+    // Many at once: taking lines from the front is slow.
+    const std::size_t count = maximum_ / 10 + 1;
+    lines_.RemoveFirst(count);
+    dropped_ += count;
+  }
+  lines_.Append(OneLine(text));
+  newest_is_open_ = true;
+  ShowNewest();
+}
+
+void TStatusLog::ReplaceLast(const std::string& text) {
+  if (IsEmpty()) return Add(text);
+  lines_.ReplaceLast(OneLine(text));
+  newest_is_open_ = true;
+  ShowNewest();
+}
+
+void TStatusLog::ShowNewest() {
+  view_.setCurrentIndex(lines_.index(lines_.rowCount() - 1));
+}
+
+void TStatusLog::Flush() {
+  if (!newest_is_open_) return;
+  newest_is_open_ = false;
+  Fire(OnFinalLine, lines_.Lines().back());
+}
+
+std::string TStatusLog::Report() const {
+  std::string report;
+  if (dropped_ > 0) report = "(" + std::to_string(dropped_) + " earlier lines are left out)\r\n";
+  for (const std::string& line : lines_.Lines()) {
+    report += line;
+    report += "\r\n";
+  }
+  return report;
+}
+
+}  // namespace skyreel
