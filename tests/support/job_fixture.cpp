@@ -7,20 +7,10 @@ namespace skyreel::test {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-/// Stands where a client is named but never used.
-alignas(std::max_align_t) unsigned char unused_client[1];
-
-}  // namespace
-
 TJobFixture::TJobFixture(TDateTime now)
     : Clock(now),
       Ledger(Folder / "ledger.txt"),
-      Context{
-          {Display, Run, Clock, reinterpret_cast<TNMFTP&>(unused_client), NMHTTP, NMHTTPNotts, Ledger, {}},
-          {},
-          Folder / "program"} {
+      Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, {}}, {}, Folder / "program"} {
   fs::create_directories(OutputPath());
   fs::create_directories(Context.ProgramFolder);
   Context.Shared.TimeoutSeconds = 20;

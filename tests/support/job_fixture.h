@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
+#include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
 #include "support/fakes.h"
@@ -38,6 +38,7 @@ class TJobFixture {
   TFakeClock Clock;
   TRecordingDisplay Display;
   TFakeRun Run;
+  TNMFTP NMFTP;
   TNMHTTP NMHTTP;
   TNMHTTP NMHTTPNotts;
   TTransferLedger Ledger;
