@@ -10,6 +10,7 @@ namespace skyreel {
 class TNMFTP;
 class TNMHTTP;
 class TTransferLedger;
+class TWinInetTransfer;
 
 /// What a job shows while it runs. The main form shows it; tests record it.
 class TStatusDisplay {
@@ -63,6 +64,8 @@ struct TTransferContext {
   TNMHTTP& NMHTTPNotts;
   TTransferLedger& Ledger;
   TSharedSettings Shared;
+  /// The operating system's Internet library; null where there is none.
+  TWinInetTransfer* WinInet = nullptr;
 };
 
 /// The application's title while no transfer runs.
