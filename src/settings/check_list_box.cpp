@@ -1,6 +1,7 @@
 #include "settings/check_list_box.h"
 
 #include <QAction>
+#include <QScrollBar>
 #include <QSet>
 #include <QSignalBlocker>
 #include <QStyledItemDelegate>
@@ -18,6 +19,17 @@ class TRoomyDelegate : public QStyledItemDelegate {
   QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
     return QStyledItemDelegate::sizeHint(option, index) + QSize(option.fontMetrics.height(), 2);
   }
+
+ protected:
+  /// Styles draw the frame of a check box in a shade of the window's colour, which a dark list swallows.
+  void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
+    QStyledItemDelegate::initStyleOption(option, index);
+    const QColor text = option->palette.color(QPalette::Text), base = option->palette.color(QPalette::Base);
+    option->palette.setColor(QPalette::Window,
+                             QColor((text.red() + base.red()) / 2, (text.green() + base.green()) / 2,
+                                    (text.blue() + base.blue()) / 2)
+                                 .lighter(140));
+  }
 };
 
 }  // namespace
@@ -25,6 +37,8 @@ class TRoomyDelegate : public QStyledItemDelegate {
 TCheckListBox::TCheckListBox(QWidget* parent) : QListWidget(parent) {
   setItemDelegate(new TRoomyDelegate(this));
   setResizeMode(QListView::Adjust);
+  // Columns differ in width.
+  setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
   setContextMenuPolicy(Qt::ActionsContextMenu);
   for (const auto& [text, state] :
        {std::pair(tr("Check &all"), Qt::Checked), std::pair(tr("Check &none"), Qt::Unchecked)}) {
@@ -62,11 +76,17 @@ void TCheckListBox::SetCheckedText(const QString& comma_text) {
     item(i)->setCheckState(wanted.contains(item(i)->text().toCaseFolded()) ? Qt::Checked : Qt::Unchecked);
 }
 
+QSize TCheckListBox::minimumSizeHint() const {
+  const int needed = sizeHintForColumn(0) + 2 * frameWidth() + verticalScrollBar()->sizeHint().width();
+  return QListWidget::minimumSizeHint().expandedTo(QSize(needed, 0));
+}
+
 void TCheckListBox::rowsInserted(const QModelIndex& parent, int start, int end) {
   QListWidget::rowsInserted(parent, start, end);
   // An item has no check mark until it is given a state.
   for (int i = start; i <= end; ++i)
     if (!item(i)->data(Qt::CheckStateRole).isValid()) item(i)->setCheckState(Qt::Unchecked);
+  updateGeometry();
 }
 
 void TCheckListBox::CheckAll(Qt::CheckState state) {

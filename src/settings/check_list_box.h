@@ -17,6 +17,9 @@ class TCheckListBox : public QListWidget {
   /// The texts of the checked items, in list order.
   QStringList CheckedItems() const;
 
+  /// Wide enough for the widest item.
+  QSize minimumSizeHint() const override;
+
   /// The comma text of the checked items.
   QString CheckedText() const;
   /// Checks exactly the items whose text is in the comma text, in whatever letter case. Names of no item are

@@ -134,7 +134,7 @@ std::string Assigned(const std::string& name, const QString& value) {
 }  // namespace
 
 TIniText::TIniText(std::string_view text) {
-  if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+  while (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
   QString section;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size());

