@@ -481,7 +481,7 @@ void TFormMain::RunSource(TSource source, const std::function<void(TJobContext&)
   const TSourcePage& page = SourcePage(source);
   if (page.NeedsVisibleTab && !IsTabShown(source)) return;
   // While a job runs the press is a request to stop, whatever the credentials are by now.
-  if (!busy_ && credentials && CredentialsMissing((*credentials)[0], (*credentials)[1])) return;
+  if (!busy_ && credentials && CredentialsMissing(page.Caption, (*credentials)[0], (*credentials)[1])) return;
   auto& button = *Page(source).findChild<QPushButton*>(page.RunButton);
   TSavedCursor saved_cursor = 0;
   if (BeginRun(button, saved_cursor)) return;
@@ -495,9 +495,10 @@ void TFormMain::RunSource(TSource source, const std::function<void(TJobContext&)
   EndRun(button, saved_cursor);
 }
 
-bool TFormMain::CredentialsMissing(const std::string& user, const std::string& password) {
+bool TFormMain::CredentialsMissing(const std::string& site, const std::string& user,
+                                   const std::string& password) {
   if (!user.empty() && !password.empty()) return false;
-  ShowMessage("A username and password are required for this site");
+  ShowMessage(site, "A username and password are required for this site");
   return true;
 }
 
@@ -649,7 +650,7 @@ void TFormMain::ButtonAnalysePDUSClick() {
   try {
     AnalysePdus(environment_.ProgramFolder, std::filesystem::current_path());
   } catch (const std::exception& error) {
-    ShowMessage(error.what());
+    ShowMessage("Analyse PDUS", error.what());
   }
 }
 
@@ -686,13 +687,13 @@ void TFormMain::SetBusyCursor(bool busy) {
   }
 }
 
-void TFormMain::ShowMessage(const std::string& text) {
+void TFormMain::ShowMessage(const std::string& subject, const std::string& text) {
   if (batch_running_ || environment_.Headless) {
-    AddStatusLine(text);
+    AddStatusLine(subject + ": " + text);
     return;
   }
-  auto* box = new QMessageBox(QMessageBox::Information, "Skyreel", QString::fromStdString(text),
-                              QMessageBox::Ok, this);
+  auto* box = new QMessageBox(QMessageBox::Information, QString::fromStdString(subject),
+                              QString::fromStdString(text), QMessageBox::Ok, this);
   box->setAttribute(Qt::WA_DeleteOnClose);
   box->open();
 }
@@ -808,7 +809,7 @@ void TFormMain::EditOutputPathChange(QLineEdit& edit) {
 
 void TFormMain::MenuItemRunOrbiscopeClick() {
   if (!QProcess::startDetached(orbiscope_path_, {})) {
-    ShowMessage(("Orbiscope cannot be started: " + orbiscope_path_).toStdString());
+    ShowMessage("Orbiscope", "It cannot be started: " + orbiscope_path_.toStdString());
   }
 }
 

@@ -101,7 +101,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   void EndRun(QPushButton& button, TSavedCursor saved_cursor);
   void RunSource(TSource source, const std::function<void(TJobContext&)>& job,
                  const std::optional<std::array<std::string, 2>>& credentials = {});
-  bool CredentialsMissing(const std::string& user, const std::string& password);
+  bool CredentialsMissing(const std::string& site, const std::string& user, const std::string& password);
   TJobContext JobContext();
   TServerRoots ReadServers();
   void LetEventsThrough();
@@ -139,7 +139,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   void MenuItemServersClick();
   void MenuItemAboutClick();
   void ShowTab(TSource source, bool shown);
-  void ShowMessage(const std::string& text);
+  /// Tells the user something about `subject` without waiting for an answer.
+  void ShowMessage(const std::string& subject, const std::string& text);
   void Bell();
 
   QWidget& Page(TSource source) const { return *tabs_.at(static_cast<std::size_t>(source)); }
