@@ -162,6 +162,7 @@ void TFormMain::FormCreate() {
   RegisterAppPath(environment_.AppPaths, environment_.Executable);
   orbiscope_path_ = ReadAppPath(environment_.AppPaths, "Orbiscope");
 
+  if (auto library = LoadWinInet()) win_inet_ = std::make_unique<TWinInetTransfer>(std::move(library));
   BuildPages();
   FillItemLists();
   SetDefaultPaths();
@@ -202,7 +203,7 @@ void TFormMain::BuildPages() {
   for (QCheckBox* box : {pages.ArchiveDirect.CheckBoxEuDAUseWinInet, pages.Msfc.CheckBoxMSFCUseWinInet,
                          pages.RssArchive.CheckBoxRssUseWinInet}) {
     box->setVisible(kIsWindows);
-    box->setEnabled(win_inet_available_);
+    box->setEnabled(win_inet_ != nullptr);
   }
   for (std::size_t i = 0; i < tabs_.size(); ++i) {
     auto* run = tabs_[i]->findChild<QPushButton*>(SourcePages()[i].RunButton);
@@ -327,7 +328,7 @@ void TFormMain::WireTransfers() {
   const auto show_progress = [this](TPowersock& sender) {
     ShowTransferProgress(*this, sender.ReceivedByteCount, sender.TransferSize);
   };
-  NMFTP_.OnPacketRecvd = show_progress;
+  BindFtpEvents(NMFTP_, *this, ftp_listing_);
   NMHTTP_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.InputFileMode = true;
@@ -510,7 +511,7 @@ TJobContext TFormMain::JobContext() {
   shared.ProxyServer = ui_->EditProxy->text().toStdString();
   shared.ProxyPort = ui_->EditProxyPort->text().toStdString();
   TClock& clock = environment_.Clock != nullptr ? *environment_.Clock : *own_clock_;
-  return {{*this, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, shared},
+  return {{*this, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, shared, win_inet_.get()},
           ReadServers(),
           environment_.ProgramFolder};
 }
@@ -562,7 +563,7 @@ void TFormMain::ButtonRunEuDAClick() {
               settings.UserName = user;
               settings.Password = password;
               settings.Passive = page.CheckBoxEuDAPassive->isChecked();
-              settings.UseWinInet = win_inet_available_ && page.CheckBoxEuDAUseWinInet->isChecked();
+              settings.UseWinInet = win_inet_ != nullptr && page.CheckBoxEuDAUseWinInet->isChecked();
               settings.Uncompress = page.CheckBoxEuDAuncompress->isChecked();
               for (std::size_t i = 0; i < settings.Satellites.size(); ++i) {
                 settings.Satellites[i] =
@@ -620,7 +621,7 @@ void TFormMain::ButtonRunMSFCClick() {
     TMsfcSettings settings;
     settings.OutputPath = OutputPath(TSource::Msfc);
     settings.Passive = page.CheckBoxMSFCpassive->isChecked();
-    settings.UseWinInet = win_inet_available_ && page.CheckBoxMSFCUseWinInet->isChecked();
+    settings.UseWinInet = win_inet_ != nullptr && page.CheckBoxMSFCUseWinInet->isChecked();
     settings.Uncompress = page.CheckBoxMSFCuncompress->isChecked();
     settings.Channels = CheckedTexts(*page.CheckListBoxMSFCchannel);
     settings.Slots = CheckedTexts(*page.CheckListBoxMSFCslot);
@@ -711,7 +712,7 @@ void TFormMain::TimerShowTimer() {
     return;
   }
   batch_running_ = true;
-  RunBatch(environment_.Arguments, BatchGroups(), win_inet_available_, *this);
+  RunBatch(environment_.Arguments, BatchGroups(), win_inet_ != nullptr, *this);
   batch_running_ = false;
   log_->Flush();
   // Where nobody can press Close, a batch that does not name -CLOSE would stay for ever.
@@ -722,8 +723,14 @@ void TFormMain::MinimiseApplication() {
   showMinimized();
 }
 
-void TFormMain::Dial() {}
-void TFormMain::HangUp() {}
+void TFormMain::Dial() {
+  constexpr std::uint32_t kForceUnattended = 2;
+  win_inet_->Api().InternetAutodial(kForceUnattended, nullptr);
+}
+
+void TFormMain::HangUp() {
+  win_inet_->Api().InternetAutodialHangup(0);
+}
 
 void TFormMain::PressRun(std::size_t group, bool named) {
   const TSource source = BatchSources().at(group);

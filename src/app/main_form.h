@@ -18,7 +18,9 @@
 #include "net/nm_http.h"
 #include "settings/registry_variable.h"
 #include "sources/job_context.h"
+#include "transfer/ftp_fetch.h"
 #include "transfer/transfer_ledger.h"
+#include "transfer/wininet.h"
 
 class QLabel;
 class QLineEdit;
@@ -167,9 +169,11 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   std::vector<QPushButton*> waiting_buttons_;  ///< pressed during another button's job
 
   QString orbiscope_path_;
-  bool win_inet_available_ = false;
+  /// The operating system's Internet library; empty where there is none.
+  std::unique_ptr<TWinInetTransfer> win_inet_;
 
   std::unique_ptr<TClock> own_clock_;
+  TFtpListing ftp_listing_;
   TNMFTP NMFTP_;
   TNMHTTP NMHTTP_;
   TNMHTTP NMHTTPNotts_;
