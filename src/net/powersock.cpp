@@ -184,7 +184,7 @@ void TPowersock::LetEventsThrough() {
   timer_.FireIfExpired();
 }
 
-void TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
+short TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
   std::array<pollfd, 4> wanted{{{descriptor, events, 0},
                                 {timer_.Descriptor(), POLLIN, 0},
                                 {other && other->Connected ? other->socket_.Get() : -1, POLLIN, 0},
@@ -202,6 +202,7 @@ void TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
     arrival_reported_ = true;
     Notify(OnDataArrived);
   }
+  return wanted[0].revents;
 }
 
 void TPowersock::WaitForInput(TPowersock* other) {
@@ -291,7 +292,11 @@ void TPowersock::Connect() {
     ReplaceSocket();
     throw;
   }
-  if (!timed_out_ && !canceled_ && success_) return;
+  if (!timed_out_ && !canceled_ && success_) {
+    Connected = true;
+    Fire(OnConnect, *this);
+    return;
+  }
   const bool timed_out = timed_out_, canceled = canceled_;
   ReplaceSocket();
   Fire(OnConnectionFailed, *this);
@@ -305,33 +310,30 @@ void TPowersock::StartConnect() {
   notified_ = false;
   success_ = true;
   const TTimerScope timer(*this);
-  if (::connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&remote_), sizeof remote_) == 0) {
-    FinishConnect(0);
-  } else if (errno == ECONNREFUSED || errno == ENETUNREACH || errno == EHOSTUNREACH) {
-    // What the network answers is the outcome of the attempt, however quickly it came.
-    FinishConnect(errno);
-  } else if (errno != EINPROGRESS && errno != EINTR) {
-    CheckError(errno);
-  }
-  while (!Connected && !timed_out_ && !canceled_ && success_) {
-    WaitTurn(socket_.Get(), POLLOUT);
-    pollfd state{socket_.Get(), POLLOUT, 0};
-    if (::poll(&state, 1, 0) <= 0) continue;
-    int error = 0;
+  int error = 0;
+  if (::connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&remote_), sizeof remote_) != 0)
+    error = errno;
+  while ((error == EINPROGRESS || error == EINTR) && !timed_out_ && !canceled_) {
+    if (WaitTurn(socket_.Get(), POLLOUT) == 0) continue;
     socklen_t size = sizeof error;
     if (::getsockopt(socket_.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
-    FinishConnect(error);
   }
-}
-
-void TPowersock::FinishConnect(int error) {
-  success_ = error == 0;
-  if (error != 0) {
-    LastSocketError = SocketErrorFromErrno(error);
-    return;
+  if (timed_out_ || canceled_) return;
+  switch (error) {
+    case 0:
+      break;
+    // What the network answered is the outcome of the attempt, however quickly it came.
+    case ECONNREFUSED:
+    case ECONNRESET:
+    case ENETUNREACH:
+    case EHOSTUNREACH:
+    case ETIMEDOUT:
+      LastSocketError = SocketErrorFromErrno(error);
+      success_ = false;
+      break;
+    default:
+      CheckError(error);
   }
-  Connected = true;
-  Fire(OnConnect, *this);
 }
 
 void TPowersock::Disconnect() {
@@ -615,19 +617,18 @@ void TPowersock::Listen(bool use_lookup_channel) {
 int TPowersock::Accept() {
   RefuseInsideWait();
   ReportStatus(4, "Accepting");
+  timed_out_ = false;
   while (true) {
-    pollfd incoming{socket_.Get(), POLLIN, 0};
     while (!notified_ && !canceled_) {
-      WaitTurn(socket_.Get(), POLLIN);
-      if (::poll(&incoming, 1, 0) > 0) {
+      if (const short events = WaitTurn(socket_.Get(), POLLIN); events != 0) {
         notified_ = true;
-        success_ = (incoming.revents & POLLIN) != 0;
+        success_ = (events & POLLIN) != 0;
         Connected = success_;
         // kept: on the lookup channel an incoming connection is told through OnDisconnect.
         Notify(listens_on_lookup_channel_ ? OnDisconnect : OnIncoming);
       }
     }
-    if (canceled_) throw ESockError("Accepting Canceled");
+    if (canceled_ || timed_out_) throw ESockError("Accepting Canceled");
     if (!success_) throw ESockError("Error creating Data Connection");
     socklen_t size = sizeof remote_;
     const int accepted =

@@ -253,8 +253,8 @@ class TPowersock {
   void ReplaceSocket();
   void CheckError(int error);
   void StartConnect();
-  void FinishConnect(int error);
-  void WaitTurn(int descriptor, short events, TPowersock* other = nullptr);
+  /// Polls for at most 2 ms, lets events through, looks at the time-out; returns what is ready.
+  short WaitTurn(int descriptor, short events, TPowersock* other = nullptr);
   void LetEventsThrough();
   void RunEventHook();
   void Notify(const TNotifyEvent& event);

@@ -62,11 +62,12 @@ int THostLookup::Descriptor() const {
 bool THostLookup::IsDone() const {
   return state_->Done.load(std::memory_order_acquire);
 }
+// Asking IsDone also makes what the thread wrote visible here.
 int THostLookup::Error() const {
-  return state_->Error;
+  return IsDone() ? state_->Error : EAI_AGAIN;
 }
 in_addr THostLookup::Address() const {
-  return state_->Address;
+  return IsDone() ? state_->Address : in_addr{};
 }
 
 }  // namespace skyreel

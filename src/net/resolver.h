@@ -25,9 +25,9 @@ class THostLookup {
   /// Becomes readable when the lookup is done.
   int Descriptor() const;
   bool IsDone() const;
-  /// Once done: 0, or the EAI_... code of the failure.
+  /// 0, or the EAI_... code of the failure; EAI_AGAIN while not done.
   int Error() const;
-  /// Once done without an error: the address, in network byte order.
+  /// The address, in network byte order; 0 unless done without an error.
   in_addr Address() const;
 
  private:

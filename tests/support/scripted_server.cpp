@@ -298,7 +298,7 @@ void TServer::Start() {
 void TServer::Stop() {
   Raise(stop_);
   if (thread_.joinable()) thread_.join();
-  WaitForConnections();
+  for (TServed& connection : connections_) connection.Thread.join();
 }
 
 void TServer::StopListening() {
@@ -307,13 +307,9 @@ void TServer::StopListening() {
   listener_.Close();
 }
 
-void TServer::WaitForConnections() {
-  std::vector<std::thread> running;
-  {
-    const std::lock_guard lock(mutex_);
-    running.swap(connections_);
-  }
-  for (std::thread& connection : running) connection.join();
+void TServer::WaitForConnections(int count) {
+  std::unique_lock lock(mutex_);
+  connection_ended_.wait(lock, [&] { return ended_ >= count; });
 }
 
 void TServer::Listen() {
@@ -326,10 +322,19 @@ void TServer::Listen() {
     const std::lock_guard lock(mutex_);
     const std::size_t number = received_.size();
     received_.emplace_back();
-    connections_.emplace_back([this, number, connected = std::move(socket)]() mutable {
+    connections_.remove_if([](TServed& served) {
+      if (served.Ended) served.Thread.join();
+      return served.Ended;
+    });
+    TServed& served = connections_.emplace_back();
+    served.Thread = std::thread([this, number, &served, connected = std::move(socket)]() mutable {
       TConnection connection(*this, std::move(connected), number);
       Serve(connection, static_cast<int>(number));
       connection.Finish();
+      const std::lock_guard ended(mutex_);
+      served.Ended = true;
+      ++ended_;
+      connection_ended_.notify_all();
     });
   }
 }

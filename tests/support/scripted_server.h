@@ -1,9 +1,10 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -79,8 +80,8 @@ class TServer {
   std::vector<std::string> Errors() const;
   /// Refuses connections from now on.
   void StopListening();
-  /// Waits until every connection so far has come to its end.
-  void WaitForConnections();
+  /// Waits until `count` connections have come and ended.
+  void WaitForConnections(int count);
 
  protected:
   TServer();
@@ -94,6 +95,11 @@ class TServer {
   friend class TConnection;
   void Listen();
 
+  struct TServed {
+    std::thread Thread;
+    bool Ended = false;
+  };
+
   TDescriptor listener_;
   TDescriptor stop_;
   TDescriptor release_;
@@ -102,7 +108,9 @@ class TServer {
   std::vector<std::string> lines_;
   std::vector<std::string> received_;
   std::vector<std::string> errors_;
-  std::vector<std::thread> connections_;
+  std::condition_variable connection_ended_;
+  int ended_ = 0;
+  std::list<TServed> connections_;  ///< those that have ended go when the next one comes
   std::thread thread_;
 };
 

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# bench/http.sh [rounds]
+# Fetches 100 MB from a local nginx, in turn with curl --http1.0 and with the program's own HTTP client in
+# file mode, and prints the best and the middle time of each and their ratios (below 1: faster than curl).
+# Then the processor share of a transfer that stalls.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+rounds=${1:-15}
+
+cmake --preset release > /dev/null
+cmake --build build/release --target bench_http > build/release/bench_http.log || { cat build/release/bench_http.log; exit 1; }
+bench=build/release/bench/bench_http
+
+folder=$(mktemp -d)
+trap '[ -f "$folder/pid" ] && kill "$(cat "$folder/pid")"; rm -rf "$folder"' EXIT
+mkdir "$folder/www"
+head -c 100000000 /dev/urandom > "$folder/www/file"
+chmod -R a+rX "$folder"
+
+# A port that nobody has is found by trying.
+for _ in {1..50}; do
+  port=$((20000 + RANDOM))
+  cat > "$folder/nginx.conf" << CONF
+pid $folder/pid;
+error_log $folder/error.log;
+worker_processes 1;
+events {}
+http {
+  access_log off;
+  sendfile on;
+  client_body_temp_path $folder/body; proxy_temp_path $folder/proxy; fastcgi_temp_path $folder/fastcgi;
+  uwsgi_temp_path $folder/uwsgi; scgi_temp_path $folder/scgi;
+  server { listen 127.0.0.1:$port; root $folder/www; }
+}
+CONF
+  if nginx -p "$folder" -c "$folder/nginx.conf" 2> "$folder/start.log"; then break; fi
+done
+[ -f "$folder/pid" ] || { cat "$folder/start.log"; exit 1; }
+url=http://127.0.0.1:$port/file
+
+# microseconds COMMAND...: how long it takes
+microseconds() {
+  local start=${EPOCHREALTIME/./}
+  "$@"
+  echo $((${EPOCHREALTIME/./} - start))
+}
+fetch_curl() { curl --silent --http1.0 -o "$folder/by_curl" "$url"; }
+fetch_own() { "$bench" get "$url" "$folder/by_own"; }
+
+fetch_curl; fetch_own
+cmp "$folder/by_curl" "$folder/www/file"
+cmp "$folder/by_own" "$folder/www/file"
+for ((i = 0; i < rounds; ++i)); do
+  microseconds fetch_curl >> "$folder/curl"
+  microseconds fetch_own >> "$folder/own"
+done
+sort -n "$folder/curl" -o "$folder/curl"
+sort -n "$folder/own" -o "$folder/own"
+paste "$folder/curl" "$folder/own" | awk -v middle=$((rounds / 2 + 1)) '
+  NR == 1 || NR == middle {
+    printf "100 MB, %-6s time: curl %7.1f ms, own %7.1f ms, ratio %.2f\n",
+           NR == 1 ? "best" : "middle", $1 / 1000, $2 / 1000, $2 / $1
+  }'
+printf 'stalled transfer: '
+"$bench" stall 5000
