@@ -14,10 +14,12 @@ void TSystemClock::Sleep(std::chrono::milliseconds span) {
   using TMonotonic = std::chrono::steady_clock;
   constexpr TMonotonic::duration kStep = std::chrono::milliseconds(5);
   const TMonotonic::time_point end = TMonotonic::now() + span;
-  for (TMonotonic::time_point now = TMonotonic::now(); now < end; now = TMonotonic::now()) {
+  TMonotonic::time_point now = TMonotonic::now();
+  do {
     std::this_thread::sleep_for(std::min(end - now, kStep));
     Fire(event_hook_);
-  }
+    now = TMonotonic::now();
+  } while (now < end);
 }
 
 }  // namespace skyreel

@@ -13,7 +13,7 @@ class TClock {
   virtual ~TClock() = default;
   /// The current UTC date and time.
   virtual TDateTime UtcNow() const = 0;
-  /// Waits, letting events through.
+  /// Waits, letting events through: once even with no time to wait.
   virtual void Sleep(std::chrono::milliseconds span) = 0;
 };
 
