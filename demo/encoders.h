@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "demo/picture.h"
+
+namespace skyreel::demo {
+
+// A picture or data as a whole file, in memory. Each throws std::runtime_error when the library refuses.
+
+std::string EncodeJpeg(const TPicture& picture);
+std::string EncodeGif(const TPicture& picture);
+std::string EncodeTiff(const TPicture& picture, bool lzw);
+std::string CompressBz2(std::string_view data);
+/// A zip archive that holds `data`, not compressed, under one name.
+std::string StoreZip(std::string_view name, std::string_view data, TDateTime time);
+
+}  // namespace skyreel::demo

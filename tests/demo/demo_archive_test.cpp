@@ -1,0 +1,212 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "demo/archive.h"
+#include "demo/ftp_service.h"
+#include "demo/http_service.h"
+#include "demo/tcp_server.h"
+#include "sources/dundee_pdus.h"
+#include "sources/met_charts.h"
+
+namespace skyreel {
+namespace {
+
+using namespace skyreel::demo;
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
+using ::testing::StartsWith;
+
+const TDateTime kNow = TDateTime::FromDate(2026, 3, 10, 12, 20);
+
+class DemoArchive : public ::testing::Test {
+ protected:
+  /// Everything that a server sends to one connection that asks this and no more.
+  static std::string Talk(TTcpServer& server, const std::string& request) {
+    const auto connection = ConnectLocally(server.Port());
+    if (!connection || !connection->Write(request)) return {};
+    std::string reply;
+    while (const auto line = connection->ReadLine()) reply += *line + "\n";
+    return reply;
+  }
+
+  TDemoArchive archive_{[] { return kNow; }};
+};
+
+TEST_F(DemoArchive, HasWhatTheSourcesAskForAndLargeEnough) {
+  struct TCase {
+    const char* Path;
+    const char* Begin;
+    std::size_t Least;
+    TDateTime Time;
+  };
+  const TDateTime noon = TDateTime::FromDate(2026, 3, 9, 12);
+  const TCase cases[] = {
+      {"/~idds/images/out/20260309_120000_07_C1D_0.jpg", "\xFF\xD8", 10001, noon},
+      {"/~idds/images/out/20260309_000000_05_ETOT_0.jpg", "\xFF\xD8", 10001, noon - 12h},
+      {"/~idds/images/out/SDDI-20260309-1200-BNW-08-IR_108-00-800.jpg", "\xFF\xD8", 10001, noon},
+      {"/~idds/images/out/SDDI-20260309-1200-BNW-07-WV-00-600.jpg", "\xFF\xD8", 10001, noon},
+      {"/~idds/images/out/SDDI-20260309-1200-RGB-09-DUST-07-1237.jpg", "\xFF\xD8", 10001, noon},
+      {"/goeseast-lzw/conus/vis/2603091145G13I01.tif", "II", 20000, noon - 15min},
+      {"/goeswest/antilles/ir3/2603091200G15I03.tiff", "II", 1000000, noon},
+      {"/abin/pdus?name=PDUS2603091200FV&order=Date", "PDUS", 890120, noon},
+      {"/wz/pics/bracka.gif", "GIF8", 5001, kNow.RoundedDown(6h)},
+      {"/data/tnz_1800_anal.gif", "GIF8", 5001, noon + 6h},
+      {"/M7/FES_2026-03-08_2400_M7_IR.OPEN_MTP.bz2", "BZh", 10001, noon - 12h},
+      {"/M5/FES_2026-03-09_1200_M5_WV.OPEN_MTP.Z", "\x1F\x9D", 10001, noon},
+      {"/M5/FES_2026-03-09_1200_M5_VISSN.GIF", "GIF8", 10001, noon},
+      {"/Weather/METEOSAT-7/McIDAS_areas/vis/5km/ME7-202603091200.vis.ara.Z", "\x1F\x9D", 200001, noon},
+  };
+  for (const TCase& expected : cases) {
+    SCOPED_TRACE(expected.Path);
+    const auto file = archive_.Find(expected.Path);
+    ASSERT_TRUE(file);
+    EXPECT_THAT(*file->Content, StartsWith(expected.Begin));
+    EXPECT_GE(file->Content->size(), expected.Least);
+    EXPECT_EQ(file->Modified, expected.Time);
+    EXPECT_EQ(file->Fault, TFault::None);
+    EXPECT_EQ(archive_.Find(expected.Path)->Content, file->Content) << "made twice";
+  }
+}
+
+TEST_F(DemoArchive, HasNoFileOfAnImplausibleName) {
+  for (const char* path :
+       {"/", "", "/abin/", "/~idds/images/out/20261309_120000_07_C1D_0.jpg",
+        "/~idds/images/out/20260309_126000_07_C1D_0.jpg", "/~idds/images/out/20260310_123000_07_C1D_0.jpg",
+        "/~idds/images/out/20250309_120000_07_C1D_0.jpg", "/goeseast-lzw/conus/vis/2603091145G13I01.tiff",
+        "/M5/FES_2026-03-09_1200_M7_IR.GIF", "/../../etc/passwd"}) {
+    EXPECT_FALSE(archive_.Find(path)) << path;
+  }
+  EXPECT_FALSE(archive_.Find(std::string(100000, 'a')));
+}
+
+TEST_F(DemoArchive, ShowsEveryOutcomeAtItsHour) {
+  EXPECT_FALSE(archive_.Find("/~idds/images/out/SDDI-20260309-0300-BNW-08-VIS006-02-600.jpg"));
+  const auto fault = [&](const char* path) {
+    const auto file = archive_.Find(path);
+    return file ? file->Fault : TFault::None;
+  };
+  EXPECT_EQ(fault("/~idds/images/out/SDDI-20260309-0900-BNW-08-VIS006-02-600.jpg"), TFault::Cut);
+  EXPECT_EQ(fault("/~idds/images/out/SDDI-20260309-2100-BNW-08-IR_108-02-600.jpg"), TFault::Stall);
+}
+
+TEST_F(DemoArchive, HasEveryChartThatTheChartJobAsksFor) {
+  const TServerRoots roots;
+  const TChartPlan plan{roots, "/wz/pics/bracka.gif", 1, kNow, kNow};
+  for (const std::string& item : MetChartItems()) {
+    const auto requests = ChartRequests(item, plan);
+    ASSERT_FALSE(requests.empty()) << item;
+    const auto file = archive_.Find(requests.front().Url);
+    ASSERT_TRUE(file) << requests.front().Url;
+    EXPECT_GT(file->Content->size(), static_cast<std::size_t>(ChartKind(requests.front().Kind).MinimumSize));
+  }
+}
+
+TEST_F(DemoArchive, ListsItsPicturesAsTheListingIsRead) {
+  const auto page = archive_.Find("/IDDS-cgi/listImages?m=7,s=1,c=1,o=0,d=0,f=1");
+  ASSERT_TRUE(page);
+  EXPECT_THAT(*page->Content, HasSubstr("\nframe0 = \"/~idds/images/out/20260306_000000_07_C1D_0.jpg\";\n"));
+  EXPECT_THAT(*page->Content,
+              HasSubstr("= \"/~idds/images/out/20260310_120000_07_C1D_0.jpg\";\nnumber_of_images"));
+}
+
+TEST_F(DemoArchive, OffersProductsOnTheOrderPageThatItHas) {
+  const auto page = archive_.Find("/abin/filesorder?s=Date");
+  ASSERT_TRUE(page);
+  const TPdusOrder order =
+      ParseOrderPage(*page->Content, "http://archive", {"1200, Meteosat Europe, Visible", "IODC"});
+  EXPECT_EQ(order.RefusedCount, 0u);
+  ASSERT_GT(order.Entries.size(), 50u);
+  const auto file = archive_.Find(order.Entries.front().Url.substr(std::string("http://archive").size()));
+  ASSERT_TRUE(file);
+  EXPECT_EQ(file->Modified, PdusNameToDateTime(order.Entries.front().Name));
+}
+
+TEST_F(DemoArchive, AnswersHttp) {
+  TTcpServer server(0, [this](TConnection& client) { ServeHttp(archive_, client); });
+  const std::string chart = "/wz/pics/bracka.gif";
+  const std::string size = std::to_string(archive_.Find(chart)->Content->size());
+
+  const std::string head = Talk(server, "HEAD " + chart + " HTTP/1.0\r\n\r\n");
+  EXPECT_THAT(head, StartsWith("HTTP/1.1 200 "));
+  EXPECT_THAT(head, HasSubstr("\nContent-Length: " + size + "\n"));
+  EXPECT_THAT(head, HasSubstr("\nLast-Modified: Tue, 10 Mar 2026 12:00:00 GMT\n"));
+  EXPECT_THAT(head, EndsWith("\n\n")) << "a body after HEAD";
+
+  EXPECT_THAT(Talk(server, "GET " + chart + " HTTP/1.1\r\nHost: a\r\n\r\n"), HasSubstr("\n\nGIF8"));
+  EXPECT_THAT(Talk(server, "GET http://any.example" + chart + " HTTP/1.0\r\n\r\n"), HasSubstr("\n\nGIF8"));
+  EXPECT_THAT(Talk(server, "GET /none HTTP/1.0\r\n\r\n"), StartsWith("HTTP/1.1 404 "));
+  EXPECT_THAT(Talk(server, "POST / HTTP/1.0\r\n\r\n"), StartsWith("HTTP/1.1 405 "));
+  EXPECT_THAT(Talk(server, "rubbish\r\n\r\n"), StartsWith("HTTP/1.1 400 "));
+
+  const std::string order = "GET /abin/filesorder?s=Date HTTP/1.0\r\n";
+  EXPECT_THAT(Talk(server, order + "\r\n"), StartsWith("HTTP/1.1 401 "));
+  EXPECT_THAT(Talk(server, order + "authorization: Basic ZGVtbzpub3Bl\r\n\r\n"), StartsWith("HTTP/1.1 401 "));
+  EXPECT_THAT(Talk(server, order + "authorization: Basic ZGVtbzpkZW1v\r\n\r\n"), StartsWith("HTTP/1.1 200 "));
+
+  const std::string cut =
+      Talk(server, "GET /~idds/images/out/SDDI-20260309-0900-BNW-08-VIS006-02-600.jpg HTTP/1.0\r\n\r\n");
+  const auto whole =
+      archive_.Find("/~idds/images/out/SDDI-20260309-0900-BNW-08-VIS006-02-600.jpg")->Content->size();
+  EXPECT_THAT(cut, HasSubstr("\nContent-Length: " + std::to_string(whole) + "\n"));
+  EXPECT_LT(cut.size(), whole);
+}
+
+TEST_F(DemoArchive, AnswersFtpActiveAndPassive) {
+  TTcpServer server(0, [this](TConnection& client) { ServeFtp(archive_, client); });
+  const auto control = ConnectLocally(server.Port());
+  ASSERT_TRUE(control);
+  const auto say = [&](const std::string& command) {
+    control->Write(command + "\r\n");
+    return control->ReadLine().value_or("");
+  };
+  EXPECT_THAT(control->ReadLine().value_or(""), StartsWith("220 "));
+  EXPECT_THAT(say("PWD"), StartsWith("530 "));
+  EXPECT_THAT(say("USER demo"), StartsWith("331 "));
+  EXPECT_THAT(say("PASS wrong"), StartsWith("530 "));
+  EXPECT_THAT(say("USER demo"), StartsWith("331 "));
+  EXPECT_THAT(say("PASS demo"), StartsWith("230 "));
+  EXPECT_THAT(say("TYPE I"), StartsWith("200 "));
+  EXPECT_THAT(say("RETR /M7/FES_2026-03-09_1200_M7_WV.GIF"), StartsWith("425 "));
+  EXPECT_THAT(say("RETR /M7/none"), StartsWith("550 "));
+  EXPECT_THAT(say("PORT 1,2,3"), StartsWith("501 "));
+  EXPECT_THAT(say("CWD /nowhere"), StartsWith("550 "));
+  EXPECT_THAT(say("CWD M7"), StartsWith("250 "));
+  EXPECT_EQ(say("PWD"), "257 \"/M7\"");
+
+  const auto gif = archive_.Find("/M7/FES_2026-03-09_1200_M7_WV.GIF");
+  const std::string size = std::to_string(gif->Content->size());
+  EXPECT_EQ(say("SIZE FES_2026-03-09_1200_M7_WV.GIF"), "213 " + size);
+
+  TListener data_listener(0);
+  const int port = data_listener.Port();
+  EXPECT_THAT(say("PORT 127,0,0,1," + std::to_string(port / 256) + "," + std::to_string(port % 256)),
+              StartsWith("200 "));
+  EXPECT_THAT(say("RETR FES_2026-03-09_1200_M7_WV.GIF"), HasSubstr("(" + size + " bytes)"));
+  auto data = data_listener.Accept(5s);
+  ASSERT_TRUE(data);
+  EXPECT_THAT(data->ReadLine().value_or(""), StartsWith("GIF8"));
+  control->Write("ABOR\r\n");
+  EXPECT_THAT(control->ReadLine().value_or(""), StartsWith("426 "));
+  EXPECT_THAT(control->ReadLine().value_or(""), StartsWith("226 "));
+
+  const std::string passive = say("PASV");
+  ASSERT_THAT(passive, StartsWith("227 Entering Passive Mode (127,0,0,1,"));
+  int high = 0, low = 0;
+  ASSERT_EQ(std::sscanf(passive.c_str(), "227 Entering Passive Mode (127,0,0,1,%d,%d)", &high, &low), 2);
+  EXPECT_THAT(say("NLST"), StartsWith("150 "));
+  data = ConnectLocally(high * 256 + low);
+  ASSERT_TRUE(data);
+  std::vector<std::string> names;
+  while (const auto line = data->ReadLine()) names.push_back(*line);
+  data.reset();
+  EXPECT_THAT(control->ReadLine().value_or(""), StartsWith("226 "));
+  EXPECT_THAT(names,
+              IsSupersetOf({"FES_2026-03-09_1200_M7_WV.GIF", "FES_2026-03-08_2400_M7_IR.OPEN_MTP.bz2"}));
+  EXPECT_THAT(say("QUIT"), StartsWith("221 "));
+}
+
+}  // namespace
+}  // namespace skyreel
