@@ -89,7 +89,8 @@ bool TFtpSession::Open() {
   }
   client.OnConnectionFailed = handler;
   if (!problem.empty()) Report(problem);
-  Close();
+  // Without a goodbye: there is no telling what such a server does with it.
+  Drop();
   return false;
 }
 
@@ -109,7 +110,7 @@ void TFtpSession::OpenConnection() {
   client.Passive = login_.Passive;
   client.TimeOut = context_.Shared.TimeoutSeconds * 1000;
   // What an earlier session ended with is no business of this one.
-  if (client.Connected) client.TPowersock::Disconnect();
+  Drop();
   client.ReplyCode = 0;
   client.Connect();
   client.SetTransferType(kBinaryType);
@@ -125,9 +126,15 @@ void TFtpSession::Close() {
   } catch (const std::exception&) {
     // There is nothing left to do with the server but to leave it.
   }
+  Drop();
+}
+
+/// Closes what is still open, whatever the server thinks of it.
+void TFtpSession::Drop() {
   try {
-    if (client.Connected) client.TPowersock::Disconnect();
+    if (context_.NMFTP.Connected) context_.NMFTP.TPowersock::Disconnect();
   } catch (const std::exception&) {
+    // A socket that cannot be closed in order is closed all the same.
   }
 }
 

@@ -60,6 +60,7 @@ class TFtpSession {
   static constexpr int kMaxBreaks = 3;
 
   void OpenConnection();
+  void Drop();
   bool EnsureOpen();
   void Report(const std::string& text);
   bool Fetch(const std::string& remote_path, const std::filesystem::path& local_path, std::string& problem);
