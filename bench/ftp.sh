@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# Compares the FTP client with curl on the same vsftpd: one file of 100 MB, and 500 files of 20 KB over one
+# session, passive and active. Prints the best of several rounds, which alternate between the two.
+#   bench/ftp.sh <path of ftp_get> [rounds]
+# Needs vsftpd and curl, and must be started as root (vsftpd changes its user).
+set -euo pipefail
+
+get=$(realpath "${1:?path of ftp_get}")
+rounds=${2:-7}
+work=$(mktemp -d)
+server=
+finish() {
+  [ -z "$server" ] || kill "$server" 2>/dev/null || true
+  rm -rf "$work"
+}
+trap finish EXIT
+
+mkdir -p "$work/root" "$work/out" "$work/empty"
+chmod 755 "$work" "$work/root"
+head -c 100000000 /dev/urandom >"$work/root/large"
+names=()
+for n in $(seq 500); do
+  names+=("small$n")
+  head -c 20000 /dev/urandom >"$work/root/small$n"
+done
+
+for port in $(shuf -i 20000-60000 -n 20); do
+  cat >"$work/vsftpd.conf" <<CONF
+listen=YES
+listen_address=127.0.0.1
+listen_port=$port
+background=NO
+anonymous_enable=YES
+anon_root=$work/root
+no_anon_password=NO
+local_enable=NO
+connect_from_port_20=NO
+pasv_address=127.0.0.1
+secure_chroot_dir=$work/empty
+seccomp_sandbox=NO
+CONF
+  /usr/sbin/vsftpd "$work/vsftpd.conf" &
+  server=$!
+  for _ in $(seq 50); do
+    if curl -s "ftp://127.0.0.1:$port/" >/dev/null; then break 2; fi
+    kill -0 "$server" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill "$server" 2>/dev/null || true
+  server=
+done
+[ -n "$server" ] || { echo "vsftpd does not start" >&2; exit 1; }
+
+# curl's list of transfers, all over one connection.
+for name in "${names[@]}"; do
+  printf 'url = "ftp://127.0.0.1:%s/%s"\noutput = "%s"\n' "$port" "$name" "$work/out/$name"
+done >"$work/small.curl"
+printf 'url = "ftp://127.0.0.1:%s/large"\noutput = "%s"\n' "$port" "$work/out/large" >"$work/large.curl"
+
+# Seconds that the command takes.
+seconds() {
+  local begin end
+  begin=$(date +%s%N)
+  "$@" || { echo "failed: $1" >&2; exit 1; }
+  end=$(date +%s%N)
+  echo "$((end - begin))" | awk '{ printf "%.3f\n", $1 / 1e9 }'
+}
+
+printf '%-24s %10s %10s %8s\n' "best of $rounds, seconds" ours curl ratio
+for what in large small; do
+  if [ $what = large ]; then list=(large); else list=("${names[@]}"); fi
+  for mode in passive active; do
+    if [ $mode = active ]; then port_option=(--ftp-port -); else port_option=(); fi
+    : >"$work/ours" >"$work/curls"
+    for _ in $(seq "$rounds"); do
+      rm -f "$work"/out/*
+      seconds "$get" "127.0.0.1:$port" $mode "$work/out" "${list[@]}" >>"$work/ours"
+      for name in "${list[@]}"; do cmp -s "$work/root/$name" "$work/out/$name"; done
+      rm -f "$work"/out/*
+      seconds curl -s "${port_option[@]}" -K "$work/$what.curl" >>"$work/curls"
+    done
+    ours=$(sort -n "$work/ours" | head -1)
+    curls=$(sort -n "$work/curls" | head -1)
+    label=$([ $what = large ] && echo "100 MB" || echo "500 x 20 KB")
+    awk -v l="$label, $mode" -v o="$ours" -v c="$curls" \
+      'BEGIN { printf "%-24s %10.3f %10.3f %8.2f\n", l, o, c, o / c }'
+  done
+done
