@@ -140,7 +140,7 @@ void TFtpSession::Drop() {
 
 /// Opens the session again if the server has closed it.
 bool TFtpSession::EnsureOpen() {
-  if (use_wininet_) return true;
+  if (use_wininet_) return connection_ != nullptr;
   try {
     context_.NMFTP.EnsureConnected();
     breaks_ = 0;
