@@ -1,0 +1,28 @@
+// Any source; the first byte chooses how the stream over the rest is read and moved.
+
+#include <cstdint>
+#include <string>
+
+#include "decompress/bzip2_stream.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const unsigned choice = data[0];
+  const std::string input(reinterpret_cast<const char*>(data) + 1, size - 1);
+  try {
+    skyreel::TViewStream source(input);
+    skyreel::TBZDecompressionStream stream(source);
+    std::string buffer(1 + choice * 37, '\0');
+    std::int64_t total = 0;
+    if ((choice & 1) != 0) total = stream.Seek(choice, skyreel::TSeekOrigin::Current);
+    if ((choice & 2) != 0) total = stream.Seek(0, skyreel::TSeekOrigin::Beginning);
+    while (total < 4 << 20) {
+      const std::int64_t got = stream.Read(buffer.data(), static_cast<std::int64_t>(buffer.size()));
+      if (got == 0) break;
+      total += got;
+    }
+    if (stream.Seek(0, skyreel::TSeekOrigin::Current) != total) __builtin_trap();
+  } catch (const skyreel::EBZip2Error&) {
+  }
+  return 0;
+}

@@ -1,0 +1,304 @@
+// The format: bytes 0x1F 0x9D, a flags byte (bit 7: block mode, bits 0 to 4: maximum code width), then codes,
+// least significant bit first. A code is one of the bytes 0 to 255, or an earlier string plus the first byte
+// of the string that followed it; each code but the first adds such an entry until 2^maximum entries exist.
+// Codes are 9 bits wide and become one bit wider whenever the next entry's number does not fit. In block mode
+// code 256 clears the table, and the width falls back to 9 bits.
+//
+// The encoder writes codes in groups of eight, that is of `width` bytes. Where the width changes, the rest of
+// a group is padding.
+
+#include "decompress/uncompress.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "base/files.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr std::uint32_t kClearCode = 256;
+constexpr std::size_t kHeaderSize = 3;
+constexpr std::size_t kMostEntries = 65536;
+constexpr std::int64_t kMaximumBits = 16;
+constexpr std::uint32_t kFirstWidth = 9;
+/// Larger compressed files do not exist in practice, and would decode to more than is allowed.
+constexpr std::int64_t kInputLimit = std::int64_t{1} << 30;
+
+[[noreturn]] void ThrowCorrupt() {
+  throw EDecompressError("File is corrupt, a code stands for no string");
+}
+
+/// Copies `length` bytes forward, in pieces of 16 that may overshoot by 31 bytes. The ranges may overlap only
+/// in the overshoot, or where the last byte of the source is the first of the destination.
+inline void CopyForward(char* to, const char* from, std::uint32_t length) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+  for (std::uint32_t done = 16; done < length; done += 32) {
+    const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + done));
+    const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + done + 16));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + done), low);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + done + 16), high);
+  }
+}
+
+/// The codes of one width, which follow each other without padding. Reads eight bytes at once, never beyond
+/// the input.
+class TCodeReader {
+ public:
+  explicit TCodeReader(std::string_view input) : begin_(input.data()), size_(input.size()) {
+    if (size_ >= sizeof(small_)) {
+      last_load_ = size_ - 8;
+    } else {
+      std::memcpy(small_, input.data(), size_);
+      begin_ = small_;
+      last_load_ = sizeof(small_) - 8;
+    }
+  }
+
+  /// The run begins at the byte `start`. Returns how many whole codes the input holds from there.
+  std::size_t Begin(std::size_t start, std::uint32_t width) {
+    start_ = std::min(start, size_);
+    bit_ = std::uint64_t{start_} * 8;
+    width_ = width;
+    mask_ = (1U << width) - 1;
+    return (size_ - start_) * 8 / width;
+  }
+
+  std::uint32_t Next() {
+    const std::size_t byte = std::min<std::size_t>(bit_ >> 3, last_load_);
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, begin_ + byte, sizeof(bits));
+    const std::uint32_t code = static_cast<std::uint32_t>(bits >> (bit_ - byte * 8)) & mask_;
+    bit_ += width_;
+    return code;
+  }
+
+  /// Where the next width's run begins: behind the whole groups from which codes were taken.
+  std::size_t End() const {
+    const std::size_t group_bits = std::size_t{width_} * 8;
+    return start_ + (bit_ - start_ * 8 + group_bits - 1) / group_bits * width_;
+  }
+
+  /// For codes of 16 bits: the bytes not yet read, and that `count` more codes were.
+  const char* Rest() const { return begin_ + (bit_ >> 3); }
+  void Skip(std::size_t count) { bit_ += std::uint64_t{width_} * count; }
+
+ private:
+  const char* begin_;
+  std::size_t size_;
+  std::size_t last_load_;
+  std::size_t start_ = 0;
+  std::uint64_t bit_ = 0;
+  std::uint32_t width_ = kFirstWidth;
+  std::uint32_t mask_ = 0;
+  char small_[16] = {};
+};
+
+/// The place where output is written, as offsets from the single-byte strings just before it.
+class TOutput {
+ public:
+  TOutput(TMemoryStream& stream, std::int64_t limit) : stream_(stream), limit_(limit) {
+    Attach();
+    for (int value = 0; value < 256; ++value) base_[value] = static_cast<char>(value);
+  }
+
+  char* Base() const { return base_; }
+  /// Offsets up to here may be written without asking; a copy may overshoot it.
+  std::uint32_t End() const { return end_; }
+  /// Moves End to `needed` at least; Base changes.
+  void Grow(std::uint64_t needed) {
+    const std::int64_t size = static_cast<std::int64_t>(needed - TMemoryStream::kHeadroom);
+    if (size > limit_) {
+      throw EDecompressError("File decodes to more than " + std::to_string(limit_) + " bytes");
+    }
+    stream_.Reserve(std::min(std::max(size, stream_.Capacity() * 2), limit_));
+    Attach();
+  }
+
+ private:
+  void Attach() {
+    base_ = stream_.Data() - TMemoryStream::kHeadroom;
+    end_ = static_cast<std::uint32_t>(std::min(stream_.Capacity(), limit_)) +
+           static_cast<std::uint32_t>(TMemoryStream::kHeadroom);
+  }
+
+  TMemoryStream& stream_;
+  std::int64_t limit_;
+  char* base_ = nullptr;
+  std::uint32_t end_ = 0;
+};
+
+static_assert(TMemoryStream::kHeadroom == 256, "the single-byte strings fill it");
+static_assert(TMemoryStream::kSlack >= 32, "copies overshoot by up to 31 bytes");
+
+}  // namespace
+
+std::filesystem::path UncompressedName(const std::filesystem::path& path) {
+  std::filesystem::path name = path;
+  name.replace_extension();
+  if (name == path) throw EDecompressError("The name " + path.string() + " has no extension to remove");
+  return name;
+}
+
+void TUncompressor::PrepareTable(std::size_t input_size) {
+  // One place behind the last entry: where the next one is put down before it is known to fit.
+  const std::size_t wanted = std::min(kMostEntries, 257 + input_size) + 1;
+  if (wanted <= table_size_) return;
+  table_ = std::make_unique_for_overwrite<TEntry[]>(wanted);
+  table_size_ = wanted;
+}
+
+void TUncompressor::Decompress(std::string_view input, TMemoryStream& output) {
+  output.Clear();
+  if (input.substr(0, 2) != "\x1F\x9D") {
+    throw EDecompressError("File if not a valid .Z file, bad signature found");
+  }
+  if (input.size() < kHeaderSize) return;
+  const unsigned flags = static_cast<unsigned char>(input[2]);
+  const int maximum_bits = static_cast<int>(flags & 0x1F);
+  if (maximum_bits > kMaximumBits) {
+    throw EDecompressError("File is compressed with " + std::to_string(maximum_bits) +
+                           " bits, but I can only handle " + std::to_string(kMaximumBits) + " bits.");
+  }
+  input.remove_prefix(kHeaderSize);
+  PrepareTable(input.size());
+  Decode(input, maximum_bits, (flags & 0x80) != 0, output);
+}
+
+void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_mode, TMemoryStream& stream) {
+  TEntry* const table = table_.get();
+  for (std::uint32_t value = 0; value < 256; ++value) table[value] = {value, 1};
+
+  const std::int64_t limit = std::clamp<std::int64_t>(OutputLimit, 0, kLargestOutputLimit);
+  // Room for most pictures at once; unused room takes no memory.
+  stream.Reserve(std::min(static_cast<std::int64_t>(input.size()) * 8 + 65536, limit));
+  TOutput output(stream, limit);
+  char* base = output.Base();
+  std::uint32_t at = TMemoryStream::kHeadroom;
+
+  const std::uint32_t code_limit = 1U << maximum_bits;
+  const std::uint32_t clear_code = block_mode ? kClearCode : ~0U;
+  const std::uint32_t first_free = block_mode ? 257 : 256;
+  TCodeReader codes(input);
+
+  std::uint32_t width = kFirstWidth;
+  std::uint32_t largest = (1U << kFirstWidth) - 1;
+  std::uint32_t next_free = first_free;
+  TEntry previous{0, 0};
+  bool fresh = true;  // the table holds single bytes only, and so must the next code be one
+  std::size_t start = 0;
+
+  for (;;) {  // one turn for each run of codes of the same width
+    std::size_t left = codes.Begin(start, width);
+    if (left == 0) break;
+    bool cleared = false;
+
+    if (fresh) {
+      const std::uint32_t code = codes.Next();
+      --left;
+      if (code == clear_code && start > 0) {
+        cleared = true;  // a clear after a clear
+      } else {
+        if (code > 255) ThrowCorrupt();
+        if (at >= output.End()) {
+          output.Grow(std::uint64_t{at} + 1);
+          base = output.Base();
+        }
+        base[at] = static_cast<char>(code);
+        previous = {at++, 1};
+        fresh = false;
+      }
+    }
+
+    while (!cleared && left > 0 && next_free <= largest) {
+      if (next_free == kMostEntries) break;
+      // Each code makes one entry, so it is known how many are read before the table or the width is full.
+      const bool filling = next_free < code_limit;
+      std::size_t count = left;
+      if (filling) count = std::min<std::size_t>(count, std::min(code_limit, largest + 1) - next_free);
+      const std::uint32_t step = filling ? 1 : 0;
+      left -= count;
+      for (; count > 0; --count) {
+        const std::uint32_t code = codes.Next();
+        if (code == clear_code) {
+          cleared = true;
+          break;
+        }
+        if (code > next_free) ThrowCorrupt();
+        table[next_free] = {previous.Position, previous.Length + 1};
+        const TEntry entry = table[code];
+        if (entry.Length > output.End() - at) {
+          output.Grow(std::uint64_t{at} + entry.Length);
+          base = output.Base();
+        }
+        CopyForward(base + at, base + entry.Position, entry.Length);
+        // The entry just made ends with the first byte of this very string.
+        if (code == next_free) base[at + entry.Length - 1] = base[at];
+        previous = {at, entry.Length};
+        at += entry.Length;
+        next_free += step;
+      }
+    }
+
+    if (!cleared && left > 0 && next_free == kMostEntries) {
+      // The long stretch of most files: the table is full, every code is valid and two whole bytes.
+      const char* from = codes.Rest();
+      const char* const end = from + left * 2;
+      std::uint32_t room = output.End();
+      while (from < end) {
+        std::uint16_t code = 0;
+        std::memcpy(&code, from, sizeof(code));
+        from += 2;
+        if (code == clear_code) {
+          cleared = true;
+          break;
+        }
+        const TEntry entry = table[code];
+        if (entry.Length > room - at) {
+          output.Grow(std::uint64_t{at} + entry.Length);
+          base = output.Base();
+          room = output.End();
+        }
+        CopyForward(base + at, base + entry.Position, entry.Length);
+        at += entry.Length;
+      }
+      codes.Skip(static_cast<std::size_t>(from - codes.Rest()) / 2);
+    }
+
+    if (cleared) {
+      width = kFirstWidth;
+      largest = (1U << kFirstWidth) - 1;
+      // The first code after a clear makes an entry that nothing can name (its number is the clear code's).
+      next_free = code_limit > kClearCode ? first_free : kClearCode;
+      fresh = true;
+    } else if (next_free > largest) {
+      ++width;
+      largest = width == static_cast<std::uint32_t>(maximum_bits) ? code_limit : (1U << width) - 1;
+    } else {
+      break;
+    }
+    start = codes.End();
+  }
+  stream.SetSize(static_cast<std::int64_t>(at - TMemoryStream::kHeadroom));
+}
+
+bool UncompressFile(const std::filesystem::path& path) {
+  if (FileSizeOf(path) < 0) return false;
+  const std::filesystem::path target = UncompressedName(path);
+  TMemoryStream output;
+  {
+    TMemoryStream input;
+    input.LoadFromFile(path, kInputLimit);
+    TUncompressor().Decompress(input.View(), output);
+  }
+  if (output.Size() == 0) return false;
+  const TDateTime time = GetFileDateTime(path);
+  WriteFileWhole(target, output.View());
+  if (!time.IsZero()) SetFileDateTime(target, time);
+  return true;
+}
+
+}  // namespace skyreel
