@@ -1,0 +1,226 @@
+// Windows bitmap: a file header of 14 bytes (BM, file size, reserved, offset of the pixels), an information
+// header (12 bytes of the old kind, or 40 and more), for BI_BITFIELDS channel masks, a palette of blue,
+// green, red (and a fourth byte in the newer kind), then rows padded to four bytes, bottom up unless the
+// height is negative. Numbers are little endian. 1, 4, 8, 16, 24 and 32 bits per pixel; run lengths for 4
+// and 8.
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <string>
+#include <vector>
+
+#include "image/readers.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr std::uint32_t kUncompressed = 0;
+constexpr std::uint32_t kRuns8 = 1;
+constexpr std::uint32_t kRuns4 = 2;
+constexpr std::uint32_t kBitFields = 3;
+constexpr std::size_t kFileHeader = 14;
+
+[[noreturn]] void Fail(const char* what) {
+  throw EInvalidGraphic(std::string("BMP: ") + what);
+}
+
+class TBytes {
+ public:
+  explicit TBytes(std::string_view data) : data_(data) {}
+  std::size_t Size() const { return data_.size(); }
+  std::uint32_t Get(std::size_t at, std::size_t bytes) const {
+    if (at > data_.size() || data_.size() - at < bytes) Fail("file is cut off");
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < bytes; ++i) {
+      value |= static_cast<std::uint32_t>(static_cast<unsigned char>(data_[at + i])) << (8 * i);
+    }
+    return value;
+  }
+  std::uint8_t Byte(std::size_t at) const { return static_cast<std::uint8_t>(Get(at, 1)); }
+
+ private:
+  std::string_view data_;
+};
+
+/// One channel of a 16- or 32-bit pixel.
+struct TChannel {
+  std::uint32_t Mask = 0;
+  std::uint8_t Value(std::uint32_t pixel) const {
+    if (Mask == 0) return 0;
+    const int shift = std::countr_zero(Mask);
+    const std::uint64_t most = Mask >> shift;
+    return static_cast<std::uint8_t>(((pixel & Mask) >> shift) * std::uint64_t{255} / most);
+  }
+};
+
+using TColour = std::array<std::uint8_t, 3>;  // red, green, blue
+
+class TBmp {
+ public:
+  explicit TBmp(std::string_view data) : bytes_(data) {}
+
+  void Read(TExtBitmap& bitmap) {
+    ReadHeader();
+    bitmap.SetSize(width_, height_);
+    if (bitmap.IsEmpty()) Fail("picture is empty");
+    if (compression_ == kRuns8 || compression_ == kRuns4) {
+      ReadRuns(bitmap);
+    } else {
+      ReadRows(bitmap);
+    }
+  }
+
+ private:
+  void ReadHeader() {
+    if (bytes_.Get(0, 2) != 0x4D42) Fail("file has no bitmap signature");
+    pixels_ = bytes_.Get(10, 4);
+    const std::size_t header = bytes_.Get(kFileHeader, 4);
+    const bool old = header == 12;
+    if (!old && (header < 40 || header > 4096)) Fail("header is of an unknown kind");
+    std::size_t colours = 0;
+    if (old) {
+      width_ = bytes_.Get(18, 2);
+      height_ = bytes_.Get(20, 2);
+      bits_ = bytes_.Get(24, 2);
+    } else {
+      width_ = static_cast<std::int32_t>(bytes_.Get(18, 4));
+      height_ = static_cast<std::int32_t>(bytes_.Get(22, 4));
+      bits_ = bytes_.Get(28, 2);
+      compression_ = bytes_.Get(30, 4);
+      colours = bytes_.Get(46, 4);
+    }
+    top_down_ = height_ < 0;
+    if (top_down_) height_ = -height_;
+    std::size_t palette = kFileHeader + header;
+    switch (bits_) {
+      case 1:
+      case 4:
+      case 8:
+        if (compression_ != kUncompressed && !(compression_ == kRuns8 && bits_ == 8) &&
+            !(compression_ == kRuns4 && bits_ == 4)) {
+          Fail("compression is of an unknown kind");
+        }
+        if (colours == 0 || colours > (1U << bits_)) colours = std::size_t{1} << bits_;
+        for (std::size_t i = 0; i < colours; ++i, palette += old ? 3 : 4) {
+          palette_[i] = {bytes_.Byte(palette + 2), bytes_.Byte(palette + 1), bytes_.Byte(palette)};
+        }
+        break;
+      case 24:
+        if (compression_ != kUncompressed) Fail("compression is of an unknown kind");
+        break;
+      case 16:
+      case 32:
+        if (compression_ == kBitFields) {
+          // Behind the header of 40 bytes; later headers hold them at the same place.
+          for (std::size_t i = 0; i < 3; ++i) channels_[i].Mask = bytes_.Get(kFileHeader + 40 + 4 * i, 4);
+        } else if (compression_ != kUncompressed) {
+          Fail("compression is of an unknown kind");
+        } else if (bits_ == 16) {
+          channels_ = {{{0x7C00}, {0x03E0}, {0x001F}}};
+        } else {
+          channels_ = {{{0xFF0000}, {0x00FF00}, {0x0000FF}}};
+        }
+        break;
+      default:
+        Fail("number of bits per pixel is not allowed");
+    }
+  }
+
+  int Row(std::int64_t row) const { return static_cast<int>(top_down_ ? row : height_ - 1 - row); }
+
+  void ReadRows(TExtBitmap& bitmap) {
+    const std::size_t stride = (static_cast<std::size_t>(width_) * bits_ + 31) / 32 * 4;
+    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width_) * 3);
+    for (std::int64_t row = 0; row < height_; ++row) {
+      const std::size_t start = pixels_ + static_cast<std::size_t>(row) * stride;
+      for (std::size_t x = 0; x < static_cast<std::size_t>(width_); ++x) {
+        std::copy_n(Pixel(start, x).begin(), 3, rgb.begin() + static_cast<std::ptrdiff_t>(x * 3));
+      }
+      bitmap.SetRowFromRgb(Row(row), rgb.data());
+    }
+  }
+
+  TColour Pixel(std::size_t start, std::size_t x) const {
+    if (bits_ <= 8) {
+      const std::size_t bit = x * bits_;
+      const unsigned byte = bytes_.Byte(start + bit / 8);
+      return palette_[(byte >> (8 - bits_ - bit % 8)) & ((1U << bits_) - 1)];
+    }
+    const std::uint32_t pixel = bytes_.Get(start + x * bits_ / 8, bits_ / 8);
+    if (bits_ == 24) {
+      return {static_cast<std::uint8_t>(pixel >> 16), static_cast<std::uint8_t>(pixel >> 8),
+              static_cast<std::uint8_t>(pixel)};
+    }
+    return {channels_[0].Value(pixel), channels_[1].Value(pixel), channels_[2].Value(pixel)};
+  }
+
+  /// Pairs of bytes: a count and a colour; or 0 and: 0 end of the row, 1 end of the picture, 2 and two bytes
+  /// to move right and up, otherwise that many pixels follow, padded to two bytes. Pixels left out are colour
+  /// 0.
+  void ReadRuns(TExtBitmap& bitmap) {
+    if (top_down_) Fail("run lengths cannot stand from the top down");
+    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width_) * 3);
+    const auto put = [&](std::size_t x, unsigned index) {
+      if (x < static_cast<std::size_t>(width_)) std::copy_n(palette_[index].begin(), 3, &rgb[x * 3]);
+    };
+    const auto clear = [&] {
+      for (std::size_t x = 0; x < static_cast<std::size_t>(width_); ++x) put(x, 0);
+    };
+    std::int64_t row = 0;
+    std::size_t x = 0;
+    std::size_t at = pixels_;
+    const auto end_row = [&] {
+      bitmap.SetRowFromRgb(Row(row), rgb.data());
+      ++row;
+      clear();
+    };
+    const auto half = [&](std::size_t byte, std::size_t i) -> unsigned {
+      if (bits_ == 8) return bytes_.Byte(byte);
+      return i % 2 == 0 ? bytes_.Byte(byte) >> 4U : bytes_.Byte(byte) & 15U;
+    };
+    clear();
+    while (row < height_) {
+      const std::size_t count = bytes_.Byte(at);
+      const std::size_t second = bytes_.Byte(at + 1);
+      at += 2;
+      if (count > 0) {
+        for (std::size_t i = 0; i < count; ++i) put(x + i, half(at - 1, i));
+        x += count;
+      } else if (second == 0) {
+        end_row();
+        x = 0;
+      } else if (second == 1) {
+        while (row < height_) end_row();
+      } else if (second == 2) {
+        x += bytes_.Byte(at);
+        for (std::size_t up = bytes_.Byte(at + 1); up > 0 && row < height_; --up) end_row();
+        at += 2;
+      } else {
+        for (std::size_t i = 0; i < second; ++i) put(x + i, half(at + (bits_ == 8 ? i : i / 2), i));
+        x += second;
+        const std::size_t bytes = bits_ == 8 ? second : (second + 1) / 2;
+        at += (bytes + 1) / 2 * 2;
+      }
+    }
+  }
+
+  TBytes bytes_;
+  std::size_t pixels_ = 0;
+  std::int64_t width_ = 0;
+  std::int64_t height_ = 0;
+  std::uint32_t bits_ = 0;
+  std::uint32_t compression_ = kUncompressed;
+  bool top_down_ = false;
+  std::array<TColour, 256> palette_{};
+  std::array<TChannel, 3> channels_{};
+};
+
+}  // namespace
+
+void ReadBmp(TExtBitmap& bitmap, std::string_view data) {
+  TBmp(data).Read(bitmap);
+}
+
+}  // namespace skyreel

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+
+namespace skyreel {
+
+/// A picture file that cannot be read or written: corrupt, cut off, too large, of an unknown kind.
+class EInvalidGraphic : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+/// An operation that a bitmap of this kind does not take.
+class EInvalidGraphicOperation : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Bits per pixel: one grey byte, or blue, green, red (and an unused byte).
+enum class TPixelFormat { Bits8 = 8, Bits24 = 24, Bits32 = 32 };
+
+/// A picture in memory: rows from the top down, without padding or palette.
+class TExtBitmap {
+ public:
+  static constexpr std::int64_t kLargestPixelCount = 400'000'000;
+
+  explicit TExtBitmap(TPixelFormat format) : format_(format) {}
+
+  TPixelFormat PixelFormat() const { return format_; }
+  int Width() const { return width_; }
+  int Height() const { return height_; }
+  bool IsEmpty() const { return width_ == 0 || height_ == 0; }
+  int BytesPerPixel() const { return static_cast<int>(format_) / 8; }
+
+  /// New size in pixels; the pixels are undefined. Throws EInvalidGraphic, before memory is taken, for a side
+  /// that is negative or a picture of more than PixelLimit pixels.
+  void SetSize(std::int64_t width, std::int64_t height);
+  std::uint8_t* ScanLine(int y) { return pixels_.get() + Offset(y); }
+  const std::uint8_t* ScanLine(int y) const { return pixels_.get() + Offset(y); }
+
+  /// Fill a row from Width() pixels, converted to the pixel format (grey by luminance): grey bytes; or bytes
+  /// in the order red, green, blue, each pixel `stride` bytes after the one before (3 or 4).
+  void SetRowFromGrey(int y, const std::uint8_t* grey);
+  void SetRowFromRgb(int y, const std::uint8_t* rgb, int stride = 3);
+
+  std::int64_t PixelLimit = kLargestPixelCount;
+
+ private:
+  std::size_t Offset(int y) const {
+    return static_cast<std::size_t>(y) * static_cast<std::size_t>(width_ * BytesPerPixel());
+  }
+
+  TPixelFormat format_;
+  int width_ = 0;
+  int height_ = 0;
+  std::unique_ptr<std::uint8_t[]> pixels_;
+};
+
+/// Maps every pixel value v to 255 * (v / 255) ^ (1 / exponent), rounded to the nearest integer. An empty
+/// bitmap is left alone, and so is every bitmap for an exponent outside 0.2 to 5. Throws
+/// EInvalidGraphicOperation for a bitmap that is not 8 bits per pixel.
+void GammaCorrect(TExtBitmap& bitmap, float exponent);
+
+}  // namespace skyreel

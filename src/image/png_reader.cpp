@@ -1,0 +1,129 @@
+// PNG through libpng, which reports an error by a jump out of its call: every step runs guarded, and owns
+// nothing itself.
+
+#include <png.h>
+
+#include <csetjmp>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "image/readers.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr png_alloc_size_t kMostChunkMemory = 8 << 20;
+constexpr png_uint_32 kMostChunks = 1000;
+
+struct TState {
+  std::jmp_buf Jump;
+  char Message[200] = {};
+  std::string_view Rest;
+};
+
+[[noreturn]] void OnError(png_structp png, png_const_charp text) {
+  TState& state = *static_cast<TState*>(png_get_error_ptr(png));
+  std::strncpy(state.Message, text, sizeof(state.Message) - 1);
+  std::longjmp(state.Jump, 1);
+}
+
+void OnRead(png_structp png, png_bytep buffer, png_size_t count) {
+  std::string_view& rest = static_cast<TState*>(png_get_io_ptr(png))->Rest;
+  if (count > rest.size()) png_error(png, "file is cut off");
+  std::memcpy(buffer, rest.data(), count);
+  rest.remove_prefix(count);
+}
+
+template <typename TStep>
+bool Guarded(TState& state, const TStep& step) {
+  if (setjmp(state.Jump) != 0) return false;
+  step();
+  return true;
+}
+
+class TReader {
+ public:
+  explicit TReader(std::string_view data) {
+    state_.Rest = data;
+    png_ =
+        png_create_read_struct(PNG_LIBPNG_VER_STRING, &state_, OnError, [](png_structp, png_const_charp) {});
+    info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
+  }
+  ~TReader() { png_destroy_read_struct(&png_, &info_, nullptr); }
+  TReader(const TReader&) = delete;
+  TReader& operator=(const TReader&) = delete;
+
+  void Read(TExtBitmap& bitmap) {
+    if (info_ == nullptr) throw std::bad_alloc();
+    Step([&] {
+      png_set_read_fn(png_, &state_, OnRead);
+      png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the bitmap has its own
+      png_set_chunk_malloc_max(png_, kMostChunkMemory);
+      png_set_chunk_cache_max(png_, kMostChunks);
+      png_read_info(png_, info_);
+    });
+    const png_uint_32 width = png_get_image_width(png_, info_);
+    bitmap.SetSize(width, png_get_image_height(png_, info_));
+    int passes = 1;
+    Step([&] {
+      png_set_scale_16(png_);
+      png_set_expand(png_);  // palettes to colours, grey to 8 bits, transparent colours to alpha
+      passes = png_set_interlace_handling(png_);
+      png_read_update_info(png_, info_);
+    });
+    const std::size_t channels = png_get_channels(png_, info_);
+    const std::size_t stride = channels * width;
+    if (png_get_rowbytes(png_, info_) != stride) throw EInvalidGraphic("PNG: unexpected pixel format");
+
+    // Only an interlaced picture needs all its rows at once.
+    const std::size_t height = static_cast<std::size_t>(bitmap.Height());
+    std::vector<std::uint8_t> rows(passes > 1 ? stride * height : stride);
+    for (int pass = 1; pass < passes; ++pass) {
+      for (std::size_t y = 0; y < height; ++y) {
+        Step([&] { png_read_row(png_, rows.data() + y * stride, nullptr); });
+      }
+    }
+    for (std::size_t y = 0; y < height; ++y) {
+      std::uint8_t* const row = rows.data() + (passes > 1 ? y * stride : 0);
+      Step([&] { png_read_row(png_, row, nullptr); });
+      PutRow(bitmap, static_cast<int>(y), row, channels);
+    }
+    Step([&] { png_read_end(png_, nullptr); });
+  }
+
+ private:
+  template <typename TStep>
+  void Step(const TStep& step) {
+    if (!Guarded(state_, step)) throw EInvalidGraphic(std::string("PNG: ") + state_.Message);
+  }
+
+  /// `row` holds grey or colour pixels, with alpha when the number of channels is even.
+  static void PutRow(TExtBitmap& bitmap, int y, std::uint8_t* row, std::size_t channels) {
+    const std::size_t colours = channels < 3 ? 1 : 3;
+    if (channels != colours) {
+      std::uint8_t* to = row;
+      for (std::size_t x = 0; x < static_cast<std::size_t>(bitmap.Width()); ++x) {
+        const std::uint8_t* const from = row + x * channels;
+        const int alpha = from[colours];
+        for (std::size_t i = 0; i < colours; ++i) {
+          *to++ = static_cast<std::uint8_t>((from[i] * alpha + 255 * (255 - alpha) + 127) / 255);
+        }
+      }
+    }
+    colours == 1 ? bitmap.SetRowFromGrey(y, row) : bitmap.SetRowFromRgb(y, row);
+  }
+
+  TState state_;
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+};
+
+}  // namespace
+
+void ReadPng(TExtBitmap& bitmap, std::string_view data) {
+  TReader(data).Read(bitmap);
+}
+
+}  // namespace skyreel
