@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "base/files.h"
+#include "support/failure.h"
 #include "support/scripted_server.h"
 #include "support/temp_folder.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
+using test::Failure;
 using test::HttpReply;
 using test::THttpServer;
 using test::TScript;
@@ -22,17 +24,6 @@ using test::TTempFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-
-/// The message of the exception that `action` throws; "" when it throws none.
-template <typename TException = std::exception>
-std::string Failure(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const TException& error) {
-    return error.what();
-  }
-  return "";
-}
 
 /// One reply to whatever is asked.
 TScript Answer(const std::string& reply) {
