@@ -198,10 +198,11 @@ TEST(NmFtp, CommandsTellTheirTypeAndFailuresMayBeHandled) {
   Aim(ftp, server);
   ftp.Connect();
   ftp.Connect();  // already connected: nothing happens
+  std::string events;  // outlives the loop, since the handlers stay set
   for (const auto& row : rows) {
     for (const bool handle : {false, true}) {
       SCOPED_TRACE(row.Command);
-      std::string events;
+      events.clear();
       ftp.OnSuccess = [&](TNMFTP&, TCmdType type) { events += "s" + std::to_string(static_cast<int>(type)); };
       ftp.OnUnSupportedFunction = [&](TNMFTP&, TCmdType type) {
         events += "u" + std::to_string(static_cast<int>(type));
