@@ -1,7 +1,7 @@
 #include <QApplication>
+#include <QLoggingCategory>
 #include <QMessageBox>
 #include <QStandardPaths>
-#include <QTimer>
 #include <csignal>
 #include <cstdlib>
 
@@ -71,7 +71,11 @@ int main(int argc, char** argv) {
     std::fputs(plan.Text.c_str(), wanted ? stdout : stderr);
     return wanted ? EXIT_SUCCESS : EXIT_FAILURE;
   }
-  if (plan.Offscreen) qputenv("QT_QPA_PLATFORM", "offscreen");
+  if (plan.Offscreen) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Qt's remarks about what that platform does not do would be mailed with every batch.
+    QLoggingCategory::setFilterRules("*.warning=false");
+  }
 #ifdef SIGPIPE
   // A reader of the status lines that goes away must not end the run.
   std::signal(SIGPIPE, SIG_IGN);

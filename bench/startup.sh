@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# How long the program takes to its first paint, and how much memory it holds when idle, beside an empty Qt main
+# window with a tab bar. Runs both in turn under Xvfb; medians of several runs.
+#
+#   bench/startup.sh [build folder, default build/release] [runs, default 15]
+set -eu
+build=${1:-$(dirname "$0")/../build/release}
+runs=${2:-15}
+program=$build/bench/bench_startup
+[ -x "$program" ] || { echo "build bench_startup first: cmake --build $build --target bench_startup" >&2; exit 1; }
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+
+if [ -z "${DISPLAY:-}" ]; then
+  exec xvfb-run -a -s '-screen 0 1024x768x24' "$0" "$build" "$runs"
+fi
+
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+
+for _ in $(seq "$runs"); do
+  for mode in empty form; do
+    begin=$(date +%s%N)
+    { read -r painted; read -r memory; } < <("$program" "$mode" "$folder" 2>/dev/null)
+    echo $(((painted - begin) / 1000)) >>"$folder/$mode.time"
+    echo "$memory" >>"$folder/$mode.memory"
+  done
+done
+
+for mode in empty form; do
+  echo "$mode: first paint $(median <"$folder/$mode.time") us, idle $(median <"$folder/$mode.memory") KiB"
+done
+awk -v a="$(median <"$folder/form.time")" -v b="$(median <"$folder/empty.time")" \
+    -v c="$(median <"$folder/form.memory")" -v d="$(median <"$folder/empty.memory")" \
+    'BEGIN { printf "first paint %.2f times the empty window, idle %.1f MiB more\n", a / b, (c - d) / 1024 }'

@@ -1,0 +1,76 @@
+// Shows a window, and prints when it was first painted (nanoseconds since 1970) and, once it has been idle
+// for a while, the memory of the process in KiB. "empty": a main window with a tab bar, "form": the program's
+// own. bench/startup.sh runs both in turn and compares.
+
+#include <QApplication>
+#include <QMainWindow>
+#include <QTabWidget>
+#include <QTimer>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "app/main_form.h"
+
+namespace {
+
+/// Tells once that a window of this program was painted.
+class TFirstPaint : public QObject {
+ public:
+  explicit TFirstPaint(QMainWindow& window) : window_(window) { qApp->installEventFilter(this); }
+
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() == QEvent::Paint && watched == window_.centralWidget()) {
+      qApp->removeEventFilter(this);
+      // After this paint and those of the children.
+      QTimer::singleShot(0, this, [] {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        std::printf("%lld\n", static_cast<long long>(std::chrono::nanoseconds(now).count()));
+        QTimer::singleShot(1'000, qApp, [] {
+          std::ifstream memory("/proc/self/smaps_rollup");
+          for (std::string word; memory >> word;) {
+            if (word == "Pss:" && memory >> word) std::printf("%s\n", word.c_str());
+          }
+          QApplication::exit();
+        });
+      });
+    }
+    return false;
+  }
+
+ private:
+  QMainWindow& window_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  const QApplication application(argc, argv);
+  if (std::string(argv[1]) == "empty") {
+    QMainWindow window;
+    auto* tabs = new QTabWidget;
+    for (const auto& page : skyreel::SourcePages()) tabs->addTab(new QWidget, page.Caption);
+    window.setCentralWidget(tabs);
+    window.resize(860, 680);
+    const TFirstPaint first_paint(window);
+    window.show();
+    return QApplication::exec();
+  }
+  const std::filesystem::path folder = argv[2];
+  skyreel::TRegistryStore store(folder / "Skyreel.conf");
+  skyreel::TFormMain form({.Store = store,
+                           .Executable = folder / "Skyreel",
+                           .AppPaths = folder / "App Paths.conf",
+                           .ProgramFolder = folder,
+                           .Arguments = {},
+                           .Headless = false,
+                           .Clock = nullptr,
+                           .Bell = {},
+                           .Output = {},
+                           .ErrorOutput = {}});
+  const TFirstPaint first_paint(form);
+  form.show();
+  return QApplication::exec();
+}
