@@ -3,7 +3,8 @@
 #include <QAction>
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QListView>
+#include <QHeaderView>
+#include <QTableView>
 #include <algorithm>
 
 #include "base/event.h"
@@ -28,7 +29,7 @@ std::string OneLine(const std::string& text) {
   return line;
 }
 
-void CopySelected(const QListView& view) {
+void CopySelected(const QTableView& view) {
   QModelIndexList selected = view.selectionModel()->selectedIndexes();
   std::ranges::sort(selected, {}, &QModelIndex::row);
   QStringList lines;
@@ -66,8 +67,14 @@ void TStatusLines::RemoveFirst(std::size_t count) {
   endRemoveRows();
 }
 
-TStatusLog::TStatusLog(QListView& view, std::size_t maximum) : view_(view), maximum_(maximum) {
+TStatusLog::TStatusLog(QTableView& view, std::size_t maximum) : view_(view), maximum_(maximum) {
   view_.setModel(&lines_);
+  view_.horizontalHeader()->hide();
+  view_.horizontalHeader()->setStretchLastSection(true);
+  view_.verticalHeader()->hide();
+  view_.verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+  view_.verticalHeader()->setMinimumSectionSize(1);
+  view_.verticalHeader()->setDefaultSectionSize(view_.fontMetrics().height() + 2);
   auto* copy = new QAction("&Copy", &view_);
   copy->setShortcut(QKeySequence::Copy);
   copy->setShortcutContext(Qt::WidgetShortcut);

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-class QListView;
+class QTableView;
 
 namespace skyreel {
 
@@ -25,13 +25,15 @@ class TStatusLines : public QAbstractListModel {
   std::vector<std::string> lines_;
 };
 
-/// The log of this run of the program: one line per event, never cleared. The newest line is selected, so
-/// that the view scrolls to it. Control characters in a line become blanks, a line of more than 4,000 bytes
-/// is cut. Of a log that grows beyond 200,000 lines the oldest go, and the report says how many.
+/// The log of this run of the program: one line per event, never cleared. Shown by a table of one column,
+/// which takes a new line in the same time however long the log is (a list view lays out all its lines
+/// again). The newest line is selected, so that the view scrolls to it. Control characters in a line become
+/// blanks, a line of more than 4,000 bytes is cut. Of a log that grows beyond 200,000 lines the oldest go,
+/// and the report says how many.
 class TStatusLog {
  public:
   /// `view` shows the log and outlives it.
-  explicit TStatusLog(QListView& view, std::size_t maximum = 200'000);
+  explicit TStatusLog(QTableView& view, std::size_t maximum = 200'000);
   ~TStatusLog();
   TStatusLog(const TStatusLog&) = delete;
   TStatusLog& operator=(const TStatusLog&) = delete;
@@ -53,7 +55,7 @@ class TStatusLog {
  private:
   void ShowNewest();
 
-  QListView& view_;
+  QTableView& view_;
   const std::size_t maximum_;
   TStatusLines lines_;
   std::size_t dropped_ = 0;

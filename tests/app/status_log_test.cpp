@@ -5,7 +5,7 @@
 #include <QAction>
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QListView>
+#include <QTableView>
 
 namespace skyreel {
 namespace {
@@ -25,7 +25,7 @@ class StatusLogTest : public testing::Test {
     return selected.size() == 1 ? selected[0].data().toString().toStdString() : "";
   }
 
-  QListView view_;
+  QTableView view_;
   TStatusLog log_{view_, 100};
   std::vector<std::string> final_lines_;
 };
