@@ -4,6 +4,12 @@
 #include <set>
 #include <utility>
 
+#include "base/files.h"
+#include "sources/fetch_and_uncompress.h"
+#include "sources/folder_maker.h"
+#include "sources/wanted_names.h"
+#include "transfer/transfer_ledger.h"
+
 namespace skyreel {
 
 namespace {
@@ -14,6 +20,10 @@ constexpr auto kSlot = 30min;
 constexpr int kSlotsPerDay = 48;
 /// In half-hour slots, by the index of the interval item.
 constexpr std::array<int, 7> kSteps = {1, 2, 4, 6, 12, 24, 48};
+/// Bytes of a whole image: visible, infra-red and water vapour.
+constexpr std::int64_t kVisibleSize = 25354344;
+constexpr std::int64_t kInfraRedSize = 6475860;
+constexpr TUncompressRule kRule{10000, 150ms};
 constexpr const char* kSatelliteCodes[] = {"_M5_", "_M7_"};
 
 }  // namespace
@@ -85,6 +95,44 @@ std::string EuDataFileName(const TEuDataSlot& slot, int satellite, std::string_v
 TEuDataJob::TEuDataJob(TJobContext& context, TEuDataSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
-void TEuDataJob::Run() {}
+void TEuDataJob::Run() {
+  const TWantedNames known =
+      TWantedNames::FromFile(context_.ProgramFolder / "EuDAFiles.txt", context_.Display);
+  const TFtpLogin login{context_.Servers.EuDA, settings_.UserName, settings_.Password, settings_.Passive,
+                        settings_.UseWinInet};
+  RunFtpSession(context_, login, [&](TFtpSession& session) {
+    // kept: through the operating system's library the first satellite alone is fetched.
+    const int satellites = session.UsesWinInet() ? 1 : 2;
+    for (int satellite = 0; satellite < satellites; ++satellite) {
+      if (context_.Run.StopRequested()) return;
+      GetSatellite(satellite, session, known);
+    }
+  });
+}
+
+void TEuDataJob::GetSatellite(int satellite, TFtpSession& session, const TWantedNames& known) {
+  const auto index = static_cast<std::size_t>(satellite);
+  if (!settings_.Satellites[index]) return;
+  const std::vector<std::string> wanted =
+      EuDataWantedSlots(settings_.StartSlot[index], settings_.Interval[index]);
+  TFolderMaker folders(context_.Display);
+  for (const TEuDataSlot& slot : EuDataSlots(context_.Clock.UtcNow(), context_.Shared.BackDays)) {
+    if (!std::binary_search(wanted.begin(), wanted.end(), slot.Name)) continue;
+    context_.Display.SetPanel(0, FormatDateTime("yyyy-mmm-dd hhnn", slot.Time));
+    const std::filesystem::path folder = std::filesystem::path(settings_.OutputPath) / DateFolder(slot.Day);
+    if (!folders.Make(folder)) continue;
+    for (const std::string& channel : settings_.Channels) {
+      for (const std::string& format : settings_.Formats) {
+        if (context_.Run.StopRequested() || session.IsLost()) return;
+        TFtpFile file{EuDataFileName(slot, satellite, channel, format), folder, slot.Time};
+        file.Uncompress = settings_.Uncompress && IsCompressedName(file.Name);
+        file.ImageSize = channel == "VISSN" ? kVisibleSize : kInfraRedSize;
+        if (!known.Wants(file.Name) || context_.Ledger.Present(file.LocalPath())) continue;
+        if (file.Uncompress && context_.Ledger.Present(file.ImagePath())) continue;
+        FetchAndUncompress(context_, session, TFtpVariant::EuData, file, kRule);
+      }
+    }
+  }
+}
 
 }  // namespace skyreel

@@ -9,6 +9,9 @@
 
 namespace skyreel {
 
+class TFtpSession;
+class TWantedNames;
+
 /// What the "Archive Direct" tab asks for. Index 0 is Meteosat 5, index 1 Meteosat 7.
 struct TEuDataSettings {
   std::string OutputPath;  ///< with its trailing separator
@@ -59,6 +62,8 @@ class TEuDataJob {
   void Run();
 
  private:
+  void GetSatellite(int satellite, TFtpSession& session, const TWantedNames& known);
+
   TJobContext& context_;
   const TEuDataSettings settings_;
 };

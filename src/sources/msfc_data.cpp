@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/files.h"
+#include "sources/fetch_and_uncompress.h"
+#include "sources/wanted_names.h"
+#include "transfer/transfer_ledger.h"
+
 namespace skyreel {
 
 namespace {
@@ -11,6 +16,12 @@ using namespace std::chrono_literals;
 
 /// The satellite of this server; its part of the file names.
 constexpr const char* kSatellitePrefix = "ME7-";
+
+/// Anonymous servers ask for a mail address.
+constexpr const char* kAnonymousPassword = "skyreel@quenmoor.example";
+
+constexpr std::int64_t kImageSize = 6321008;
+constexpr TUncompressRule kRule{200000, 0ms};
 
 /// A channel's code in file names and the item that asks for it, in the order in which they are fetched.
 struct TChannel {
@@ -55,6 +66,22 @@ std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime now, i
 TMsfcJob::TMsfcJob(TJobContext& context, TMsfcSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
-void TMsfcJob::Run() {}
+void TMsfcJob::Run() {
+  // kept: this list is read but nothing is looked up in it. One that cannot be read is reported all the same.
+  TWantedNames::FromFile(context_.ProgramFolder / "MSFCFiles.txt", context_.Display);
+  const TFtpLogin login{context_.Servers.MSFC, "anonymous", kAnonymousPassword, settings_.Passive,
+                        settings_.UseWinInet};
+  RunFtpSession(context_, login, [&](TFtpSession& session) {
+    for (const TMsfcFile& wanted : MsfcFiles(settings_, context_.Clock.UtcNow(), context_.Shared.BackDays)) {
+      if (context_.Run.StopRequested() || session.IsLost()) return;
+      const TFtpFile file{wanted.Name, std::filesystem::path(settings_.OutputPath) / DateFolder(wanted.Time),
+                          wanted.Time, settings_.Uncompress, kImageSize};
+      // kept: the compressed file's own presence is not looked at, so that without uncompressing every file
+      // is fetched again by each run.
+      if (file.Uncompress && context_.Ledger.Present(file.ImagePath())) continue;
+      FetchAndUncompress(context_, session, TFtpVariant::Msfc, file, kRule);
+    }
+  });
+}
 
 }  // namespace skyreel

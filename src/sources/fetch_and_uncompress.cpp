@@ -1,0 +1,60 @@
+#include "sources/fetch_and_uncompress.h"
+
+#include <algorithm>
+#include <exception>
+#include <system_error>
+
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "decompress/bzip2_stream.h"
+#include "decompress/uncompress.h"
+#include "transfer/transfer_ledger.h"
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void UncompressImage(TJobContext& context, const TFtpFile& file, const TUncompressRule& rule) {
+  const fs::path compressed = file.LocalPath();
+  if (FileSizeOf(compressed) <= rule.MoreThan) return;
+  context.Display.SetPanel(1, "Uncompressing:  " + file.Name);
+  context.Clock.Sleep(rule.Pause);
+  try {
+    if (file.Name.ends_with(".Z")) {
+      UncompressFile(compressed);
+    } else {
+      DecompressBz2File(compressed, [&] { context.Clock.Sleep(std::chrono::milliseconds(0)); });
+    }
+    const std::int64_t size = std::max<std::int64_t>(FileSizeOf(file.ImagePath()), 0);
+    std::error_code ignored;
+    if (size == file.ImageSize) {
+      fs::remove(compressed, ignored);
+    } else {
+      context.Display.AddStatusLine(file.Name + " - kept: it uncompresses to " + std::to_string(size) +
+                                    " bytes in place of " + std::to_string(file.ImageSize));
+    }
+  } catch (const std::exception& error) {
+    context.Display.AddStatusLine(file.Name + " - not uncompressed: " + ReasonOf(error));
+  }
+}
+
+}  // namespace
+
+bool IsCompressedName(const std::string& name) {
+  return name.ends_with(".Z") || name.ends_with(".bz2");
+}
+
+void FetchAndUncompress(TJobContext& context, TFtpSession& session, TFtpVariant variant, const TFtpFile& file,
+                        const TUncompressRule& rule) {
+  if (FtpFetchFile(context, session, variant, file.Name, file.Folder)) {
+    const fs::path path = file.LocalPath();
+    SetFileDateTime(path, file.Time);
+    // A cut file may decode without an error, and its image would then pass for the whole one.
+    if (file.Uncompress && context.Ledger.Present(path)) UncompressImage(context, file, rule);
+  }
+  context.Display.SetPanel(1, "");
+}
+
+}  // namespace skyreel
