@@ -13,7 +13,7 @@ namespace {
 
 using namespace skyreel::demo;
 using namespace std::chrono_literals;
-using ::testing::Contains;
+using ::testing::AnyOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsSupersetOf;
@@ -189,7 +189,9 @@ TEST_F(DemoArchive, AnswersFtpActiveAndPassive) {
   ASSERT_TRUE(data);
   EXPECT_THAT(data->ReadLine().value_or(""), StartsWith("GIF8"));
   control->Write("ABOR\r\n");
-  EXPECT_THAT(control->ReadLine().value_or(""), StartsWith("426 "));
+  data.reset();
+  // The whole file may already have been under way, and then the transfer is complete.
+  EXPECT_THAT(control->ReadLine().value_or(""), AnyOf(StartsWith("426 "), StartsWith("226 ")));
   EXPECT_THAT(control->ReadLine().value_or(""), StartsWith("226 "));
 
   const std::string passive = say("PASV");
