@@ -18,7 +18,8 @@ TJobFixture::TJobFixture(TDateTime now)
     Context.Servers.*root.Field = root.Ftp ? root.Default : "http://" + Server.Address();
   }
   NMHTTPNotts.InputFileMode = true;
-  for (TNMHTTP* const client : {&NMHTTP, &NMHTTPNotts}) {
+  for (TPowersock* const client : {static_cast<TPowersock*>(&NMFTP), static_cast<TPowersock*>(&NMHTTP),
+                                   static_cast<TPowersock*>(&NMHTTPNotts)}) {
     client->OnPacketRecvd = [this](TPowersock& sender) {
       ShowTransferProgress(Display, sender.ReceivedByteCount, sender.TransferSize);
     };
