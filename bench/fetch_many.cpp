@@ -1,0 +1,33 @@
+// Fetches many files through GetHttpFile, as a job does, and prints how many seconds it took.
+//   fetch_many <server root> <count> <output folder>
+// The files are "/0.jpg", "/1.jpg", ...
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "bench_context.h"
+#include "transfer/http_fetch.h"
+
+int main(int argc, char** argv) {
+  if (argc != 4) {
+    std::cerr << "fetch_many <server root> <count> <output folder>\n";
+    return 2;
+  }
+  const std::string root = argv[1];
+  const int count = std::atoi(argv[2]);
+  const std::filesystem::path folder = argv[3];
+  skyreel::bench::TBenchContext context(folder);
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < count; ++i) {
+    const std::string name = std::to_string(i) + ".jpg";
+    if (skyreel::GetHttpFile(context.Context, root, "/" + name, folder / name, 0, false,
+                             context.Clock.UtcNow()) != skyreel::THttpFileOutcome::kSaved) {
+      std::cerr << context.Display.Last << '\n';
+      return 1;
+    }
+  }
+  std::cout << std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count() << '\n';
+  return 0;
+}

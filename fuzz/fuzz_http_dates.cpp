@@ -1,0 +1,27 @@
+// Response headers: whatever they hold, the parser returns, and a date that it read is one that can be
+// written and read again.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "transfer/http_header.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using skyreel::TDateTime;
+  const std::string_view header(reinterpret_cast<const char*>(data), size);
+  std::int32_t length = -1;
+  TDateTime modified;
+  skyreel::ParseHttpHeader(header, length, modified);
+  if (modified.IsZero()) return 0;
+
+  std::int32_t length_again = -1;
+  TDateTime again;
+  const std::string written =
+      "Content-Length: " + std::to_string(length) + "\r\n" +
+      skyreel::FormatDateTime("'Last-Modified: Sun, 'dd mmm yyyy hh:nn:ss' GMT'", modified);
+  if (!skyreel::ParseHttpHeader(written, length_again, again)) std::abort();
+  if (length_again != length || again != modified) std::abort();
+  return 0;
+}
