@@ -22,6 +22,12 @@ namespace {
   throw std::system_error(errno, std::generic_category(), path.string());
 }
 
+mode_t UserMask() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mask;
+}
+
 }  // namespace
 
 std::int64_t FileSizeOf(const fs::path& path) {
@@ -83,9 +89,7 @@ void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permis
   std::string pattern = (path.parent_path() / "~skyreelXXXXXX").string();
   TDescriptor file(::mkostemp(pattern.data(), O_CLOEXEC));
   if (file.Get() < 0) ThrowErrno(path);
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  bool whole = ::fchmod(file.Get(), permissions & ~mask) == 0 && WriteAll(file.Get(), data);
+  bool whole = ::fchmod(file.Get(), permissions & ~UserMask()) == 0 && WriteAll(file.Get(), data);
   whole = file.Close() && whole;
   if (!whole || std::rename(pattern.c_str(), path.c_str()) != 0) {
     const int error = errno;
@@ -93,6 +97,14 @@ void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permis
     errno = error;
     ThrowErrno(path);
   }
+}
+
+bool MoveFileWhole(const fs::path& from, const fs::path& to) {
+  struct stat before {};
+  if (::stat(from.c_str(), &before) != 0 || ::chmod(from.c_str(), 0666 & ~UserMask()) != 0) return false;
+  if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+  ::chmod(from.c_str(), before.st_mode & 07777);
+  return false;
 }
 
 }  // namespace skyreel

@@ -88,8 +88,10 @@ struct TTransferEnd {
   std::string Refusal;       ///< why nothing was asked for
 };
 
+/// `file` holds what came too, until the caller lets it go.
 TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::string& stream,
-                      const std::string& user_name, const std::string& password) {
+                      const std::string& user_name, const std::string& password,
+                      std::optional<TTemporaryFile>& file) {
   const TBusyCursorScope busy(context.Display);
   const TProgressScope progress(context.Display, url);
   TNMHTTP& client = context.NMHTTP;
@@ -100,14 +102,14 @@ TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::st
 
   TTransferEnd end;
   try {
-    const TTemporaryFile file;
-    const TDeliveryScope delivery(client, file.Path().string());
+    file.emplace();
+    const TDeliveryScope delivery(client, file->Path().string());
     {
       const TWatchdogScope watchdog(context.Run);
       const TSizeLimitScope limit(client);
       client.Get(url);
     }
-    stream = ReadWholeFile(file.Path(), kLargestDownload);
+    stream = ReadWholeFile(file->Path(), kLargestDownload);
     end.Cut = static_cast<std::int64_t>(stream.size()) < client.TransferSize;
   } catch (const ESockError&) {
     // Nothing was received: that says it all.
@@ -130,9 +132,11 @@ struct TVerdict {
   std::string Text;  ///< what the status line says behind the name
 };
 
-TVerdict Save(const THttpFileRequest& request, std::string_view data) {
+TVerdict Save(const THttpFileRequest& request, const fs::path& temporary, std::string_view data) {
   try {
-    WriteFileWhole(request.LocalPath, data);
+    // A rename is all that it takes where the temporary folder is on the same disk; the second file that it
+    // saves would cost more than the rest of the fetch.
+    if (!MoveFileWhole(temporary, request.LocalPath)) WriteFileWhole(request.LocalPath, data);
   } catch (const std::exception& error) {
     return {THttpFileOutcome::kNotSaved, " - not saved: " + ReasonOf(error)};
   }
@@ -146,7 +150,8 @@ TVerdict Save(const THttpFileRequest& request, std::string_view data) {
   return {THttpFileOutcome::kSaved, " - OK"};
 }
 
-TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end, std::string_view data) {
+TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end,
+               const std::optional<TTemporaryFile>& file, std::string_view data) {
   if (!end.LocalFailure.empty()) {
     return {THttpFileOutcome::kNotSaved, " - not saved: " + end.LocalFailure};
   }
@@ -156,7 +161,7 @@ TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end, std::st
     DeleteFile(request.LocalPath);
     return {THttpFileOutcome::kIncomplete, " - missing or incomplete"};
   }
-  return Save(request, data);
+  return Save(request, file->Path(), data);
 }
 
 }  // namespace
@@ -178,7 +183,8 @@ void ReportUnusableProxy(TTransferContext& context) {
 
 std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, std::string& stream,
                              const std::string& user_name, const std::string& password) {
-  Transfer(context, url, stream, user_name, password);
+  std::optional<TTemporaryFile> file;
+  Transfer(context, url, stream, user_name, password, file);
   return static_cast<std::int64_t>(stream.size());
 }
 
@@ -187,8 +193,9 @@ THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest
   ReportUnusableProxy(context);
   context.Display.AddStatusLine("Get: " + request.GetName);
   std::string stream;
-  const TTransferEnd end = Transfer(context, request.Url, stream, "", "");
-  const TVerdict verdict = Judge(request, end, stream);
+  std::optional<TTemporaryFile> file;
+  const TTransferEnd end = Transfer(context, request.Url, stream, "", "", file);
+  const TVerdict verdict = Judge(request, end, file, stream);
   context.Display.ReplaceLastStatusLine(request.ResultName + verdict.Text);
   return verdict.Outcome;
 }
