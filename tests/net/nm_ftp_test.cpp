@@ -217,6 +217,7 @@ TEST(NmFtp, CommandsTellTheirTypeAndFailuresMayBeHandled) {
       EXPECT_EQ(events, row.Success ? "s" + type : (row.Unsupported ? "u" + type : "") + "f" + type);
     }
   }
+  ftp.OnSuccess = nullptr;
   for (int type = 0; type <= 4; ++type) ftp.SetTransferType(type);
   ftp.Vendor = 1;
   ftp.Disconnect();

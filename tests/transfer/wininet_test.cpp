@@ -27,7 +27,7 @@ struct TPlay {
   bool Connects = true;
   bool StartFails = false;
   std::string Response;
-  std::function<void()> Download;
+  std::function<void(TWinInetApi::TContext)> Download;
 
   // What was asked.
   std::vector<std::string> Calls;
@@ -98,7 +98,7 @@ class TPlayedLibrary : public TWinInetLibrary {
       play->LocalPath = local;
       play->Context = context;
       play->LastError = play->StartFails ? 12031 : 997;
-      if (!play->StartFails && play->Download) play->Threads.emplace_back(play->Download);
+      if (!play->StartFails && play->Download) play->Threads.emplace_back(play->Download, context);
       return 0;
     };
     Api.InternetGetLastResponseInfoA = [](std::uint32_t* error, char* buffer, std::uint32_t* length) {
@@ -172,7 +172,7 @@ TEST(WinInetLoader, GivesNothingUnlessAllThirteenEntryPointsAreThere) {
 
 TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
   int polls = 0;
-  play_.Download = [] {};
+  play_.Download = [](TWinInetApi::TContext) {};
   on_poll_ = [&] {
     if (++polls == 1) JoinLibrary();
     if (polls == 2) TellBytes(99);
@@ -255,7 +255,7 @@ TEST_F(WinInet, EveryOutcomeHasItsMessage) {
     play_.Callback = nullptr;
     connection_ = wininet_->Connect("host", 21, "user", "secret", false);
     play_.Response = row.Response;
-    play_.Download = [&] { TellEnd(row.Error); };
+    play_.Download = [&](TWinInetApi::TContext) { TellEnd(row.Error); };
     on_poll_ = [&] { JoinLibrary(); };
     row.Set();
     job_.Display.Lines.clear();
@@ -269,8 +269,7 @@ TEST_F(WinInet, ALateEndConcernsNobody) {
   job_.Context.Shared.TimeoutSeconds = 1;
   // The library goes on with the first request until it is unloaded, while a second one runs.
   std::atomic<bool> go{false};
-  play_.Download = [&go, callback = play_.Callback] {
-    const TWinInetApi::TContext mine = play->Context;
+  play_.Download = [&go, callback = play_.Callback](TWinInetApi::TContext mine) {
     go.wait(false);
     std::uint32_t count = 1000;
     struct {
@@ -287,7 +286,7 @@ TEST_F(WinInet, ALateEndConcernsNobody) {
 
   std::thread first = std::move(play_.Threads.at(0));
   play_.Threads.clear();
-  play_.Download = [] {
+  play_.Download = [](TWinInetApi::TContext) {
     TellBytes(200);
     TellEnd(0);
   };
@@ -307,7 +306,7 @@ TEST_F(WinInet, ALateEndConcernsNobody) {
 
 TEST_F(WinInet, ACompletionInTheLastStepIsTooLate) {
   job_.Context.Shared.TimeoutSeconds = 1;
-  play_.Download = [] {};
+  play_.Download = [](TWinInetApi::TContext) {};
   int polls = 0;
   on_poll_ = [&] {
     if (++polls == 5) TellEnd(0);
@@ -318,7 +317,7 @@ TEST_F(WinInet, ACompletionInTheLastStepIsTooLate) {
 }
 
 TEST_F(WinInet, TheCallbackSurvivesNonsense) {
-  play_.Download = [] {};
+  play_.Download = [](TWinInetApi::TContext) {};
   int polls = 0;
   on_poll_ = [&] {
     if (++polls > 1) return;
@@ -353,7 +352,7 @@ TEST_F(WinInet, ASessionFetchesThroughIt) {
     std::filesystem::remove(job_.Output("f"));
     play_ = TPlay{};
     play_.HasFile = row.HasFile;
-    play_.Download = [&] {
+    play_.Download = [&](TWinInetApi::TContext) {
       std::ofstream(play->LocalPath) << std::string(row.Written, 'x');
       TellEnd(0);
     };
