@@ -16,6 +16,7 @@
 #include "net/nm_http.h"
 #include "transfer/delivery_scope.h"
 #include "transfer/http_header.h"
+#include "transfer/jpeg_reencode.h"
 #include "transfer/size_limit_scope.h"
 #include "transfer/transfer_progress.h"
 #include "transfer/watchdog_scope.h"
@@ -211,8 +212,13 @@ THttpFileOutcome GetHttpFile(TTransferContext& context, const std::string& base_
   request.PresentSize = 1000;
   request.CompleteSize = 10000;
   request.FileTime = file_time;
-  (void)correction;
-  (void)reencode;
+  if (reencode) {
+    request.AfterSaving = [correction](const fs::path& path) {
+      fs::path image;
+      ConvertToJpeg(path, image, static_cast<float>(correction));
+      return image;
+    };
+  }
   return FetchHttpFile(context, request);
 }
 

@@ -67,6 +67,27 @@ TEST(Files, WriteFileWholeReplacesLinksAndLeavesNothingHalfWritten) {
   EXPECT_EQ(folder.Tree().size(), 2u);
 }
 
+TEST(Files, MoveFileWholeReplacesOrLeavesBothAlone) {
+  const test::TTempFolder folder;
+  const fs::path fresh = folder.Write("fresh", "new");
+  fs::permissions(fresh, fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_directory(folder / "directory");
+  EXPECT_FALSE(MoveFileWhole(folder / "none", folder / "old"));
+  EXPECT_FALSE(MoveFileWhole(fresh, folder / "directory"));
+  EXPECT_FALSE(MoveFileWhole(fresh, folder / "none" / "x"));
+  EXPECT_EQ(fs::status(fresh).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+  const fs::path kept = folder.Write("kept", "precious");
+  fs::create_symlink(kept, folder / "link");
+  const fs::path plain = folder.Write("plain", "x");
+  EXPECT_TRUE(MoveFileWhole(fresh, folder / "link"));
+  EXPECT_FALSE(fs::exists(fresh));
+  EXPECT_FALSE(fs::is_symlink(folder / "link"));
+  EXPECT_EQ(ReadWholeFile(folder / "link"), "new");
+  EXPECT_EQ(ReadWholeFile(kept), "precious");
+  EXPECT_EQ(fs::status(folder / "link").permissions(), fs::status(plain).permissions()) << "as any new file";
+}
+
 TEST(Files, ReadWholeFileRefusesFoldersAndWhatIsTooLarge) {
   const test::TTempFolder folder;
   EXPECT_THROW(ReadWholeFile(folder.Path()), std::system_error);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "base/files.h"
+#include "image/image_file.h"
 #include "support/job_fixture.h"
 
 namespace skyreel {
@@ -257,6 +258,17 @@ TEST_F(THttpFetch, UnsaveableFileSaysWhyAndLeavesNothing) {
   EXPECT_TRUE(fs::is_directory(fixture_.Output("folder.jpg")));
 }
 
+TEST_F(THttpFetch, TemporaryFolderMayBeOnAnotherDisk) {
+  std::string other = "/dev/shm/skyreel_testXXXXXX";
+  if (!::mkdtemp(other.data())) GTEST_SKIP() << "no second file system to write to";
+  ::setenv("TMPDIR", other.c_str(), 1);
+  fixture_.Server.Answer("/a.jpg", Picture(10000));
+  EXPECT_EQ(Get(), THttpFileOutcome::kSaved);
+  EXPECT_THAT(fixture_.Tree(), ElementsAre(Pair("a.jpg", 10000)));
+  EXPECT_TRUE(fs::is_empty(other));
+  fs::remove_all(other);
+}
+
 TEST_F(THttpFetch, IncompleteDownloadNeverDeletesAFolder) {
   fixture_.Server.Answer("/a.jpg", Picture(10));
   fs::create_directories(fixture_.Output("a.jpg"));
@@ -286,6 +298,35 @@ TEST_F(THttpFetch, DiskThatTakesNoMoreSaysWhyAndLeavesNothing) {
   std::signal(SIGXFSZ, handler);
   EXPECT_THAT(fixture_.Display.Lines, ElementsAre("/a.jpg - not saved: File too large"));
   EXPECT_THAT(fixture_.Tree(), ElementsAre(Pair("a.jpg", 999)));
+}
+
+TEST_F(THttpFetch, ReencodedPictureIsCorrectedAndStampedUnderItsNewName) {
+  TExtBitmap bitmap(TPixelFormat::Bits8);
+  bitmap.SetSize(256, 256);
+  // A grey field to look at, noise around it so that the file is large enough.
+  std::uint32_t noise = 1;
+  for (int y = 0; y < 256; ++y) {
+    for (int x = 0; x < 256; ++x) {
+      noise = noise * 1'664'525 + 1'013'904'223;
+      bitmap.ScanLine(y)[x] = y < 32 ? 100 : static_cast<std::uint8_t>(noise >> 24);
+    }
+  }
+  SaveAsJpeg(bitmap, fixture_.Folder / "source.jpg", 100, "");
+  fixture_.Server.Answer("/a.jpeg", ReadWholeFile(fixture_.Folder / "source.jpg"));
+  EXPECT_EQ(GetHttpFile(fixture_.Context, Root(), "/a.jpeg", fixture_.Output("a.jpeg"), 2, true, kFileTime),
+            THttpFileOutcome::kSaved);
+  EXPECT_THAT(fixture_.Display.Lines, ElementsAre("/a.jpeg - OK"));
+  EXPECT_THAT(fixture_.Files(), ElementsAre("a.jpg"));
+  EXPECT_EQ(GetFileDateTime(fixture_.Output("a.jpg")), kFileTime);
+  LoadImage(bitmap, fixture_.Output("a.jpg"));
+  EXPECT_NEAR(bitmap.ScanLine(8)[128], 39, 1) << "255 * (100 / 255) ^ 2";
+
+  fixture_.Server.Answer("/b.jpeg", Picture(10000));
+  EXPECT_EQ(GetHttpFile(fixture_.Context, Root(), "/b.jpeg", fixture_.Output("b.jpeg"), 2, true, kFileTime),
+            THttpFileOutcome::kNotSaved);
+  EXPECT_THAT(fixture_.Display.Lines.back(),
+              testing::StartsWith("/b.jpeg - saved as it came, not re-encoded: "));
+  EXPECT_THAT(fixture_.Files(), ElementsAre("a.jpg", "b.jpeg"));
 }
 
 TEST_F(THttpFetch, FailureAfterSavingKeepsTheFileAndSaysSo) {
