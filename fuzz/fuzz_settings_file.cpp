@@ -1,12 +1,16 @@
+#include <stdlib.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
-#include "settings/ini_text.h"
+#include "base/files.h"
+#include "settings/registry_store.h"
 
-using skyreel::TIniText;
+using namespace skyreel;
 
 namespace {
 
@@ -14,28 +18,36 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
+/// One for the whole run; the library remembers files by name, so each input gets a name of its own.
+std::filesystem::path Folder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "skyreel-fuzz-XXXXXX").string();
+  Require(::mkdtemp(pattern.data()) != nullptr);
+  return pattern;
+}
+
 }  // namespace
 
 // The first bytes (their count in the first byte) are the UTF-16 units of a value, the rest is a settings
-// file. Writing the value changes nothing else, and reading the result gives everything back.
+// file. However damaged the file is, the value comes back as it was written.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const std::filesystem::path folder = Folder();
+  static int count = 0;
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   const std::size_t value_size = size == 0 ? 0 : std::min<std::size_t>(data[0] & ~1u, size - 1);
   QString value(static_cast<qsizetype>(value_size / 2), QChar(0));
   if (size > 0) std::memcpy(value.data(), data + 1, value_size / 2 * 2);
-  const TIniText original(size == 0 ? std::string() : bytes.substr(1 + value_size));
 
-  for (const QString& name : {QString("Value name"), value,
-                              original.Values().isEmpty() ? QString() : original.Values().firstKey()}) {
-    if (name.isEmpty()) continue;
-    TIniText changed = original;
-    changed.Set(name, value);
-    const TIniText again(changed.Text());
-    Require(again.Values() == changed.Values());
-    Require(again.Values().value(name) == value);
-    Require(again.Text() == changed.Text());
-    changed.Remove(name);
-    Require(!TIniText(changed.Text()).Values().contains(name));
+  const std::filesystem::path file = folder / (std::to_string(++count) + ".conf");
+  WriteFileWhole(file, size == 0 ? std::string() : bytes.substr(1 + value_size));
+  {
+    TRegistryStore store(file);
+    store.WriteString("Value name", value);
+    Require(store.Flush());
   }
+  // Half a surrogate pair becomes the replacement character.
+  Require(TRegistryStore(file).ReadString("Value name") == QString::fromUtf8(value.toUtf8()));
+  std::filesystem::remove(file);
+  std::filesystem::remove(std::filesystem::path(file) += ".damaged");
+  std::filesystem::remove(std::filesystem::path(file) += ".lock");
   return 0;
 }

@@ -1,16 +1,22 @@
 #include "settings/registry_store.h"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <QLockFile>
+#include <QSettings>
 #include <QStandardPaths>
+#include <QStringList>
+#include <QVariant>
 #include <chrono>
+#include <string>
 #include <system_error>
+#include <vector>
 
+#include "base/comma_text.h"
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
-#include "settings/ini_text.h"
 
 namespace skyreel {
 
@@ -25,15 +31,55 @@ QString ToQString(const fs::path& path) {
   return QString::fromStdString(path.string());
 }
 
-/// The text of the file, empty when there is none. Throws when it cannot be read.
-std::string TextOf(const fs::path& file) {
+/// Throws when the file exists and is none that can be read whole.
+void CheckReadable(const fs::path& file) {
   const fs::file_type type = fs::status(file).type();
-  if (type == fs::file_type::not_found) return "";
+  if (type == fs::file_type::not_found) return;
   // A pipe would be waited for.
   if (type != fs::file_type::regular)
     throw std::system_error(std::make_error_code(std::errc::invalid_argument), file.string());
-  return ReadWholeFile(file, kLargestFile);
+  ReadWholeFile(file, kLargestFile);
 }
+
+/// As it is after a way through UTF-8, which has no form for half a surrogate pair.
+QString Storable(const QString& text) {
+  return QString::fromUtf8(text.toUtf8());
+}
+
+/// A value as text. A line with commas outside quotes is a list for the library, and comma text for us.
+QString TextOf(const QVariant& value) {
+  if (value.typeId() != QMetaType::QStringList) return Storable(value.toString());
+  std::vector<std::string> items;
+  for (const QString& item : value.toStringList()) items.push_back(item.toStdString());
+  return QString::fromStdString(ToCommaText(items));
+}
+
+QMap<QString, QString> ValuesOf(const QSettings& ini) {
+  QMap<QString, QString> values;
+  for (const QString& name : ini.allKeys()) values.insert(name, TextOf(ini.value(name)));
+  return values;
+}
+
+/// A folder for the owner alone, beside the settings; gone with all in it at the end.
+class TPrivateFolder {
+ public:
+  explicit TPrivateFolder(const fs::path& parent) {
+    std::string pattern = (parent / ".skyreelXXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr)
+      throw std::system_error(errno, std::generic_category(), pattern);
+    path_ = pattern;
+  }
+  ~TPrivateFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  TPrivateFolder(const TPrivateFolder&) = delete;
+  TPrivateFolder& operator=(const TPrivateFolder&) = delete;
+  fs::path operator/(const char* name) const { return path_ / name; }
+
+ private:
+  fs::path path_;
+};
 
 fs::path MakersFolder() {
   return fs::path(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation).toStdString()) /
@@ -44,7 +90,8 @@ fs::path MakersFolder() {
 
 TRegistryStore::TRegistryStore(fs::path file) : file_(std::move(file)) {
   try {
-    read_ = values_ = TIniText(TextOf(file_)).Values();
+    CheckReadable(file_);
+    read_ = values_ = ValuesOf(QSettings(ToQString(file_), QSettings::IniFormat));
   } catch (const std::exception& error) {
     throw ERegistryError("The settings file " + file_.string() + " cannot be read: " + error.what());
   }
@@ -82,7 +129,7 @@ bool TRegistryStore::ReadBoolean(const QString& name) {
 }
 
 void TRegistryStore::WriteString(const QString& name, const QString& value) {
-  values_.insert(name, value);
+  values_.insert(name, Storable(value));
   written_.insert(name);
 }
 
@@ -121,17 +168,43 @@ void TRegistryStore::Write() {
 
   if (fs::exists(target) && ::access(target.c_str(), W_OK) != 0)
     throw std::system_error(errno, std::generic_category(), target.string());
-  TIniText text(TextOf(target));
-  for (const QString& name : written_) {
-    const auto value = values_.constFind(name);
-    if (value == values_.constEnd()) {
-      text.Remove(name);
-    } else if (!text.Values().contains(name) || !read_.contains(name) || read_.value(name) != *value) {
-      text.Set(name, *value);
+  CheckReadable(target);
+
+  // The library works on a copy in a folder of its own, where a full disk can cut nothing that matters and
+  // nobody else can look. What it wrote is read again under another name (it remembers files by name) before
+  // it takes the place of the old file.
+  const TPrivateFolder folder(target.parent_path());
+  const fs::path draft = folder / "draft.conf", fair = folder / "fair.conf";
+  const bool existed = fs::exists(target);
+  WriteFileWhole(draft, existed ? ReadWholeFile(target, kLargestFile) : std::string(), 0600);
+  QMap<QString, QString> expected;
+  {
+    QSettings ini(ToQString(draft), QSettings::IniFormat);
+    // The library looks at all lines only now.
+    const QMap<QString, QString> found = ValuesOf(ini);
+    if (ini.status() == QSettings::FormatError) {
+      // The library drops the lines that it does not understand.
+      WriteFileWhole(fs::path(target) += ".damaged", ReadWholeFile(draft, kLargestFile), 0600);
     }
+    for (const QString& name : written_) {
+      const auto value = values_.constFind(name);
+      if (value == values_.constEnd()) {
+        ini.remove(name);
+      } else if (!found.contains(name) || !read_.contains(name) || read_.value(name) != *value) {
+        ini.setValue(name, *value);
+      }
+    }
+    expected = ValuesOf(ini);
+    ini.sync();
   }
-  WriteFileWhole(target, text.Text(), 0600);
-  read_ = values_ = text.Values();
+  fs::rename(draft, fair);
+  const QMap<QString, QString> written = ValuesOf(QSettings(ToQString(fair), QSettings::IniFormat));
+  bool whole = written.keys() == expected.keys();
+  for (const QString& name : written_) whole = whole && written.value(name) == expected.value(name);
+  if (!whole) throw std::system_error(std::make_error_code(std::errc::io_error), target.string());
+  fs::permissions(fair, fs::perms::owner_read | fs::perms::owner_write);
+  fs::rename(fair, target);
+  read_ = values_ = written;
   written_.clear();
 }
 

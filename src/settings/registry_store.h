@@ -15,12 +15,14 @@ class ERegistryError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// One settings key: named values in an ini file (ini_text.h has the format). Names are case-sensitive.
+/// One settings key: named values in an ini file as QSettings reads and writes it. Names are case-sensitive;
+/// a value with commas outside quotes, as people write one by hand, is read as comma text.
 ///
 /// The file is read once, by the constructor; values are held in memory until Flush writes all of them at
 /// once. The file is replaced as a whole, so that it is at every moment the old one or the new one, also when
-/// the disk is full (where QSettings leaves a cut file), and it is readable by its owner alone. Lines that
-/// are no settings stay in it.
+/// the disk is full (where QSettings by itself leaves a cut file), and it is readable by its owner alone. A
+/// file with lines that are no settings is kept as "<name>.damaged" before it is replaced, since those lines
+/// do not survive.
 ///
 /// Two copies of the program: Flush reads the file again and puts in only what this copy changed (or what is
 /// not in the file any more). So each copy keeps what only the other one changed, and for a value that both
