@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <system_error>
 
@@ -46,17 +47,29 @@ void TMemoryStream::Reserve(std::int64_t capacity) {
   const std::size_t bytes = (wanted + kHeadroom + kSlack + unit - 1) / unit * unit;
   char* target = MapAligned(bytes);
   if (data_ != nullptr) {
-    void* const moved = ::mremap(data_ - kHeadroom, mapped_, bytes, MREMAP_MAYMOVE | MREMAP_FIXED,
-                                 static_cast<void*>(target));
-    if (moved == MAP_FAILED) {
-      ::munmap(target, bytes);
-      throw std::bad_alloc();
+    char* const old = data_ - kHeadroom;
+    // One piece again, or the system cannot move it in one.
+    if (huge_ > 0) ::madvise(old, mapped_, MADV_HUGEPAGE);
+    void* const wanted_place = target;
+    if (::mremap(old, mapped_, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, wanted_place) == MAP_FAILED) {
+      std::memcpy(target, old, kHeadroom + capacity_);
+      ::munmap(old, mapped_);
+      huge_ = 0;
+    } else if (huge_ > 0) {
+      huge_ = bytes;
     }
   }
-  if (unit == kHugePage) ::madvise(target, bytes, MADV_HUGEPAGE);  // only costs time when it is refused
   data_ = target + kHeadroom;
   mapped_ = bytes;
   capacity_ = bytes - kHeadroom - kSlack;
+}
+
+void TMemoryStream::ExpectSize(std::int64_t size) {
+  Reserve(size);
+  const std::size_t whole = (static_cast<std::size_t>(size) + kHeadroom + kSlack) / kHugePage * kHugePage;
+  if (whole <= huge_) return;
+  ::madvise(data_ - kHeadroom, std::min(whole, mapped_), MADV_HUGEPAGE);  // refused, it only costs time
+  huge_ = whole;
 }
 
 void TMemoryStream::SetSize(std::int64_t size) {
@@ -75,7 +88,7 @@ void TMemoryStream::LoadFromFile(const std::filesystem::path& path, std::int64_t
   if (::fstat(file.Get(), &info) != 0) fail(errno);
   if (!S_ISREG(info.st_mode)) fail(EINVAL);
   if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
-  Reserve(info.st_size);
+  ExpectSize(info.st_size);
   std::size_t have = 0;
   while (have < static_cast<std::size_t>(info.st_size)) {
     const ssize_t got = ::read(file.Get(), data_ + have, static_cast<std::size_t>(info.st_size) - have);

@@ -8,8 +8,9 @@
 namespace skyreel {
 
 /// Bytes in memory that may grow to gigabytes without being copied: the system moves the pages, and large
-/// amounts are asked for in huge pages, since touching fresh 4 KiB pages costs more than decoding into them.
-/// Memory that is not yet used takes address space only. Clear keeps the memory for the next use.
+/// amounts that are expected are asked for in huge pages, since touching fresh 4 KiB pages costs more than
+/// decoding into them. Memory that is not yet used takes address space only. Clear keeps the memory for the
+/// next use.
 class TMemoryStream {
  public:
   /// Bytes before the content that a decoder may use for itself while it writes.
@@ -30,6 +31,9 @@ class TMemoryStream {
 
   /// Room for at least `capacity` bytes; content and headroom are kept. Throws std::bad_alloc.
   void Reserve(std::int64_t capacity);
+  /// The content will reach `size` bytes, as far as is known: huge pages are used up to there, where they fit
+  /// whole, so that none is taken for a rest that stays empty. Only a hint.
+  void ExpectSize(std::int64_t size);
   /// Makes the content `size` bytes long; bytes beyond the old size hold what was written there, or anything.
   void SetSize(std::int64_t size);
   void Clear() { size_ = 0; }
@@ -43,6 +47,7 @@ class TMemoryStream {
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;
   std::size_t mapped_ = 0;  ///< bytes mapped from data_ - kHeadroom on
+  std::size_t huge_ = 0;    ///< of these, bytes that may be in huge pages
 };
 
 }  // namespace skyreel

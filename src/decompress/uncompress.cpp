@@ -44,6 +44,16 @@ inline void CopyForward(char* to, const char* from, std::uint32_t length) {
   }
 }
 
+/// A string in the output.
+struct TString {
+  std::uint32_t Position;
+  std::uint32_t Length;
+};
+
+inline TString StringOf(const std::uint32_t* table, std::uint32_t code) {
+  return {table[code], table[code + 1] - table[code] + (code > 255 ? 1 : 0)};
+}
+
 /// The codes of one width, which follow each other without padding. Reads eight bytes at once, never beyond
 /// the input.
 class TCodeReader {
@@ -82,6 +92,8 @@ class TCodeReader {
     return start_ + (bit_ - start_ * 8 + group_bits - 1) / group_bits * width_;
   }
 
+  /// Bytes of the input read so far.
+  std::size_t Consumed() const { return bit_ >> 3; }
   /// For codes of 16 bits: the bytes not yet read, and that `count` more codes were.
   const char* Rest() const { return begin_ + (bit_ >> 3); }
   void Skip(std::size_t count) { bit_ += std::uint64_t{width_} * count; }
@@ -97,35 +109,53 @@ class TCodeReader {
   char small_[16] = {};
 };
 
-/// The place where output is written, as offsets from the single-byte strings just before it.
+/// The place where output is written, as offsets from the single-byte strings just before it. It is opened
+/// piece by piece, so that memory is asked for as the rest of the input leads to expect.
 class TOutput {
  public:
-  TOutput(TMemoryStream& stream, std::int64_t limit) : stream_(stream), limit_(limit) {
-    Attach();
+  TOutput(TMemoryStream& stream, std::size_t input_size, std::int64_t limit)
+      : stream_(stream), input_size_(static_cast<std::int64_t>(input_size)), limit_(limit) {
+    // Room for most pictures; it takes no memory before it is used.
+    stream_.Reserve(std::min(input_size_ * 8 + 65536, limit_));
+    Open(1, input_size_ / 2);  // two bytes make at least one
     for (int value = 0; value < 256; ++value) base_[value] = static_cast<char>(value);
   }
 
   char* Base() const { return base_; }
   /// Offsets up to here may be written without asking; a copy may overshoot it.
   std::uint32_t End() const { return end_; }
-  /// Moves End to `needed` at least; Base changes.
-  void Grow(std::uint64_t needed) {
-    const std::int64_t size = static_cast<std::int64_t>(needed - TMemoryStream::kHeadroom);
-    if (size > limit_) {
+  /// Moves End to `at` + `length` at least, when `consumed` bytes of input have made the output up to `at`;
+  /// Base changes.
+  void Grow(std::uint32_t at, std::uint32_t length, std::size_t consumed) {
+    const std::int64_t have = at - static_cast<std::int64_t>(TMemoryStream::kHeadroom);
+    const std::int64_t needed = have + length;
+    if (needed > limit_) {
       throw EDecompressError("File decodes to more than " + std::to_string(limit_) + " bytes");
     }
-    stream_.Reserve(std::min(std::max(size, stream_.Capacity() * 2), limit_));
-    Attach();
+    if (needed > stream_.Capacity()) {
+      stream_.Reserve(std::min(std::max(needed, stream_.Capacity() * 2), limit_));
+    }
+    const double ratio =
+        static_cast<double>(input_size_) / static_cast<double>(std::max<std::size_t>(consumed, 1));
+    Open(needed, static_cast<std::int64_t>(static_cast<double>(have) * ratio));
   }
 
  private:
-  void Attach() {
+  static constexpr std::int64_t kPiece = std::int64_t{4} << 20;  // whole huge pages
+
+  /// Lets at least `needed` bytes be written, up to the end of a piece: not so far that a copy overshoots
+  /// into the next one, whose memory is not asked for yet and would come in small pages.
+  void Open(std::int64_t needed, std::int64_t expected) {
+    constexpr std::int64_t kAround = TMemoryStream::kHeadroom + TMemoryStream::kSlack;
+    const std::int64_t piece_end = (needed + kAround + kPiece - 1) / kPiece * kPiece - kAround;
+    const std::int64_t size = std::min({piece_end, stream_.Capacity(), limit_});
+    stream_.ExpectSize(std::min(size, expected));
     base_ = stream_.Data() - TMemoryStream::kHeadroom;
-    end_ = static_cast<std::uint32_t>(std::min(stream_.Capacity(), limit_)) +
-           static_cast<std::uint32_t>(TMemoryStream::kHeadroom);
+    end_ = static_cast<std::uint32_t>(size + static_cast<std::int64_t>(TMemoryStream::kHeadroom));
   }
 
   TMemoryStream& stream_;
+  std::int64_t input_size_;
   std::int64_t limit_;
   char* base_ = nullptr;
   std::uint32_t end_ = 0;
@@ -144,10 +174,10 @@ std::filesystem::path UncompressedName(const std::filesystem::path& path) {
 }
 
 void TUncompressor::PrepareTable(std::size_t input_size) {
-  // One place behind the last entry: where the next one is put down before it is known to fit.
+  // One place behind the last code, where its string's end is found.
   const std::size_t wanted = std::min(kMostEntries, 257 + input_size) + 1;
   if (wanted <= table_size_) return;
-  table_ = std::make_unique_for_overwrite<TEntry[]>(wanted);
+  table_ = std::make_unique_for_overwrite<std::uint32_t[]>(wanted);
   table_size_ = wanted;
 }
 
@@ -169,13 +199,11 @@ void TUncompressor::Decompress(std::string_view input, TMemoryStream& output) {
 }
 
 void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_mode, TMemoryStream& stream) {
-  TEntry* const table = table_.get();
-  for (std::uint32_t value = 0; value < 256; ++value) table[value] = {value, 1};
+  std::uint32_t* const table = table_.get();
+  for (std::uint32_t value = 0; value <= 256; ++value) table[value] = value;
 
   const std::int64_t limit = std::clamp<std::int64_t>(OutputLimit, 0, kLargestOutputLimit);
-  // Room for most pictures at once; unused room takes no memory.
-  stream.Reserve(std::min(static_cast<std::int64_t>(input.size()) * 8 + 65536, limit));
-  TOutput output(stream, limit);
+  TOutput output(stream, input.size(), limit);
   char* base = output.Base();
   std::uint32_t at = TMemoryStream::kHeadroom;
 
@@ -187,7 +215,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
   std::uint32_t width = kFirstWidth;
   std::uint32_t largest = (1U << kFirstWidth) - 1;
   std::uint32_t next_free = first_free;
-  TEntry previous{0, 0};
+  TString previous{0, 0};
   bool fresh = true;  // the table holds single bytes only, and so must the next code be one
   std::size_t start = 0;
 
@@ -204,11 +232,13 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
       } else {
         if (code > 255) ThrowCorrupt();
         if (at >= output.End()) {
-          output.Grow(std::uint64_t{at} + 1);
+          output.Grow(at, 1, codes.Consumed());
           base = output.Base();
         }
         base[at] = static_cast<char>(code);
-        previous = {at++, 1};
+        previous = {at, 1};
+        if (next_free < code_limit) table[next_free] = at;
+        ++at;
         fresh = false;
       }
     }
@@ -227,19 +257,24 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
           cleared = true;
           break;
         }
-        if (code > next_free) ThrowCorrupt();
-        table[next_free] = {previous.Position, previous.Length + 1};
-        const TEntry entry = table[code];
-        if (entry.Length > output.End() - at) {
-          output.Grow(std::uint64_t{at} + entry.Length);
+        TString string;
+        if (code < next_free) {
+          string = StringOf(table, code);
+        } else if (code == next_free) {
+          string = {previous.Position, previous.Length + 1};  // it ends with its own first byte
+        } else {
+          ThrowCorrupt();
+        }
+        if (string.Length > output.End() - at) {
+          output.Grow(at, string.Length, codes.Consumed());
           base = output.Base();
         }
-        CopyForward(base + at, base + entry.Position, entry.Length);
-        // The entry just made ends with the first byte of this very string.
-        if (code == next_free) base[at + entry.Length - 1] = base[at];
-        previous = {at, entry.Length};
-        at += entry.Length;
+        CopyForward(base + at, base + string.Position, string.Length);
+        if (code == next_free) base[at + string.Length - 1] = base[at];
         next_free += step;
+        if (filling) table[next_free] = at;
+        previous = {at, string.Length};
+        at += string.Length;
       }
     }
 
@@ -256,14 +291,14 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
           cleared = true;
           break;
         }
-        const TEntry entry = table[code];
-        if (entry.Length > room - at) {
-          output.Grow(std::uint64_t{at} + entry.Length);
+        const TString string = StringOf(table, code);
+        if (string.Length > room - at) {
+          output.Grow(at, string.Length, codes.Consumed() + static_cast<std::size_t>(from - codes.Rest()));
           base = output.Base();
           room = output.End();
         }
-        CopyForward(base + at, base + entry.Position, entry.Length);
-        at += entry.Length;
+        CopyForward(base + at, base + string.Position, string.Length);
+        at += string.Length;
       }
       codes.Skip(static_cast<std::size_t>(from - codes.Rest()) / 2);
     }

@@ -21,7 +21,7 @@ class EDecompressError : public std::runtime_error {
 std::filesystem::path UncompressedName(const std::filesystem::path& path);
 
 /// Decoder for the format of the Unix `compress` program (".Z", LZW). Its tables are kept from one call to
-/// the next; they grow with the input, to 512 KiB at most.
+/// the next; they grow with the input, to 256 KiB at most.
 class TUncompressor {
  public:
   static constexpr std::int64_t kDefaultOutputLimit = std::int64_t{1} << 30;
@@ -38,18 +38,14 @@ class TUncompressor {
   std::int64_t OutputLimit = kDefaultOutputLimit;
 
  private:
-  /// What a code stands for: a string that stands in the output already. Positions count from the 256
-  /// single-byte strings, which are kept just before the output.
-  struct TEntry {
-    std::uint32_t Position;
-    std::uint32_t Length;
-  };
-
   /// Room for the entries that `input_size` bytes can make.
   void PrepareTable(std::size_t input_size);
   void Decode(std::string_view input, int maximum_bits, bool block_mode, TMemoryStream& output);
 
-  std::unique_ptr<TEntry[]> table_;
+  /// Where in the output the string of each code stands. Codes are made in the order of their strings, so
+  /// that a string ends one byte behind the place where the next code's begins. Positions count from the 256
+  /// single-byte strings, which are kept just before the output and end right where the next one begins.
+  std::unique_ptr<std::uint32_t[]> table_;
   std::size_t table_size_ = 0;
 };
 

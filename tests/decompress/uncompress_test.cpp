@@ -85,6 +85,9 @@ TEST(Uncompress, CodesBuiltByHand) {
        Codes({'a', 'b', 256, 300, 300, 300, 300, 300, 'c', 'd', 257}), "abcdcd"},
       {"a clear after a clear", Codes({'a', 256, 0, 0, 0, 0, 0, 0, 256, 0, 0, 0, 0, 0, 0, 0, 'b'}), "ab"},
       {"fewer than 9 bits: no entry is ever made", Codes({'a', 'b', 'c'}, '\x88'), "abc"},
+      {"fewer than 9 bits, after a clear", Codes({'a', 256, 0, 0, 0, 0, 0, 0, 255, 'b', 255}, '\x88'),
+       "a\xFF"
+       "b\xFF"},
   };
   for (const TCase& c : cases) EXPECT_EQ(Decode(c.Input), c.Output) << c.Behaviour;
 }

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# bench/decompress.sh [rounds]
+# Decodes a synthetic picture of 25,354,344 bytes, noise and zeros of the same size, in turn with the program's
+# decoders and with gzip -dc and bzip2 -dc. Prints the middle time of each, the ratio (below 1: faster than the
+# tool) and the peak memory beyond input and output; then the decoders in process.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+rounds=${1:-15}
+
+cmake --preset release > /dev/null
+cmake --build build/release --target bench_decompress skyreel_zcat write_pictures > build/release/bench_decompress.log ||
+  { cat build/release/bench_decompress.log; exit 1; }
+bench=build/release/bench
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+"$bench/write_pictures" "$folder"
+for input in picture noise zeros; do
+  compress -f -c "$folder/$input" > "$folder/$input.Z" || [ $? -eq 2 ]  # 2: it became larger
+  "$bench/skyreel_zcat" "$folder/$input.Z" | cmp - "$folder/$input"
+done
+bzip2 -c "$folder/picture" > "$folder/picture.bz2"
+"$bench/skyreel_zcat" "$folder/picture.bz2" | cmp - "$folder/picture"
+
+# Microseconds of one command, its output to the file named first.
+time_of() {
+  local out=$1 begin=${EPOCHREALTIME/./}
+  shift
+  "$@" > "$out"
+  echo $((${EPOCHREALTIME/./} - begin))
+}
+middle() { sort -n | sed -n "$(((rounds + 1) / 2))p"; }
+
+# compare NAME TOOL FILE TARGET: to a target other than /dev/null, ours writes whole by itself.
+compare() {
+  local name=$1 tool=$2 file=$3 target=$4 ours=() theirs=() own=("$bench/skyreel_zcat" "$3") a b
+  if [ "$target" != /dev/null ]; then own+=("$target"); fi
+  for ((i = 0; i < rounds; ++i)); do
+    ours+=("$(time_of /dev/null "${own[@]}")")
+    theirs+=("$(time_of "$target" "$tool" -dc "$file")")
+  done
+  a=$(printf '%s\n' "${ours[@]}" | middle)
+  b=$(printf '%s\n' "${theirs[@]}" | middle)
+  awk -v name="$name" -v tool="$tool" -v a="$a" -v b="$b" 'BEGIN {
+    printf "%-25s %8.1f ms  %-5s %8.1f ms  ratio %.3f\n", name, a / 1000, tool, b / 1000, a / b }'
+}
+
+compare "picture.Z to /dev/null" gzip "$folder/picture.Z" /dev/null
+compare "picture.Z to a file" gzip "$folder/picture.Z" "$folder/out"
+compare "noise.Z to /dev/null" gzip "$folder/noise.Z" /dev/null
+compare "zeros.Z to /dev/null" gzip "$folder/zeros.Z" /dev/null
+compare "picture.bz2 to /dev/null" bzip2 "$folder/picture.bz2" /dev/null
+
+# Against the same program that decodes a single byte.
+printf '\x1f\x9d\x90\x41\x00' > "$folder/tiny.Z"
+peak() { "$bench/skyreel_zcat" --peak "$1" 2>&1 > /dev/null; }
+used=$((($(peak "$folder/picture.Z") - $(peak "$folder/tiny.Z")) * 1024))
+echo "memory beyond input and output: $(((used - $(stat -c '%s' "$folder/picture.Z") - 25354344) / 1024)) KiB"
+
+"$bench/bench_decompress"
