@@ -372,6 +372,10 @@ void TFormMain::WireEvents() {
   connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, ui_->ButtonClose, &QPushButton::click);
   connect(new QShortcut(Qt::CTRL | Qt::Key_R, this), &QShortcut::activated, this,
           &TFormMain::PressCurrentRun);
+  connect(new QShortcut(Qt::CTRL | Qt::Key_PageDown, this), &QShortcut::activated, this,
+          [this] { ShowNextTab(1); });
+  connect(new QShortcut(Qt::CTRL | Qt::Key_PageUp, this), &QShortcut::activated, this,
+          [this] { ShowNextTab(-1); });
   connect(qGuiApp, &QGuiApplication::commitDataRequest, this, &TFormMain::ButtonCloseClick);
 
   TimerShow_.setSingleShot(true);
@@ -456,6 +460,8 @@ bool TFormMain::BeginRun(QPushButton& button, TSavedCursor& saved_cursor) {
   saved_cursor = cursor_depth_;
   SetBusyCursor(true);
   SetProgress(0);
+  // "Complete" was said of the run before.
+  SetPanel(0, "");
   busy_ = true;
   return false;
 }
@@ -791,6 +797,16 @@ void TFormMain::PressCurrentRun() {
   tabs_[static_cast<std::size_t>(index)]
       ->findChild<QPushButton*>(SourcePages()[static_cast<std::size_t>(index)].RunButton)
       ->click();
+}
+
+void TFormMain::ShowNextTab(int step) {
+  const int count = ui_->PageControl->count();
+  int index = ui_->PageControl->currentIndex();
+  if (index < 0) return;
+  do {
+    index = (index + step + count) % count;
+  } while (!ui_->PageControl->isTabVisible(index));
+  ui_->PageControl->setCurrentIndex(index);
 }
 
 void TFormMain::ButtonBrowseClick(TSource source) {

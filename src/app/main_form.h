@@ -136,6 +136,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   void ButtonBrowseClick(TSource source);
   void EditOutputPathChange(QLineEdit& edit);
   void PressCurrentRun();
+  /// Shows the next tab (1) or the one before it (-1) among those that are not hidden, round the ends.
+  void ShowNextTab(int step);
   void ButtonAnalysePDUSClick();
   void MenuItemRunOrbiscopeClick();
   void MenuItemServersClick();

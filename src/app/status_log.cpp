@@ -107,7 +107,10 @@ void TStatusLog::ReplaceLast(const std::string& text) {
 }
 
 void TStatusLog::ShowNewest() {
-  view_.setCurrentIndex(lines_.index(lines_.rowCount() - 1));
+  // Not through the view: that takes a Ctrl or Shift held just now for a wish to select more.
+  const QModelIndex newest = lines_.index(lines_.rowCount() - 1);
+  view_.selectionModel()->setCurrentIndex(newest, QItemSelectionModel::ClearAndSelect);
+  view_.scrollTo(newest);
 }
 
 void TStatusLog::Flush() {

@@ -13,6 +13,7 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QRegularExpression>
+#include <QShortcut>
 #include <QTabWidget>
 #include <QTimeEdit>
 #include <future>
@@ -184,6 +185,22 @@ TEST_F(MainFormTest, ShowsTheSourcesThatAreShownAtStart) {
   for (const char* box : {"CheckBoxEuDAUseWinInet", "CheckBoxMSFCUseWinInet", "CheckBoxRssUseWinInet"}) {
     EXPECT_TRUE(Get(box).isHidden()) << box;
   }
+}
+
+TEST_F(MainFormTest, PageKeysGoRoundTheShownTabs) {
+  Open();
+  const auto& tabs = Get<QTabWidget>("PageControl");
+  const auto press = [this](int key) {
+    for (QShortcut* shortcut : form_->findChildren<QShortcut*>()) {
+      if (shortcut->key() == QKeySequence(Qt::CTRL | key)) emit shortcut->activated();
+    }
+  };
+  std::vector<std::string> seen;
+  for (int key : {Qt::Key_PageUp, Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_PageDown}) {
+    press(key);
+    seen.push_back(tabs.tabText(tabs.currentIndex()).toStdString());
+  }
+  EXPECT_THAT(seen, ElementsAre("GOES", "Eumetsat", "GOES", "Weather data"));
 }
 
 TEST_F(MainFormTest, HasARunButtonForEverySourceAndDisablesThoseThatCannotRun) {
@@ -424,7 +441,12 @@ TEST_F(MainFormTest, RunOnAnotherTabStopsTheRunningJob) {
   EXPECT_THAT(Server.Paths(), Each(kFirstChart));
   // The next press begins a job again.
   ServeCharts();
+  const auto& phase = *Get("StatusBar").findChildren<QLabel*>().at(0);
+  std::string told = "nothing";
+  Meanwhile(kFirstChart, [&] { told = phase.text().toStdString(); });
+  EXPECT_EQ(phase.text(), "Complete");
   Press("ButtonRunBracknell");
+  EXPECT_EQ(told, "") << "of the run before";
   EXPECT_GT(Server.Paths().size(), 8U);
 }
 

@@ -6,6 +6,7 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QTableView>
+#include <QTest>
 
 namespace skyreel {
 namespace {
@@ -40,6 +41,18 @@ TEST_F(StatusLogTest, SelectsTheNewestLineAndReportsAllInOrder) {
   EXPECT_EQ(Selected(), "Get: b");
   EXPECT_EQ(log_.Report(), "a - OK\r\nGet: b\r\n");
   EXPECT_EQ(view_.model()->rowCount(), 2);
+}
+
+TEST_F(StatusLogTest, SelectsTheNewestLineAloneWhileKeysAreHeld) {
+  log_.Add("a");
+  for (const auto modifier : {Qt::ControlModifier, Qt::ShiftModifier}) {
+    QTest::keyPress(&view_, Qt::Key_F35, modifier);
+    ASSERT_EQ(QGuiApplication::keyboardModifiers(), modifier);
+    log_.Add("b");
+    log_.Add("c");
+    EXPECT_EQ(Selected(), "c");
+    QTest::keyRelease(&view_, Qt::Key_F35);
+  }
 }
 
 TEST_F(StatusLogTest, GivesOutEachLineOnceWhenItIsFinal) {
