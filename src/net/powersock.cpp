@@ -152,14 +152,20 @@ void TPowersock::HandleTimeOut() {
 void TPowersock::TimerOn() {
   ReportStatus(8, "Timer On");
   timed_out_ = false;
-  // Off and on again, since setting what is already set would not start the full interval anew.
   timer_.SetEnabled(false);
+  timer_due_ = true;
+}
+
+void TPowersock::StartDueTimer() {
+  if (!timer_due_) return;
+  timer_due_ = false;
   timer_.SetInterval(static_cast<std::uint32_t>(std::max(TimeOut, 0)));
   timer_.SetEnabled(true);
 }
 
 void TPowersock::TimerOff() {
   ReportStatus(8, "Timer Off");
+  timer_due_ = false;
   timer_.SetEnabled(false);
 }
 
@@ -185,6 +191,8 @@ void TPowersock::LetEventsThrough() {
 }
 
 short TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
+  StartDueTimer();
+  if (other) other->StartDueTimer();
   std::array<pollfd, 4> wanted{{{descriptor, events, 0},
                                 {timer_.Descriptor(), POLLIN, 0},
                                 {other && other->Connected ? other->socket_.Get() : -1, POLLIN, 0},

@@ -159,7 +159,8 @@ class TPowersock {
   void RequestCloseSocket();
   /// "10061:Connection refused", "" for 0, "Unknown Error No. 12345".
   std::string GetErrorMessage(int error_number);
-  /// Clears the timed-out flag and starts the full TimeOut.
+  /// Clears the timed-out flag and starts the full TimeOut anew, counted from the next wait on: data that is
+  /// there already costs no timer.
   void TimerOn();
   void TimerOff();
 
@@ -255,6 +256,7 @@ class TPowersock {
   void StartConnect();
   /// Polls for at most 2 ms, lets events through, looks at the time-out; returns what is ready.
   short WaitTurn(int descriptor, short events, TPowersock* other = nullptr);
+  void StartDueTimer();
   void LetEventsThrough();
   void RunEventHook();
   void Notify(const TNotifyEvent& event);
@@ -263,6 +265,7 @@ class TPowersock {
 
   TEventHook event_hook_;
   TThreadTimer timer_;
+  bool timer_due_ = false;  ///< TimerOn was called; the timer starts with the first wait
   TDescriptor socket_;
   sockaddr_in remote_{};
   std::vector<char> buffer_;
