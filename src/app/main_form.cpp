@@ -381,6 +381,7 @@ void TFormMain::WireEvents() {
   TimerShow_.setSingleShot(true);
   TimerShow_.setInterval(environment_.BatchDelay);
   connect(&TimerShow_, &QTimer::timeout, this, &TFormMain::TimerShowTimer);
+  TimerWatchdog_.setObjectName("TimerWatchdog");
   TimerWatchdog_.setSingleShot(true);
   TimerWatchdog_.setInterval(environment_.WatchdogPeriod);
   connect(&TimerWatchdog_, &QTimer::timeout, this, &TFormMain::TimerWatchdogTimer);

@@ -181,7 +181,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   TNMHTTP NMHTTPNotts_;
   TTransferLedger ledger_;
   QTimer TimerShow_;
-  QTimer TimerWatchdog_;
+  QTimer TimerWatchdog_{this};
 
   // Settings of no control of their own; saved when they are freed.
   std::unique_ptr<TRegistryString> GoesESlot_, GoesWSlot_;

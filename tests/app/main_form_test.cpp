@@ -16,6 +16,7 @@
 #include <QShortcut>
 #include <QTabWidget>
 #include <QTimeEdit>
+#include <QTimer>
 #include <future>
 
 #include "app/default_paths.h"
@@ -551,10 +552,22 @@ TEST_F(MainFormTest, WithoutAnOutputFolderNothingRuns) {
 
 TEST_F(MainFormTest, TheWatchdogEndsATransferThatHangsAndTheJobGoesOn) {
   ServeCharts();
-  Open({}, 50ms);
+  Open({}, 7min);
   Check("CheckListBoxMSLPsources", "\"New Zealand\"");
-  Server.AnswerScript(kFirstChart, test::TScript().Stall());
+  // Its time passes for the transfer that hangs alone, so that a slow machine ends no other.
+  auto& watchdog = Get<QTimer>("TimerWatchdog");
+  QObject::connect(&watchdog, &QTimer::timeout, [&] { watchdog.setInterval(7min); });
+  const auto let_it_run_out = [&] {
+    EXPECT_TRUE(watchdog.isActive());
+    EXPECT_EQ(watchdog.intervalAsDuration(), 7min);
+    watchdog.start(0ms);
+  };
+  Server.AnswerScript(
+      kFirstChart, test::TScript()
+                       .Call([&] { QMetaObject::invokeMethod(qApp, let_it_run_out, Qt::QueuedConnection); })
+                       .Stall());
   Press("ButtonRunBracknell");
+  EXPECT_FALSE(watchdog.isActive());
   EXPECT_THAT(form_->Log().Lines(), SizeIs(7));
   EXPECT_GE(FileSizeOf(Folder / "out/2005/11/10/nz_tnz_0600.gif"), 2'000);
 }
