@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Compares the FTP client with curl on the same vsftpd: one file of 100 MB, and 500 files of 20 KB over one
 # session, passive and active. Prints the best of several rounds, which alternate between the two.
-#   bench/ftp.sh <path of ftp_get> [rounds]
+#   bench/ftp.sh [<ftp_get of a release build>] [rounds]
 # Needs vsftpd and curl, and must be started as root (vsftpd changes its user).
 set -euo pipefail
 
-get=$(realpath "${1:?path of ftp_get}")
-rounds=${2:-7}
+get=$(realpath "${1:-$(dirname "$0")/../build/release/bench/ftp_get}")
+rounds=${2:-5}
 work=$(mktemp -d)
 server=
 finish() {
@@ -66,7 +66,6 @@ seconds() {
   echo "$((end - begin))" | awk '{ printf "%.3f\n", $1 / 1e9 }'
 }
 
-printf '%-24s %10s %10s %8s\n' "best of $rounds, seconds" ours curl ratio
 for what in large small; do
   if [ $what = large ]; then list=(large); else list=("${names[@]}"); fi
   for mode in passive active; do
@@ -81,8 +80,8 @@ for what in large small; do
     done
     ours=$(sort -n "$work/ours" | head -1)
     curls=$(sort -n "$work/curls" | head -1)
-    label=$([ $what = large ] && echo "100 MB" || echo "500 x 20 KB")
-    awk -v l="$label, $mode" -v o="$ours" -v c="$curls" \
-      'BEGIN { printf "%-24s %10.3f %10.3f %8.2f\n", l, o, c, o / c }'
+    label=$([ $what = large ] && echo "100 MB over FTP" || echo "500 files of 20 KB in one FTP session")
+    awk -v l="$label, $mode, best of $rounds" -v o="$ours" -v c="$curls" \
+      'BEGIN { printf "| %s | %.3f s | curl: %.3f s | %.2f | <= 1.0 |\n", l, o, c, o / c }'
   done
 done

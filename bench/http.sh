@@ -2,13 +2,14 @@
 # bench/http.sh [rounds]
 # Fetches 100 MB from a local nginx, in turn with curl --http1.0 and with the program's own HTTP client in
 # file mode, and prints the best and the middle time of each and their ratios (below 1: faster than curl).
+# The same beside an open window, where both count the transfer alone and not the start of the program.
 # Then the processor share of a transfer that stalls.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-15}
 
 cmake --preset release > /dev/null
-cmake --build build/release --target bench_http > build/release/bench_http.log || { cat build/release/bench_http.log; exit 1; }
+cmake --build build/release --target bench_http bench_http_window > build/release/bench_http.log || { cat build/release/bench_http.log; exit 1; }
 bench=build/release/bench/bench_http
 
 folder=$(mktemp -d)
@@ -46,20 +47,30 @@ microseconds() {
 }
 fetch_curl() { curl --silent --http1.0 -o "$folder/by_curl" "$url"; }
 fetch_own() { "$bench" get "$url" "$folder/by_own"; }
+fetch_window() { QT_QPA_PLATFORM=offscreen "${bench}_window" "$url" "$folder/by_window"; }
+curl_transfer() { curl --silent --http1.0 -o "$folder/by_curl" -w '%{time_total}\n' "$url"; }
 
-fetch_curl; fetch_own
+fetch_curl; fetch_own; fetch_window > /dev/null
 cmp "$folder/by_curl" "$folder/www/file"
 cmp "$folder/by_own" "$folder/www/file"
+cmp "$folder/by_window" "$folder/www/file"
 for ((i = 0; i < rounds; ++i)); do
   microseconds fetch_curl >> "$folder/curl"
   microseconds fetch_own >> "$folder/own"
+  curl_transfer >> "$folder/curl_transfer"
+  fetch_window >> "$folder/window"
 done
-sort -n "$folder/curl" -o "$folder/curl"
-sort -n "$folder/own" -o "$folder/own"
-paste "$folder/curl" "$folder/own" | awk -v middle=$((rounds / 2 + 1)) '
-  NR == 1 || NR == middle {
-    printf "100 MB, %-6s time: curl %7.1f ms, own %7.1f ms, ratio %.2f\n",
-           NR == 1 ? "best" : "middle", $1 / 1000, $2 / 1000, $2 / $1
-  }'
-printf 'stalled transfer: '
-"$bench" stall 5000
+# compare WHAT OWN CURL FACTOR LIMIT: the files hold one time a line; times FACTOR they are milliseconds.
+compare() {
+  paste <(sort -n "$2") <(sort -n "$3") | awk -v what="$1" -v factor="$4" -v limit="$5" -v rounds="$rounds" '
+    NR == 1 || NR == int(rounds / 2) + 1 {
+      printf "| %s, %s of %d | %.1f ms | curl --http1.0: %.1f ms | %.2f | <= %s |\n", what,
+             NR == 1 ? "best" : "middle", rounds, $1 * factor, $2 * factor, $1 / $2, limit
+    }'
+}
+compare "100 MB over HTTP to a file" "$folder/own" "$folder/curl" 0.001 1.0
+compare "100 MB over HTTP to a file, with events and progress display of a window" \
+  "$folder/window" "$folder/curl_transfer" 1000 1.3
+stalled=$("$bench" stall 5000)
+echo "stalled transfer: $stalled"
+echo "| Processor during a stalled transfer | ${stalled%% *} % of one | - | - | < 2 % |"

@@ -2,10 +2,10 @@
 # How long the program takes to its first paint, and how much memory it holds when idle, beside an empty Qt main
 # window with a tab bar. Runs both in turn under Xvfb; medians of several runs.
 #
-#   bench/startup.sh [build folder, default build/release] [runs, default 15]
+#   bench/startup.sh [build folder, default build/release] [runs, default 9]
 set -eu
 build=${1:-$(dirname "$0")/../build/release}
-runs=${2:-15}
+runs=${2:-9}
 program=$build/bench/bench_startup
 [ -x "$program" ] || { echo "build bench_startup first: cmake --build $build --target bench_startup" >&2; exit 1; }
 folder=$(mktemp -d)
@@ -26,9 +26,10 @@ for _ in $(seq "$runs"); do
   done
 done
 
-for mode in empty form; do
-  echo "$mode: first paint $(median <"$folder/$mode.time") us, idle $(median <"$folder/$mode.memory") KiB"
-done
 awk -v a="$(median <"$folder/form.time")" -v b="$(median <"$folder/empty.time")" \
-    -v c="$(median <"$folder/form.memory")" -v d="$(median <"$folder/empty.memory")" \
-    'BEGIN { printf "first paint %.2f times the empty window, idle %.1f MiB more\n", a / b, (c - d) / 1024 }'
+    -v c="$(median <"$folder/form.memory")" -v d="$(median <"$folder/empty.memory")" -v runs="$runs" 'BEGIN {
+  printf "| First paint, middle of %d | %.0f ms | empty Qt window: %.0f ms | %.2f | <= 2.0 |\n",
+         runs, a / 1000, b / 1000, a / b
+  printf "| Memory when idle (proportional set) | %.1f MiB | empty Qt window: %.1f MiB | +%.1f MiB | <= +20 MB |\n",
+         c / 1024, d / 1024, (c - d) / 1024
+}'

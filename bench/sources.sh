@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# bench/sources.sh [build folder, default build/release]
+# How long the sources take to find out what there is to fetch: processor time inside the program.
+set -euo pipefail
+bench=${1:-$(dirname "$0")/../build/release}/bench
+
+times=$(mktemp)
+trap 'rm -f "$times" "$times.log"' EXIT
+measure() { # PROGRAM FILTER
+  "$bench/$1" --benchmark_filter="$2" --benchmark_format=csv 2>"$times.log" >>"$times" ||
+    { cat "$times.log" >&2; exit 1; }
+}
+measure bench_http_sources 'ArchiveWantedList|GoesAllPresent'
+measure bench_order_page 'OrderPage'
+
+# Milliseconds of one benchmark: the fourth column is the processor time, the fifth its unit.
+milliseconds() {
+  awk -F, -v name="\"$1\"" '$1 == name && $5 == "ms" { print $4; found = 1 } END { exit !found }' "$times"
+}
+row() { # WHAT BENCHMARK LIMIT [BENCHMARK OF THE PLAIN WAY]
+  local ours plain=
+  ours=$(milliseconds "$2")
+  if [ $# -gt 3 ]; then plain=$(milliseconds "$4"); fi
+  awk -v what="$1" -v a="$ours" -v limit="$3" -v b="$plain" 'BEGIN {
+    tool = b == "" ? "-" : sprintf("plain search: %.1f ms", b)
+    ratio = b == "" ? "-" : sprintf("%.2f", a / b)
+    printf "| %s | %.1f ms | %s | %s | < %s s |\n", what, a, tool, ratio, limit
+  }'
+}
+row "Wanted list of 90 days for 70 items, old naming" BM_ArchiveWantedList/new:0 0.1
+row "Wanted list of 90 days for 70 items, new naming" BM_ArchiveWantedList/new:1 0.1
+row "GOES run over 90 days, all 77,760 files present" BM_GoesAllPresent/iterations:3 3
+row "Order page of 20,000 links for 375 items, all wanted" BM_OrderPage/1 0.2 BM_OrderPagePlainSearch/1
+row "Order page of 20,000 links for 375 items, 20 wanted" BM_OrderPage/1000 0.2 BM_OrderPagePlainSearch/1000
