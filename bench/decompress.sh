@@ -2,10 +2,10 @@
 # bench/decompress.sh [rounds]
 # Decodes a synthetic picture of 25,354,344 bytes, noise and zeros of the same size, in turn with the program's
 # decoders and with gzip -dc and bzip2 -dc. Prints the middle time of each, the ratio (below 1: faster than the
-# tool) and the peak memory beyond input and output; then the decoders in process.
+# tool) and the peak memory beyond input and output; then the speed of the .Z decoder in process.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-rounds=${1:-15}
+rounds=${1:-5}
 
 cmake --preset release > /dev/null
 cmake --build build/release --target bench_decompress skyreel_zcat write_pictures > build/release/bench_decompress.log ||
@@ -45,7 +45,7 @@ compare() {
   a=$(printf '%s\n' "${ours[@]}" | middle)
   b=$(printf '%s\n' "${theirs[@]}" | middle)
   awk -v name="$name" -v tool="$tool" -v limit="$limit" -v a="$a" -v b="$b" 'BEGIN {
-    printf "| %s | %.1f ms | %s -dc %.1f ms | %.3f | %s |\n", name, a / 1000, tool, b / 1000, a / b, limit }'
+    printf "| %s | %.1f ms | %s -dc: %.1f ms | %.2f | <= %s |\n", name, a / 1000, tool, b / 1000, a / b, limit }'
 }
 
 compare "picture.Z to /dev/null" gzip "$folder/picture.Z" /dev/null 0.25
@@ -59,6 +59,8 @@ printf '\x1f\x9d\x90\x41\x00' > "$folder/tiny.Z"
 peak() { "$bench/skyreel_zcat" --peak "$1" 2>&1 > /dev/null; }
 used=$((($(peak "$folder/picture.Z") - $(peak "$folder/tiny.Z")) * 1024))
 echo "| picture.Z, peak memory beyond input and output" \
-  "| $(((used - $(stat -c '%s' "$folder/picture.Z") - 25354344) / 1024)) KiB | | | 2048 KiB |"
+  "| $(((used - $(stat -c '%s' "$folder/picture.Z") - 25354344) / 1024)) KiB | - | - | <= 2048 KiB |"
 
-"$bench/bench_decompress"
+# Of the output, a second of processor time; the rest of bench_decompress is run by hand.
+"$bench/bench_decompress" --benchmark_filter=DecodeZ/picture --benchmark_format=csv 2> /dev/null |
+  awk -F, '$5 == "ms" { printf "| picture.Z in process | %.0f MB/s | - | - | >= 800 MB/s |\n", $6 / 1e6 }'
