@@ -485,11 +485,17 @@ void TFormMain::EndRun(QPushButton& button, TSavedCursor saved_cursor) {
 }
 
 void TFormMain::RunSource(TSource source, const std::function<void(TJobContext&)>& job,
-                          const std::optional<std::array<std::string, 2>>& credentials) {
+                          const std::optional<std::array<QLineEdit*, 2>>& credentials) {
   const TSourcePage& page = SourcePage(source);
   if (page.NeedsVisibleTab && !IsTabShown(source)) return;
   // While a job runs the press is a request to stop, whatever the credentials are by now.
-  if (!busy_ && credentials && CredentialsMissing(page.Caption, (*credentials)[0], (*credentials)[1])) return;
+  if (!busy_ && credentials) {
+    const auto [user, password] = *credentials;
+    if (CredentialsMissing(page.Caption, user->text().toStdString(), password->text().toStdString())) {
+      (user->text().isEmpty() ? user : password)->setFocus();
+      return;
+    }
+  }
   auto& button = *Page(source).findChild<QPushButton*>(page.RunButton);
   TSavedCursor saved_cursor = 0;
   if (BeginRun(button, saved_cursor)) return;
@@ -561,14 +567,12 @@ void TFormMain::ButtonRunBracknellClick() {
 
 void TFormMain::ButtonRunEuDAClick() {
   const Ui::TArchiveDirectPage& page = pages_->ArchiveDirect;
-  const std::string user = page.EditEuDAUsername->text().toStdString();
-  const std::string password = page.EditEuDAPassword->text().toStdString();
   RunSource(TSource::ArchiveDirect,
             [&](TJobContext& context) {
               TEuDataSettings settings;
               settings.OutputPath = OutputPath(TSource::ArchiveDirect);
-              settings.UserName = user;
-              settings.Password = password;
+              settings.UserName = page.EditEuDAUsername->text().toStdString();
+              settings.Password = page.EditEuDAPassword->text().toStdString();
               settings.Passive = page.CheckBoxEuDAPassive->isChecked();
               settings.UseWinInet = win_inet_ != nullptr && page.CheckBoxEuDAUseWinInet->isChecked();
               settings.Uncompress = page.CheckBoxEuDAuncompress->isChecked();
@@ -584,7 +588,7 @@ void TFormMain::ButtonRunEuDAClick() {
                                    page.ComboBoxEuDAmet7interval->currentIndex()};
               TEuDataJob(context, settings).Run();
             },
-            {{user, password}});
+            {{page.EditEuDAUsername, page.EditEuDAPassword}});
 }
 
 void TFormMain::ButtonRunEuArchiveClick() {
@@ -638,20 +642,18 @@ void TFormMain::ButtonRunMSFCClick() {
 
 void TFormMain::ButtonRunDundeePdusClick() {
   const Ui::TPdusPage& page = pages_->Pdus;
-  const std::string user = page.EditDundeePdusUsername->text().toStdString();
-  const std::string password = page.EditDundeePdusPassword->text().toStdString();
   RunSource(TSource::Pdus,
             [&](TJobContext& context) {
               TPdusSettings settings;
               settings.OutputPath = OutputPath(TSource::Pdus);
-              settings.UserName = user;
-              settings.Password = password;
+              settings.UserName = page.EditDundeePdusUsername->text().toStdString();
+              settings.Password = page.EditDundeePdusPassword->text().toStdString();
               for (const TpstCheckListBox* list : pages_->PdusLists()) {
                 for (std::string& item : CheckedTexts(*list)) settings.Wanted.push_back(std::move(item));
               }
               TPdusJob(context, settings).Run();
             },
-            {{user, password}});
+            {{page.EditDundeePdusUsername, page.EditDundeePdusPassword}});
 }
 
 void TFormMain::ButtonAnalysePDUSClick() {

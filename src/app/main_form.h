@@ -101,8 +101,9 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   // The job bracket.
   bool BeginRun(QPushButton& button, TSavedCursor& saved_cursor);
   void EndRun(QPushButton& button, TSavedCursor saved_cursor);
+  /// `credentials`: the edits of the user name and the password, for a source that needs both.
   void RunSource(TSource source, const std::function<void(TJobContext&)>& job,
-                 const std::optional<std::array<std::string, 2>>& credentials = {});
+                 const std::optional<std::array<QLineEdit*, 2>>& credentials = {});
   bool CredentialsMissing(const std::string& site, const std::string& user, const std::string& password);
   TJobContext JobContext();
   TServerRoots ReadServers();

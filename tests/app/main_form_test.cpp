@@ -536,6 +536,7 @@ TEST_F(MainFormTest, MissingCredentialsAreAskedForWithoutAJob) {
   const auto* box = form_->findChild<QMessageBox*>();
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(box->text(), "A username and password are required for this site");
+  EXPECT_EQ(form_->focusWidget(), &Get("EditEuDAPassword")) << "where something has to be typed";
   EXPECT_THAT(form_->Log().Lines(), IsEmpty());
 }
 
