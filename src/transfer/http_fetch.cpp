@@ -84,7 +84,7 @@ class TBusyCursorScope {
 
 /// What a transfer ended with, beside the bytes.
 struct TTransferEnd {
-  bool Cut = false;          ///< fewer bytes came than the server had announced
+  bool Cut = false;          ///< fewer bytes came than the server had announced, or what it calls a part
   std::string LocalFailure;  ///< why this computer could not keep what came
   std::string Refusal;       ///< why nothing was asked for
 };
@@ -111,7 +111,8 @@ TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::st
       client.Get(url);
     }
     stream = ReadWholeFile(file->Path(), kLargestDownload);
-    end.Cut = static_cast<std::int64_t>(stream.size()) < client.TransferSize;
+    end.Cut =
+        static_cast<std::int64_t>(stream.size()) < client.TransferSize || client.ReplyCode == kPartialContent;
   } catch (const ESockError&) {
     // Nothing was received: that says it all.
   } catch (const std::system_error& error) {

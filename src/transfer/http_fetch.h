@@ -44,10 +44,10 @@ struct THttpFileRequest {
 enum class THttpFileOutcome { kPresent, kSaved, kNotSaved, kIncomplete, kTimedOut };
 
 /// Fetches one file unless it is there already (no line then), and leaves one status line with the outcome:
-/// ResultName and " - OK", " - missing or incomplete" (fewer bytes than complete or than announced, or a
-/// page instead of a picture; a short local file of an earlier run is deleted), " - timed out" (nothing
-/// received), or " - not saved: " and the reason. The local file is at every moment either the old one or a
-/// whole new one. Throws nothing.
+/// ResultName and " - OK", " - missing or incomplete" (fewer bytes than complete or than announced, a
+/// part (206), or a page instead of a picture; a short local file of an earlier run is deleted), " - timed
+/// out" (nothing received), or " - not saved: " and the reason. The local file is at every moment either the
+/// old one or a whole new one. Throws nothing.
 THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest& request);
 
 /// FetchHttpFile for `base_url` + `remote_name`: a local file of at least 1000 bytes is there already, a

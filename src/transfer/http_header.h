@@ -7,6 +7,10 @@
 
 namespace skyreel {
 
+/// The status of a reply that holds a part of what was asked for. The program never asks for a part, but a
+/// server or a proxy on the way may send one all the same.
+inline constexpr int kPartialContent = 206;
+
 /// Reads Content-Length (bytes, signed 32-bit) and Last-Modified out of a response header, whose lines may
 /// end in CR LF, LF or CR. Format: RFC 1945, "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT"; the time is
 /// taken as written, whatever the zone word says. Keys match in any letter case, at the start of a line only,

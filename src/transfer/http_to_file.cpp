@@ -29,7 +29,9 @@ bool IsGoodReply(int code) {
 /// The status line's text behind the protocol ("404 Not Found"), fit for one of ours.
 std::string StatusText(const TNMHTTP& client) {
   std::string text(Trim(client.LastReply));
-  text = text.substr(std::min(text.find(' '), text.size() - 1) + 1, 80);
+  const std::size_t blank = text.find(' ');
+  if (blank == std::string::npos) return "the server answered without a status";
+  text = text.substr(blank + 1, 80);
   for (char& c : text) {
     if (HasControlCharacter({&c, 1})) c = '?';
   }
@@ -61,6 +63,7 @@ THttpSaveResult FetchInto(TTransferContext& context, const std::string& url, con
   if (!IsGoodReply(client.ReplyCode)) return {THttpSaveOutcome::kRefused, StatusText(client)};
   if (client.ReceivedByteCount > 0 && IsPage(file))
     return {THttpSaveOutcome::kRefused, "a page came in its place"};
+  if (client.ReplyCode == kPartialContent) return {THttpSaveOutcome::kCut, "the server sent only a part"};
   if (client.TransferSize > 0) announced = client.TransferSize;
   if (client.ReceivedByteCount == 0 || client.ReceivedByteCount < announced) {
     return {THttpSaveOutcome::kCut,
@@ -94,7 +97,7 @@ THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const s
   THttpPage page{client.ReplyCode, std::move(client.Body), ""};
   if (!IsGoodReply(client.ReplyCode)) {
     page.Reason = StatusText(client);
-  } else if (client.ReceivedByteCount < client.TransferSize) {
+  } else if (client.ReceivedByteCount < client.TransferSize || client.ReplyCode == kPartialContent) {
     page.Reason = "incomplete";
   }
   return page;

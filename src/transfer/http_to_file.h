@@ -27,13 +27,13 @@ struct THttpPage {
   std::string Reason;  ///< why there is no good reply, for a status line; empty for a good one
 };
 
-/// Fetches a page with NMHTTP, under the time-out, proxy and credentials that it has, guarded by the watchdog,
-/// with progress display and `detail` in the second panel. Throws nothing for a failed transfer.
+/// Fetches a page with NMHTTP, under the time-out, proxy and credentials that it has, guarded by the
+/// watchdog, with progress display and `detail` in the second panel. Throws nothing for a failed transfer.
 THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const std::string& detail);
 
 enum class THttpSaveOutcome {
   kWhole,     ///< the file is there, no shorter than announced
-  kCut,       ///< the server closed early; what came is kept, noted as cut
+  kCut,       ///< the server closed early or sent only a part; what came is kept, noted as cut
   kRefused,   ///< an error reply, or a page in place of the file; nothing of it is kept
   kTimedOut,  ///< no answer, or a failure on the way; what came is kept, noted as cut
   kNotSaved,  ///< the file cannot be written; what was written is kept, noted as cut
