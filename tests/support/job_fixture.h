@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,11 +40,17 @@ class TJobFixture {
   TFakeClock Clock;
   TRecordingDisplay Display;
   TFakeRun Run;
-  TNMFTP NMFTP;
-  TNMHTTP NMHTTP;
-  TNMHTTP NMHTTPNotts;
+  std::function<void()> OnTurn;  ///< called in each turn of a client's wait, as the window's events are
+  TNMFTP NMFTP{[this] { Turn(); }};
+  TNMHTTP NMHTTP{[this] { Turn(); }};
+  TNMHTTP NMHTTPNotts{[this] { Turn(); }};
   TTransferLedger Ledger;
   TJobContext Context;
+
+ private:
+  void Turn() const {
+    if (OnTurn) OnTurn();
+  }
 };
 
 /// `size` bytes that look like no page.

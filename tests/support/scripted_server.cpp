@@ -440,7 +440,9 @@ void THttpServer::Serve(TConnection& connection, int) {
     const std::lock_guard lock(answers_mutex_);
     request_lines_.push_back(first);
     handler = handler_;
-    if (const auto found = answers_.find(path); found != answers_.end()) answer = found->second;
+    auto found = answers_.find(first.substr(0, begin) + path);
+    if (found == answers_.end()) found = answers_.find(path);
+    if (found != answers_.end()) answer = found->second;
   }
   if (const std::string bytes = handler ? handler(path, request) : ""; !bytes.empty()) {
     connection.Send(bytes);

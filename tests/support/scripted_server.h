@@ -129,9 +129,9 @@ class TScriptedServer : public TServer {
   std::vector<TScript> scripts_;
 };
 
-/// An HTTP server with fixed answers: for each path (the request line's second word) a reply, or a script
-/// that runs once the request has been read. Any other path gets a 404. HEAD gets the header alone. Closes
-/// after each reply.
+/// An HTTP server with fixed answers: for each path (the request line's second word), or for one method and
+/// path ("HEAD /a.gif"), a reply, or a script that runs once the request has been read. Any other path gets a
+/// 404. HEAD gets the header alone. Closes after each reply.
 class THttpServer : public TServer {
  public:
   /// A reply's header lines, without line ends.
