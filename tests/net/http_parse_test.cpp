@@ -6,24 +6,19 @@ namespace skyreel {
 namespace {
 
 TEST(HttpParse, ReplyCodeIsTheSecondWord) {
-  const struct {
-    const char* Line;
-    int Code;
-  } kCases[] = {
-      {"HTTP/1.0 200 OK\r\n", 200},
-      {"HTTP/1.1 404\r\n", 404},
-      {"HTTP/1.0  302  Found\n", 302},
-      {"HTTP/1.0 OK", 0},
-      {"HTTP/1.0", 0},
-      {"", 0},
-      {"HTTP/1.0 20x OK", 0},
-      {"HTTP/1.0 -200 OK", 0},
-      {"HTTP/1.0 99999999999999999999 x", 0},
-      {"HTTP/1.0 32768 x", 0},
-      {"HTTP/1.0 32767 x", 32767},
-      {"HTTP/1.0 ", 0},
-  };
-  for (const auto& c : kCases) EXPECT_EQ(ReplyCodeOf(c.Line), c.Code) << c.Line;
+  const std::pair<const char*, int> kCases[] = {{"HTTP/1.0 200 OK\r\n", 200},
+                                                {"HTTP/1.1 404\r\n", 404},
+                                                {"HTTP/1.0  302  Found\n", 302},
+                                                {"HTTP/1.0 32767 x", 32767},
+                                                {"HTTP/1.0 32768 x", 0},
+                                                {"HTTP/1.0 4294967496 x", 0},
+                                                {"HTTP/1.0 20x OK", 0},
+                                                {"HTTP/1.0 -200 OK", 0},
+                                                {"HTTP/1.0 OK", 0},
+                                                {"HTTP/1.0 ", 0},
+                                                {"HTTP/1.0", 0},
+                                                {"", 0}};
+  for (const auto& [line, code] : kCases) EXPECT_EQ(ReplyCodeOf(line), code) << line;
 }
 
 TEST(HttpParse, HeaderLines) {
@@ -44,60 +39,40 @@ TEST(HttpParse, HeaderLines) {
 }
 
 TEST(HttpParse, ContentLength) {
-  const struct {
-    const char* Value;
-    std::int64_t Length;  // -1: none
-  } kCases[] = {
-      {" 0", 0},
-      {" 12345", 12345},
-      {"12345", 12345},
-      {"  7  ", 7},
-      {" 5000000000", 5'000'000'000},
-      {"", -1},
-      {" -1", -1},
-      {" +5", -1},
-      {" 12a", -1},
-      {" 1 2", -1},
-      {" 0x10", -1},
-      {" 99999999999999999999", INT64_MAX},
-  };
-  for (const auto& c : kCases) {
+  const std::pair<const char*, std::int64_t> kCases[] = {
+      {" 0", 0},    {" 12345", 12345}, {"12345", 12345}, {"  7  ", 7}, {" 99999999999999999999", INT64_MAX},
+      {"", -1},     {" -1", -1},       {" +5", -1},      {" 12a", -1}, {" 5000000000", 5'000'000'000},
+      {" 1 2", -1}, {" 0x10", -1}};
+  for (const auto& [value, length] : kCases) {
     THttpReplyHeader header;
-    ReadHeaderLine(std::string("Content-LENGTH:") + c.Value + "\r\n", header);
-    EXPECT_EQ(header.ContentLength.value_or(-1), c.Length) << c.Value;
+    ReadHeaderLine(std::string("Content-LENGTH:") + value + "\r\n", header);
+    EXPECT_EQ(header.ContentLength.value_or(-1), length) << value;
   }
 }
 
 TEST(HttpParse, ChunkSize) {
-  const struct {
-    const char* Line;
-    std::int64_t Size;
-  } kCases[] = {{"1a\r\n", 26},
-                {"FF;name=value\r\n", 255},
-                {"0\r\n", 0},
-                {" 5 \r\n", 5},
-                {"\r\n", -1},
-                {"xyz\r\n", -1},
-                {"-5\r\n", -1},
-                {"", -1},
-                {";a\r\n", -1},
-                {"0x5\r\n", -1},
-                {"7fffffffffffffff", -1},
-                {"ffffffffffffffffff", -1}};
-  for (const auto& c : kCases) EXPECT_EQ(ParseChunkSize(c.Line), c.Size) << c.Line;
+  const std::pair<const char*, std::int64_t> kCases[] = {{"1a\r\n", 26},
+                                                         {"FF;name=value\r\n", 255},
+                                                         {"0\r\n", 0},
+                                                         {" 5 \r\n", 5},
+                                                         {"ffffffffffffffffff", -1},
+                                                         {"\r\n", -1},
+                                                         {"xyz\r\n", -1},
+                                                         {"-5", -1},
+                                                         {";a\r\n", -1},
+                                                         {"7fffffffffffffff", -1},
+                                                         {"", -1},
+                                                         {"0x5\r\n", -1}};
+  for (const auto& [line, size] : kCases) EXPECT_EQ(ParseChunkSize(line), size) << line;
 }
 
 TEST(HttpParse, Base64) {
-  const struct {
-    std::string Data, Text;
-  } kCases[] = {{"", ""},
-                {"f", "Zg=="},
-                {"fo", "Zm8="},
-                {"foo", "Zm9v"},
-                {"foobar", "Zm9vYmFy"},
-                {"Aladdin:open sesame", "QWxhZGRpbjpvcGVuIHNlc2FtZQ=="},
-                {std::string("\xFF\xFE\x00", 3), "//4A"}};
-  for (const auto& c : kCases) EXPECT_EQ(Base64(c.Data), c.Text);
+  const std::pair<std::string, const char*> kCases[] = {{"", ""},
+                                                        {"f", "Zg=="},
+                                                        {"fo", "Zm8="},
+                                                        {"foobar", "Zm9vYmFy"},
+                                                        {std::string("\xFF\xFE\x00", 3), "//4A"}};
+  for (const auto& [data, text] : kCases) EXPECT_EQ(Base64(data), text);
 }
 
 }  // namespace
