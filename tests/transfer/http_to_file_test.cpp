@@ -18,59 +18,59 @@ using testing::Pair;
 
 class HttpToFile : public testing::Test {
  protected:
-  ~HttpToFile() override { EXPECT_EQ(fixture_.AtRest(), ""); }
+  ~HttpToFile() override { EXPECT_EQ(job_.AtRest(), ""); }
 
   THttpSaveResult Save(std::int64_t announced = 0) {
-    return SaveHttpFile(fixture_.Context, fixture_.Server.Url("/a.gif"), path_, 100, announced);
+    return SaveHttpFile(job_.Context, job_.Server.Url("/a.gif"), path_, 100, announced);
   }
-  bool Noted() { return fixture_.Ledger.IsNoted(path_); }
+  bool Noted() { return job_.Ledger.IsNoted(path_); }
 
-  test::TJobFixture fixture_;
-  const std::filesystem::path path_ = fixture_.Output("2005/11/10/a.gif");
+  test::TJobFixture job_;
+  const std::filesystem::path path_ = job_.Output("2005/11/10/a.gif");
 };
 
 TEST_F(HttpToFile, WhatCameOfACutTransferStaysAndIsNoted) {
-  fixture_.Server.AnswerScript(
+  job_.Server.AnswerScript(
       "/a.gif", TScript().Reply("HTTP/1.0 200 OK\r\nContent-Length: 90000\r\n\r\n" + Picture(600)).Reset());
   const THttpSaveResult reset = Save();
   EXPECT_EQ(reset.Outcome, THttpSaveOutcome::kTimedOut);
   EXPECT_NE(reset.Reason, "");
   EXPECT_TRUE(Noted());
 
-  fixture_.Server.AnswerScript("/a.gif", TScript().Reply("HTTP/1.0 200 OK\r\n\r\n" + Picture(700)));
+  job_.Server.AnswerScript("/a.gif", TScript().Reply("HTTP/1.0 200 OK\r\n\r\n" + Picture(700)));
   EXPECT_EQ(Save(701).Outcome, THttpSaveOutcome::kCut);
-  EXPECT_THAT(fixture_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", 700)));
+  EXPECT_THAT(job_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", 700)));
   EXPECT_TRUE(Noted());
   // The reply's own announcement counts before the one given.
-  fixture_.Server.Answer("/a.gif", Picture(50));
+  job_.Server.Answer("/a.gif", Picture(50));
   EXPECT_EQ(Save(701).Outcome, THttpSaveOutcome::kWhole);
-  EXPECT_THAT(fixture_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", 50)));
+  EXPECT_THAT(job_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", 50)));
   EXPECT_FALSE(Noted());
 }
 
 TEST_F(HttpToFile, OnlyAGoodOlderFileIsWaitedFor) {
-  fixture_.Server.AnswerScript(
-      "/a.gif", TScript().Reply("HTTP/1.0 200 OK\r\nContent-Length: 900\r\n\r\n" + Picture(600)));
+  job_.Server.AnswerScript("/a.gif",
+                           TScript().Reply("HTTP/1.0 200 OK\r\nContent-Length: 900\r\n\r\n" + Picture(600)));
   const struct {
     std::size_t Size;
     bool CutBefore, Kept;
   } cases[] = {{100, false, true}, {99, false, false}, {100, true, false}};
   for (const auto& c : cases) {
-    fixture_.WriteOutput("2005/11/10/a.gif", Picture(c.Size));
+    job_.WriteOutput("2005/11/10/a.gif", Picture(c.Size));
     if (c.CutBefore) {
-      ASSERT_TRUE(fixture_.Ledger.Begin(path_));
-      fixture_.Ledger.End(path_, TTransferEnd::Cut);
+      ASSERT_TRUE(job_.Ledger.Begin(path_));
+      job_.Ledger.End(path_, TTransferEnd::Cut);
     }
     EXPECT_EQ(Save().Outcome, THttpSaveOutcome::kCut);
-    EXPECT_THAT(fixture_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", c.Kept ? c.Size : 600)));
+    EXPECT_THAT(job_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", c.Kept ? c.Size : 600)));
     EXPECT_EQ(Noted(), !c.Kept);
-    ASSERT_TRUE(fixture_.Ledger.Begin(path_));
-    fixture_.Ledger.End(path_, TTransferEnd::Whole);
+    ASSERT_TRUE(job_.Ledger.Begin(path_));
+    job_.Ledger.End(path_, TTransferEnd::Whole);
   }
 }
 
 TEST_F(HttpToFile, AFileThatAnotherCopyWritesIsLeftToIt) {
-  const std::filesystem::path ledger_file = fixture_.Folder / "ledger.txt";
+  const std::filesystem::path ledger_file = job_.Folder / "ledger.txt";
   test::TChild other([&](int pipe) {
     TTransferLedger ledger(ledger_file);
     if (ledger.Begin(path_)) test::Say(pipe);
@@ -80,30 +80,21 @@ TEST_F(HttpToFile, AFileThatAnotherCopyWritesIsLeftToIt) {
   const THttpSaveResult result = Save();
   EXPECT_EQ(result.Outcome, THttpSaveOutcome::kNotSaved);
   EXPECT_EQ(result.Reason, "another copy of the program is fetching it");
-  EXPECT_THAT(fixture_.Server.Paths(), IsEmpty());
+  EXPECT_THAT(job_.Server.Paths(), IsEmpty());
   other.Kill();
-  fixture_.Server.Answer("/a.gif", Picture(50));
+  job_.Server.Answer("/a.gif", Picture(50));
   EXPECT_EQ(Save().Outcome, THttpSaveOutcome::kWhole);
 }
 
-TEST_F(HttpToFile, AFileThatCannotBeWrittenSaysWhy) {
-  std::filesystem::create_directories(path_);
-  fixture_.Server.Answer("/a.gif", Picture(50));
-  const THttpSaveResult result = Save();
-  EXPECT_EQ(result.Outcome, THttpSaveOutcome::kNotSaved);
-  EXPECT_EQ(result.Reason, "Is a directory");
-  EXPECT_TRUE(std::filesystem::is_directory(path_));
-}
-
 TEST_F(HttpToFile, TheClientIsLeftAsItWas) {
-  fixture_.Server.Answer("/a.gif", Picture(50));
-  fixture_.NMHTTP.Body = "body";
+  job_.Server.Answer("/a.gif", Picture(50));
+  job_.NMHTTP.Body = "body";
   Save();
-  AskHttpFileInfo(fixture_.Context, fixture_.Server.Url("/a.gif"));
-  GetHttpPage(fixture_.Context, fixture_.Server.Url("/a.gif"), "a page");
-  EXPECT_EQ(fixture_.NMHTTP.Body, "body");
-  EXPECT_FALSE(fixture_.NMHTTP.InputFileMode);
-  EXPECT_THAT(fixture_.Display.Panels, testing::Contains(Pair(1, "a page")));
+  AskHttpFileInfo(job_.Context, job_.Server.Url("/a.gif"));
+  GetHttpPage(job_.Context, job_.Server.Url("/a.gif"), "a page");
+  EXPECT_EQ(job_.NMHTTP.Body, "body");
+  EXPECT_FALSE(job_.NMHTTP.InputFileMode);
+  EXPECT_THAT(job_.Display.Panels, testing::Contains(Pair(1, "a page")));
 }
 
 }  // namespace
