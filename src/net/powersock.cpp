@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "base/exceptions.h"
+#include "base/files.h"
 #include "base/text.h"
 #include "net/socket_errors.h"
 
@@ -577,19 +578,32 @@ std::size_t TPowersock::KeepInMemory(std::string& text, std::string_view chunk) 
   return chunk.size();
 }
 
-TPowersock::TFileSink::TFileSink(std::string file_name)
-    : name_(std::move(file_name)),
-      file_(::open(name_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+TPowersock::TFileSink::TFileSink(std::string file_name) : name_(std::move(file_name)) {
+  // A pipe of that name, which nobody reads, must not hang the program: not to block is an error there.
+  const auto open = [this](int more) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    return TDescriptor(::open(name_.c_str(), kFlags | more, 0666));
+  };
+  file_ = open(0);
+  if (!file_.IsOpen() && errno == ELOOP && ::unlink(name_.c_str()) == 0) file_ = open(O_EXCL);
   if (!file_.IsOpen()) ThrowErrno(name_);
 }
 
 std::size_t TPowersock::TFileSink::Write(std::string_view chunk) {
-  if (!WriteAll(file_.Get(), chunk)) ThrowErrno(name_);
+  if (!WriteAll(file_.Get(), chunk)) GiveUp();
   return chunk.size();
 }
 
 void TPowersock::TFileSink::Close() {
-  if (!file_.Close()) ThrowErrno(name_);
+  if (!file_.Close()) GiveUp();
+}
+
+void TPowersock::TFileSink::GiveUp() {
+  const int error = errno;
+  // Nothing but a file: it may be a device.
+  if (FileSizeOf(name_) >= 0) ::unlink(name_.c_str());
+  errno = error;
+  ThrowErrno(name_);
 }
 
 bool TPowersock::HasPendingData() {

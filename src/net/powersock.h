@@ -197,8 +197,9 @@ class TPowersock {
     TPowersock& socket_;
   };
 
-  /// A file that received bytes go to: created, or emptied, by the constructor. Each operation throws
-  /// std::system_error with the file's name.
+  /// A file that received bytes go to: created, or emptied, by the constructor. A symbolic link of that name
+  /// is replaced, not followed. Each operation throws std::system_error with the file's name; a file that
+  /// cannot be written to its end is deleted, since a full disk needs the room.
   class TFileSink {
    public:
     explicit TFileSink(std::string file_name);
@@ -206,6 +207,8 @@ class TPowersock {
     void Close();                               ///< throws when the system lost something of it
 
    private:
+    [[noreturn]] void GiveUp();
+
     std::string name_;
     TDescriptor file_;
   };
