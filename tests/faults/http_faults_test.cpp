@@ -247,19 +247,6 @@ TOutcome Expected(TFamily family, const THttpFault& fault) {
   return {(fails ? "timed out: " : page ? "refused: " : "cut: ") + reason, kept};
 }
 
-/// A port that nobody listens at any more.
-std::uint16_t ClosedPort() {
-  test::TScriptedServer server(TScript{});
-  return server.Port();
-}
-
-std::string TestName(const char* fault) {
-  std::string name = fault;
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
-  return name;
-}
-
 class HttpFaults : public testing::TestWithParam<THttpFault> {};
 
 TEST_P(HttpFaults, CostsOneFile) {
@@ -273,14 +260,14 @@ TEST_P(HttpFaults, CostsOneFile) {
     stage.Server.AnswerScript(
         "GET " + stage.HitFile().Remote,
         fault.Script({stage.Body(stage.Hit), stage.HitFile().Remote, std::to_string(stage.Server.Port()),
-                      std::to_string(ClosedPort())}));
+                      std::to_string(test::ClosedPort())}));
     const TOutcome seen = stage.Play(fault.Stalls ? 250 : 20'000, fault.Endless ? 250 : 0);
     Judge("HTTP: replies", fault.Name, subject, stage, seen, Expected(subject.Family, fault));
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Reply, HttpFaults, testing::ValuesIn(kFaults),
-                         [](const auto& info) { return TestName(info.param.Name); });
+                         [](const auto& info) { return test::TestName(info.param.Name); });
 
 }  // namespace
 }  // namespace skyreel
