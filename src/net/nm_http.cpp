@@ -236,8 +236,8 @@ void TNMHTTP::ReadHeader() {
   std::optional<TFileSink> file;
   if (OutputFileMode) file.emplace(Header);
   std::size_t size = 0;
-  const auto read_line = [&] {
-    std::string line = ReadLn();
+  bool status_line = true;
+  ReadLines([&](const std::string& line) {
     size += line.size();
     if (size > kMaxHeader) throw ESockError("Header too long");
     if (file) {
@@ -245,18 +245,21 @@ void TNMHTTP::ReadHeader() {
     } else {
       Header += line;
     }
-    return line;
-  };
-
-  LastReply = read_line();
-  if (LastReply.empty()) throw ESockError("Connection closed before the reply");
-  do {
-    if (!StartsWithText(LastReply, "HTTP/")) throw ESockError("Not an HTTP reply");
-    reply_ = {};
-    reply_.Code = ReplyCodeOf(LastReply);
-    for (std::string line = read_line(); !IsLastLine(line); line = read_line()) ReadHeaderLine(line, reply_);
+    if (status_line) {
+      LastReply = line;
+      if (line.empty()) return false;
+      if (!StartsWithText(line, "HTTP/")) throw ESockError("Not an HTTP reply");
+      reply_ = {};
+      reply_.Code = ReplyCodeOf(line);
+    } else if (!IsLastLine(line)) {
+      ReadHeaderLine(line, reply_);
+      return true;
+    }
+    status_line = !status_line;
     // Interim replies (100 Continue) come before the reply proper.
-  } while (reply_.Code >= 100 && reply_.Code <= 199 && !(LastReply = read_line()).empty());
+    return !status_line || (reply_.Code >= 100 && reply_.Code <= 199);
+  });
+  if (size == 0) throw ESockError("Connection closed before the reply");
 
   if (file) file->Close();
   ReplyCode = static_cast<std::int16_t>(reply_.Code);

@@ -5,6 +5,7 @@
 #include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -481,29 +482,51 @@ std::string TPowersock::Read(std::uint16_t count) {
 }
 
 std::string TPowersock::ReadLn() {
+  std::string text;
+  ReadLines([&text](const std::string& line) {
+    text = line;
+    return false;
+  });
+  return text;
+}
+
+void TPowersock::ReadLines(const std::function<bool(const std::string& line)>& take) {
   RefuseInsideWait();
   ReportStatus(8, "ReadLn");
-  // Lines are short: looking further ahead would copy what follows the header again for each line.
+  // Lines are short: looking further ahead would copy what follows the header again and again.
   constexpr std::size_t kPeek = 4096;
   const TTimerScope timer(*this);
   std::string line;
   while (!canceled_) {
     const ssize_t waiting = ::recv(socket_.Get(), buffer_.data(), kPeek, MSG_PEEK | MSG_DONTWAIT);
-    if (waiting == 0) return "";
-    if (waiting < 0) {
-      if (ReceiveFailed(errno)) return line;
+    if (waiting < 0 && !ReceiveFailed(errno)) {
       WaitTurn(socket_.Get(), POLLIN);
       continue;
     }
+    if (waiting <= 0) {
+      take(waiting == 0 ? "" : line);
+      return;
+    }
     const char* const end = buffer_.data() + waiting;
-    const char* const line_feed = std::find(static_cast<const char*>(buffer_.data()), end, '\n');
-    const auto length = static_cast<std::size_t>(line_feed - buffer_.data()) + (line_feed != end ? 1 : 0);
-    if (line.size() + length > kMaxLine) throw ESockError("Line too long");
-    const bool complete = line_feed != end;
-    const ssize_t got = ::recv(socket_.Get(), buffer_.data(), length, MSG_DONTWAIT);
-    if (got > 0) line.append(buffer_.data(), static_cast<std::size_t>(got));
+    const char* next = buffer_.data();
+    bool more = true;
+    while (more && next != end) {
+      const char* const line_feed = std::find(next, end, '\n');
+      const bool complete = line_feed != end;
+      line.append(next, complete ? line_feed + 1 : end);
+      next = complete ? line_feed + 1 : end;
+      if (line.size() > kMaxLine) throw ESockError("Line too long");
+      if (!complete) break;
+      more = take(line);
+      line.clear();
+      if (!more) break;
+      ReportStatus(8, "ReadLn");
+      TimerOn();
+    }
+    // What was looked at is taken up to the end of the last line that was wanted.
+    ::recv(socket_.Get(), buffer_.data(), static_cast<std::size_t>(next - buffer_.data()), MSG_DONTWAIT);
     arrival_reported_ = false;
-    if (complete) return line;
+    if (!more) return;
     LetEventsThrough();
   }
   ThrowAborted("Socket readln aborted");
@@ -581,12 +604,16 @@ std::size_t TPowersock::KeepInMemory(std::string& text, std::string_view chunk) 
 TPowersock::TFileSink::TFileSink(std::string file_name) : name_(std::move(file_name)) {
   // A pipe of that name, which nobody reads, must not hang the program: not to block is an error there.
   const auto open = [this](int more) {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     return TDescriptor(::open(name_.c_str(), kFlags | more, 0666));
   };
   file_ = open(0);
   if (!file_.IsOpen() && errno == ELOOP && ::unlink(name_.c_str()) == 0) file_ = open(O_EXCL);
-  if (!file_.IsOpen()) ThrowErrno(name_);
+  // Only what is not empty is truncated: ext4 takes every truncation for an overwriting, and has the file on
+  // the disk before its close returns.
+  struct stat info {};
+  if (!file_.IsOpen() || ::fstat(file_.Get(), &info) != 0) ThrowErrno(name_);
+  if (info.st_size > 0 && ::ftruncate(file_.Get(), 0) != 0) ThrowErrno(name_);
 }
 
 std::size_t TPowersock::TFileSink::Write(std::string_view chunk) {

@@ -229,6 +229,9 @@ class TPowersock {
   /// with `abort_text`). Adds to ReceivedByteCount what `take` returns; after each chunk calls OnPacketRecvd
   /// and restarts the time-out.
   bool Receive(const TRoom& room, const TTake& take, const char* abort_text);
+  /// ReadLn for one line after the other, until `take` returns false; its argument is the line, or what ReadLn
+  /// returns when the connection ends, which is the last. Each line has the whole of TimeOut.
+  void ReadLines(const std::function<bool(const std::string& line)>& take);
   /// Appends and returns the chunk's size. Throws ESockError "Reply too large" beyond kMaxKept.
   static std::size_t KeepInMemory(std::string& text, std::string_view chunk);
   /// Sends all bytes, NUL or not, however many.
