@@ -12,7 +12,9 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "base/files.h"
 
@@ -54,17 +56,20 @@ inline TString StringOf(const std::uint32_t* table, std::uint32_t code) {
   return {table[code], table[code + 1] - table[code] + (code > 255 ? 1 : 0)};
 }
 
+/// Where an input that is shorter than one load is read from.
+using TSmallInput = std::array<char, 16>;
+
 /// The codes of one width, which follow each other without padding. Reads eight bytes at once, never beyond
-/// the input.
+/// the input. It holds no buffer of its own, so that the decoder's loops keep all of it in registers.
 class TCodeReader {
  public:
-  explicit TCodeReader(std::string_view input) : begin_(input.data()), size_(input.size()) {
-    if (size_ >= sizeof(small_)) {
+  TCodeReader(std::string_view input, TSmallInput& small) : begin_(input.data()), size_(input.size()) {
+    if (size_ >= small.size()) {
       last_load_ = size_ - 8;
     } else {
-      std::memcpy(small_, input.data(), size_);
-      begin_ = small_;
-      last_load_ = sizeof(small_) - 8;
+      input.copy(small.data(), size_);
+      begin_ = small.data();
+      last_load_ = small.size() - 8;
     }
   }
 
@@ -106,7 +111,6 @@ class TCodeReader {
   std::uint64_t bit_ = 0;
   std::uint32_t width_ = kFirstWidth;
   std::uint32_t mask_ = 0;
-  char small_[16] = {};
 };
 
 /// The place where output is written, as offsets from the single-byte strings just before it. It is opened
@@ -210,7 +214,8 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
   const std::uint32_t code_limit = 1U << maximum_bits;
   const std::uint32_t clear_code = block_mode ? kClearCode : ~0U;
   const std::uint32_t first_free = block_mode ? 257 : 256;
-  TCodeReader codes(input);
+  TSmallInput small{};
+  TCodeReader codes(input, small);
 
   std::uint32_t width = kFirstWidth;
   std::uint32_t largest = (1U << kFirstWidth) - 1;
@@ -243,14 +248,10 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
       }
     }
 
-    while (!cleared && left > 0 && next_free <= largest) {
-      if (next_free == kMostEntries) break;
-      // Each code makes one entry, so it is known how many are read before the table or the width is full.
-      const bool filling = next_free < code_limit;
-      std::size_t count = left;
-      if (filling) count = std::min<std::size_t>(count, std::min(code_limit, largest + 1) - next_free);
-      const std::uint32_t step = filling ? 1 : 0;
+    // Each code makes one entry while there is room in the table.
+    const auto decode = [&](auto filling, std::size_t count) {
       left -= count;
+      std::uint32_t room = output.End();
       for (; count > 0; --count) {
         const std::uint32_t code = codes.Next();
         if (code == clear_code) {
@@ -265,17 +266,24 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
         } else {
           ThrowCorrupt();
         }
-        if (string.Length > output.End() - at) {
+        if (string.Length > room - at) {
           output.Grow(at, string.Length, codes.Consumed());
           base = output.Base();
+          room = output.End();
         }
         CopyForward(base + at, base + string.Position, string.Length);
         if (code == next_free) base[at + string.Length - 1] = base[at];
-        next_free += step;
-        if (filling) table[next_free] = at;
+        if constexpr (filling) table[++next_free] = at;
         previous = {at, string.Length};
         at += string.Length;
       }
+    };
+    if (!cleared && next_free < code_limit) {
+      // It is known how many are read before the table or the width is full.
+      decode(std::true_type{}, std::min<std::size_t>(left, std::min(code_limit, largest + 1) - next_free));
+    }
+    if (!cleared && left > 0 && next_free <= largest && next_free != kMostEntries) {
+      decode(std::false_type{}, left);
     }
 
     if (!cleared && left > 0 && next_free == kMostEntries) {
