@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <QLockFile>
+#include <QSet>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QStringList>
@@ -58,6 +59,16 @@ QMap<QString, QString> ValuesOf(const QSettings& ini) {
   QMap<QString, QString> values;
   for (const QString& name : ini.allKeys()) values.insert(name, TextOf(ini.value(name)));
   return values;
+}
+
+/// The names as the library writes them: a damaged file can hold some with slashes that it drops.
+QSet<QString> NamesOf(const QMap<QString, QString>& values) {
+  QSet<QString> names;
+  for (auto value = values.keyBegin(); value != values.keyEnd(); ++value) {
+    names.insert(value->split(u'/', Qt::SkipEmptyParts).join(u'/'));
+  }
+  names.remove(QString());
+  return names;
 }
 
 /// A folder for the owner alone, beside the settings; gone with all in it at the end.
@@ -199,7 +210,7 @@ void TRegistryStore::Write() {
   }
   fs::rename(draft, fair);
   const QMap<QString, QString> written = ValuesOf(QSettings(ToQString(fair), QSettings::IniFormat));
-  bool whole = written.keys() == expected.keys();
+  bool whole = NamesOf(written) == NamesOf(expected);
   for (const QString& name : written_) whole = whole && written.value(name) == expected.value(name);
   if (!whole) throw std::system_error(std::make_error_code(std::errc::io_error), target.string());
   fs::permissions(fair, fs::perms::owner_read | fs::perms::owner_write);
