@@ -99,6 +99,11 @@ void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permis
   }
 }
 
+bool FlushToDisk(const fs::path& path) {
+  const TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file.IsOpen() && ::fsync(file.Get()) == 0;
+}
+
 bool MoveFileWhole(const fs::path& from, const fs::path& to) {
   struct stat before {};
   if (::stat(from.c_str(), &before) != 0 || ::chmod(from.c_str(), 0666 & ~UserMask()) != 0) return false;

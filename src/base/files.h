@@ -36,6 +36,9 @@ std::string ReadWholeFile(const std::filesystem::path& path, std::int64_t limit 
 /// std::system_error; the temporary file is gone and the old file untouched then.
 void WriteFileWhole(const std::filesystem::path& path, std::string_view data, unsigned permissions = 0666);
 
+/// Waits until the file's content is on the disk, where a power cut cannot take it. False when that is not so.
+bool FlushToDisk(const std::filesystem::path& path);
+
 /// Puts the finished file `from` in the place of `to`, with the permissions that a new file gets. False, and
 /// both as they were, when that takes more than a rename (another file system, say).
 bool MoveFileWhole(const std::filesystem::path& from, const std::filesystem::path& to);

@@ -30,7 +30,8 @@ void UncompressImage(TJobContext& context, const TFtpFile& file, const TUncompre
     const std::int64_t size = std::max<std::int64_t>(FileSizeOf(file.ImagePath()), 0);
     std::error_code ignored;
     if (size == file.ImageSize) {
-      fs::remove(compressed, ignored);
+      // Until then the compressed file is the only one that a power cut leaves.
+      if (FlushToDisk(file.ImagePath())) fs::remove(compressed, ignored);
     } else {
       context.Display.AddStatusLine(file.Name + " - kept: it uncompresses to " + std::to_string(size) +
                                     " bytes in place of " + std::to_string(file.ImageSize));

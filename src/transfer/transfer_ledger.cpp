@@ -164,6 +164,8 @@ bool TTransferLedger::Begin(const fs::path& path) {
 
 void TTransferLedger::End(const fs::path& path, TTransferEnd end) {
   const std::string line = Encode(path);
+  // Without its note a file counts as complete for ever, so a power cut must not find it in memory only.
+  if (end == TTransferEnd::Whole && FileSizeOf(path) >= 0 && !FlushToDisk(path)) end = TTransferEnd::Cut;
   const bool keep = noted_before_.erase(line) == 0 ? end == TTransferEnd::Cut : end != TTransferEnd::Whole;
   if (!keep) unsaved_.erase(line);
   Change([&](TNotes& notes) {

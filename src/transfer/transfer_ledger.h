@@ -37,8 +37,8 @@ class TTransferLedger {
   /// program writes it: this one must leave it alone. When the note cannot be saved it is kept in memory
   /// only, and OnProblem is told.
   [[nodiscard]] bool Begin(const std::filesystem::path& path);
-  /// Ends what Begin began. Only after a whole transfer, or an untouched file that was not noted before,
-  /// does the note go.
+  /// Ends what Begin began. Only after a whole transfer whose file is on the disk by then, or an untouched
+  /// file that was not noted before, does the note go.
   void End(const std::filesystem::path& path, TTransferEnd end);
 
   /// Whether `path` is noted, by whichever copy.
