@@ -13,6 +13,8 @@ namespace skyreel {
 namespace {
 
 constexpr std::int32_t kVendor = 2411;
+constexpr int kServiceClosing = 421;
+constexpr int kConnectionReset = 10054;
 // How long a reply that is due may take when nothing depends on it any more.
 constexpr std::chrono::milliseconds kLateReply{950};
 // How long a listing's data connection may stay silent and open once the final reply has come.
@@ -59,6 +61,8 @@ class TNMFTP::TDataConnection : public TPowersock {
  public:
   using TPowersock::TPowersock;
   using TPowersock::WaitForInput;
+  /// It has not ended in order.
+  bool WasReset() const { return !success_; }
 };
 
 class TNMFTP::TTransferScope {
@@ -148,9 +152,16 @@ void TNMFTP::ReadReplyContinuation(std::string& reply) {
   }
 }
 
+/// Reads the rest of a reply. A server that says that it closes the connection is taken at its word, or the
+/// next command would be lost to a connection that is just going.
+void TNMFTP::ReadRest(std::string& reply) {
+  ReadReplyContinuation(reply);
+  if (ReplyCode == kServiceClosing) RequestCloseSocket();
+}
+
 std::string TNMFTP::Transaction(const std::string& command) {
   std::string reply = FirstLine(command);
-  ReadReplyContinuation(reply);
+  ReadRest(reply);
   return reply;
 }
 
@@ -334,7 +345,7 @@ bool TNMFTP::StartTransfer(const std::string& command, TCmdType type) {
   TransferSize = 0;
   std::string reply = FirstLine(command);
   if (ReplyCode >= 301 && ReplyCode <= 599) {
-    ReadReplyContinuation(reply);
+    ReadRest(reply);
     return !Refused(reply, type);
   }
   std::size_t size = reply.size();
@@ -412,6 +423,7 @@ void TNMFTP::ReceiveListing() {
     data_->WaitForInput();
     if (Interrupted()) throw EAbortError("Socket readln aborted");
     if (!data_->HasPendingData()) {
+      if (!data_->Connected && data_->WasReset()) throw ESockError(GetErrorMessage(kConnectionReset));
       if (!data_->Connected) break;
       // The final reply may overtake the last names.
       if (HasPendingData() && TMonotonic::now() - last_data > kListingGrace) break;

@@ -42,8 +42,9 @@ enum class TCmdType : std::uint8_t {
 /// Failures: a refusal calls OnFailure and throws FTPException unless the handler sets `handled`; what goes
 /// wrong below that is ESockError, EAbortError for cancellations, std::runtime_error "Not Connected", and
 /// std::system_error for the local file. A control connection that the server closes is ESockError
-/// "Connection closed by server". A command with CR, LF or NUL in it is refused with ESockError before
-/// anything is sent. After each failure the component is usable again.
+/// "Connection closed by server"; a reply of 421 to a command closes it here at once. A command with CR, LF
+/// or NUL in it is refused with ESockError before anything is sent. After each failure the component is
+/// usable again.
 ///
 /// TimeOut bounds lookup, connecting and each silence of a data connection. kept: it does not end the wait
 /// for a reply on the control connection; Abort does.
@@ -134,6 +135,7 @@ class TNMFTP : public TPowersock {
   std::string FirstLine(const std::string& command);
   std::string NextLine(std::size_t& reply_size);
   void ReadReplyContinuation(std::string& reply);
+  void ReadRest(std::string& reply);
 
   bool OpenDataConnection(bool passive, TCmdType type);
   bool StartTransfer(const std::string& command, TCmdType type);

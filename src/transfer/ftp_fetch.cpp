@@ -142,6 +142,8 @@ void TFtpSession::Drop() {
 bool TFtpSession::EnsureOpen() {
   if (use_wininet_) return connection_ != nullptr;
   try {
+    // Nothing is due between two files: what came is a goodbye, behind which the close stands.
+    context_.NMFTP.ClearInput();
     context_.NMFTP.EnsureConnected();
     breaks_ = 0;
     return true;
