@@ -17,6 +17,7 @@
 #include "sources/wanted_names.h"
 #include "transfer/delivery_scope.h"
 #include "transfer/http_fetch.h"
+#include "transfer/http_header.h"
 #include "transfer/transfer_progress.h"
 #include "transfer/watchdog_scope.h"
 
@@ -239,8 +240,13 @@ class TEuArchiveJob::TRun {
     const TProgressScope progress(context_.Display,
                                   "Getting file list for " + std::string(OldName(item, *ChannelOf(item))));
     try {
-      if (KeepListedImages(ListingPage(item), context_.Servers.EuArchiveOld, images)) return images;
-      throw std::runtime_error("the page holds no list");
+      bool incomplete = false;
+      if (!KeepListedImages(ListingPage(item, incomplete), context_.Servers.EuArchiveOld, images))
+        throw std::runtime_error("the page holds no list");
+      if (incomplete) {
+        context_.Display.AddStatusLine(item + FormatDateTime(" yyyymmdd", day) + " - file list incomplete");
+      }
+      return images;
     } catch (const std::exception& error) {
       context_.Display.SetPanel(1, "Failed to get file list");
       context_.Display.AddStatusLine(item + FormatDateTime(" yyyymmdd", day) +
@@ -253,12 +259,13 @@ class TEuArchiveJob::TRun {
     Fetch(EuArchiveNewImages(item, day, settings_.MsgName), folder, context_.Servers.EuArchiveNew, 3000);
   }
 
-  std::string ListingPage(const std::string& item) {
+  std::string ListingPage(const std::string& item, bool& incomplete) {
     TNMHTTP& client = context_.NMHTTPNotts;
     ApplySharedHttpSettings(client, context_.Shared);
     const TWatchdogScope watchdog(context_.Run);
     const TDeliveryScope delivery(client);
     client.Get(context_.Servers.EuArchiveOld + EuArchiveListing(item));
+    incomplete = client.ReceivedByteCount < client.TransferSize || client.ReplyCode == kPartialContent;
     return std::move(client.Body);
   }
 
