@@ -4,16 +4,14 @@
 
 #include "base/text.h"
 #include "faults/stage.h"
-#include "sources/eu_archive.h"
 
 namespace skyreel {
 namespace {
 
-using std::chrono::milliseconds;
+using test::Filled;
 using test::Judge;
 using test::TFamily;
 using test::TOutcome;
-using test::TScript;
 using test::TStage;
 using test::TSubject;
 
@@ -25,194 +23,146 @@ enum class TComes {
   Refused,       ///< an exception that says what the program does not do
   Cut,           ///< half of what was announced
   Half,          ///< half, and nothing announced
-  Part,          ///< what says of itself that it is a part
-  Empty,         ///< a good reply without a body
   Almost,        ///< all but the last byte, and nothing announced
+  Part,          ///< what says of itself that it is a part
+  Empty,         ///< a good reply without a body, for want of a header's end
+  Nothing,       ///< a good reply that has no body
+  Silent,        ///< no reply proper
   ErrorReply,
   Page,
-  Nothing,
-  Other,   ///< an error reply as large as a picture, or a reply that says nothing of itself
-  Silent,  ///< no reply proper
+  Other,  ///< other bytes, as many as of a picture, with an error status or none
 };
-
-/// The request that the fault answers.
-struct TAsked {
-  std::string Body;  ///< the right one
-  std::string Path;
-  std::string Port;    ///< the server's
-  std::string Closed;  ///< a port where nobody listens
-};
+using enum TComes;
 
 struct THttpFault {
   const char* Name;
   TComes Comes;
-  const char* Text;                        ///< what the client says, or the error reply
-  TScript (*Script)(const TAsked& asked);  ///< what the server does with it
-  bool Stalls = false, Endless = false;
+  std::string Text;    ///< what the client says, or the status
+  std::string Script;  ///< what the server does, as test::Script reads it
 };
 
-// What replies are made of.
-const std::string kOk = "HTTP/1.0 200 OK\r\n";
-std::string Announced(std::size_t size) {
-  return "Content-Length: " + std::to_string(size) + "\r\n";
+std::string Repeated(const std::string& text) {
+  std::string all;
+  while (all.size() < 1'100'000) all += text;
+  return all;
 }
-std::string HalfOf(const std::string& body) {
-  return body.substr(0, body.size() / 2);
-}
-std::string Chunk(const std::string& data) {
-  char size[20];
-  std::snprintf(size, sizeof size, "%zX\r\n", data.size());
-  return size + data + "\r\n";
-}
-const std::string kChunked = kOk + "Transfer-Encoding: chunked\r\n\r\n";
+const std::string kLine = "X: " + std::string(1000, 'h') + "\n";
+constexpr auto kReset = "10054:Connection reset by peer";
 
-/// The server answers so: the whole reply with this status, this header and this body.
-#define SAYS(...)                                          \
-  [](const TAsked& asked) {                                \
-    [[maybe_unused]] const std::string& body = asked.Body; \
-    return TScript().Reply(__VA_ARGS__);                   \
-  }
-
+// "<ok>" is a good status line, "<size>" and "<found>" the lines Content-Length and Location.
 const THttpFault kFaults[] = {
-    {"server says nothing", TComes::Broken, "Socket readln aborted",
-     [](const TAsked&) { return TScript().Stall(); }, true},
-    {"silence inside the header", TComes::Broken, "Socket readln aborted",
-     [](const TAsked&) { return TScript().Reply(kOk + "Content-Le").Stall(); }, true},
-    {"silence inside the body", TComes::BrokenInBody, "Socket send aborted",
-     [](const TAsked& asked) {
-       return TScript().Reply(kOk + Announced(asked.Body.size()) + "\r\n" + HalfOf(asked.Body)).Stall();
-     },
-     true},
-    {"header that drips byte by byte", TComes::Whole, "",
-     [](const TAsked& asked) {
-       return TScript().Drip(kOk + Announced(asked.Body.size()) + "\r\n", milliseconds(1)).Reply(asked.Body);
-     }},
-    {"header that drips without end", TComes::Broken, "Socket readln aborted",
-     [](const TAsked&) { return TScript().Drip(kOk + std::string(60'000, 'h'), milliseconds(5)); }, false,
-     true},
-    {"body that drips without end", TComes::BrokenInBody, "Socket send aborted",
-     [](const TAsked& asked) {
-       return TScript()
-           .Reply(kOk + Announced(asked.Body.size()) + "\r\n" + HalfOf(asked.Body))
-           .Drip(asked.Body.substr(0, asked.Body.size() / 2 - 1), milliseconds(50));
-     },
-     false, true},
-    {"header of more than 1 MiB", TComes::Broken, "Header too long", SAYS([] {
-       std::string lines = kOk;
-       while (lines.size() < 1'100'000) lines += "X: " + std::string(1000, 'h') + "\r\n";
-       return lines;
-     }())},
-    {"header line of 1 MiB", TComes::Broken, "Line too long", SAYS(kOk + std::string(1 << 20, 'h'))},
-    {"closes before the reply", TComes::Broken, "Connection closed before the reply",
-     [](const TAsked&) { return TScript().Close(); }},
-    {"closes inside the header", TComes::Empty, "", SAYS(kOk + "Content-Le")},
-    {"resets before the reply", TComes::Broken, "10054:Connection reset by peer",
-     [](const TAsked&) { return TScript().Reset(); }},
-    {"resets inside the header", TComes::Broken, "10054:Connection reset by peer",
-     [](const TAsked&) { return TScript().Reply(kOk + "Content-Le").Reset(); }},
-    {"resets inside the body", TComes::BrokenInBody, "10054:Connection reset by peer",
-     [](const TAsked& asked) {
-       return TScript().Reply(kOk + Announced(asked.Body.size()) + "\r\n" + HalfOf(asked.Body)).Reset();
-     }},
-    {"body shorter than announced", TComes::Cut, "",
-     SAYS(kOk + Announced(body.size()) + "\r\n" + HalfOf(body))},
-    {"body longer than announced", TComes::Whole, "",
-     SAYS(kOk + Announced(body.size()) + "\r\n" + body + "more")},
-    {"size not announced", TComes::Whole, "", SAYS(kOk + "\r\n" + body)},
-    {"size not announced, half of it comes", TComes::Half, "", SAYS(kOk + "\r\n" + HalfOf(body))},
-    {"size not announced, one byte missing", TComes::Almost, "",
-     SAYS(kOk + "\r\n" + body.substr(0, body.size() - 1))},
-    {"two Content-Lengths, the same", TComes::Whole, "",
-     SAYS(kOk + Announced(body.size()) + Announced(body.size()) + "\r\n" + body)},
-    {"two Content-Lengths, the second greater", TComes::Cut, "",
-     SAYS(kOk + Announced(7) + Announced(body.size()) + "\r\n" + HalfOf(body))},
-    {"Content-Length beyond all measure", TComes::Cut, "9000000000000",
-     SAYS(kOk + "Content-Length: 9000000000000\r\n\r\n" + HalfOf(body))},
-    {"Content-Length beyond 64 bits", TComes::Cut, "9223372036854775807",
-     SAYS(kOk + "Content-Length: 99999999999999999999\r\n\r\n" + HalfOf(body))},
-    {"Content-Length negative", TComes::Whole, "", SAYS(kOk + "Content-Length: -5\r\n\r\n" + body)},
-    {"Content-Length that is no number", TComes::Whole, "", SAYS(kOk + "Content-Length: 12x\r\n\r\n" + body)},
-    {"100 and 102 before the reply", TComes::Whole, "",
-     SAYS("HTTP/1.0 100 Continue\r\n\r\nHTTP/1.0 102 Processing\r\nX: y\r\n\r\n" + kOk +
-          Announced(body.size()) + "\r\n" + body)},
-    {"100 and then nothing", TComes::Silent, "without a status", SAYS("HTTP/1.0 100 Continue\r\n\r\n")},
-    {"100 without end", TComes::Broken, "Header too long", SAYS([] {
-       std::string replies;
-       while (replies.size() < 1'100'000)
-         replies += "HTTP/1.0 100 Continue\r\nX: " + std::string(1000, 'h') + "\r\n\r\n";
-       return replies;
-     }())},
-    {"204", TComes::Nothing, "", SAYS("HTTP/1.0 204 No Content\r\n\r\n" + body)},
-    {"206, a part that nobody asked for", TComes::Part, "",
-     SAYS(test::HttpReply(body.substr(0, body.size() - 1), {"Content-Range: bytes 0-5/12"},
-                          "206 Partial Content"))},
-    {"304 for ever", TComes::Broken, "Too many redirects", SAYS("HTTP/1.0 304 Not Modified\r\n\r\n")},
-    {"401", TComes::ErrorReply, "401 Unauthorized",
-     SAYS(test::HttpReply("no", {"WWW-Authenticate: Basic"}, "401 Unauthorized"))},
-    {"404", TComes::ErrorReply, "404 Not Found", SAYS(test::HttpReply("no", {}, "404 Not Found"))},
-    {"416", TComes::ErrorReply, "416 Bad Range", SAYS(test::HttpReply("no", {}, "416 Bad Range"))},
-    {"500 with a text", TComes::ErrorReply, "500 Oops", SAYS(test::HttpReply("sorry", {}, "500 Oops"))},
-    {"500 with bytes as many as a picture", TComes::Other, "500 Oops",
-     SAYS(test::HttpReply(std::string(body.size(), 'e'), {}, "500 Oops"))},
-    {"HTML page in place of the file", TComes::Page, "",
-     SAYS(test::HttpReply(" <!DOCTYPE html>" + std::string(body.size(), ' ')))},
-    {"chunked reply to HTTP/1.0", TComes::Whole, "",
-     SAYS(kChunked + Chunk(HalfOf(body)) + Chunk(body.substr(body.size() / 2)) + "0\r\n\r\n")},
-    {"chunked reply, cut", TComes::BrokenInBody, "Connection closed inside the reply",
-     SAYS(kChunked + Chunk(HalfOf(body)))},
-    {"chunked reply, bad size", TComes::BrokenInBody, "Damaged chunk in the reply",
-     SAYS(kChunked + Chunk(HalfOf(body)) + "xyz\r\n" + body)},
-    {"chunk of 16 exabytes", TComes::BrokenInBody, "Damaged chunk in the reply",
-     SAYS(kChunked + Chunk(HalfOf(body)) + "FFFFFFFFFFFFFFFF\r\n" + body)},
-    {"gzip as transfer encoding", TComes::Broken, "Transfer encoding not supported",
-     SAYS(kOk + "Transfer-Encoding: gzip\r\n\r\n" + body)},
-    {"NUL bytes in the header", TComes::Whole, "",
-     SAYS(kOk + std::string("X\0: a\0b\r\n", 10) + Announced(body.size()) + "\r\n" + body)},
-    {"binary rubbish as status line", TComes::Broken, "Not an HTTP reply",
-     SAYS(std::string(300, '\xfe') + "\n" + body)},
-    {"body without a header", TComes::Broken, "Not an HTTP reply", SAYS("GIF89a\n" + body)},
-    {"status line without a code", TComes::Other, "without a status",
-     SAYS("HTTP/1.0\r\n\r\n" + std::string(body.size(), 'e'))},
-    {"redirect to another path of the server", TComes::Whole, "",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: /moved\r\n\r\n")},
-    {"redirect to another host", TComes::Whole, "",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: http://localhost:" + asked.Port + "/moved\r\n\r\n")},
-    {"redirect to a host that has no address", TComes::Broken, "Host Lookup Failed",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: http://nowhere.invalid/a\r\n\r\n")},
-    {"redirect to a port where nobody listens", TComes::Broken, "Connection Failed",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: http://127.0.0.1:" + asked.Closed + "/a\r\n\r\n")},
-    {"redirect to https", TComes::Refused, "HTTP Secure Socket is not supported",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: https://127.0.0.1/a\r\n\r\n")},
-    {"redirect to itself", TComes::Broken, "Too many redirects",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: " + asked.Path + "\r\n\r\n")},
-    {"redirect without a location", TComes::Broken, "Too many redirects", SAYS("HTTP/1.0 302 Found\r\n\r\n")},
-    {"redirect to a URL with control characters", TComes::Refused, "Control character in URL",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: http://127.0.0.1/a\x01"
-          "b\r\n\r\n")},
-    {"redirect to port 0", TComes::Refused, "Bad port in URL",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: http://127.0.0.1:0/a\r\n\r\n")},
-    {"redirect to a file: URL", TComes::ErrorReply, "404 Not Found",
-     SAYS("HTTP/1.0 302 Found\r\nLocation: file://127.0.0.1:" + asked.Port + "/etc/passwd\r\n\r\n")},
+    {"server says nothing", Broken, "Socket readln aborted", "<stall>"},
+    {"silence inside the header", Broken, "Socket readln aborted", "<ok>Content-Le<stall>"},
+    {"silence inside the body", BrokenInBody, "Socket send aborted", "<ok><size>\n<half><stall>"},
+    {"header that drips byte by byte", Whole, "", "<drip><ok><size>\n<go><body>"},
+    {"header that drips without end", Broken, "Socket readln aborted", "<ok><drip>" + Repeated("h")},
+    {"body that drips without end", BrokenInBody, "Socket send aborted", "<ok><size>\n<half><drip><half>"},
+    {"header of more than 1 MiB", Broken, "Header too long", "<ok>" + Repeated(kLine)},
+    {"header line of more than 1 MiB", Broken, "Line too long", "<ok>" + Repeated("h")},
+    {"closes before the reply", Broken, "Connection closed before the reply", ""},
+    {"closes inside the header", Empty, "", "<ok>Content-Le"},
+    {"resets before the reply", Broken, kReset, "<reset>"},
+    {"resets inside the header", Broken, kReset, "<ok>Content-Le<reset>"},
+    {"resets inside the body", BrokenInBody, kReset, "<ok><size>\n<half><reset>"},
+    {"body shorter than announced", Cut, "", "<ok><size>\n<half>"},
+    {"body longer than announced", Whole, "", "<ok><size>\n<body>more"},
+    {"size not announced", Whole, "", "<ok>\n<body>"},
+    {"size not announced, half of it comes", Half, "", "<ok>\n<half>"},
+    {"size not announced, one byte missing", Almost, "", "<ok>\n<almost>"},
+    {"two Content-Lengths, the same", Whole, "", "<ok><size><size>\n<body>"},
+    {"two Content-Lengths, the second greater", Cut, "", "<ok>Content-Length: 7\n<size>\n<half>"},
+    {"Content-Length of 9 TB", Cut, "9000000000000", "<ok>Content-Length: 9000000000000\n\n<half>"},
+    {"Content-Length beyond 64 bits", Cut, "9223372036854775807",
+     "<ok>Content-Length: 99999999999999999999\n\n<half>"},
+    {"Content-Length negative", Whole, "", "<ok>Content-Length: -5\n\n<body>"},
+    {"Content-Length that is no number", Whole, "", "<ok>Content-Length: 12x\n\n<body>"},
+    {"100 and 102 before the reply", Whole, "",
+     "HTTP/1.0 100 Go on\n\nHTTP/1.0 102 Wait\nX: y\n\n<ok><size>\n<body>"},
+    {"100 and then nothing", Silent, "without a status", "HTTP/1.0 100 Go on\n\n"},
+    {"100 without end", Broken, "Header too long", Repeated("HTTP/1.0 100 Go on\n" + kLine + "\n")},
+    {"204", Nothing, "", "HTTP/1.0 204 No Content\n\n<body>"},
+    {"206, a part that nobody asked for", Part, "",
+     "HTTP/1.0 206 Part\nContent-Range: bytes 0-5/12\n\n<almost>"},
+    {"304 for ever", Broken, "Too many redirects", "HTTP/1.0 304 Not Modified\n\n"},
+    {"401", ErrorReply, "401 Who", "HTTP/1.0 401 Who\nWWW-Authenticate: Basic\nContent-Length: 2\n\nno"},
+    {"404", ErrorReply, "404 Not Found", "HTTP/1.0 404 Not Found\nContent-Length: 2\n\nno"},
+    {"416", ErrorReply, "416 Range", "HTTP/1.0 416 Range\n\nno"},
+    {"500 with a text", ErrorReply, "500 Oops", "HTTP/1.0 500 Oops\n\nsorry"},
+    {"500 with bytes as many as a picture", Other, "500 Oops", "HTTP/1.0 500 Oops\n\n<other>"},
+    {"status line without a code", Other, "without a status", "HTTP/1.0\n\n<other>"},
+    {"HTML page in place of the file", Page, "", "<ok>\n <!DOCTYPE html><other>"},
+    {"chunked reply to HTTP/1.0", Whole, "", "<chunked><half>\n<rest chunk>0\n\n"},
+    {"chunked reply, cut", BrokenInBody, "Connection closed inside the reply", "<chunked><half>\n"},
+    {"chunked reply, bad size", BrokenInBody, "Damaged chunk in the reply", "<chunked><half>\nxyz\n<half>"},
+    {"chunk of 16 exabytes", BrokenInBody, "Damaged chunk in the reply",
+     "<chunked><half>\nFFFFFFFFFFFFFFFF\n<half>"},
+    {"gzip as transfer encoding", Broken, "Transfer encoding not supported",
+     "<ok>Transfer-Encoding: gzip\n\n<body>"},
+    {"NUL bytes in the header", Whole, "", std::string("<ok>X\0: a\0b\n<size>\n<body>", 25)},
+    {"binary rubbish as status line", Broken, "Not an HTTP reply", std::string(300, '\xfe') + "\n<body>"},
+    {"body without a header", Broken, "Not an HTTP reply", "GIF89a\n<body>"},
+    {"redirect to another path", Whole, "", "<found>/moved\n\n"},
+    {"redirect to another host", Whole, "", "<found>http://localhost:<port>/moved\n\n"},
+    {"redirect to a host without an address", Broken, "Host Lookup Failed",
+     "<found>http://nowhere.invalid/a\n\n"},
+    {"redirect to a port where nobody listens", Broken, "Connection Failed",
+     "<found>http://127.0.0.1:<closed>/a\n\n"},
+    {"redirect to https", Refused, "HTTP Secure Socket is not supported", "<found>https://127.0.0.1/a\n\n"},
+    {"redirect to itself", Broken, "Too many redirects", "<found><self>\n\n"},
+    {"redirect without a location", Broken, "Too many redirects", "HTTP/1.0 302 Found\n\n"},
+    {"redirect with a control character", Refused, "Control character in URL",
+     "<found>http://127.0.0.1/a\x01/b\n\n"},
+    {"redirect to port 0", Refused, "Bad port in URL", "<found>http://127.0.0.1:0/a\n\n"},
+    {"redirect to a file: URL", ErrorReply, "404 Not Found", "<found>file://127.0.0.1:<port>/etc/passwd\n\n"},
 };
+
+void PrintTo(const THttpFault& fault, std::ostream* out) {
+  *out << fault.Name;
+}
+
+/// Lets the server answer a request for `path` (with its method in front) with the fault; plays.
+TOutcome Play(TStage& stage, const THttpFault& fault, const std::string& method, const std::string& path,
+              const std::string& body) {
+  char chunk[40];
+  std::snprintf(chunk, sizeof chunk, "%zX\n", body.size() / 2);
+  const std::string rest = body.substr(body.size() / 2), ok = "HTTP/1.0 200 OK\n";
+  std::string text = ReplaceAll(
+      ReplaceAll(fault.Script, "<chunked>", "<ok>Transfer-Encoding: chunked\n\n" + std::string(chunk)),
+      "<rest chunk>", chunk + std::string("<rest>\n"));
+  text = ReplaceAll(ReplaceAll(text, "<ok>", ok), "<found>", "HTTP/1.0 302 Found\nLocation: ");
+  text = ReplaceAll(text, "<size>", "Content-Length: " + std::to_string(body.size()) + "\n");
+  stage.Server.Answer("/moved", body);
+  stage.Server.AnswerScript(method + " " + path,
+                            test::Script(Filled(text, {{"body", body},
+                                                       {"half", body.substr(0, body.size() / 2)},
+                                                       {"rest", rest},
+                                                       {"almost", body.substr(0, body.size() - 1)},
+                                                       {"other", std::string(body.size(), 'e')},
+                                                       {"self", path},
+                                                       {"port", std::to_string(stage.Server.Port())},
+                                                       {"closed", std::to_string(test::ClosedPort())}})));
+  const bool stalls = fault.Script.ends_with("<stall>");
+  const bool endless =
+      fault.Script.find("<drip>") != std::string::npos && fault.Script.find("<go>") == std::string::npos;
+  return stage.Play(stalls ? 250 : 20'000, endless ? 250 : 0);
+}
 
 /// What each family makes of what came.
 TOutcome Expected(TFamily family, const THttpFault& fault) {
-  const TComes comes = fault.Comes;
-  const auto among = [comes](std::initializer_list<TComes> list) {
-    return std::find(list.begin(), list.end(), comes) != list.end();
+  const auto among = [&](std::initializer_list<TComes> list) {
+    return std::find(list.begin(), list.end(), fault.Comes) != list.end();
   };
   std::string text = fault.Text;
-  if (comes == TComes::Whole) {
+  if (fault.Comes == Whole) {
     return {family == TFamily::Pdus                                ? "Get: NAME; NAME - OK"
             : family == TFamily::Fetch || family == TFamily::Chart ? "NAME - OK"
                                                                    : "",
             "whole"};
   }
-  const bool fails = among({TComes::Broken, TComes::BrokenInBody, TComes::Refused});
-  const bool page = among({TComes::ErrorReply, TComes::Page, TComes::Other, TComes::Silent});
-  const bool part =
-      among({TComes::BrokenInBody, TComes::Cut, TComes::Half, TComes::Almost, TComes::Part, TComes::Empty});
-  const std::string disk = part ? "short" : page && comes != TComes::Silent ? "another content" : "nothing";
+  const bool fails = among({Broken, BrokenInBody, Refused});
+  const bool refused = among({ErrorReply, Page, Other, Silent});
+  const bool part = among({BrokenInBody, Cut, Half, Almost, Part, Empty});
+  const std::string disk = part ? "short" : refused && fault.Comes != Silent ? "other bytes" : "nothing";
   switch (family) {
     case TFamily::Client:
       return {fails ? text : "", disk};
@@ -220,54 +170,128 @@ TOutcome Expected(TFamily family, const THttpFault& fault) {
     case TFamily::Stream:
       if (text == "Socket send aborted") text = "Socket capture aborted";
       return {fails && family == TFamily::Memory ? text : "",
-              fails || comes == TComes::Empty ? "nothing" : disk};
+              fails || fault.Comes == Empty ? "nothing" : disk};
     case TFamily::Fetch:
-      // Nothing gives away that a byte is missing, or that the reply is an error as large as a picture.
-      if (among({TComes::Almost, TComes::Other})) return {"NAME - OK", disk};
-      if (comes == TComes::Refused) return {"NAME - not fetched: " + text, "nothing"};
-      return {fails || among({TComes::Nothing, TComes::Empty, TComes::Silent})
-                  ? "NAME - timed out"
-                  : "NAME - missing or incomplete",
+      // Nothing gives away that a byte is missing, or that bytes as many as of a picture are none.
+      if (among({Almost, Other})) return {"NAME - OK", disk};
+      if (fault.Comes == Refused) return {"NAME - not fetched: " + text, "nothing"};
+      return {fails || among({Nothing, Empty, Silent}) ? "NAME - timed out" : "NAME - missing or incomplete",
               "nothing"};
     default:
       break;
   }
-  std::string reason = fails                   ? text
-                       : comes == TComes::Page ? "a page came in its place"
-                       : comes == TComes::Part ? "the server sent only a part"
-                       : page                  ? "the server answered " + text
-                                               : (among({TComes::Nothing, TComes::Empty}) ? "0"
-                                                  : comes == TComes::Almost               ? "ALL - 1"
-                                                                                          : "HALF") +
-                                    std::string(" of ") + (text.empty() ? "ALL" : text) + " bytes came";
+  const std::string came = among({Nothing, Empty}) ? "0" : fault.Comes == Almost ? "ALL - 1" : "HALF";
+  const std::string reason = fails                 ? text
+                             : fault.Comes == Page ? "a page came in its place"
+                             : fault.Comes == Part ? "the server sent only a part"
+                             : refused             ? "the server answered " + text
+                                       : came + " of " + (text.empty() ? "ALL" : text) + " bytes came";
   const std::string kept = family == TFamily::Older ? "the older file" : part ? "short, noted" : "nothing";
   if (family == TFamily::Pdus) return {"Get: NAME; NAME - incomplete?", kept};
   if (family == TFamily::Chart)
     return {fails ? "NAME - timed out" : "NAME - missing or incomplete: " + reason, kept};
-  return {(fails ? "timed out: " : page ? "refused: " : "cut: ") + reason, kept};
+  return {(fails ? "timed out: " : refused ? "refused: " : "cut: ") + reason, kept};
 }
 
 class HttpFaults : public testing::TestWithParam<THttpFault> {};
+INSTANTIATE_TEST_SUITE_P(Reply, HttpFaults, testing::ValuesIn(kFaults),
+                         [](const auto& info) { return test::TestName(info.param.Name); });
 
-TEST_P(HttpFaults, CostsOneFile) {
-  const THttpFault& fault = GetParam();
+TEST_P(HttpFaults, CostOneFile) {
   for (const TSubject& subject : test::HttpSubjects()) {
     SCOPED_TRACE(subject.Name);
     TStage stage(subject.Size);
     subject.Prepare(stage);
     ServeHttp(stage);
-    stage.Server.Answer("/moved", stage.Body(stage.Hit));
-    stage.Server.AnswerScript(
-        "GET " + stage.HitFile().Remote,
-        fault.Script({stage.Body(stage.Hit), stage.HitFile().Remote, std::to_string(stage.Server.Port()),
-                      std::to_string(test::ClosedPort())}));
-    const TOutcome seen = stage.Play(fault.Stalls ? 250 : 20'000, fault.Endless ? 250 : 0);
-    Judge("HTTP: replies", fault.Name, subject, stage, seen, Expected(subject.Family, fault));
+    const TOutcome seen = Play(stage, GetParam(), "GET", stage.HitFile().Remote, stage.Body(stage.Hit));
+    Judge("HTTP: files", GetParam().Name, subject, stage, seen, Expected(subject.Family, GetParam()));
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Reply, HttpFaults, testing::ValuesIn(kFaults),
-                         [](const auto& info) { return test::TestName(info.param.Name); });
+/// A page that names files, in its first half.
+TEST_P(HttpFaults, OfPagesAreTold) {
+  const THttpFault& fault = GetParam();
+  for (const TSubject& subject : test::PageSubjects()) {
+    SCOPED_TRACE(subject.Name);
+    TStage stage(subject.Size);
+    subject.Prepare(stage);
+    ServeHttp(stage);
+    const TOutcome seen = Play(stage, fault, "GET", stage.PagePath, stage.Page);
+    const bool pdus = subject.Family == TFamily::Pdus;
+    const std::string what = pdus ? "Dundee PDUS file list - " : "D2 20051110 - failed to get file list: ";
+    const std::string good = pdus ? "Get: NAME; NAME - OK" : "NAME - OK";
+    TOutcome expected{good, "whole"};
+    switch (fault.Comes) {
+      case Whole:
+      case Half:
+      case Almost:
+        break;
+      case Cut:
+      case Part:
+        expected.Sees = (pdus ? what : "D2 20051110 - file list ") + std::string("incomplete; ") + good;
+        break;
+      case Broken:
+      case BrokenInBody:
+      case Refused:
+        expected = {what + ReplaceAll(fault.Text, "send", "capture"), "nothing"};
+        break;
+      default:
+        expected = {what + "the page holds no list", "nothing"};
+        if (pdus && (fault.Comes == Page || fault.Comes == Nothing || fault.Comes == Empty))
+          expected.Sees = "";
+        else if (pdus)
+          expected.Sees = what + "the server answered " + fault.Text;
+        if (pdus && fault.Text == "401 Who")
+          expected.Sees = "Dundee PDUS: the server refused the user name or the password";
+    }
+    Judge("HTTP: pages", fault.Name, subject, stage, seen, expected);
+  }
+}
+
+/// Charts and PDUS ask for a file's header first. Expected are lines, and whether the file is fetched.
+TEST(HttpHeaderFaults, CostNoMoreThanTheFile) {
+  const std::string date = "Last-Modified: Wed, 09 Nov 2005 12:00:00 GMT\n", ok = "NAME - OK",
+                    get = "Get: NAME; NAME - ";
+  const struct {
+    const char* Name;
+    std::string Script, Chart;
+    const char* Pdus;
+  } rows[] = {
+      {"no reply", "", "", "incomplete?"},
+      {"silence", "<stall>", "", "incomplete?"},
+      {"404", "HTTP/1.0 404 Not Found\n\n", "", "incomplete?"},
+      {"405", "HTTP/1.0 405 No\n\n", "NAME - refused by the server: 405", "incomplete?"},
+      {"redirect to https", "<found>https://h/\n\n", "NAME - HTTP Secure Socket is not supported",
+       "incomplete?"},
+      {"other letter case", "<ok>last-MODIFIED: Wed, 09 Nov 2005 12:00:00 GMT\nCONTENT-length: <all>\n\n", ok,
+       "OK"},
+      {"no Last-Modified", "<ok><size>\n", "", "OK"},
+      {"Last-Modified in a foreign month", "<ok><size>Last-Modified: Mi, 09 Dez 2005 12:00:00 GMT\n\n", "",
+       "OK"},
+      {"Last-Modified in 1959", "<ok><size>Last-Modified: Mon, 09 Nov 1959 12:00:00 GMT\n\n", "", "OK"},
+      {"Last-Modified in 2099", "<ok><size>Last-Modified: Mon, 09 Nov 2099 12:00:00 GMT\n\n", ok, "OK"},
+      {"no Content-Length", "<ok>" + date + "\n", "", "incomplete?"},
+      {"Content-Length negative", "<ok>" + date + "Content-Length: -5\n\n", "", "incomplete?"},
+      {"Content-Length beyond 2 GiB", "<ok>" + date + "Content-Length: 3000000000\n\n", "", "incomplete?"},
+      {"two Content-Lengths, the second right", "<ok>" + date + "Content-Length: 7\n<size>\n", ok, "OK"},
+      {"a body that HEAD has not", "<ok>" + date + "<size>\n<body>", ok, "OK"},
+  };
+  for (const auto& row : rows) {
+    for (const TSubject& subject : test::HttpSubjects()) {
+      if (subject.Family < TFamily::Chart) continue;
+      SCOPED_TRACE(std::string(row.Name) + ": " + subject.Name);
+      TStage stage(subject.Size);
+      subject.Prepare(stage);
+      ServeHttp(stage);
+      const std::string script = ReplaceAll(row.Script, "<all>", std::to_string(subject.Size));
+      const TOutcome seen =
+          Play(stage, {"", Whole, "", script}, "HEAD", stage.HitFile().Remote, stage.Body(stage.Hit));
+      const bool chart = subject.Family == TFamily::Chart;
+      Judge("HTTP: headers asked for first", row.Name, subject, stage, seen,
+            {chart ? row.Chart : get + row.Pdus, chart && row.Chart != ok ? "nothing" : "whole"});
+    }
+  }
+}
 
 }  // namespace
 }  // namespace skyreel
