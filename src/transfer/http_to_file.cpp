@@ -113,7 +113,8 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
   } catch (const fs::filesystem_error& error) {
     return {THttpSaveOutcome::kNotSaved, ReasonOf(error)};
   }
-  if (!context.Ledger.Begin(path))
+  // The good file itself is not noted: whatever happens to this transfer, it stays one.
+  if (!context.Ledger.Begin(file))
     return {THttpSaveOutcome::kNotSaved, "another copy of the program is fetching it"};
 
   THttpSaveResult result = FetchInto(context, url, file, announced);
@@ -126,9 +127,7 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
   const bool whole = result.Outcome == THttpSaveOutcome::kWhole;
   // An error page is worth nothing, and neither is a cut file beside a good one.
   if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::kRefused)) fs::remove(file, error);
-  context.Ledger.End(path, whole       ? TTransferEnd::Whole
-                           : keeps_old ? TTransferEnd::Untouched
-                                       : TTransferEnd::Cut);
+  context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
   return result;
 }
 

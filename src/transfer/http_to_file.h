@@ -45,7 +45,7 @@ struct THttpSaveResult {
 };
 
 /// Fetches `url` with NMHTTP, under the time-out, proxy and credentials that it has, straight into the file
-/// `path`, whose folder is created. The path is noted in the transfer ledger until a whole file is there.
+/// `path`, whose folder is created. What is written is noted in the transfer ledger until it is whole.
 /// A file of at least `good_size` bytes that is there already, and not noted as cut, is given up only for a
 /// whole one: until then the new one stands beside it under the name with ".part" added.
 /// `announced`: the size from the file's header, which counts when the reply itself gives none.
