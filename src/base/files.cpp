@@ -1,9 +1,12 @@
 #include "base/files.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -26,6 +29,25 @@ mode_t UserMask() {
   const mode_t mask = ::umask(0);
   ::umask(mask);
   return mask;
+}
+
+bool IsNamedLike(std::string_view name, std::string_view pattern) {
+  return std::equal(name.begin(), name.end(), pattern.begin(), pattern.end(), [](char c, char p) {
+    return p == 'X' ? std::isalnum(static_cast<unsigned char>(c)) != 0 : c == p;
+  });
+}
+
+/// A new file beside `path`, locked so that it is not taken for one that a killed program left; its name is
+/// put into `name`. Unique per process and call, since several copies of the program may write beside each
+/// other; short, since the name beside which it stands may already be as long as the file system allows.
+TDescriptor MakeTemporary(const fs::path& path, std::string& name) {
+  for (;;) {
+    name = (path.parent_path() / kTemporaryName).string();
+    TDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
+    if (!file.IsOpen()) ThrowErrno(path);
+    // Another copy may have removed it before it was locked. A file system without locks knows no such copy.
+    if (TryLock(file.Get(), name) || errno != EWOULDBLOCK) return file;
+  }
 }
 
 }  // namespace
@@ -83,17 +105,38 @@ std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
   return data;
 }
 
+bool TryLock(int descriptor, const fs::path& path) {
+  struct stat locked {
+  }, named{};
+  if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0 || ::fstat(descriptor, &locked) != 0) return false;
+  if (::stat(path.c_str(), &named) == 0 && named.st_ino == locked.st_ino && named.st_dev == locked.st_dev)
+    return true;
+  errno = EWOULDBLOCK;
+  return false;
+}
+
+void RemoveAbandoned(const fs::path& folder, std::string_view pattern) {
+  std::error_code ignored;
+  for (fs::directory_iterator entry(folder, ignored), end; entry != end; entry.increment(ignored)) {
+    const fs::path& path = entry->path();
+    if (!IsNamedLike(path.filename().native(), pattern)) continue;
+    const TDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
+    if (!file.IsOpen() || ::fstat(file.Get(), &info) != 0 || info.st_uid != ::geteuid()) continue;
+    if (TryLock(file.Get(), path)) fs::remove_all(path, ignored);
+  }
+}
+
 void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permissions) {
-  // Unique per process and call, since several copies of the program may write beside each other; short,
-  // since the name beside which it stands may already be as long as the file system allows.
-  std::string pattern = (path.parent_path() / "~skyreelXXXXXX").string();
-  TDescriptor file(::mkostemp(pattern.data(), O_CLOEXEC));
-  if (file.Get() < 0) ThrowErrno(path);
+  std::string name;
+  TDescriptor file = MakeTemporary(path, name);
+  // Locked until it has its final name; what a full disk keeps back shows at the close of a descriptor.
+  TDescriptor lock(::fcntl(file.Get(), F_DUPFD_CLOEXEC, 0));
   bool whole = ::fchmod(file.Get(), permissions & ~UserMask()) == 0 && WriteAll(file.Get(), data);
   whole = file.Close() && whole;
-  if (!whole || std::rename(pattern.c_str(), path.c_str()) != 0) {
+  if (!whole || std::rename(name.c_str(), path.c_str()) != 0) {
     const int error = errno;
-    ::unlink(pattern.c_str());
+    ::unlink(name.c_str());
     errno = error;
     ThrowErrno(path);
   }

@@ -30,6 +30,18 @@ std::filesystem::path DateFolder(TDateTime time);
 /// The whole file. Throws std::system_error, or ERangeError when the file holds more than `limit` bytes.
 std::string ReadWholeFile(const std::filesystem::path& path, std::int64_t limit = std::int64_t{1} << 31);
 
+/// Locks an open file or folder for this process until the descriptor is closed, at once or not at all.
+/// False, with errno set, when that is not possible; EWOULDBLOCK when somebody else holds it, or when the
+/// path leads to another file by now, so that the lock would protect nothing.
+bool TryLock(int descriptor, const std::filesystem::path& path);
+
+/// What the temporary files and folders of this program are called; each X stands for a letter or a digit.
+inline constexpr std::string_view kTemporaryName = "~skyreelXXXXXX";
+
+/// Removes the files and folders named like `pattern` that a killed program left in `folder`. Whoever uses
+/// one holds it by TryLock, so those in use stay.
+void RemoveAbandoned(const std::filesystem::path& folder, std::string_view pattern = kTemporaryName);
+
 /// Writes `data` under a temporary name beside `path`, then renames it, so that the file of that name is
 /// at every moment either the old one or the whole new one. A symbolic link of that name is replaced, not
 /// followed. The file gets `permissions` less the user's umask, before there is anything in it. Throws

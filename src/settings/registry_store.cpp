@@ -1,5 +1,6 @@
 #include "settings/registry_store.h"
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "base/comma_text.h"
+#include "base/descriptor.h"
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
@@ -71,14 +73,17 @@ QSet<QString> NamesOf(const QMap<QString, QString>& values) {
   return names;
 }
 
-/// A folder for the owner alone, beside the settings; gone with all in it at the end.
+/// A folder for the owner alone, beside the settings; gone with all in it at the end, and by the next copy of
+/// the program when this one is killed.
 class TPrivateFolder {
  public:
   explicit TPrivateFolder(const fs::path& parent) {
-    std::string pattern = (parent / ".skyreelXXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr)
-      throw std::system_error(errno, std::generic_category(), pattern);
-    path_ = pattern;
+    RemoveAbandoned(parent);
+    std::string name = (parent / kTemporaryName).string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
+    path_ = name;
+    lock_ = TDescriptor(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    TryLock(lock_.Get(), path_);
   }
   ~TPrivateFolder() {
     std::error_code ignored;
@@ -90,6 +95,7 @@ class TPrivateFolder {
 
  private:
   fs::path path_;
+  TDescriptor lock_;
 };
 
 fs::path MakersFolder() {

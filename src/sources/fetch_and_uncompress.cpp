@@ -21,6 +21,7 @@ void UncompressImage(TJobContext& context, const TFtpFile& file, const TUncompre
   if (FileSizeOf(compressed) <= rule.MoreThan) return;
   context.Display.SetPanel(1, "Uncompressing:  " + file.Name);
   context.Clock.Sleep(rule.Pause);
+  RemoveAbandoned(file.Folder);
   try {
     if (file.Name.ends_with(".Z")) {
       UncompressFile(compressed);

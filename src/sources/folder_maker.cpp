@@ -18,6 +18,7 @@ bool TFolderMaker::Make(const std::filesystem::path& folder) {
     ForceDirectories(folder);
     // Found out here, or every file of the folder would be fetched in vain.
     if (::access(folder.c_str(), W_OK | X_OK) != 0) throw std::system_error(errno, std::generic_category());
+    RemoveAbandoned(folder);
   } catch (const std::exception& error) {
     entry->second = false;
     display_.AddStatusLine("Cannot file into " + folder.string() + ": " + ReasonOf(error));

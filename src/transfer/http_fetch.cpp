@@ -45,9 +45,11 @@ class TTemporaryFile {
     Remove();
     // Others may write in that folder: only a file that is new and our own will do, never a link that they
     // put there, and nobody else may read it.
-    TDescriptor file(
+    file_ = TDescriptor(
         ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file.IsOpen()) throw std::system_error(errno, std::generic_category(), path_.string());
+    if (!file_.IsOpen()) throw std::system_error(errno, std::generic_category(), path_.string());
+    // Against a copy that is just starting and looks for what killed ones left.
+    TryLock(file_.Get(), path_);
   }
   ~TTemporaryFile() { Remove(); }
   TTemporaryFile(const TTemporaryFile&) = delete;
@@ -58,7 +60,10 @@ class TTemporaryFile {
  private:
   static std::string Name() {
     // Random, so that nobody can have put a file of that name in the way.
-    static const std::uint32_t identity = std::random_device{}();
+    static const std::uint32_t identity = [] {
+      RemoveAbandoned(fs::temp_directory_path(), "~Skyreel~XXXXXXXX.~tmp");
+      return std::random_device{}();
+    }();
     char name[32];
     std::snprintf(name, sizeof name, "~Skyreel~%08X.~tmp", identity);
     return name;
@@ -69,6 +74,7 @@ class TTemporaryFile {
   }
 
   fs::path path_;
+  TDescriptor file_;
 };
 
 class TBusyCursorScope {

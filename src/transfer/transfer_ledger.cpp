@@ -1,7 +1,6 @@
 #include "transfer/transfer_ledger.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -111,16 +110,7 @@ class TLockedFile {
  private:
   bool TryLock(const fs::path& path) {
     descriptor_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    struct stat locked {
-    }, named{};
-    error_ = 0;
-    if (descriptor_ < 0 || ::flock(descriptor_, LOCK_EX | LOCK_NB) != 0 ||
-        ::fstat(descriptor_, &locked) != 0) {
-      error_ = errno;
-    } else if (::stat(path.c_str(), &named) != 0 || named.st_ino != locked.st_ino ||
-               named.st_dev != locked.st_dev) {
-      error_ = EWOULDBLOCK;
-    }
+    error_ = descriptor_ >= 0 && skyreel::TryLock(descriptor_, path) ? 0 : errno;
     if (error_ != 0) Close();
     return error_ == 0;
   }
@@ -143,7 +133,9 @@ bool IsStale(const std::string& line, const std::string& writer) {
 
 }  // namespace
 
-TTransferLedger::TTransferLedger(fs::path file) : file_(std::move(file)), self_(WriterOf(::getpid())) {}
+TTransferLedger::TTransferLedger(fs::path file) : file_(std::move(file)), self_(WriterOf(::getpid())) {
+  RemoveAbandoned(file_.parent_path());
+}
 
 bool TTransferLedger::Begin(const fs::path& path) {
   const std::string line = Encode(path);

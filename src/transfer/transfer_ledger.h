@@ -31,6 +31,7 @@ enum class TTransferEnd {
 /// Not for use from several threads.
 class TTransferLedger {
  public:
+  /// Removes what killed copies left beside `file` while they wrote it.
   explicit TTransferLedger(std::filesystem::path file);
 
   /// Notes that `path` is about to be written. False, and nothing noted, while another running copy of the
