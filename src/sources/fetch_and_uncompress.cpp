@@ -50,11 +50,16 @@ bool IsCompressedName(const std::string& name) {
 
 void FetchAndUncompress(TJobContext& context, TFtpSession& session, TFtpVariant variant, const TFtpFile& file,
                         const TUncompressRule& rule) {
-  if (FtpFetchFile(context, session, variant, file.Name, file.Folder)) {
-    const fs::path path = file.LocalPath();
+  const fs::path path = file.LocalPath();
+  // The note stays until the file is decoded: a compressed file that is there is not decoded by a later run,
+  // so one that a kill has kept from it must be fetched again.
+  bool whole = false;
+  if (FtpFetchFile(context, session, variant, file.Name, file.Folder, file.Uncompress ? &whole : nullptr))
     SetFileDateTime(path, file.Time);
-    // A cut file may decode without an error, and its image would then pass for the whole one.
-    if (file.Uncompress && context.Ledger.Present(path)) UncompressImage(context, file, rule);
+  if (whole) {
+    // A cut file may decode without an error too, and its image would then pass for the whole one.
+    UncompressImage(context, file, rule);
+    context.Ledger.End(path, TTransferEnd::Whole);
   }
   context.Display.SetPanel(1, "");
 }

@@ -165,9 +165,10 @@ bool TFtpSession::Download(const std::string& remote_path, const std::filesystem
 }
 
 /// Downloads with watchdog and ledger around it. False when something spoke against the file; `problem` is
-/// then, and whenever it is not known to be whole, what to tell the user, unless that has been told.
+/// then, and whenever it is not known to be whole, what to tell the user, unless that has been told. A whole
+/// file stays noted where `still_noted` is given, which says so.
 bool TFtpSession::Fetch(const std::string& remote_path, const std::filesystem::path& local_path,
-                        std::string& problem) {
+                        std::string& problem, bool* still_noted) {
   context_.Run.RestartWatchdog();
   if (!context_.Ledger.Begin(local_path)) {
     context_.Run.StopWatchdog();
@@ -190,7 +191,11 @@ bool TFtpSession::Fetch(const std::string& remote_path, const std::filesystem::p
   } else {
     end = ClientOutcome(failure, problem);
   }
-  context_.Ledger.End(local_path, end);
+  if (end == TTransferEnd::Whole && still_noted != nullptr) {
+    *still_noted = true;
+  } else {
+    context_.Ledger.End(local_path, end);
+  }
   if (end == TTransferEnd::Whole) breaks_ = 0;
   return ok;
 }
@@ -240,7 +245,7 @@ bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
 // --- One file --------------------------------------------------------------------------------------------
 
 bool FtpFetchFile(TTransferContext& context, TFtpSession& session, TFtpVariant variant,
-                  const std::string& name, const std::filesystem::path& local_folder) {
+                  const std::string& name, const std::filesystem::path& local_folder, bool* still_noted) {
   if (session.IsLost() || !session.EnsureOpen()) return false;
   const std::string shown = WithoutControls(name);
   context.Display.AddStatusLine("Get: " + shown);
@@ -257,7 +262,7 @@ bool FtpFetchFile(TTransferContext& context, TFtpSession& session, TFtpVariant v
     }
   }
   context.Display.SetPanel(1, "FTP get:  " + WithoutControls(remote_path));
-  ok = ok && session.Fetch(remote_path, local_path, problem);
+  ok = ok && session.Fetch(remote_path, local_path, problem, still_noted);
   if (!problem.empty()) session.Report(shown + " - " + problem);
   context.Clock.Sleep(kPause);
   const bool received = ok && FileSizeOf(local_path) >= 0;

@@ -56,14 +56,15 @@ class TFtpSession {
 
  private:
   friend bool FtpFetchFile(TTransferContext&, TFtpSession&, TFtpVariant, const std::string&,
-                           const std::filesystem::path&);
+                           const std::filesystem::path&, bool*);
   static constexpr int kMaxBreaks = 3;
 
   void OpenConnection();
   void Drop();
   bool EnsureOpen();
   void Report(const std::string& text);
-  bool Fetch(const std::string& remote_path, const std::filesystem::path& local_path, std::string& problem);
+  bool Fetch(const std::string& remote_path, const std::filesystem::path& local_path, std::string& problem,
+             bool* still_noted);
   bool Download(const std::string& remote_path, const std::filesystem::path& local_path);
   TTransferEnd WinInetOutcome(const std::filesystem::path& local_path, std::string& problem) const;
   TTransferEnd ClientOutcome(std::exception_ptr failure, std::string& problem) const;
@@ -82,15 +83,17 @@ bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
 
 /// Downloads one file straight to `local_folder` + `name`: "Get: " + name as a status line, another line with
 /// the reason when it failed, pauses of 300 ms after the transfer and after the result. The transfer is noted
-/// in the ledger until it has ended whole. A session whose connection is gone is opened again first.
-/// A name that is no plain file name is refused.
+/// in the ledger until it has ended whole; with `still_noted` beyond that, for a caller that has more to do
+/// with the file: where it has become true, the caller ends the note. A session whose connection is gone is
+/// opened again first. A name that is no plain file name is refused.
 ///
 /// True when nothing spoke against it and the file is there afterwards. kept: that a file is there says
 /// nothing about its being whole, and after a failed transfer through NMFTP an old or a cut one still counts;
 /// Ledger.IsNoted tells a cut one. kept: after a transfer that threw, the watchdog stays armed. Throws
 /// nothing.
 bool FtpFetchFile(TTransferContext& context, TFtpSession& session, TFtpVariant variant,
-                  const std::string& name, const std::filesystem::path& local_folder);
+                  const std::string& name, const std::filesystem::path& local_folder,
+                  bool* still_noted = nullptr);
 
 /// The names that a listing job has collected.
 class TFtpListing {
