@@ -46,7 +46,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless
          .Bell = {},
          .Output = [](const std::string& line) { WriteLine(kStandardOutput, line); },
          .ErrorOutput = [](const std::string& line) { WriteLine(kStandardError, "Skyreel: " + line); }});
-    signal_watcher.Start([&form] { form.ButtonCloseClick(); });
+    signal_watcher.Start([&form] { form.CloseSoon(); });
     form.show();
     return QApplication::exec();
   } catch (const ERegistryError& error) {

@@ -385,6 +385,7 @@ void TFormMain::WireEvents() {
   TimerWatchdog_.setSingleShot(true);
   TimerWatchdog_.setInterval(environment_.WatchdogPeriod);
   connect(&TimerWatchdog_, &QTimer::timeout, this, &TFormMain::TimerWatchdogTimer);
+  connect(&TimerSilence_, &QTimer::timeout, this, &TFormMain::TimerWatchdogTimer);
 }
 
 void TFormMain::showEvent(QShowEvent* event) {
@@ -681,6 +682,7 @@ void TFormMain::SetProgress(int percent) {
   ui_->ProgressBar->setValue(std::clamp(percent, 0, 100));
 }
 void TFormMain::SetBytesLabel(const std::string& text) {
+  if (TimerSilence_.isActive()) TimerSilence_.start();
   ui_->LabelBytesRX->setText(QString::fromStdString(text));
 }
 void TFormMain::SetTitle(const std::string& text) {
@@ -792,6 +794,12 @@ void TFormMain::ButtonCloseClick() {
   stop_requested_ = true;
   close_when_done_ = true;
   ui_->ButtonClose->setText("Wait");
+}
+
+void TFormMain::CloseSoon() {
+  ButtonCloseClick();
+  // A little more than the time-outs of the waits that end by themselves.
+  if (busy_) TimerSilence_.start(std::chrono::seconds(ui_->UpDownTimeout->value() + 1));
 }
 
 void TFormMain::PressCurrentRun() {

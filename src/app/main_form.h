@@ -73,6 +73,9 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   /// Closes the program; while a job runs, asks it to stop and closes when it has ended. May be called at any
   /// time and again.
   void ButtonCloseClick();
+  /// As ButtonCloseClick, for one who will not wait for long: a wait for a server that says nothing, and that
+  /// the network time-out does not end, is given up after that time.
+  void CloseSoon();
 
   const TStatusLog& Log() const { return *log_; }
 
@@ -183,6 +186,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   TTransferLedger ledger_;
   QTimer TimerShow_;
   QTimer TimerWatchdog_{this};
+  QTimer TimerSilence_{this};  ///< runs once CloseSoon was called during a job; started anew by each packet
 
   // Settings of no control of their own; saved when they are freed.
   std::unique_ptr<TRegistryString> GoesESlot_, GoesWSlot_;
