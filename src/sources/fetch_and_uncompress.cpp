@@ -51,14 +51,14 @@ bool IsCompressedName(const std::string& name) {
 void FetchAndUncompress(TJobContext& context, TFtpSession& session, TFtpVariant variant, const TFtpFile& file,
                         const TUncompressRule& rule) {
   const fs::path path = file.LocalPath();
-  // The note stays until the file is decoded: a compressed file that is there is not decoded by a later run,
-  // so one that a kill has kept from it must be fetched again.
+  // The note stays until the file has its time and is decoded. A later run does neither to a file that is
+  // there, so one that a kill has kept from it must be fetched again.
   bool whole = false;
-  if (FtpFetchFile(context, session, variant, file.Name, file.Folder, file.Uncompress ? &whole : nullptr))
+  if (FtpFetchFile(context, session, variant, file.Name, file.Folder, &whole))
     SetFileDateTime(path, file.Time);
   if (whole) {
     // A cut file may decode without an error too, and its image would then pass for the whole one.
-    UncompressImage(context, file, rule);
+    if (file.Uncompress) UncompressImage(context, file, rule);
     context.Ledger.End(path, TTransferEnd::Whole);
   }
   context.Display.SetPanel(1, "");

@@ -355,8 +355,9 @@ void TMetChartsJob::Fetch(const TChartRequest& request) {
   context_.Display.AddStatusLine("Get " + shown);
   const THttpSaveResult result =
       SaveHttpFile(context_, request.Url, path, kind.MinimumSize + 1, info.ContentLength);
-  context_.Clock.Sleep(kPause);
+  // At once: a whole file that a kill during the pause left without its time would never get it.
   if (result.Outcome == THttpSaveOutcome::kWhole) SetFileDateTime(path, time);
+  context_.Clock.Sleep(kPause);
   context_.Display.ReplaceLastStatusLine(shown + OutcomeText(result));
 }
 
