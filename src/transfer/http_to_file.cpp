@@ -99,6 +99,8 @@ THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const s
     page.Reason = StatusText(client);
   } else if (client.ReceivedByteCount < client.TransferSize || client.ReplyCode == kPartialContent) {
     page.Reason = "incomplete";
+  } else if (page.Text.empty()) {
+    page.Reason = "the page is empty";
   }
   return page;
 }
