@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "base/files.h"
 #include "base/text.h"
@@ -98,7 +99,6 @@ TOutcome TStage::Play(int time_out, int watchdog) {
     if (Content(Files[i]) != Body(i) || !told || Ledger.IsNoted(Output(Files[i].Local))) goes_on_ = "no";
     if (told) lines.erase(own, own + static_cast<std::ptrdiff_t>(ok.size()));
   }
-  if (!Said.empty()) lines.insert(lines.begin(), Said);
   std::string sees;
   for (const std::string& line : lines) sees += (sees.empty() ? "" : "; ") + line;
   return {Common(sees), Disk()};
@@ -134,7 +134,7 @@ std::string TStage::Disk() {
                            : body.starts_with(content) ? "short"
                            : content == "older"        ? "the older file"
                                                        : "other bytes";
-  return Ledgered && Ledger.IsNoted(Output(HitFile().Local)) ? disk + ", noted" : disk;
+  return Ledger.IsNoted(Output(HitFile().Local)) ? disk + ", noted" : disk;
 }
 
 void Judge(const std::string& section, const std::string& fault, const TSubject& subject, TStage& stage,
@@ -143,7 +143,6 @@ void Judge(const std::string& section, const std::string& fault, const TSubject&
   EXPECT_EQ(seen.Disk, expected.Disk);
   EXPECT_EQ(stage.GoesOn(), goes_on);
   EXPECT_TRUE(fs::is_empty(stage.Folder / "tmp"));
-  EXPECT_EQ(stage.Display.BusyDepth, 0);
   EXPECT_FALSE(stage.Run.WatchdogArmed);
   // The raw clients show nothing, and an FTP session leaves its last file's progress to the end of the run.
   if (subject.Family >= TFamily::Stream && subject.Family < TFamily::Ftp) {
@@ -164,6 +163,12 @@ std::string Filled(std::string text, const std::map<std::string, std::string>& w
   text = ReplaceAll(text, "\n", "\r\n");
   for (const auto& [word, value] : words) text = ReplaceAll(text, "<" + word + ">", value);
   return text;
+}
+
+std::string Repeated(const std::string& text) {
+  std::string all;
+  while (all.size() < 1'100'000) all += text;
+  return all;
 }
 
 TScript Script(const std::string& text) {
@@ -198,7 +203,7 @@ void ServeHttp(TStage& stage) {
   if (!stage.PagePath.empty()) stage.Server.Answer(stage.PagePath, stage.Page);
 }
 
-TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, bool breaks, const std::string& steps) {
+TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, const std::string& steps) {
   std::vector<TScript> data;
   std::uint16_t port = 0;
   const auto login = [] {
@@ -209,36 +214,39 @@ TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, bool breaks, const
         .Reply("230 in\r\n")
         .Exchange("TYPE I", "200 ok");
   };
-  const auto turn = [&](TScript& control, std::size_t file, const std::string& text) {
+  // One file's turn, in the last session.
+  const auto turn = [&](std::vector<TScript>& sessions, std::size_t file, const std::string& text) {
     const std::string body = stage.Body(file);
+    std::istringstream steps_left(text);
     const std::map<std::string, std::string> words = {{"size", std::to_string(body.size())},
                                                       {"body", body},
                                                       {"half", body.substr(0, body.size() / 2)},
                                                       {"rest", body.substr(body.size() / 2)},
                                                       {"closed", PasvReply(ClosedPort())}};
-    for (std::size_t at = 0; at < text.size(); at = std::min(text.size(), text.find(';', at)) + 1) {
-      const std::string step = text.substr(at, text.find(';', at) - at),
-                        name = step.substr(0, step.find(':'));
-      const std::string said = Filled(step.substr(std::min(step.size(), name.size() + 1)), words),
-                        line = said + "\r\n";
-      if (name == "open")
-        control.ReadLine().Reply(!said.empty() ? line : passive ? PasvReply(port) + "\r\n" : "200 ok\r\n");
+    for (std::string step; std::getline(steps_left, step, ';');) {
+      TScript& control = sessions.back();
+      const std::string name = step.substr(0, step.find(':'));
+      const std::string said = Filled(step.substr(std::min(step.size(), name.size() + 1)), words);
+      const std::string line = said.empty() ? "" : said + "\r\n",
+                        in_order = passive ? PasvReply(port) + "\r\n" : "200 ok\r\n";
+      if (name == "open") control.ReadLine().Reply(said.empty() ? in_order : line);
       // In passive mode the client connects before it asks for the file.
       if (step == "open" && passive) data.emplace_back();
-      if (name == "retr") control.Expect("RETR " + stage.Files[file].Remote).Reply(said.empty() ? "" : line);
+      if (name == "retr") control.Expect("RETR " + stage.Files[file].Remote).Reply(line);
       if (name == "data")
         passive ? void(data.back() = Script(said)) : void(control.ConnectBack(Script(said)));
       if (name == "say") control.Reply(line);
-      if (name == "abor") control.Expect("ABOR").Reply(said.empty() ? "" : line);
+      if (name == "abor") control.Expect("ABOR").Reply(line);
       if (name == "read") control.ReadLine();
       if (name == "stall") control.Stall();
+      if (name == "bye") control.Reply("421 idle\r\n").HalfClose().Call(stage.OnGoodbye);
+      if (name == "break") sessions.push_back(login());
     }
   };
   const auto sessions = [&] {
     std::vector<TScript> scripts = {login()};
     for (std::size_t i = 0; i < stage.Files.size(); ++i) {
-      turn(scripts.back(), i, i == stage.Hit ? steps : kWhole);
-      if (i == stage.Hit && breaks) scripts.push_back(login());
+      turn(scripts, i, i == stage.Hit ? steps : kWhole);
     }
     scripts.back().ReadLine().Reply("221 bye\r\n");
     return scripts;
@@ -256,209 +264,194 @@ TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, bool breaks, const
 namespace {
 
 /// A primitive fetches the file that is hit, then another with the same client. `fetch` may throw.
-void Primitive(TStage& stage, const std::function<std::string(const TStageFile&)>& fetch) {
+void Primitive(TStage& s, const std::function<std::string(const TStageFile&)>& fetch) {
   for (const char* const name : {"a.gif", "b.gif"})
-    stage.Add(std::string("/") + name, name, std::string("/") + name, {});
-  stage.Hit = 0;
-  stage.Work = [&stage, fetch] {
-    for (std::size_t i = 0; i < stage.Files.size(); ++i) {
-      stage.Begin(i);
-      std::string text;
-      const std::string failure = Failure([&] { text = fetch(stage.Files[i]); });
-      if (i == stage.Hit) stage.Said = failure + text;
-      if (i != stage.Hit && !(failure + text).empty()) stage.Display.AddStatusLine(failure + text);
+    s.Add(std::string("/") + name, name, std::string("/") + name, {});
+  s.Hit = 0;
+  s.Work = [&s, fetch] {
+    for (std::size_t i = 0; i < s.Files.size(); ++i) {
+      s.Begin(i);
+      std::string said;
+      said += Failure([&] { said = fetch(s.Files[i]); });
+      if (!said.empty()) s.Display.AddStatusLine(said);
     }
   };
 }
 
-void HttpClient(TStage& stage, bool into_file) {
-  stage.Ledgered = false;
-  Primitive(stage, [&stage, into_file](const TStageFile& file) {
-    const TWatchdogScope watchdog(stage.Run);
-    stage.NMHTTP.InputFileMode = into_file;
-    stage.NMHTTP.Body = into_file ? stage.Output(file.Local).string() : "";
-    if (!into_file) stage.Memory[file.Local] = "";
-    stage.NMHTTP.Get(stage.Server.Url(file.Remote));
-    if (!into_file) stage.Memory[file.Local] = stage.NMHTTP.Body;
+void HttpClient(TStage& s, bool into_file) {
+  Primitive(s, [&s, into_file](const TStageFile& f) {
+    const TWatchdogScope watchdog(s.Run);
+    s.NMHTTP.InputFileMode = into_file;
+    s.NMHTTP.Body = into_file ? s.Output(f.Local).string() : "";
+    s.NMHTTP.Get(s.Server.Url(f.Remote));
+    if (!into_file) s.Memory[f.Local] = s.NMHTTP.Body;
     return "";
   });
 }
 
-void Stream(TStage& stage) {
-  stage.Ledgered = false;
-  Primitive(stage, [&stage](const TStageFile& file) {
-    GetHttpToStream(stage.Context, stage.Server.Url(file.Remote), stage.Memory[file.Local]);
+void Stream(TStage& s) {
+  Primitive(s, [&s](const TStageFile& f) {
+    GetHttpToStream(s.Context, s.Server.Url(f.Remote), s.Memory[f.Local]);
     return "";
   });
 }
 
-void HttpFile(TStage& stage) {
-  Primitive(stage, [&stage](const TStageFile& file) {
-    GetHttpFile(stage.Context, stage.Server.Url(""), file.Remote, stage.Output(file.Local), 0, false,
-                stage.Clock.Now);
+void HttpFile(TStage& s) {
+  Primitive(s, [&s](const TStageFile& f) {
+    GetHttpFile(s.Context, s.Server.Url(""), f.Remote, s.Output(f.Local), 0, false, s.Clock.Now);
     return "";
   });
-  for (TStageFile& file : stage.Files) file.OkLines = {file.Remote + " - OK"};
+  for (TStageFile& f : s.Files) f.OkLines = {f.Remote + " - OK"};
 }
 
-void Save(TStage& stage) {
-  Primitive(stage, [&stage](const TStageFile& file) {
-    const THttpSaveResult result =
-        SaveHttpFile(stage.Context, stage.Server.Url(file.Remote), stage.Output(file.Local), 4,
-                     static_cast<std::int64_t>(stage.Size));
+void Save(TStage& s) {
+  Primitive(s, [&s](const TStageFile& f) {
+    const THttpSaveResult result = SaveHttpFile(s.Context, s.Server.Url(f.Remote), s.Output(f.Local), 4,
+                                                static_cast<std::int64_t>(s.Size));
     constexpr const char* kOutcomes[] = {"", "cut: ", "refused: ", "timed out: ", "not saved: "};
     return kOutcomes[static_cast<std::size_t>(result.Outcome)] + result.Reason;
   });
 }
 
-void SaveOverOlder(TStage& stage) {
-  Save(stage);
-  stage.WriteOutput("a.gif", "older");
+void SaveOverOlder(TStage& s) {
+  Save(s);
+  s.WriteOutput("a.gif", "older");
 }
 
-void FtpClient(TStage& stage, bool passive) {
-  stage.Ledgered = false;
-  stage.NMFTP.OnConnect = [begin = stage.NMFTP.OnConnect](TPowersock& sender) {
+void FtpClient(TStage& s, bool passive) {
+  s.NMFTP.OnConnect = [begin = s.NMFTP.OnConnect](TPowersock& sender) {
     begin(sender);
     static_cast<TNMFTP&>(sender).SetTransferType(2);
   };
-  Primitive(stage, [&stage, passive](const TStageFile& file) {
-    TNMFTP& client = stage.NMFTP;
-    const TWatchdogScope watchdog(stage.Run);
+  Primitive(s, [&s, passive](const TStageFile& f) {
+    TNMFTP& client = s.NMFTP;
+    const TWatchdogScope watchdog(s.Run);
     client.Passive = passive;
     client.Host = "127.0.0.1";
-    client.Port = ParseFtpAddress(stage.Context.Servers.EuDA).Port;
+    client.Port = ParseFtpAddress(s.Context.Servers.EuDA).Port;
     client.UserID = client.Password = "user";
     client.ReplyCode = 0;
     client.Connect();
-    client.RetrieveFile(file.Remote, stage.Output(file.Local).string());
+    client.RetrieveFile(f.Remote, s.Output(f.Local).string());
     return client.LastTransfer.Whole ? "" : "not whole: " + client.LastTransfer.FinalReply;
   });
 }
 
-void FtpFetch(TStage& stage) {
-  stage.Hit = 0;
-  for (const char* const name : {"a.gif", "b.gif"})
-    stage.Add(name, name, name, {std::string("Get: ") + name});
-  stage.Work = [&stage] {
-    RunFtpSession(stage.Context, {stage.Context.Servers.EuDA, "user", "secret"}, [&](TFtpSession& session) {
-      for (const TStageFile& file : stage.Files)
-        FtpFetchFile(stage.Context, session, TFtpVariant::CurrentFolder, file.Remote, stage.OutputPath());
+void FtpFetch(TStage& s) {
+  s.Hit = 0;
+  for (const char* const name : {"a.gif", "b.gif"}) s.Add(name, name, name, {std::string("Get: ") + name});
+  s.Work = [&s] {
+    RunFtpSession(s.Context, {s.Context.Servers.EuDA, "user", "secret"}, [&](TFtpSession& session) {
+      for (const TStageFile& f : s.Files)
+        FtpFetchFile(s.Context, session, TFtpVariant::CurrentFolder, f.Remote, s.OutputPath());
     });
   };
 }
 
 // --- Sources ---------------------------------------------------------------------------------------------
 
-void EuArchive(TStage& stage, bool new_naming, const std::vector<std::string>& items) {
-  stage.Work = [&stage, new_naming, items] {
-    TEuArchiveJob(stage.Context, {stage.OutputPath(), new_naming, 0, items}).Run();
+void EuArchive(TStage& s, bool new_naming, const std::vector<std::string>& items) {
+  s.Work = [&s, new_naming, items] {
+    TEuArchiveJob(s.Context, {s.OutputPath(), new_naming, 0, items}).Run();
   };
 }
 
-void EuNew(TStage& stage) {
-  stage.Clock.Now = TDateTime::FromDate(2005, 11, 10, 6, 45);
+void EuNew(TStage& s) {
+  s.Clock.Now = TDateTime::FromDate(2005, 11, 10, 6, 45);
   for (const auto& [time, slot] : {std::pair("0000", "00"), {"0300", "06"}, {"0600", "12"}}) {
     const std::string path =
         std::string("/~idds/images/out/SDDI-20051110-") + time + "-BNW-08-IR_108-01-600.jpg";
-    stage.Add(path, std::string("2005/11/10/D1_") + slot + ".jpg", path, {path + " - OK"});
+    s.Add(path, std::string("2005/11/10/D1_") + slot + ".jpg", path, {path + " - OK"});
   }
-  EuArchive(stage, true, {"D1"});
+  EuArchive(s, true, {"D1"});
 }
 
-std::string AddEuOld(TStage& stage, const std::string& item, const std::string& time,
-                     const std::string& slot) {
+std::string AddEuOld(TStage& s, const std::string& item, const std::string& time, const std::string& slot) {
   const std::string path = "/~idds/images/out/20051110_" + time + "00_07_" + item + "_0.jpg";
-  stage.Add(path, "2005/11/10/" + item + "_" + slot + ".jpg", path, {path + " - OK"});
+  s.Add(path, "2005/11/10/" + item + "_" + slot + ".jpg", path, {path + " - OK"});
   return "frame0 = \"" + path + "\";\n";
 }
 
-void EuOld(TStage& stage) {
-  std::string page = AddEuOld(stage, "D1", "0000", "00") + AddEuOld(stage, "D1", "0030", "01");
-  page += AddEuOld(stage, "D1", "0100", "02");
-  stage.Server.Answer(EuArchiveListing("D1"), page);
-  EuArchive(stage, false, {"D1"});
+void EuOld(TStage& s) {
+  std::string page = AddEuOld(s, "D1", "0000", "00") + AddEuOld(s, "D1", "0030", "01");
+  page += AddEuOld(s, "D1", "0100", "02");
+  s.Server.Answer(EuArchiveListing("D1"), page);
+  EuArchive(s, false, {"D1"});
 }
 
-void EuListing(TStage& stage) {
-  stage.Clock.Now = TDateTime::FromDate(2005, 11, 10, 0, 41);
+void EuListing(TStage& s) {
+  s.Clock.Now = TDateTime::FromDate(2005, 11, 10, 0, 41);
   for (const char* const item : {"D1", "D2", "D3"})
-    stage.Server.Answer(EuArchiveListing(item), stage.Page = AddEuOld(stage, item, "0000", "00"));
-  stage.PagePath = EuArchiveListing("D2");
-  stage.Page = "frame0 = \"" + stage.HitFile().Remote + "\";\n" + std::string(5000, '/');
-  EuArchive(stage, false, {"D1", "D2", "D3"});
+    s.Server.Answer(EuArchiveListing(item), s.Page = AddEuOld(s, item, "0000", "00"));
+  s.PagePath = EuArchiveListing("D2");
+  s.Page = "frame0 = \"" + s.HitFile().Remote + "\";\n" + std::string(5000, '/');
+  EuArchive(s, false, {"D1", "D2", "D3"});
 }
 
-void Goes(TStage& stage) {
-  stage.Clock.Now = TDateTime::FromDate(2005, 11, 10, 1, 30);
+void Goes(TStage& s) {
+  s.Clock.Now = TDateTime::FromDate(2005, 11, 10, 1, 30);
   for (const char* const time : {"0511092345", "0511100015", "0511100045"}) {
     const std::string name = std::string(time) + "G13I01.tif", path = "/goeseast-lzw/conus/vis/" + name;
-    stage.Add(path, "goes-e/conus/" + name, path, {path + " - OK"});
+    s.Add(path, "goes-e/conus/" + name, path, {path + " - OK"});
   }
-  stage.Work = [&stage] {
-    TGoesJob(stage.Context, {stage.OutputPath(), {"GOES-E conus vis"}, 0, "", ""}).Run();
-  };
+  s.Work = [&s] { TGoesJob(s.Context, {s.OutputPath(), {"GOES-E conus vis"}, 0, "", ""}).Run(); };
 }
 
-void Charts(TStage& stage) {
-  stage.Context.Shared.BackDays = 3;
+void Charts(TStage& s) {
+  s.Context.Shared.BackDays = 3;
   for (const char* const day : {"09", "08", "07"}) {
-    const std::string name = std::string("r-uk0511") + day + ".zip",
-                      url = stage.Server.Url("/data/gss/" + name);
-    stage.Add("/data/gss/" + name, std::string("2005/11/") + day + "/" + name, url, {url + " - OK"});
+    const std::string name = std::string("r-uk0511") + day + ".zip", url = s.Server.Url("/data/gss/" + name);
+    s.Add("/data/gss/" + name, std::string("2005/11/") + day + "/" + name, url, {url + " - OK"});
   }
-  stage.Work = [&stage] {
-    TMetChartsJob(stage.Context, {stage.OutputPath(), {"Rain radar (MM) UK"}, ""}).Run();
-  };
+  s.Work = [&s] { TMetChartsJob(s.Context, {s.OutputPath(), {"Rain radar (MM) UK"}, ""}).Run(); };
 }
 
-void Pdus(TStage& stage, const std::vector<std::string>& times) {
+void Pdus(TStage& s, const std::vector<std::string>& times) {
   for (const std::string& time : times) {
     const std::string path = "/pdus?f=" + time, name = time + ".pdu";
-    stage.Add(path, "2005/11/10/" + name, name, {"Get: " + name, name + " - OK"});
-    stage.Page = "<a href=\"" + path + "\">0200, GMS, Visible</a>\n" + stage.Page;
+    s.Add(path, "2005/11/10/" + name, name, {"Get: " + name, name + " - OK"});
+    s.Page = "<a href=\"" + path + "\">0200, GMS, Visible</a>\n" + s.Page;
   }
-  stage.Server.Answer("/abin/filesorder?s=Date", stage.Page);
-  stage.Work = [&stage] {
-    TPdusJob(stage.Context, {stage.OutputPath(), "user", "secret", {"0200, GMS, Visible"}}).Run();
+  s.Server.Answer("/abin/filesorder?s=Date", s.Page);
+  s.Work = [&s] {
+    TPdusJob(s.Context, {s.OutputPath(), "user", "secret", {"0200, GMS, Visible"}}).Run();
     // As the form does at the end of a run.
-    stage.Display.SetPanel(0, "");
-    stage.Display.SetPanel(1, "");
+    s.Display.SetPanel(0, "");
+    s.Display.SetPanel(1, "");
   };
 }
 
-void EuData(TStage& stage) {
-  stage.Clock.Now = TDateTime::FromDate(2003, 2, 2, 12, 45);
+void EuData(TStage& s) {
+  s.Clock.Now = TDateTime::FromDate(2003, 2, 2, 12, 45);
   for (const auto& [day, slot] :
        {std::pair("2003-01-31", "_1230"), {"2003-02-01", "_0030"}, {"2003-02-01", "_1230"}}) {
     const std::string name = "FES_" + std::string(day) + slot + "_M7_IR.GIF";
-    stage.Add("/M7/" + name, ReplaceAll(day, "-", "/") + "/" + name, name, {"Get: " + name});
+    s.Add("/M7/" + name, ReplaceAll(day, "-", "/") + "/" + name, name, {"Get: " + name});
   }
-  stage.Work = [&stage] {
-    TEuDataJob(stage.Context, {stage.OutputPath(),
-                               "user",
-                               "secret",
-                               true,
-                               false,
-                               false,
-                               {false, true},
-                               {"IR"},
-                               {"GIF"},
-                               {0, 24},
-                               {0, 5}})
+  s.Work = [&s] {
+    TEuDataJob(s.Context, {s.OutputPath(),
+                           "user",
+                           "secret",
+                           true,
+                           false,
+                           false,
+                           {false, true},
+                           {"IR"},
+                           {"GIF"},
+                           {0, 24},
+                           {0, 5}})
         .Run();
   };
 }
 
-void Msfc(TStage& stage) {
-  stage.Clock.Now = TDateTime::FromDate(2003, 2, 1, 23, 50);
+void Msfc(TStage& s) {
+  s.Clock.Now = TDateTime::FromDate(2003, 2, 1, 23, 50);
   for (const char* const slot : {"0000", "0600", "1200"}) {
     const std::string name = "ME7-20030201" + std::string(slot) + ".ir1.ara.Z";
-    stage.Add(FtpRemotePath(TFtpVariant::Msfc, name), "2003/02/01/" + name, name, {"Get: " + name});
+    s.Add(FtpRemotePath(TFtpVariant::Msfc, name), "2003/02/01/" + name, name, {"Get: " + name});
   }
-  stage.Work = [&stage] {
-    TMsfcJob(stage.Context, {stage.OutputPath(), false, false, false, {"IR"}, {"0000", "0600", "1200"}})
-        .Run();
+  s.Work = [&s] {
+    TMsfcJob(s.Context, {s.OutputPath(), false, false, false, {"IR"}, {"0000", "0600", "1200"}}).Run();
   };
 }
 
@@ -466,8 +459,8 @@ void Msfc(TStage& stage) {
 
 const std::vector<TSubject>& HttpSubjects() {
   static const std::vector<TSubject> subjects = {
-      {"TNMHTTP into memory", TFamily::Memory, 12'000, [](TStage& stage) { HttpClient(stage, false); }},
-      {"TNMHTTP into a file", TFamily::Client, 12'000, [](TStage& stage) { HttpClient(stage, true); }},
+      {"TNMHTTP into memory", TFamily::Memory, 12'000, [](TStage& s) { HttpClient(s, false); }},
+      {"TNMHTTP into a file", TFamily::Client, 12'000, [](TStage& s) { HttpClient(s, true); }},
       {"GetHttpToStream", TFamily::Stream, 12'000, Stream},
       {"GetHttpFile", TFamily::Fetch, 12'000, HttpFile},
       {"EUMETSAT images (old naming)", TFamily::Fetch, 12'000, EuOld},
@@ -477,8 +470,8 @@ const std::vector<TSubject>& HttpSubjects() {
       {"SaveHttpFile over a good older file", TFamily::Older, 12'000, SaveOverOlder},
       {"Weather charts", TFamily::Chart, 12'000, Charts},
       {"Dundee PDUS", TFamily::Pdus, 900'000,
-       [](TStage& stage) {
-         Pdus(stage, {"0511101200", "0511101130", "0511101100"});
+       [](TStage& s) {
+         Pdus(s, {"0511101200", "0511101130", "0511101100"});
        }},
   };
   return subjects;
@@ -488,11 +481,11 @@ const std::vector<TSubject>& PageSubjects() {
   static const std::vector<TSubject> subjects = {
       {"EUMETSAT images, the list of the second of three items", TFamily::Fetch, 12'000, EuListing},
       {"Dundee PDUS, the order page", TFamily::Pdus, 900'000,
-       [](TStage& stage) {
-         Pdus(stage, {"0511101200"});
-         stage.Hit = 0;
-         stage.PagePath = "/abin/filesorder?s=Date";
-         stage.Page += std::string(5000, '/');
+       [](TStage& s) {
+         Pdus(s, {"0511101200"});
+         s.Hit = 0;
+         s.PagePath = "/abin/filesorder?s=Date";
+         s.Page += std::string(5000, '/');
        }},
   };
   return subjects;
@@ -500,8 +493,8 @@ const std::vector<TSubject>& PageSubjects() {
 
 const std::vector<TSubject>& FtpSubjects() {
   static const std::vector<TSubject> subjects = {
-      {"TNMFTP (passive)", TFamily::Client, 12'000, [](TStage& stage) { FtpClient(stage, true); }, true},
-      {"TNMFTP (active)", TFamily::Client, 12'000, [](TStage& stage) { FtpClient(stage, false); }},
+      {"TNMFTP (passive)", TFamily::Client, 12'000, [](TStage& s) { FtpClient(s, true); }, true},
+      {"TNMFTP (active)", TFamily::Client, 12'000, [](TStage& s) { FtpClient(s, false); }},
       {"FtpFetchFile", TFamily::Ftp, 12'000, FtpFetch},
       {"EUMETSAT data (passive)", TFamily::Ftp, 12'000, EuData, true},
       {"MSFC data (active)", TFamily::Ftp, 12'000, Msfc},

@@ -48,11 +48,10 @@ class TStage : public TJobFixture {
   std::size_t Hit = 1;
   std::size_t Times = 1;  ///< how much larger than the others the file that is hit is
   std::function<void()> Work;
-  std::string Said;                           ///< by a primitive about the file that is hit
   std::map<std::string, std::string> Memory;  ///< what primitives that save no file brought, by Local
-  bool Ledgered = true;                       ///< the subject keeps the transfer ledger
   std::string PagePath, Page;                 ///< the page that says which files there are
   TFtpListing Listing;
+  std::function<void()> OnGoodbye;  ///< an FTP server has said goodbye and closed
 
  private:
   void Tune();
@@ -84,6 +83,8 @@ const std::vector<TSubject>& PageSubjects();
 
 /// A server's steps in one text. "<word>" stands for what `words` holds; "\n" for CR LF.
 std::string Filled(std::string text, const std::map<std::string, std::string>& words);
+/// A text over and over, of more than 1 MiB.
+std::string Repeated(const std::string& text);
 /// A script of such a text: it may end with "<stall>" or "<reset>"; what stands behind "<drip>" goes out byte
 /// by byte, behind "<later>" after a pause, behind "<go>" at once again.
 TScript Script(const std::string& text);
@@ -92,11 +93,12 @@ TScript Script(const std::string& text);
 void ServeHttp(TStage& stage);
 
 /// Serves the files of an FTP subject; `steps` for the one that is hit, separated by ";": "open" (PORT or
-/// PASV in order) or "open:reply"; "retr:reply"; "data:script"; "say:reply"; "abor:reply"; "read"; "stall".
-/// `breaks`: the control connection is gone behind that, and the client comes again for the others.
+/// PASV, in order) or "open:reply"; "retr:reply"; "data:script"; "say:reply"; "abor:reply"; "read"; "stall";
+/// "bye" (421 and a close); "break" (the control connection is gone, the client comes again for what is
+/// left).
 class TFtpStageServer {
  public:
-  TFtpStageServer(TStage& stage, bool passive, bool breaks = false, const std::string& steps = kWhole);
+  TFtpStageServer(TStage& stage, bool passive, const std::string& steps = kWhole);
   std::vector<std::string> Errors() const { return control_->Errors(); }
   static constexpr const char* kWhole = "open;retr:150 (<size> bytes);data:<body>;say:226 done";
 
