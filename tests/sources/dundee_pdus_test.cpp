@@ -128,10 +128,10 @@ constexpr std::size_t kProduct = 890'120;
 class TPdus : public test::TSourceTest {
  protected:
   TPdus() : TSourceTest("2005-11-10 12:00") {}
-  ~TPdus() override {
+  void TearDown() override {
     for (const int panel : {0, 1}) Display.SetPanel(panel, "");  // as the form does at the end of a run
+    TSourceTest::TearDown();
   }
-
   void RunJob(TWords wanted = {"0200, INDOEX, Visible"}) {
     TPdusJob(Context, {OutputPath(), "user", "secret", std::move(wanted)}).Run();
   }

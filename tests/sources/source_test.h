@@ -27,10 +27,10 @@ class TSourceTest : public testing::Test, public TJobFixture {
 
   explicit TSourceTest(const char* now) : TJobFixture(At(now)) { Context.Shared.BackDays = 1; }
   ~TSourceTest() override {
-    EXPECT_EQ(AtRest(), "");
-    EXPECT_THAT(Server.Errors(), testing::IsEmpty());
     for (const std::string& line : Display.AllLines) EXPECT_EQ(line.find("secret"), line.npos) << line;
+    EXPECT_THAT(Server.Errors(), testing::IsEmpty());
   }
+  void TearDown() override { EXPECT_EQ(AtRest(), ""); }
 
   /// Answers every path with a picture of `size` bytes; one that begins with `page_path` with `page`. Once a
   /// path that ends with `last` is asked for, a stop is requested.
