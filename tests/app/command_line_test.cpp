@@ -13,53 +13,43 @@
 namespace skyreel {
 namespace {
 
-using testing::HasSubstr;
 using TVariables = std::map<std::string, std::string>;
 
 TStartPlan Plan(const std::vector<std::string>& arguments, TVariables variables) {
   return PlanStart(arguments, [&](const char* name) { return variables[name]; });
 }
 
-TEST(StartPlan, AnswersHelpAndVersionBeforeAnythingElse) {
-  for (const TVariables& variables : {TVariables{}, TVariables{{"DISPLAY", ":0"}}}) {
-    const TStartPlan help = Plan({"-ALL", "--help"}, variables);
-    EXPECT_EQ(help.Action, TStartPlan::TAction::ShowText);
-    for (const TSource source : BatchSources()) {
-      for (const std::string& name : SourcePage(source).Switches) EXPECT_THAT(help.Text, HasSubstr(name));
-    }
-    const TStartPlan version = Plan({"--version"}, variables);
-    EXPECT_EQ(version.Action, TStartPlan::TAction::ShowText);
-    EXPECT_EQ(version.Text, std::string("Skyreel ") + SKYREEL_VERSION + "\n");
-  }
-}
-
-struct TDisplayCase {
-  std::vector<std::string> Arguments;
-  TVariables Variables;
-  TStartPlan::TAction Action;
-  bool Offscreen;
-};
-
-TEST(StartPlan, RunsOnlyABatchWithoutADisplay) {
+TEST(StartPlan, RunsOnlyABatchWithoutADisplayAndAnswersHelpAndVersion) {
   using enum TStartPlan::TAction;
-  const std::vector<TDisplayCase> cases = {
-      {{}, {{"DISPLAY", ":0"}}, Run, false},
-      {{"-goes", "-close"}, {{"DISPLAY", ":0"}}, Run, false},
-      {{"-all"}, {{"WAYLAND_DISPLAY", "wayland-0"}}, Run, false},
-      {{"-goes", "-close"}, {}, Run, true},
-      {{"-min", "-ULM"}, {}, Run, true},
-      {{"-goes"}, {{"QT_QPA_PLATFORM", "offscreen"}}, Run, false},
-      {{"-platform", "offscreen", "-goes"}, {}, Run, false},
-      {{}, {}, NoDisplay, false},
-      {{"-style", "fusion"}, {}, NoDisplay, false},
-      {{"--verbose"}, {{"DISPLAY", ""}}, NoDisplay, false},
-  };
-  for (const TDisplayCase& item : cases) {
-    const TStartPlan plan = Plan(item.Arguments, item.Variables);
-    const std::string name = testing::PrintToString(item.Arguments) + testing::PrintToString(item.Variables);
-    EXPECT_EQ(plan.Action, item.Action) << name;
-    EXPECT_EQ(plan.Offscreen, item.Offscreen) << name;
-    EXPECT_EQ(plan.Text.empty(), item.Action == Run) << name;
+  const TVariables display = {{"DISPLAY", ":0"}};
+  const struct {
+    std::vector<std::string> Arguments;
+    TVariables Variables;
+    TStartPlan::TAction Action;
+    bool Offscreen;
+  } cases[] = {{{}, display, Run, false},
+               {{"-goes", "-close"}, display, Run, false},
+               {{"-all"}, {{"WAYLAND_DISPLAY", "wayland-0"}}, Run, false},
+               {{"-goes", "-close"}, {}, Run, true},
+               {{"-min", "-ULM"}, {}, Run, true},
+               {{"-goes"}, {{"QT_QPA_PLATFORM", "offscreen"}}, Run, false},
+               {{"-platform", "offscreen", "-goes"}, {}, Run, false},
+               {{}, {}, NoDisplay, false},
+               {{"-style", "fusion"}, {}, NoDisplay, false},
+               {{"--verbose"}, {{"DISPLAY", ""}}, NoDisplay, false},
+               {{"-ALL", "--help"}, display, ShowText, false},
+               {{"--version"}, {}, ShowText, false}};
+  for (const auto& c : cases) {
+    const TStartPlan plan = Plan(c.Arguments, c.Variables);
+    const std::string name = testing::PrintToString(c.Arguments) + testing::PrintToString(c.Variables);
+    EXPECT_EQ(plan.Action, c.Action) << name;
+    EXPECT_EQ(plan.Offscreen, c.Offscreen) << name;
+    EXPECT_EQ(plan.Text.empty(), c.Action == Run) << name;
+  }
+  EXPECT_EQ(Plan({"--version"}, {}).Text, std::string("Skyreel ") + SKYREEL_VERSION + "\n");
+  for (const TSource source : BatchSources()) {
+    for (const std::string& name : SourcePage(source).Switches)
+      EXPECT_THAT(Plan({"--help"}, {}).Text, testing::HasSubstr(name));
   }
 }
 
@@ -68,9 +58,9 @@ TEST(WriteLine, ReachesThePipeAtOnceAndSurvivesItsEnd) {
   ASSERT_EQ(::pipe(ends), 0);
   const auto old_handler = std::signal(SIGPIPE, SIG_IGN);
   WriteLine(ends[1], "C1D_24.jpg - OK");
-  char buffer[64];
-  const ssize_t got = ::read(ends[0], buffer, sizeof buffer);
-  EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(got, 0))), "C1D_24.jpg - OK\n");
+  char buffer[64] = {};
+  EXPECT_GT(::read(ends[0], buffer, sizeof buffer - 1), 0);
+  EXPECT_STREQ(buffer, "C1D_24.jpg - OK\n");
   ::close(ends[0]);
   WriteLine(ends[1], "nobody reads this");
   ::close(ends[1]);
@@ -82,9 +72,8 @@ TEST(ProgramFolder, IsTheOwnFolderUnlessNoUserMayWriteThere) {
   const std::filesystem::path data = folder / "data/Quenmoor/Skyreel";
   EXPECT_EQ(ProgramFolder(folder / "Skyreel", data), folder.Path());
   EXPECT_FALSE(std::filesystem::exists(data));
-  for (const char* executable : {"/usr/bin/Skyreel", "/usr/local/bin/Skyreel", "/opt/skyreel/Skyreel"}) {
+  for (const char* executable : {"/usr/bin/Skyreel", "/usr/local/bin/Skyreel", "/opt/skyreel/Skyreel"})
     EXPECT_EQ(ProgramFolder(executable, data), data) << executable;
-  }
   EXPECT_TRUE(std::filesystem::is_directory(data));
   EXPECT_EQ(ProgramFolder(folder / "gone/Skyreel", data), data);
 }

@@ -9,39 +9,32 @@
 namespace skyreel {
 namespace {
 
-struct TRootCase {
-  const char* Text;
-  bool Http;  ///< right as an HTTP root
-  bool Ftp;   ///< right as an FTP root
-};
-
 TEST(ServerRoot, IsAHostAndMayHaveAPort) {
-  const std::vector<TRootCase> cases = {
-      {"", true, true},
-      {"http://example.org", true, false},
-      {"HTTP://127.0.0.1:8080", true, false},
-      {"ftp.example.org", false, true},
-      {"127.0.0.1:2121", false, true},
-      {"localhost:65535", false, true},
-      {"localhost:65536", false, false},
-      {"localhost:0", false, false},
-      {"localhost:", false, false},
-      {"localhost:21x", false, false},
-      {"localhost:-1", false, false},
-      {"http://", false, false},
-      {"http://:80", false, false},
-      {"http://host:80:81", false, false},
-      {"http://host/path", false, false},
-      {"http://user@host", false, false},
-      {"http://host name", false, false},
-      {"http://host\r\nX: y", false, false},
-      {"https://example.org", false, false},
-      {"ftp://example.org", false, false},
-      {":21", false, false},
-  };
-  for (const TRootCase& item : cases) {
-    EXPECT_EQ(ServerRootProblem(item.Text, false).empty(), item.Http) << item.Text;
-    EXPECT_EQ(ServerRootProblem(item.Text, true).empty(), item.Ftp) << item.Text;
+  const std::pair<const char*, const char*> cases[] = {{"", "http ftp"},
+                                                       {"http://example.org", "http"},
+                                                       {"HTTP://127.0.0.1:8080", "http"},
+                                                       {"ftp.example.org", "ftp"},
+                                                       {"127.0.0.1:2121", "ftp"},
+                                                       {"localhost:65535", "ftp"},
+                                                       {"localhost:65536", ""},
+                                                       {"localhost:0", ""},
+                                                       {"localhost:", ""},
+                                                       {"localhost:21x", ""},
+                                                       {"localhost:-1", ""},
+                                                       {"http://", ""},
+                                                       {"http://:80", ""},
+                                                       {"http://host:80:81", ""},
+                                                       {"http://host/path", ""},
+                                                       {"http://user@host", ""},
+                                                       {"http://host name", ""},
+                                                       {"http://host\r\nX: y", ""},
+                                                       {"https://example.org", ""},
+                                                       {"ftp://example.org", ""},
+                                                       {":21", ""}};
+  for (const auto& [text, right_for] : cases) {
+    const bool http = ServerRootProblem(text, false).empty(), ftp = ServerRootProblem(text, true).empty();
+    EXPECT_EQ(std::string(http ? "http" : "") + (http && ftp ? " " : "") + (ftp ? "ftp" : ""), right_for)
+        << text;
   }
 }
 
@@ -67,7 +60,6 @@ TEST(ServersDialog, TakesOnlyRootsThatAreRight) {
   ASSERT_TRUE(accepted);
   EXPECT_EQ((*accepted)[4], "http://goes.example:8080");
   EXPECT_EQ((*accepted)[0], "http://old.example");
-  EXPECT_EQ(dialog.result(), QDialog::Accepted);
 }
 
 }  // namespace
