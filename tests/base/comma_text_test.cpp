@@ -14,23 +14,17 @@ TEST(CommaText, RoundTripsEveryKindOfItem) {
 }
 
 TEST(CommaText, ReadsWhatPeopleAndOldFilesHold) {
-  struct TCase {
-    const char* text;
-    TItems items;
-  };
-  const TCase cases[] = {
-      {"", {}},
-      {" \r\n ", {}},
-      {"D1,D2 , D3", {"D1", "D2", "D3"}},
-      {"a b\r\nc", {"a", "b", "c"}},
-      {",a", {"", "a"}},
-      {"a,", {"a", ""}},
-      {"a,,b", {"a", "", "b"}},
-      {"\"never closed, by anyone", {"never closed, by anyone"}},
-      {"\"x\"y", {"x", "y"}},
-      {"in\"side", {"in\"side"}},
-  };
-  for (const TCase& c : cases) EXPECT_EQ(FromCommaText(c.text), c.items) << c.text;
+  const std::pair<const char*, TItems> cases[] = {{"", {}},
+                                                  {" \r\n ", {}},
+                                                  {"D1,D2 , D3", {"D1", "D2", "D3"}},
+                                                  {"a b\r\nc", {"a", "b", "c"}},
+                                                  {",a", {"", "a"}},
+                                                  {"a,", {"a", ""}},
+                                                  {"a,,b", {"a", "", "b"}},
+                                                  {"\"never closed, by anyone", {"never closed, by anyone"}},
+                                                  {"\"x\"y", {"x", "y"}},
+                                                  {"in\"side", {"in\"side"}}};
+  for (const auto& [text, items] : cases) EXPECT_EQ(FromCommaText(text), items) << text;
 }
 
 }  // namespace

