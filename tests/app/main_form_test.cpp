@@ -32,14 +32,7 @@ namespace skyreel {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
-using testing::StartsWith;
+using namespace testing;
 
 constexpr const char* kFirstChart = "/data/swp_0000_anal.gif";
 constexpr const char* kVersionLine = "Skyreel - V" SKYREEL_VERSION;

@@ -14,10 +14,7 @@ namespace {
 
 using namespace skyreel::demo;
 using namespace std::chrono_literals;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsSupersetOf;
-using ::testing::StartsWith;
+using namespace testing;
 
 const TDateTime kNow = TDateTime::FromDate(2026, 3, 10, 12, 20);
 

@@ -14,8 +14,7 @@ namespace skyreel {
 namespace {
 
 using namespace std::string_literals;
-using test::TPicture;
-using test::TRgb;
+using namespace test;
 
 TRgb Reduced(TRgb pixel) {
   for (std::uint8_t& channel : pixel) channel = static_cast<std::uint8_t>(channel / 51 * 51);
@@ -102,37 +101,29 @@ TEST_F(ImageFiles, EveryKindLoadsIntoBothPixelFormats) {
   ExpectPicture(".JPEG", JpegFile(smooth_grey, TPixelFormat::Bits8, 100), smooth_grey, 1);
 }
 
-/// Header of 40 bytes, palette or masks, pixels.
-std::string Bmp(int width, int height, std::uint32_t bits, std::uint32_t compression,
-                const std::string& palette, const std::string& pixels) {
-  using test::Number;
-  return "BM" + Number(0, 8) + Number(static_cast<std::uint32_t>(54 + palette.size()), 4) + Number(40, 4) +
-         Number(static_cast<std::uint32_t>(width), 4) + Number(static_cast<std::uint32_t>(height), 4) +
-         Number(1, 2) + Number(bits, 2) + Number(compression, 4) + Number(0, 12) +
-         Number(bits <= 8 ? static_cast<std::uint32_t>(palette.size() / 4) : 0, 4) + Number(0, 4) + palette +
-         pixels;
-}
-
 TEST_F(ImageFiles, BitmapsOfEveryDepth) {
   const std::string palette = "\x00\x00\x00\x00\x0A\x0A\x0A\x00\x14\x14\x14\x00"s;  // greys 0, 10, 20
   const struct {
     const char* What;
     std::string File, Grey;  ///< two rows from the top
   } cases[] = {
-      {"1 bit", Bmp(3, 2, 1, 0, palette.substr(0, 8), "\xA0\0\0\0\x40\0\0\0"s), "\0\x0A\0\x0A\0\x0A"s},
-      {"4 bits", Bmp(3, 2, 4, 0, palette, "\x01\x20\0\0\x21\x00\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
-      {"8 bits", Bmp(3, 2, 8, 0, palette, "\0\1\2\0\2\1\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
-      {"8 bits in runs", Bmp(3, 2, 8, 1, palette, "\3\1\0\0\0\3\2\1\0\0\0\1"s), "\x14\x0A\0\x0A\x0A\x0A"s},
-      {"runs that move over pixels", Bmp(3, 2, 8, 1, palette, "\0\2\1\0\1\2\0\2\0\1\1\1\0\1"s),
+      {"1 bit", test::BmpFile(3, 2, 1, 0, palette.substr(0, 8), "\xA0\0\0\0\x40\0\0\0"s),
+       "\0\x0A\0\x0A\0\x0A"s},
+      {"4 bits", test::BmpFile(3, 2, 4, 0, palette, "\x01\x20\0\0\x21\x00\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
+      {"8 bits", test::BmpFile(3, 2, 8, 0, palette, "\0\1\2\0\2\1\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
+      {"8 bits in runs", test::BmpFile(3, 2, 8, 1, palette, "\3\1\0\0\0\3\2\1\0\0\0\1"s),
+       "\x14\x0A\0\x0A\x0A\x0A"s},
+      {"runs that move over pixels", test::BmpFile(3, 2, 8, 1, palette, "\0\2\1\0\1\2\0\2\0\1\1\1\0\1"s),
        "\0\0\x0A\0\x14\0"s},
-      {"runs that end early", Bmp(3, 2, 8, 1, palette, "\1\1\0\1"s), "\0\0\0\x0A\0\0"s},
-      {"a run longer than its row", Bmp(3, 2, 8, 1, palette, "\xFF\1\0\0\xFF\2\0\1"s),
+      {"runs that end early", test::BmpFile(3, 2, 8, 1, palette, "\1\1\0\1"s), "\0\0\0\x0A\0\0"s},
+      {"a run longer than its row", test::BmpFile(3, 2, 8, 1, palette, "\xFF\1\0\0\xFF\2\0\1"s),
        "\x14\x14\x14\x0A\x0A\x0A"s},
-      {"4 bits in runs", Bmp(3, 2, 4, 2, palette, "\3\x12\0\0\0\3\x21\x00\0\1"s), "\x14\x0A\0\x0A\x14\x0A"s},
-      {"16 bits", Bmp(1, 2, 16, 0, "", "\xFF\x7F\0\0\0\0\0\0"s), "\0\xFF"s},
-      {"16 bits with masks", Bmp(1, 2, 16, 3, "\0\xF8\0\0\xE0\x07\0\0\x1F\0\0\0"s, "\xFF\xFF\0\0\0\0\0\0"s),
-       "\0\xFF"s},
-      {"32 bits", Bmp(1, 2, 32, 0, "", "\x05\x05\x05\0\x07\x07\x07\0"s), "\7\5"s},
+      {"4 bits in runs", test::BmpFile(3, 2, 4, 2, palette, "\3\x12\0\0\0\3\x21\x00\0\1"s),
+       "\x14\x0A\0\x0A\x14\x0A"s},
+      {"16 bits", test::BmpFile(1, 2, 16, 0, "", "\xFF\x7F\0\0\0\0\0\0"s), "\0\xFF"s},
+      {"16 bits with masks",
+       test::BmpFile(1, 2, 16, 3, "\0\xF8\0\0\xE0\x07\0\0\x1F\0\0\0"s, "\xFF\xFF\0\0\0\0\0\0"s), "\0\xFF"s},
+      {"32 bits", test::BmpFile(1, 2, 32, 0, "", "\x05\x05\x05\0\x07\x07\x07\0"s), "\7\5"s},
   };
   for (const auto& c : cases) {
     TExtBitmap bitmap(TPixelFormat::Bits8);

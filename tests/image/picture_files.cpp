@@ -142,20 +142,25 @@ std::string Number(std::uint32_t value, int bytes) {
   return out;
 }
 
+std::string BmpFile(int width, int height, std::uint32_t bits, std::uint32_t compression,
+                    const std::string& palette, const std::string& pixels) {
+  const auto colours = bits <= 8 ? static_cast<std::uint32_t>(palette.size() / 4) : 0;
+  return "BM" + Number(0, 8) + Number(static_cast<std::uint32_t>(54 + palette.size()), 4) + Number(40, 4) +
+         Number(static_cast<std::uint32_t>(width), 4) + Number(static_cast<std::uint32_t>(height), 4) +
+         Number(1, 2) + Number(bits, 2) + Number(compression, 4) + Number(0, 12) + Number(colours, 4) +
+         Number(0, 4) + palette + pixels;
+}
+
 std::string BmpFile(const TPicture& picture, bool top_down) {
   std::string pixels;
   for (int row = 0; row < picture.Height; ++row) {
     for (int x = 0; x < picture.Width; ++x) {
       const TRgb pixel = picture.Pixel(x, top_down ? row : picture.Height - 1 - row);
-      for (const int channel : {2, 1, 0})
-        pixels += static_cast<char>(pixel[static_cast<std::size_t>(channel)]);
+      pixels.append({static_cast<char>(pixel[2]), static_cast<char>(pixel[1]), static_cast<char>(pixel[0])});
     }
     while (pixels.size() % 4 != 0) pixels += '\0';
   }
-  const auto height = static_cast<std::uint32_t>(top_down ? -picture.Height : picture.Height);
-  return "BM" + Number(static_cast<std::uint32_t>(54 + pixels.size()), 4) + Number(0, 4) + Number(54, 4) +
-         Number(40, 4) + Number(static_cast<std::uint32_t>(picture.Width), 4) + Number(height, 4) +
-         Number(1, 2) + Number(24, 2) + std::string(24, '\0') + pixels;
+  return BmpFile(picture.Width, top_down ? -picture.Height : picture.Height, 24, 0, "", pixels);
 }
 
 }  // namespace skyreel::test

@@ -27,6 +27,9 @@ std::string TransparentPngFile(const TPicture& picture);
 /// Colours are reduced to 216 (six steps of 51 a channel).
 std::string GifFile(const TPicture& picture, bool interlaced, int left = 0, int top = 0);
 std::string TiffFile(const TPicture& picture, bool grey, int compression);
+/// Header of 40 bytes, palette or masks, pixels as they stand in the file.
+std::string BmpFile(int width, int height, std::uint32_t bits, std::uint32_t compression,
+                    const std::string& palette, const std::string& pixels);
 /// Uncompressed, 24 bits; a negative height in the header when `top_down`.
 std::string BmpFile(const TPicture& picture, bool top_down = false);
 /// Little-endian bytes.

@@ -15,8 +15,7 @@ namespace skyreel {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
-using testing::HasSubstr;
+using namespace testing;
 
 class RegistryStore : public testing::Test {
  protected:

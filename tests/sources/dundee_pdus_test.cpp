@@ -9,16 +9,8 @@
 namespace skyreel {
 namespace {
 
-using test::At;
-using test::HttpReply;
-using test::Picture;
-using test::TWords;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Pair;
+using namespace test;
+using namespace testing;
 
 TEST(PdusPages, HoldTheStationsProducts) {
   std::vector<std::pair<std::string, std::size_t>> sizes;

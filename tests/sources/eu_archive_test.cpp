@@ -6,18 +6,8 @@
 namespace skyreel {
 namespace {
 
-using test::At;
-using test::Picture;
-using test::TWords;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::IsEmpty;
-using testing::IsSupersetOf;
-using testing::Pair;
-using testing::SizeIs;
-using testing::StartsWith;
+using namespace test;
+using namespace testing;
 
 const TDateTime kDay = At("2005-11-10");
 const std::string kFolder = "/~idds/images/out/";

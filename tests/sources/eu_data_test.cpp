@@ -8,11 +8,8 @@ namespace skyreel {
 namespace {
 
 using demo::CompressBz2;
-using test::At;
-using test::ImageBytes;
-using test::TWords;
-using testing::ElementsAre;
-using testing::StartsWith;
+using namespace test;
+using namespace testing;
 
 TEST(EuDataWantedSlots, AreEverySoManyRoundTheClock) {
   const struct {

@@ -5,13 +5,8 @@
 namespace skyreel {
 namespace {
 
-using test::At;
-using test::Picture;
-using test::TWords;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::EndsWith;
-using testing::IsEmpty;
+using namespace test;
+using namespace testing;
 
 class TGoes : public test::TSourceTest {
  protected:
@@ -146,16 +141,6 @@ TEST_F(TGoes, StopEndsTheRunAtTheNextPicture) {
     RunJob();
     EXPECT_THAT(Asked().back(), EndsWith(last));
   }
-}
-
-TEST_F(TGoes, AFolderThatCannotBeMadeCostsOneLineAndTheRunGoesOn) {
-  Clock.Now = At("2006-01-01 06:30");
-  WriteOutput("goes-w/conus", "a file in the way");
-  settings_.Sectors = {"GOES-W conus vis", "GOES-W conus IR", "GOES-W overview vis"};
-  settings_.Interval = 3;
-  RunJob();
-  EXPECT_EQ(Display.Lines.front(), "Cannot file into " + OutputPath() + "goes-w/conus/: Not a directory");
-  EXPECT_EQ(Lines().size(), 1u + 3u);
 }
 
 TEST_F(TGoes, ASectorThatWouldLeaveTheOutputFolderIsRefused) {

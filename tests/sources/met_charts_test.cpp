@@ -5,13 +5,8 @@
 namespace skyreel {
 namespace {
 
-using test::At;
-using test::Picture;
-using test::TWords;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using namespace test;
+using namespace testing;
 
 /// The requests of an item as "URL kind charts-per-day", with roots short enough to read in tables.
 TWords Requests(std::string_view item, const char* start, int back_days = 2) {

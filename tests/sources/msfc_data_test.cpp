@@ -6,10 +6,8 @@
 namespace skyreel {
 namespace {
 
-using test::At;
-using test::ImageBytes;
-using testing::ElementsAre;
-using testing::StartsWith;
+using namespace test;
+using namespace testing;
 
 TEST(MsfcFiles, ComeOldestDayFirstFromAnHourAfterTheirTimeWithoutTheVisibleAtMidnight) {
   const struct {
