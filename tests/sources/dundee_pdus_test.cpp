@@ -99,7 +99,7 @@ TEST(EntryFinder, AgreesWithThePlainSearch) {
 }
 
 TEST(AnalysePdus, ListsTheProductsOfSavedPagesByAreaTimeAndChannel) {
-  const test::TTempFolder program, current;
+  const TTempFolder program, current;
   const auto link = [](const char* text) {
     return "<a href=\"/pdus?f=1\">" + std::string(text) + "</a> x\r\n";
   };
@@ -117,7 +117,7 @@ TEST(AnalysePdus, ListsTheProductsOfSavedPagesByAreaTimeAndChannel) {
 
 constexpr std::size_t kProduct = 890'120;
 
-class TPdus : public test::TSourceTest {
+class TPdus : public TSourceTest {
  protected:
   TPdus() : TSourceTest("2005-11-10 12:00") {}
   void TearDown() override {

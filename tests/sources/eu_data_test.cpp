@@ -48,7 +48,7 @@ TEST(EuDataSlots, ReachToOneDayAgoAndMidnightBelongsToTheDayBefore) {
 }
 
 /// Ten past midnight, one day back, the slot "2400" of Meteosat 7: the images of 31 January and 1 February.
-class TEuData : public test::TFtpSourceTest {
+class TEuData : public TFtpSourceTest {
  protected:
   TEuData() : TFtpSourceTest("2003-02-03 00:10") {
     settings_.OutputPath = OutputPath();
@@ -60,7 +60,7 @@ class TEuData : public test::TFtpSourceTest {
     settings_.StartSlot = {47, 47};
     settings_.Interval = {6, 6};
   }
-  void Expect(const std::vector<test::TFtpAsked>& files) {
+  void Expect(const std::vector<TFtpAsked>& files) {
     Session(Context.Servers.EuDA, "user", "secret", files, [this] { TEuDataJob(Context, settings_).Run(); });
   }
 
@@ -131,8 +131,7 @@ TEST_F(TEuData, AWholeImageTakesThePlaceOfItsCompressedFileAndNoOther) {
                           StartsWith("FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.Z - not uncompressed: "),
                           "FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.bz2 - kept: it uncompresses to 6475860 "
                           "bytes in place of 25354344"));
-  EXPECT_THAT(Display.Panels,
-              testing::Contains(std::pair(1, "Uncompressing:  FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z")));
+  EXPECT_THAT(Display.Panels, Contains(std::pair(1, "Uncompressing:  FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z")));
   Expect({});  // an image stands for its compressed forms
 }
 

@@ -8,7 +8,7 @@ namespace {
 using namespace test;
 using namespace testing;
 
-class TGoes : public test::TSourceTest {
+class TGoes : public TSourceTest {
  protected:
   TGoes() : TSourceTest("2006-01-01 00:30") { settings_.OutputPath = OutputPath(); }
   void RunJob() { TGoesJob(Context, settings_).Run(); }
@@ -39,7 +39,7 @@ TEST_F(TGoes, EveryProductHasItsPathFolderNameAndTime) {
     }
     EXPECT_EQ(Asked(), paths);
     EXPECT_EQ(std::exchange(Display.AllLines, {}), lines);
-    EXPECT_THAT(Stored(), testing::UnorderedElementsAreArray(files));
+    EXPECT_THAT(Stored(), UnorderedElementsAreArray(files));
     std::filesystem::remove_all(OutputPath());
   }
 }
@@ -95,8 +95,8 @@ TEST_F(TGoes, TheDailyPassFollowsTheHalfHourlyOneDayByDayIntoFoldersOfThePicture
   TWords asked;
   for (const std::string& path : Asked()) asked.push_back(path.substr(14, path.size() - 18));
   EXPECT_EQ(asked, expected) << "today's 02:30 is half an hour old, 02:32 is not";
-  EXPECT_THAT(Files(), testing::IsSupersetOf({"goes-e/overview/2004/02/28/0402282345G13I03.tif",
-                                              "goes-w/fulldisk/2004/03/01/0403010230G15I01.tif"}));
+  EXPECT_THAT(Files(), IsSupersetOf({"goes-e/overview/2004/02/28/0402282345G13I03.tif",
+                                     "goes-w/fulldisk/2004/03/01/0403010230G15I01.tif"}));
 }
 
 TEST_F(TGoes, SizesDecide) {
@@ -133,7 +133,7 @@ TEST_F(TGoes, SizesDecide) {
 TEST_F(TGoes, StopEndsTheRunAtTheNextPicture) {
   settings_.Sectors = GoesProductItems();
   settings_.ESector = "conus";
-  Clock.Now = At("2006-01-02 23:00");
+  Clock.Now = At("2006-01-02 02:00");
   for (const std::string last : {"0601020045G13I01.tif", "0601020000G15I04.tif", "0601020000G13I04.tif"}) {
     // The last is the daily pass's second channel.
     if (last.ends_with("0000G13I04.tif")) settings_.Sectors.clear();

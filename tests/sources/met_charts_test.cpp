@@ -127,7 +127,7 @@ TEST(ChartTime, AndFileNameFollowTheRuleOfTheKind) {
     EXPECT_EQ(ChartFileName({url, 14, 1, {}}, {}), "") << url;
 }
 
-class TMetCharts : public test::TSourceTest {
+class TMetCharts : public TSourceTest {
  protected:
   TMetCharts() : TSourceTest("2005-11-10 14:00") {}
 

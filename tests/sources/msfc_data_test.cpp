@@ -35,14 +35,14 @@ TEST(MsfcFiles, ComeOldestDayFirstFromAnHourAfterTheirTimeWithoutTheVisibleAtMid
       1u);
 }
 
-class TMsfc : public test::TFtpSourceTest {
+class TMsfc : public TFtpSourceTest {
  protected:
   TMsfc() : TFtpSourceTest("2003-02-01 23:50") {
     settings_.OutputPath = OutputPath();
     settings_.Channels = {"IR"};
     settings_.Slots = MsfcSlotItems();
   }
-  void Expect(const std::vector<test::TFtpAsked>& files) {
+  void Expect(const std::vector<TFtpAsked>& files) {
     Session(Context.Servers.MSFC, "anonymous", "skyreel@quenmoor.example", files,
             [this] { TMsfcJob(Context, settings_).Run(); });
   }
