@@ -129,13 +129,12 @@ class TConnection {
     return true;
   }
 
-  void Reset() {
+  bool Reset() {
     const linger reset{1, 0};
     ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     socket_.Close();
+    return false;
   }
-
-  void HalfClose() { ::shutdown(socket_.Get(), SHUT_WR); }
 
   void Error(const std::string& text) {
     const std::lock_guard lock(server_.mutex_);
@@ -162,7 +161,7 @@ class TConnection {
   /// what the client has not read yet.
   void Finish() {
     if (!socket_.IsOpen()) return;
-    HalfClose();
+    ::shutdown(socket_.Get(), SHUT_WR);
     ReadAll();
   }
 
@@ -176,39 +175,34 @@ class TConnection {
 
 // --- TScript ---------------------------------------------------------------------------------------------
 
+TScript& TScript::Add(TStep step) {
+  steps_.push_back(std::move(step));
+  return *this;
+}
+
 TScript& TScript::Expect(std::string line) {
-  steps_.push_back([line = std::move(line)](TConnection& c) {
+  return Add([line = std::move(line)](TConnection& c) {
     std::string got;
-    if (!c.ReadLine(got)) {
-      c.Error("expected \"" + line + "\", got the end");
-      return false;
-    }
-    if (got == line) return true;
-    c.Error("expected \"" + line + "\", got \"" + got + "\"");
+    const bool read = c.ReadLine(got);
+    if (read && got == line) return true;
+    c.Error("expected \"" + line + "\", got " + (read ? '"' + got + '"' : "the end"));
     return false;
   });
-  return *this;
 }
 
 TScript& TScript::ReadLine() {
-  steps_.push_back([](TConnection& c) {
-    std::string line;
-    return c.ReadLine(line);
-  });
-  return *this;
+  return Add([line = std::string()](TConnection& c) mutable { return c.ReadLine(line); });
 }
 
 TScript& TScript::ReadRequest() {
-  steps_.push_back([](TConnection& c) {
+  return Add([](TConnection& c) {
     std::string first, request;
     return c.ReadRequest(first, request);
   });
-  return *this;
 }
 
 TScript& TScript::Reply(std::string bytes) {
-  steps_.push_back([bytes = std::move(bytes)](TConnection& c) { return c.Send(bytes); });
-  return *this;
+  return Add([bytes = std::move(bytes)](TConnection& c) { return c.Send(bytes); });
 }
 
 TScript& TScript::Exchange(std::string line, std::string reply) {
@@ -216,18 +210,16 @@ TScript& TScript::Exchange(std::string line, std::string reply) {
 }
 
 TScript& TScript::Drip(std::string bytes, std::chrono::milliseconds interval, std::size_t piece) {
-  steps_.push_back([bytes = std::move(bytes), interval, piece](TConnection& c) {
+  return Add([bytes = std::move(bytes), interval, piece](TConnection& c) {
     for (std::size_t at = 0; at < bytes.size(); at += piece) {
       if (!c.Pause(interval) || !c.Send(std::string_view(bytes).substr(at, piece))) return false;
     }
     return true;
   });
-  return *this;
 }
 
 TScript& TScript::Stall() {
-  steps_.push_back([](TConnection& c) { return c.Stall(); });
-  return *this;
+  return Add([](TConnection& c) { return c.Stall(); });
 }
 
 TScript& TScript::WaitForClose() {
@@ -235,42 +227,23 @@ TScript& TScript::WaitForClose() {
 }
 
 TScript& TScript::ReadAll() {
-  steps_.push_back([](TConnection& c) { return c.ReadAll(); });
-  return *this;
+  return Add([](TConnection& c) { return c.ReadAll(); });
 }
 
 TScript& TScript::Call(std::function<void()> action) {
-  steps_.push_back([action = std::move(action)](TConnection&) {
-    action();
-    return true;
-  });
-  return *this;
+  return Add([action = std::move(action)](TConnection&) { return action(), true; });
 }
 
 TScript& TScript::ConnectBack(TScript script) {
-  steps_.push_back([script = std::move(script)](TConnection& c) { return c.ConnectBack(script); });
-  return *this;
+  return Add([script = std::move(script)](TConnection& c) { return c.ConnectBack(script); });
 }
 
 TScript& TScript::Reset() {
-  steps_.push_back([](TConnection& c) {
-    c.Reset();
-    return false;
-  });
-  return *this;
-}
-
-TScript& TScript::HalfClose() {
-  steps_.push_back([](TConnection& c) {
-    c.HalfClose();
-    return true;
-  });
-  return *this;
+  return Add([](TConnection& c) { return c.Reset(); });
 }
 
 TScript& TScript::Close() {
-  steps_.push_back([](TConnection&) { return false; });
-  return *this;
+  return Add([](TConnection&) { return false; });
 }
 
 // --- TServer ---------------------------------------------------------------------------------------------

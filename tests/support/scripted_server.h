@@ -46,13 +46,12 @@ class TScript {
   TScript& ConnectBack(TScript script);
   /// Ends with a reset in place of an orderly close.
   TScript& Reset();
-  /// Sends no more, but goes on reading.
-  TScript& HalfClose();
   TScript& Close();
 
  private:
   friend class TConnection;
   using TStep = std::function<bool(TConnection&)>;  // false ends the script
+  TScript& Add(TStep step);
   std::vector<TStep> steps_;
 };
 

@@ -14,46 +14,31 @@ namespace {
 class JpegReencode : public testing::Test {
  protected:
   /// A picture of one grey value, saved under the name.
-  std::filesystem::path Write(const std::string& name, int value) {
+  std::filesystem::path Write(const std::string& name) {
     TExtBitmap bitmap(TPixelFormat::Bits8);
     bitmap.SetSize(32, 16);
-    for (int y = 0; y < 16; ++y) std::fill_n(bitmap.ScanLine(y), 32, static_cast<std::uint8_t>(value));
+    for (int y = 0; y < 16; ++y) std::fill_n(bitmap.ScanLine(y), 32, std::uint8_t{100});
     SaveAsJpeg(bitmap, folder_ / name, 100, "original");
     return folder_ / name;
-  }
-
-  int Value(const std::filesystem::path& path) {
-    TExtBitmap bitmap(TPixelFormat::Bits8);
-    LoadImage(bitmap, path);
-    EXPECT_EQ(bitmap.Width(), 32);
-    EXPECT_EQ(bitmap.Height(), 16);
-    return bitmap.ScanLine(8)[16];
   }
 
   test::TTempFolder folder_;
 };
 
 TEST_F(JpegReencode, WritesTheCorrectedPictureAndDeletesTheDownload) {
-  struct TCase {
-    float Gamma;
-    int Value;
-  };
-  // 255 * (100 / 255) ^ gamma
-  for (const TCase& c : {TCase{2.0F, 39},
-                         {0.5F, 160},
-                         {1.0F, 100},
-                         {0.0F, 100},
-                         {0.1F, 100},
-                         {6.0F, 100},
-                         {-2.0F, 100},
-                         {std::nanf(""), 100},
-                         {INFINITY, 100}}) {
-    const auto download = Write("a.b.jpeg", 100);
+  // 255 * (100 / 255) ^ gamma, for a gamma of use
+  const std::pair<float, int> cases[] = {{2.0F, 39},   {0.5F, 160},          {1.0F, 100},
+                                         {0.0F, 100},  {0.1F, 100},          {6.0F, 100},
+                                         {-2.0F, 100}, {std::nanf(""), 100}, {INFINITY, 100}};
+  for (const auto& [gamma, value] : cases) {
     std::filesystem::path name;
-    ConvertToJpeg(download, name, c.Gamma);
+    ConvertToJpeg(Write("a.b.jpeg"), name, gamma);
     EXPECT_EQ(name, folder_ / "a.b.jpg");
-    EXPECT_NEAR(Value(name), c.Value, 1) << c.Gamma;
     EXPECT_EQ(folder_.Tree().size(), 1U) << "the download is gone";
+    TExtBitmap bitmap(TPixelFormat::Bits8);
+    LoadImage(bitmap, name);
+    EXPECT_EQ(bitmap.Width() * 100 + bitmap.Height(), 3216);
+    EXPECT_NEAR(bitmap.ScanLine(8)[16], value, 1) << gamma;
     const std::string file = ReadWholeFile(name);
     EXPECT_NE(file.find("Skyreel - https://quenmoor.example/skyreel"), std::string::npos);
     EXPECT_EQ(file.find("original"), std::string::npos);
@@ -61,26 +46,24 @@ TEST_F(JpegReencode, WritesTheCorrectedPictureAndDeletesTheDownload) {
 }
 
 TEST_F(JpegReencode, ADownloadNamedJpgEndsWithNoFile) {
-  std::filesystem::path name = Write("x.jpg", 100);
-  const auto download = name;
+  std::filesystem::path name = Write("x.jpg");
   ConvertToJpeg(name, name, 1);
-  EXPECT_EQ(name, download);
+  EXPECT_EQ(name, folder_ / "x.jpg");
   EXPECT_TRUE(folder_.Tree().empty());
 }
 
 TEST_F(JpegReencode, FailureKeepsTheDownload) {
-  const auto page = folder_.Write("page.gif", "<html>");
-  const auto unknown = folder_.Write("data.grb", "GRIB");
+  Write("y.jpeg");
+  folder_.Write("y.jpg/inside", "");  // a folder cannot be replaced by a file
+  folder_.Write("page.gif", "<html>");
+  folder_.Write("data.grb", "GRIB");
+  for (const char* download : {"y.jpeg", "page.gif", "data.grb"}) {
+    std::filesystem::path name;
+    EXPECT_THROW(ConvertToJpeg(folder_ / download, name, 1), EInvalidGraphic);
+    EXPECT_EQ(name, folder_ / download);
+  }
   std::filesystem::path name;
-  EXPECT_THROW(ConvertToJpeg(page, name, 1), EInvalidGraphic);
-  EXPECT_EQ(name, page);
-  EXPECT_THROW(ConvertToJpeg(unknown, name, 1), EInvalidGraphic);
   EXPECT_THROW(ConvertToJpeg(folder_ / "missing.png", name, 1), std::system_error);
-  // The target cannot be replaced: it is a folder.
-  const auto download = Write("y.jpeg", 50);
-  folder_.Write("y.jpg/inside", "");
-  EXPECT_THROW(ConvertToJpeg(download, name, 1), EInvalidGraphic);
-  EXPECT_EQ(name, download);
   EXPECT_EQ(folder_.Tree().size(), 4U);
 }
 

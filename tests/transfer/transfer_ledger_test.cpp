@@ -22,6 +22,12 @@ using test::TChild;
 
 class TransferLedger : public testing::Test {
  protected:
+  /// A transfer of `path` that ends so.
+  static void Transfer(TTransferLedger& ledger, const fs::path& path, TTransferEnd end) {
+    ASSERT_TRUE(ledger.Begin(path)) << path;
+    ledger.End(path, end);
+  }
+
   const test::TTempFolder folder_;
   const fs::path file_ = folder_ / "SkyreelTransfers.txt";
   const fs::path picture_ = folder_.Write("2005/11/a %\n.jpg", "old");
@@ -43,8 +49,7 @@ TEST_F(TransferLedger, TheNoteStaysUnlessTheTransferEndedWholeOrNeverTouchedTheF
     fs::remove(file_);
     TTransferLedger ledger(file_);
     if (row.CutBefore) {
-      ASSERT_TRUE(ledger.Begin(picture_));
-      ledger.End(picture_, TTransferEnd::Cut);
+      Transfer(ledger, picture_, TTransferEnd::Cut);
     }
     EXPECT_EQ(ledger.Present(picture_), !row.CutBefore);
     ASSERT_TRUE(ledger.Begin(picture_));
@@ -77,8 +82,7 @@ TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
   EXPECT_FALSE(ledger_.Begin(picture_)) << "another copy is writing this file";
   child.Kill();
   EXPECT_FALSE(ledger_.Present(picture_));
-  EXPECT_TRUE(ledger_.Begin(picture_));
-  ledger_.End(picture_, TTransferEnd::Whole);
+  Transfer(ledger_, picture_, TTransferEnd::Whole);
   EXPECT_TRUE(ledger_.Present(picture_));
 }
 
@@ -109,8 +113,7 @@ TEST_F(TransferLedger, TwoCopiesDoNotLoseEachOthersNotes) {
 }
 
 TEST_F(TransferLedger, AKillAtAnyMomentLeavesAReadableLedger) {
-  ASSERT_TRUE(ledger_.Begin(picture_));
-  ledger_.End(picture_, TTransferEnd::Cut);
+  Transfer(ledger_, picture_, TTransferEnd::Cut);
   const fs::path other = folder_.Write("other", "x");
   for (int round = 0; round < 20; ++round) {
     TChild child([&](int pipe) {
@@ -124,8 +127,7 @@ TEST_F(TransferLedger, AKillAtAnyMomentLeavesAReadableLedger) {
     ASSERT_TRUE(child.Await(round + 1));
     child.Kill();
     ASSERT_TRUE(TTransferLedger(file_).IsNoted(picture_)) << round;
-    ASSERT_TRUE(ledger_.Begin(other)) << round;
-    ledger_.End(other, TTransferEnd::Whole);
+    Transfer(ledger_, other, TTransferEnd::Whole);
     ASSERT_TRUE(TTransferLedger(file_).Present(other)) << round;
   }
 }
@@ -140,8 +142,7 @@ TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
   EXPECT_FALSE(ledger.Present(picture_));
   ledger.End(picture_, TTransferEnd::Cut);
   EXPECT_FALSE(ledger.Present(picture_));
-  ASSERT_TRUE(ledger.Begin(picture_));
-  ledger.End(picture_, TTransferEnd::Whole);
+  Transfer(ledger, picture_, TTransferEnd::Whole);
   EXPECT_TRUE(ledger.Present(picture_));
   ASSERT_EQ(told.size(), 1u);
   EXPECT_EQ(told[0], "Transfers cannot be noted in " + file_.string() + ": Is a directory");
@@ -168,8 +169,7 @@ TEST_F(TransferLedger, DamagedLinesArePassedOverAndGoodOnesKept) {
     std::ofstream(file_, std::ios::binary) << damage << "\r\n" << good << "\n" << damage;
     TTransferLedger ledger(file_);
     EXPECT_FALSE(ledger.Present(folder_ / "good")) << damage.substr(0, 40);
-    EXPECT_TRUE(ledger.Begin(picture_));
-    ledger.End(picture_, TTransferEnd::Whole);
+    Transfer(ledger, picture_, TTransferEnd::Whole);
     EXPECT_TRUE(TTransferLedger(file_).IsNoted(folder_ / "good"));
   }
 }
@@ -177,20 +177,17 @@ TEST_F(TransferLedger, DamagedLinesArePassedOverAndGoodOnesKept) {
 TEST_F(TransferLedger, NotesOfFilesThatAreGoneAreDroppedButNotThoseOfAFolderThatIsAway) {
   const fs::path gone = folder_.Write("gone", "x"), away = folder_.Write("disk/away", "x");
   for (const fs::path& path : {gone, away}) {
-    ASSERT_TRUE(ledger_.Begin(path));
-    ledger_.End(path, TTransferEnd::Cut);
+    Transfer(ledger_, path, TTransferEnd::Cut);
   }
   fs::remove(gone);
   fs::rename(folder_ / "disk", folder_ / "unmounted");
-  ASSERT_TRUE(ledger_.Begin(picture_));
-  ledger_.End(picture_, TTransferEnd::Whole);
+  Transfer(ledger_, picture_, TTransferEnd::Whole);
   EXPECT_FALSE(ledger_.IsNoted(gone));
   EXPECT_TRUE(ledger_.IsNoted(away));
 }
 
 TEST_F(TransferLedger, AskingForAMonthOfFilesTakesAMoment) {
-  ASSERT_TRUE(ledger_.Begin(picture_));
-  ledger_.End(picture_, TTransferEnd::Cut);
+  Transfer(ledger_, picture_, TTransferEnd::Cut);
   const auto begin = std::chrono::steady_clock::now();
   int present = 0;
   for (int n = 0; n < 78'000; ++n)
