@@ -181,22 +181,6 @@ TEST_F(FtpFetch, ASessionThatCannotBeOpenedSaysSoAndDoesNoWork) {
   }
 }
 
-TEST_F(FtpFetch, AServerThatAnswersNothingIsEndedByTheWatchdog) {
-  // The watchdog of this test fires at the first turn of the wait for the greeting.
-  TNMFTP* client = nullptr;
-  TNMFTP ftp([&] {
-    if (client->Connected) client->Abort();
-  });
-  client = &ftp;
-  TTransferContext context{job_.Display, job_.Run,    job_.Clock,  ftp,
-                           job_.NMHTTP,  job_.NMHTTP, job_.Ledger, job_.Context.Shared};
-  TScriptedServer server(TScript().Stall());
-  EXPECT_FALSE(RunFtpSession(context, Login(server), [](TFtpSession&) { ADD_FAILURE(); }));
-  EXPECT_THAT(job_.Display.Lines, ElementsAre("Connection failed to: 127.0.0.1 - Socket readln aborted"));
-  EXPECT_EQ(job_.Run.Restarts, job_.Run.Stops);
-  EXPECT_GT(job_.Run.Restarts, 0);
-}
-
 TEST_F(FtpFetch, ABrokenSessionIsOpenedAgainButNotForEver) {
   const TScript breaks = Session("*>|close"), fetches = Session("FILE>150 f|data|>226 done|close", "01234");
   TScriptedServer server({breaks, breaks, fetches, breaks, breaks, breaks});
