@@ -16,22 +16,15 @@ namespace skyreel {
 namespace {
 
 using namespace std::string_literals;
-using test::Failure;
-using test::FtpLogin;
-using test::FtpTalk;
-using test::TScript;
-using test::TScriptedServer;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
+using namespace test;
+using namespace testing;
 
 const std::regex kReplies(">[^|]*"), kPort("PORT 127,0,0,1,[0-9]+,[0-9]+");
 
 /// A client of `server` that keeps its events: c connected, x connection failed, and with the number of the
 /// command s success, u unsupported, f failure.
 struct TClient : TNMFTP {
-  explicit TClient(const test::TServer& server, TEventHook hook = {}) : TNMFTP(std::move(hook)) {
+  explicit TClient(const TServer& server, TEventHook hook = {}) : TNMFTP(std::move(hook)) {
     Host = "127.0.0.1";
     Port = server.Port();
     UserID = "user";
@@ -55,7 +48,7 @@ struct TClient : TNMFTP {
 };
 
 /// The lines that the server has read, divided by '|', "PORT" standing for a PORT command.
-std::string Asked(const test::TServer& server) {
+std::string Asked(const TServer& server) {
   std::string asked;
   for (const std::string& line : server.Lines())
     asked += (asked.empty() ? "" : "|") + std::regex_replace(line, kPort, "PORT");
@@ -107,7 +100,7 @@ TEST(NmFtp, LoginConversations) {
     }
     EXPECT_EQ(Failure([&] { ftp.Connect(); }), row.Error);
     EXPECT_EQ(ftp.Events, row.Error.empty() ? "c" : row.Error.starts_with("Line") ? "" : "x");
-    EXPECT_THAT(ftp.Statuses, Not(testing::AnyOf(HasSubstr("secret"), HasSubstr("fwpw"))));
+    EXPECT_THAT(ftp.Statuses, Not(AnyOf(HasSubstr("secret"), HasSubstr("fwpw"))));
     EXPECT_EQ(Asked(server), std::regex_replace(row.Talk, kReplies, ""));
     EXPECT_THAT(server.Errors(), IsEmpty());
   }
@@ -164,7 +157,7 @@ struct TDownload {
   TDownload(bool passive, const std::string& talk, const std::string& data)
       : Data(TScript().Reply(data)),
         Control(FtpTalk(FtpLogin(),
-                        passive ? "PASV>" + test::PasvReply(Data.Port()) + "|" + ReplaceAll(talk, "data|", "")
+                        passive ? "PASV>" + PasvReply(Data.Port()) + "|" + ReplaceAll(talk, "data|", "")
                                 : "*>200 ok|" + talk,
                         TScript().Reply(data))) {}
   TScriptedServer Data, Control;
@@ -185,7 +178,7 @@ TEST(NmFtp, DownloadsTellHowTheyWent) {
       {"RETR /f>550-no\r\n550 such file", "550 such file", " =old"},
       {"RETR /f>150-f\r\n550-no\r\n550 more", "550-no", " =old"},
   };
-  const test::TTempFolder folder;
+  const TTempFolder folder;
   for (const auto& row : rows) {
     for (const bool passive : {false, true}) {
       SCOPED_TRACE(row.Talk);
@@ -214,7 +207,7 @@ TEST(NmFtp, DownloadsTellHowTheyWent) {
 }
 
 TEST(NmFtp, ProgressAndStatusTellTheTransferWhichNothingElseDisturbs) {
-  const test::TTempFolder folder;
+  const TTempFolder folder;
   for (const bool passive : {true, false}) {
     TDownload server(passive, "RETR /f>150 f (300000 bytes)|data|>226 done", std::string(300'000, 'x'));
     TClient ftp(server.Control);
@@ -230,8 +223,8 @@ TEST(NmFtp, ProgressAndStatusTellTheTransferWhichNothingElseDisturbs) {
     };
     ftp.RetrieveFile("/f", (folder / "f").string());
     EXPECT_EQ(last, 300'000);
-    EXPECT_THAT(ftp.Statuses, testing::EndsWith("|RETR /f|150 f (300000 bytes)\r\n|Received 300000 Bytes|"
-                                                "226 done\r\n|"));
+    EXPECT_THAT(ftp.Statuses, EndsWith("|RETR /f|150 f (300000 bytes)\r\n|Received 300000 Bytes|"
+                                       "226 done\r\n|"));
     EXPECT_EQ(Asked(server.Control), "USER user|PASS secret|"s + (passive ? "PASV" : "PORT") + "|RETR /f");
   }
 }

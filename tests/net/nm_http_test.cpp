@@ -11,15 +11,8 @@ namespace skyreel {
 namespace {
 
 using namespace std::string_literals;
-using test::Failure;
-using test::HttpReply;
-using test::THttpServer;
-using test::TScript;
-using test::TScriptedServer;
-using test::TTempFolder;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
+using namespace test;
+using namespace testing;
 
 /// One reply to whatever is asked.
 TScript Answer(const std::string& reply) {
@@ -246,26 +239,6 @@ TEST(NmHttpReply, APageKeptInMemoryHasALimit) {
   EXPECT_EQ(Failure<ESockError>([&] { http.Get(server.Url("/large")); }), "Reply too large");
 }
 
-TEST(NmHttpReply, AbortEndsEveryPhaseInWhichNoOtherRequestStarts) {
-  const std::pair<const char*, TScript> kCases[] = {
-      {"Socket readln aborted", TScript().ReadRequest().Stall()},
-      {"Socket capture aborted", Answer(kOk + "\r\nabc").Stall()}};
-  for (const auto& [message, script] : kCases) {
-    TScriptedServer server({script, Answer(HttpReply("whole"))});
-    TNMHTTP* running = nullptr;
-    TNMHTTP http([&] {
-      if (!running || server.Lines().empty()) return;
-      EXPECT_EQ(Failure([&] { running->Get("http://127.0.0.1/"); }), "Busy with another operation");
-      running->Abort();
-    });
-    running = &http;
-    EXPECT_EQ(Failure<EAbortError>([&] { http.Get(server.Url("/a")); }), message);
-    running = nullptr;
-    http.Get(server.Url("/a"));
-    EXPECT_EQ(http.Body, "whole");
-  }
-}
-
 // --- Redirects -------------------------------------------------------------------------------------------
 
 TEST(NmHttpRedirect, FollowsTheLocationToTheReplyWhoseHeaderCounts) {
@@ -296,7 +269,7 @@ TEST(NmHttpRedirect, ThroughAProxyTheWholeUrlIsAsked) {
   http.Proxy = "127.0.0.1";
   http.ProxyPort = proxy.Port();
   http.Get("http://sky.example/a");
-  EXPECT_THAT(proxy.Lines(), testing::Contains("GET http://sky.example/b.gif HTTP/1.0"));
+  EXPECT_THAT(proxy.Lines(), Contains("GET http://sky.example/b.gif HTTP/1.0"));
 }
 
 TEST(NmHttpRedirect, OtherRepliesRepeatTheRequestUpToTwentyTimes) {

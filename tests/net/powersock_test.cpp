@@ -19,15 +19,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using test::Failure;
-using test::TScript;
-using test::TScriptedServer;
-using test::TTempFolder;
+using namespace test;
 using testing::HasSubstr;
 
 /// A component that connects to `server`, and what happens in its waits.
 struct TClient : TPowersock {
-  explicit TClient(const test::TServer& server)
+  explicit TClient(const TServer& server)
       : TPowersock([this] {
           if (InWait) InWait();
         }) {

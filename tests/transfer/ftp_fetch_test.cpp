@@ -14,9 +14,7 @@ namespace {
 
 using test::TScript;
 using test::TScriptedServer;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using namespace testing;
 using TLines = std::vector<std::string>;
 
 const std::string kName = "FES_2003-02-01_1230_M7_IR.GIF";

@@ -15,12 +15,7 @@ namespace fs = std::filesystem;
 using enum THttpFileOutcome;
 using test::HttpReply;
 using test::Picture;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Pair;
-using testing::StartsWith;
+using namespace testing;
 
 const TDateTime kFileTime = TDateTime::FromDate(2005, 11, 10, 11, 30);
 
@@ -171,7 +166,7 @@ TEST_F(THttpFetch, TemporaryFileKeepsItsNameAndIsPrivate) {
   EXPECT_EQ(GetHttpToStream(job_.Context, root_ + "/a.jpg", stream), 10000);
   ASSERT_FALSE(names.empty());
   const std::string first = names.front();
-  EXPECT_THAT(first, testing::ContainsRegex("^~Skyreel~[0-9A-F]{8}\\.~tmp$"));
+  EXPECT_THAT(first, ContainsRegex("^~Skyreel~[0-9A-F]{8}\\.~tmp$"));
 
   // A link left under that name is removed, never followed.
   const fs::path victim = job_.WriteOutput("victim", "precious");

@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 
 #include "base/files.h"
@@ -112,26 +111,6 @@ TEST_F(TransferLedger, TwoCopiesDoNotLoseEachOthersNotes) {
       EXPECT_EQ(ledger_.Present(name(copy, n)), n % 3 != 0) << copy << " " << n;
 }
 
-TEST_F(TransferLedger, AKillAtAnyMomentLeavesAReadableLedger) {
-  Transfer(ledger_, picture_, TTransferEnd::Cut);
-  const fs::path other = folder_.Write("other", "x");
-  for (int round = 0; round < 20; ++round) {
-    TChild child([&](int pipe) {
-      TTransferLedger ledger(file_);
-      for (bool held = true; held;) {
-        held = ledger.Begin(other);
-        Say(pipe);
-        ledger.End(other, TTransferEnd::Whole);
-      }
-    });
-    ASSERT_TRUE(child.Await(round + 1));
-    child.Kill();
-    ASSERT_TRUE(TTransferLedger(file_).IsNoted(picture_)) << round;
-    Transfer(ledger_, other, TTransferEnd::Whole);
-    ASSERT_TRUE(TTransferLedger(file_).Present(other)) << round;
-  }
-}
-
 TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
   std::vector<std::string> told;
   // A folder in the ledger's place cannot be written, whoever runs this.
@@ -184,17 +163,6 @@ TEST_F(TransferLedger, NotesOfFilesThatAreGoneAreDroppedButNotThoseOfAFolderThat
   Transfer(ledger_, picture_, TTransferEnd::Whole);
   EXPECT_FALSE(ledger_.IsNoted(gone));
   EXPECT_TRUE(ledger_.IsNoted(away));
-}
-
-TEST_F(TransferLedger, AskingForAMonthOfFilesTakesAMoment) {
-  Transfer(ledger_, picture_, TTransferEnd::Cut);
-  const auto begin = std::chrono::steady_clock::now();
-  int present = 0;
-  for (int n = 0; n < 78'000; ++n)
-    present += ledger_.Present(folder_.Path() / "2005/11/" / std::to_string(n));
-  EXPECT_EQ(present, 0);
-  // Generous: it takes a tenth of a second here, and would take minutes if each question read the file.
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
 }  // namespace
