@@ -136,6 +136,8 @@ class TConnection {
     return false;
   }
 
+  bool HalfClose() { return ::shutdown(socket_.Get(), SHUT_WR) == 0; }
+
   void Error(const std::string& text) {
     const std::lock_guard lock(server_.mutex_);
     server_.errors_.push_back(text);
@@ -161,7 +163,7 @@ class TConnection {
   /// what the client has not read yet.
   void Finish() {
     if (!socket_.IsOpen()) return;
-    ::shutdown(socket_.Get(), SHUT_WR);
+    HalfClose();
     ReadAll();
   }
 
@@ -240,6 +242,10 @@ TScript& TScript::ConnectBack(TScript script) {
 
 TScript& TScript::Reset() {
   return Add([](TConnection& c) { return c.Reset(); });
+}
+
+TScript& TScript::HalfClose() {
+  return Add([](TConnection& c) { return c.HalfClose(); });
 }
 
 TScript& TScript::Close() {

@@ -46,6 +46,8 @@ class TScript {
   TScript& ConnectBack(TScript script);
   /// Ends with a reset in place of an orderly close.
   TScript& Reset();
+  /// Sends no more, but goes on reading.
+  TScript& HalfClose();
   TScript& Close();
 
  private:
