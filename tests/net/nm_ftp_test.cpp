@@ -172,7 +172,7 @@ TEST(NmFtp, DownloadsTellHowTheyWent) {
       {"RETR /f>150 no size|data|>226 done", "", "SW 226 done=hello"},
       {"RETR /f>150 bytes|data|>226 done", "", "SW 226 done=hello"},
       {"RETR /f>125 f (4 bytes)|data|>226 done", "", "SW 226 done=hello"},
-      {"RETR /f>150-f (6 bytes)\r\n150 go|data|>226 done", "", "S 226 done=hello"},
+      {"RETR /f>150-f\r\n150-(6 bytes)\r\n150 go|data|>226 done", "", "S 226 done=hello"},
       {"RETR /f>150 f|data|>451-disk\r\n451 error", "", "S 451 error=hello"},
       {"RETR /f>150 f|data|ABOR>426 cut\r\n226 ok", "Socket send aborted", "S 226 ok=hello"},
       {"RETR /f>550-no\r\n550 such file", "550 such file", " =old"},
