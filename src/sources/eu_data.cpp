@@ -128,7 +128,7 @@ void TEuDataJob::GetSatellite(int satellite, TFtpSession& session, const TWanted
         file.Uncompress = settings_.Uncompress && IsCompressedName(file.Name);
         file.ImageSize = channel == "VISSN" ? kVisibleSize : kInfraRedSize;
         if (!known.Wants(file.Name) || context_.Ledger.Present(file.LocalPath())) continue;
-        if (file.Uncompress && context_.Ledger.Present(file.ImagePath())) continue;
+        if (IsDecoded(context_, file)) continue;
         FetchAndUncompress(context_, session, TFtpVariant::EuData, file, kRule);
       }
     }

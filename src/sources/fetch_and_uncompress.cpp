@@ -48,6 +48,20 @@ bool IsCompressedName(const std::string& name) {
   return name.ends_with(".Z") || name.ends_with(".bz2");
 }
 
+bool IsDecoded(TJobContext& context, const TFtpFile& file) {
+  const fs::path image = file.ImagePath(), compressed = file.LocalPath();
+  if (!file.Uncompress || !context.Ledger.Present(image)) return false;
+  // A kill may have come between the image and what follows it.
+  if (FileSizeOf(image) == file.ImageSize && context.Ledger.IsNoted(compressed) &&
+      context.Ledger.Begin(compressed)) {
+    SetFileDateTime(image, file.Time);
+    std::error_code ignored;
+    fs::remove(compressed, ignored);
+    context.Ledger.End(compressed, TTransferEnd::Whole);
+  }
+  return true;
+}
+
 void FetchAndUncompress(TJobContext& context, TFtpSession& session, TFtpVariant variant, const TFtpFile& file,
                         const TUncompressRule& rule) {
   const fs::path path = file.LocalPath();

@@ -32,6 +32,10 @@ struct TUncompressRule {
 /// Whether a name ends in ".Z" or ".bz2".
 bool IsCompressedName(const std::string& name);
 
+/// Whether the decoded image that the file is wanted for is there already. Ends what a killed run has left to
+/// do with its compressed file then.
+bool IsDecoded(TJobContext& context, const TFtpFile& file);
+
 /// Fetches a file, stamps it with its time and decodes it if that is wanted. The compressed file is deleted
 /// only when the image has exactly its size. A decode that fails leaves one status line with the reason and
 /// the compressed file. A download that was cut short is not decoded. Throws nothing.

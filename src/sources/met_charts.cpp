@@ -354,9 +354,7 @@ void TMetChartsJob::Fetch(const TChartRequest& request) {
 
   context_.Display.AddStatusLine("Get " + shown);
   const THttpSaveResult result =
-      SaveHttpFile(context_, request.Url, path, kind.MinimumSize + 1, info.ContentLength);
-  // At once: a whole file that a kill during the pause left without its time would never get it.
-  if (result.Outcome == THttpSaveOutcome::kWhole) SetFileDateTime(path, time);
+      SaveHttpFile(context_, request.Url, path, kind.MinimumSize + 1, info.ContentLength, time);
   context_.Clock.Sleep(kPause);
   context_.Display.ReplaceLastStatusLine(shown + OutcomeText(result));
 }

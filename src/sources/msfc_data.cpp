@@ -78,7 +78,7 @@ void TMsfcJob::Run() {
                           wanted.Time, settings_.Uncompress, kImageSize};
       // kept: the compressed file's own presence is not looked at, so that without uncompressing every file
       // is fetched again by each run.
-      if (file.Uncompress && context_.Ledger.Present(file.ImagePath())) continue;
+      if (IsDecoded(context_, file)) continue;
       FetchAndUncompress(context_, session, TFtpVariant::Msfc, file, kRule);
     }
   });

@@ -142,6 +142,8 @@ struct TVerdict {
 
 TVerdict Save(const THttpFileRequest& request, const fs::path& temporary, std::string_view data) {
   try {
+    // Before it has its final name: later runs do not look at the time of a file that is there.
+    SetFileDateTime(temporary, request.FileTime);
     // A rename is all that it takes where the temporary folder is on the same disk; the second file that it
     // saves would cost more than the rest of the fetch.
     if (!MoveFileWhole(temporary, request.LocalPath)) WriteFileWhole(request.LocalPath, data);

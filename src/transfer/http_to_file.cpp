@@ -106,7 +106,7 @@ THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const s
 }
 
 THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, const fs::path& path,
-                             std::int64_t good_size, std::int64_t announced) {
+                             std::int64_t good_size, std::int64_t announced, TDateTime time) {
   const bool keeps_old = context.Ledger.Present(path) && FileSizeOf(path) >= good_size;
   fs::path file = path;
   if (keeps_old) file += ".part";
@@ -129,6 +129,7 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
   const bool whole = result.Outcome == THttpSaveOutcome::kWhole;
   // An error page is worth nothing, and neither is a cut file beside a good one.
   if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::kRefused)) fs::remove(file, error);
+  if (whole && !time.IsZero()) SetFileDateTime(path, time);
   context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
   return result;
 }

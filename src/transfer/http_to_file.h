@@ -49,9 +49,10 @@ struct THttpSaveResult {
 /// A file of at least `good_size` bytes that is there already, and not noted as cut, is given up only for a
 /// whole one: until then the new one stands beside it under the name with ".part" added.
 /// `announced`: the size from the file's header, which counts when the reply itself gives none.
+/// `time`: stamped on the whole file, unless zero.
 /// Progress and bytes label are reset at both ends. Throws nothing for a failed transfer.
 THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url,
                              const std::filesystem::path& path, std::int64_t good_size,
-                             std::int64_t announced);
+                             std::int64_t announced, TDateTime time = {});
 
 }  // namespace skyreel
