@@ -6,9 +6,6 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <atomic>
-#include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -16,7 +13,6 @@
 #include <random>
 
 #include "base/comma_text.h"
-#include "base/files.h"
 #include "base/text.h"
 #include "process/file_server.h"
 #include "process/program.h"
@@ -26,6 +22,7 @@ namespace {
 
 using namespace skyreel;
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
 constexpr int kFirstSample = 1000;
 
@@ -33,34 +30,38 @@ struct TKind {
   const char* Name;
   const char* Outcome;  ///< the end of the report's line
 };
-constexpr std::array<TKind, 6> kKinds = {{{"the whole file", " - OK"},
-                                          {"404 and a page", " - missing or incomplete"},
-                                          {"a page in its place", " - missing or incomplete"},
-                                          {"half of the body", " - missing or incomplete"},
-                                          {"closed before the header", " - timed out"},
-                                          {"reset", " - timed out"}}};
+enum { kWhole, kMissing, kPage, kHalf, kClosed, kReset, kKindCount };
+constexpr std::array<TKind, kKindCount> kKinds = {{{"the whole file", " - OK"},
+                                                   {"404 and a page", " - missing or incomplete"},
+                                                   {"a page in its place", " - missing or incomplete"},
+                                                   {"half of the body", " - missing or incomplete"},
+                                                   {"nothing, and closed", " - timed out"},
+                                                   {"nothing, and reset", " - timed out"}}};
 
 struct TSample {
   std::int64_t MemoryKb = 0, Descriptors = 0;
-  explicit TSample(pid_t process = 0) {
-    if (process == 0) return;
-    const std::string folder = "/proc/" + std::to_string(process);
-    std::ifstream status(folder + "/status");
-    for (std::string word; status >> word;) {
-      if (word == "VmRSS:") status >> MemoryKb;
-    }
-    Descriptors = std::distance(std::filesystem::directory_iterator(folder + "/fd"), {});
-  }
 };
+
+TSample SampleOf(pid_t process) {
+  TSample sample;
+  const std::string folder = "/proc/" + std::to_string(process);
+  std::ifstream status(folder + "/status");
+  for (std::string word; status >> word;) {
+    if (word == "VmRSS:") status >> sample.MemoryKb;
+  }
+  sample.Descriptors = std::distance(fs::directory_iterator(folder + "/fd"), {});
+  return sample;
+}
 
 class TUnsteadyServer {
  public:
   explicit TUnsteadyServer(unsigned seed) : random_(seed) {}
 
   std::string Root() const { return "http://127.0.0.1:" + std::to_string(server_.Port()); }
+  const std::string Content = test::SomeBytes(6000, 1);
   std::atomic<pid_t> Process = 0;
   int Requests = 0;
-  std::array<int, kKinds.size()> Done{};
+  std::array<int, kKindCount> Done{};
   TSample Early, Late;
 
  private:
@@ -68,36 +69,31 @@ class TUnsteadyServer {
     for (auto line = client.ReadLine(); !line || !line->empty(); line = client.ReadLine()) {
       if (!line) return;
     }
-    const std::size_t kind = Next();
-    const std::string body = kind == 1 || kind == 2 ? "<html>" + std::string(3000, ' ') : content_;
-    if (kind == 5) {
+    const std::size_t kind = NextKind();
+    const std::string body = kind == kMissing || kind == kPage ? "<html>" + std::string(3000, ' ') : Content;
+    if (kind == kReset) {
       const sockaddr nowhere{AF_UNSPEC, {}};
       ::connect(client.Socket(), &nowhere, sizeof nowhere);
-    } else if (kind < 4) {
-      client.Write(test::HttpHeader(kind == 1 ? "404 Not Found" : "200 OK", body.size()) +
-                   body.substr(0, kind == 3 ? body.size() / 2 : body.size()));
+    } else if (kind != kClosed) {
+      client.Write(test::HttpHeader(kind == kMissing ? "404 Not Found" : "200 OK", body.size()) +
+                   body.substr(0, kind == kHalf ? body.size() / 2 : body.size()));
     }
     client.Finish(5s);
   }
 
-  std::size_t Next() {
+  std::size_t NextKind() {
     const std::lock_guard lock(mutex_);
-    Late = TSample(Process);
+    Late = SampleOf(Process);
     if (++Requests == kFirstSample) Early = Late;
-    const std::size_t kind = random_() % 10 == 0 ? 1 + random_() % (kKinds.size() - 1) : 0;
+    const std::size_t kind = random_() % 10 == 0 ? 1 + random_() % (kKindCount - 1) : std::size_t{kWhole};
     ++Done[kind];
     return kind;
   }
 
-  const std::string content_ = test::SomeBytes(6000, 1);
   std::mutex mutex_;
   std::mt19937 random_;
   demo::TTcpServer server_{0, [this](demo::TConnection& client) { Serve(client); }};
 };
-
-std::string Quoted(const std::string& text) {
-  return "\"" + ReplaceAll(text, "\"", "\\\"") + "\"";
-}
 
 bool Soak(int files, unsigned seed) {
   const std::vector<std::string>& series = GoesProductItems();
@@ -106,37 +102,37 @@ bool Soak(int files, unsigned seed) {
   TUnsteadyServer server(seed);
   const test::TPlace place(server.Root(), "127.0.0.1:1",
                            "Timeout=20\nBackDays=" + std::to_string(days) +
-                               "\nGsfcSectors=" + Quoted(ToCommaText(series)) + "\nGsfcInterval=0\n");
+                               "\nGsfcInterval=0\nGsfcSectors=\"" +
+                               ReplaceAll(ToCommaText(series), "\"", "\\\"") + "\"\n");
   const auto begin = std::chrono::steady_clock::now();
   test::TRun run(place, "-GOES -CLOSE");
   server.Process = run.Process();
-  const auto code = run.Wait(3h);
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  const bool ended = run.Wait(3h) == 0;
+  const auto seconds =
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
 
   std::map<std::string, int> told, done;
-  for (const std::string& line : place.Report()) {
+  for (const std::string& line : SplitLines(place.Report())) {
     if (line.starts_with("/goes")) ++told[line.substr(line.find(" - "))];
   }
-  std::printf("seed %u: %d requests in %.0f s, exit code %d\n\n| the server sent | times |\n|---|---|\n",
-              seed, server.Requests, seconds, code.value_or(-1));
+  std::cout << "seed " << seed << ": " << server.Requests << " requests in " << seconds.count()
+            << " s\n\n| | the server's count | the report's count |\n|---|---|---|\n";
   for (std::size_t i = 0; i < kKinds.size(); ++i) {
-    std::printf("| %s | %d |\n", kKinds[i].Name, server.Done[i]);
+    std::cout << "| sent: " << kKinds[i].Name << " | " << server.Done[i] << " | |\n";
     done[kKinds[i].Outcome] += server.Done[i];
   }
-  std::printf("\n| outcome | the server's count | the report's count |\n|---|---|---|\n");
   for (const auto& [outcome, count] : done)
-    std::printf("| %s | %d | %d |\n", outcome.c_str() + 3, count, told[outcome]);
-  std::int64_t whole = 0;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(place.Out()))
-    whole += FileSizeOf(entry.path()) == 6000;
-  std::printf("\n%lld whole files on disk\n\n| after | memory, kB | descriptors |\n|---|---|---|\n",
-              static_cast<long long>(whole));
-  std::printf("| %d files | %lld | %lld |\n| the last file | %lld | %lld |\n", kFirstSample,
-              static_cast<long long>(server.Early.MemoryKb), static_cast<long long>(server.Early.Descriptors),
-              static_cast<long long>(server.Late.MemoryKb), static_cast<long long>(server.Late.Descriptors));
-  const std::string leftovers = place.Leftovers();
-  return code == 0 && server.Requests >= files && told == done && whole == server.Done[0] &&
-         leftovers.empty() && server.Early.MemoryKb > 0 &&
+    std::cout << "| told:" << outcome.substr(2) << " | " << count << " | " << told[outcome] << " |\n";
+  int whole = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(place.Out()))
+    whole += entry.is_regular_file() && ReadWholeFile(entry.path()) == server.Content;
+  std::cout << "| whole files on disk | " << server.Done[kWhole] << " | " << whole << " |\n\n"
+            << "| | memory, kB | descriptors |\n|---|---|---|\n| after " << kFirstSample << " files | "
+            << server.Early.MemoryKb << " | " << server.Early.Descriptors << " |\n| at the last file | "
+            << server.Late.MemoryKb << " | " << server.Late.Descriptors << " |\n\n"
+            << place.Leftovers();
+  return ended && server.Requests >= files && told == done && whole == server.Done[kWhole] &&
+         place.Leftovers().empty() && server.Early.MemoryKb > 0 &&
          server.Late.MemoryKb < server.Early.MemoryKb + 5 * 1024 &&
          server.Late.Descriptors <= server.Early.Descriptors;
 }
@@ -147,7 +143,7 @@ int main(int argc, char** argv) {
   try {
     const bool good =
         Soak(argc > 1 ? ToInteger(argv[1]) : 20000, argc > 2 ? static_cast<unsigned>(ToInteger(argv[2])) : 1);
-    std::puts(good ? "\nall agree" : "\nSOMETHING IS OFF");
+    std::cout << (good ? "all agree" : "SOMETHING IS OFF") << std::endl;
     return good ? 0 : 1;
   } catch (const std::exception& error) {
     std::cerr << "skyreel-soak: " << error.what() << "\n";
