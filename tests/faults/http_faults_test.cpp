@@ -265,7 +265,7 @@ TEST_P(HttpFaults, OfPagesAreTold) {
     if (fetched)
       line += std::string(line.empty() ? "" : "; ") + (pdus ? "Get: NAME; NAME - OK" : "NAME - OK");
     const TOutcome expected{line, fetched ? "whole" : "nothing"};
-    Judge("HTTP: pages", fault.Name, subject, stage, seen, expected);
+    Judge("HTTP: pages", fault.Name, subject, stage, seen, expected, pdus ? "-" : "yes");
   }
 }
 

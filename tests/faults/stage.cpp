@@ -90,7 +90,7 @@ TOutcome TStage::Play(int time_out, int watchdog) {
   OnTurn = {};
 
   std::vector<std::string> lines = Display.Lines;
-  goes_on_ = "yes";
+  goes_on_ = Files.size() > 1 ? "yes" : "-";
   for (std::size_t i = 0; i < Files.size(); ++i) {
     if (i == Hit) continue;
     const auto& ok = Files[i].OkLines;
@@ -479,8 +479,8 @@ const std::vector<TSubject>& HttpSubjects() {
 
 const std::vector<TSubject>& PageSubjects() {
   static const std::vector<TSubject> subjects = {
-      {"EUMETSAT images, the list of the second of three items", TFamily::Fetch, 12'000, EuListing},
-      {"Dundee PDUS, the order page", TFamily::Pdus, 900'000,
+      {"EUMETSAT image list (one of three)", TFamily::Fetch, 12'000, EuListing},
+      {"Dundee PDUS order page", TFamily::Pdus, 900'000,
        [](TStage& s) {
          Pdus(s, {"0511101200"});
          s.Hit = 0;

@@ -38,7 +38,7 @@ class TStage : public TJobFixture {
   /// Lets the subject work, with this time-out in milliseconds while the file that is hit is fetched, and a
   /// watchdog that fires after `watchdog` milliseconds of that (0: never). After 30 seconds it fails.
   TOutcome Play(int time_out = 20'000, int watchdog = 0);
-  /// "yes" when all other files are there, whole, and with their own lines.
+  /// "yes" when all other files are there, whole, and with their own lines; "-" when there are none.
   const std::string& GoesOn() const { return goes_on_; }
   /// To be called by primitives before each file.
   void Begin(std::size_t file);
