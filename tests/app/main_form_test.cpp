@@ -301,6 +301,8 @@ TEST_F(MainFormTest, ValuesThatMakeNoSenseLeaveTheDefaultOrAreNamed) {
   EXPECT_EQ(Get<QTimeEdit>("TimePickerGoesE").time(), QTime(17, 32));
   EXPECT_EQ(Get<QTimeEdit>("TimePickerGoesW").time(), QTime(6, 5));
   EXPECT_EQ(Get<QTabWidget>("PageControl").currentIndex(), 5);
+  Press("ButtonRunBracknell");
+  EXPECT_THAT(Server.Paths(), IsEmpty()) << "its tab is hidden";
   Press("ButtonRunGOES");
   EXPECT_THAT(Lines(), ElementsAre(StartsWith("MSFC data (FTP): the server in the settings is not used")));
   Shut();

@@ -112,7 +112,8 @@ TEST(WantedNames, ComeFromAListThatCanBeRead) {
   for (const auto& c : cases) {
     TRecordingDisplay display;
     const TWantedNames names = TWantedNames::FromFile(folder.Write("a.txt", c.List), display);
-    EXPECT_EQ(names.Wants("C1D_24"), c.Wanted) << c.List.substr(0, 50);
+    for (const char* name : {"C1D_24", "c1d_24"})
+      EXPECT_EQ(names.Wants(name), c.Wanted) << c.List.substr(0, 50);
     EXPECT_EQ(names.Wants("Other"), c.OtherWanted) << c.List.substr(0, 50);
     EXPECT_EQ(display.Lines, c.Lines);
   }
