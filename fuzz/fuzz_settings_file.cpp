@@ -18,7 +18,8 @@ void Require(bool condition) {
   if (!condition) std::abort();
 }
 
-/// One for the whole run; the library remembers files by name, so each input gets a name of its own.
+/// One for the whole run; the library remembers files by name, size and a time that may not have moved on, so
+/// each input gets names of its own, one to write and one to read.
 std::filesystem::path Folder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "skyreel-fuzz-XXXXXX").string();
   Require(::mkdtemp(pattern.data()) != nullptr);
@@ -44,9 +45,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     store.WriteString("Value name", value);
     Require(store.Flush());
   }
+  const std::filesystem::path written = folder / (std::to_string(count) + ".written.conf");
+  std::filesystem::rename(file, written);
   // Half a surrogate pair becomes the replacement character.
-  Require(TRegistryStore(file).ReadString("Value name") == QString::fromUtf8(value.toUtf8()));
-  std::filesystem::remove(file);
+  Require(TRegistryStore(written).ReadString("Value name") == QString::fromUtf8(value.toUtf8()));
+  std::filesystem::remove(written);
   std::filesystem::remove(std::filesystem::path(file) += ".damaged");
   std::filesystem::remove(std::filesystem::path(file) += ".lock");
   return 0;
