@@ -25,9 +25,13 @@ namespace {
   throw std::system_error(errno, std::generic_category(), path.string());
 }
 
+/// It can only be read by setting it; nothing in this program sets it for good.
 mode_t UserMask() {
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
+  static const mode_t mask = [] {
+    const mode_t found = ::umask(0);
+    ::umask(found);
+    return found;
+  }();
   return mask;
 }
 
@@ -148,11 +152,7 @@ bool FlushToDisk(const fs::path& path) {
 }
 
 bool MoveFileWhole(const fs::path& from, const fs::path& to) {
-  struct stat before {};
-  if (::stat(from.c_str(), &before) != 0 || ::chmod(from.c_str(), 0666 & ~UserMask()) != 0) return false;
-  if (std::rename(from.c_str(), to.c_str()) == 0) return true;
-  ::chmod(from.c_str(), before.st_mode & 07777);
-  return false;
+  return ::chmod(from.c_str(), 0666 & ~UserMask()) == 0 && std::rename(from.c_str(), to.c_str()) == 0;
 }
 
 }  // namespace skyreel

@@ -52,7 +52,7 @@ void WriteFileWhole(const std::filesystem::path& path, std::string_view data, un
 bool FlushToDisk(const std::filesystem::path& path);
 
 /// Puts the finished file `from` in the place of `to`, with the permissions that a new file gets. False, and
-/// both as they were, when that takes more than a rename (another file system, say).
+/// `from` is still there, when that takes more than a rename (another file system, say).
 bool MoveFileWhole(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace skyreel

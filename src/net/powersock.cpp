@@ -188,18 +188,22 @@ void TPowersock::Notify(const TNotifyEvent& event) {
 
 void TPowersock::LetEventsThrough() {
   if (std::chrono::steady_clock::now() - last_hook_ < kEventPeriod) return;
+  StartDueTimer();
   RunEventHook();
   timer_.FireIfExpired();
 }
 
 short TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
-  StartDueTimer();
-  if (other) other->StartDueTimer();
   std::array<pollfd, 4> wanted{{{descriptor, events, 0},
                                 {timer_.Descriptor(), POLLIN, 0},
                                 {other && other->Connected ? other->socket_.Get() : -1, POLLIN, 0},
                                 {other ? other->timer_.Descriptor() : -1, POLLIN, 0}}};
   const bool ready = ::poll(wanted.data(), wanted.size(), kWaitMilliseconds) > 0;
+  if (!ready) {
+    // Most waits end at once: only one that does not is worth a timer.
+    StartDueTimer();
+    if (other) other->StartDueTimer();
+  }
   // With data at hand it comes first, events after it as soon as they have waited long enough.
   if (!ready || wanted[1].revents != 0 || wanted[3].revents != 0) {
     RunEventHook();

@@ -271,7 +271,7 @@ class TPowersock {
 
   TEventHook event_hook_;
   TThreadTimer timer_;
-  bool timer_due_ = false;  ///< TimerOn was called; the timer starts with the first wait
+  bool timer_due_ = false;  ///< TimerOn was called; the timer starts with the first wait that lasts
   TDescriptor socket_;
   sockaddr_in remote_{};
   std::vector<char> buffer_;

@@ -42,12 +42,10 @@ std::optional<std::uint16_t> ProxyPortOf(const TSharedSettings& shared) {
 class TTemporaryFile {
  public:
   TTemporaryFile() : path_(fs::temp_directory_path() / Name()) {
-    Remove();
-    // Others may write in that folder: only a file that is new and our own will do, never a link that they
-    // put there, and nobody else may read it.
-    file_ = TDescriptor(
-        ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file_.IsOpen()) throw std::system_error(errno, std::generic_category(), path_.string());
+    if (!Create()) {
+      Remove();
+      if (!Create()) throw std::system_error(errno, std::generic_category(), path_.string());
+    }
     // Against a copy that is just starting and looks for what killed ones left.
     TryLock(file_.Get(), path_);
   }
@@ -67,6 +65,13 @@ class TTemporaryFile {
     char name[32];
     std::snprintf(name, sizeof name, "~Skyreel~%08X.~tmp", identity);
     return name;
+  }
+  /// Others may write in that folder: only a file that is new and our own will do, never a link that they put
+  /// there, and nobody else may read it.
+  bool Create() {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    file_ = TDescriptor(::open(path_.c_str(), kFlags, S_IRUSR | S_IWUSR));
+    return file_.IsOpen();
   }
   void Remove() const {
     std::error_code ignored;
