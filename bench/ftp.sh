@@ -15,13 +15,13 @@ finish() {
 }
 trap finish EXIT
 
-mkdir -p "$work/root" "$work/out" "$work/empty"
-chmod 755 "$work" "$work/root"
-head -c 100000000 /dev/urandom >"$work/root/large"
+mkdir -p "$work/www" "$work/out" "$work/empty"
+chmod 755 "$work" "$work/www"
+head -c 100000000 /dev/urandom >"$work/www/large"
 names=()
 for n in $(seq 500); do
   names+=("small$n")
-  head -c 20000 /dev/urandom >"$work/root/small$n"
+  head -c 20000 /dev/urandom >"$work/www/small$n"
 done
 
 for port in $(shuf -i 20000-60000 -n 20); do
@@ -31,7 +31,7 @@ listen_address=127.0.0.1
 listen_port=$port
 background=NO
 anonymous_enable=YES
-anon_root=$work/root
+anon_root=$work/www
 no_anon_password=NO
 local_enable=NO
 connect_from_port_20=NO
@@ -74,7 +74,7 @@ for what in large small; do
     for _ in $(seq "$rounds"); do
       rm -f "$work"/out/*
       seconds "$get" "127.0.0.1:$port" $mode "$work/out" "${list[@]}" >>"$work/ours"
-      for name in "${list[@]}"; do cmp -s "$work/root/$name" "$work/out/$name"; done
+      for name in "${list[@]}"; do cmp -s "$work/www/$name" "$work/out/$name"; done
       rm -f "$work"/out/*
       seconds curl -s "${port_option[@]}" -K "$work/$what.curl" >>"$work/curls"
     done

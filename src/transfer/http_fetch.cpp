@@ -1,6 +1,7 @@
 #include "transfer/http_fetch.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -47,7 +48,7 @@ class TTemporaryFile {
       if (!Create()) throw std::system_error(errno, std::generic_category(), path_.string());
     }
     // Against a copy that is just starting and looks for what killed ones left.
-    TryLock(file_.Get(), path_);
+    ::flock(file_.Get(), LOCK_EX | LOCK_NB);
   }
   ~TTemporaryFile() { Remove(); }
   TTemporaryFile(const TTemporaryFile&) = delete;
@@ -146,12 +147,14 @@ struct TVerdict {
 };
 
 TVerdict Save(const THttpFileRequest& request, const fs::path& temporary, std::string_view data) {
+  bool stamped = false;
   try {
     // Before it has its final name: later runs do not look at the time of a file that is there.
     SetFileDateTime(temporary, request.FileTime);
     // A rename is all that it takes where the temporary folder is on the same disk; the second file that it
     // saves would cost more than the rest of the fetch.
-    if (!MoveFileWhole(temporary, request.LocalPath)) WriteFileWhole(request.LocalPath, data);
+    stamped = MoveFileWhole(temporary, request.LocalPath);
+    if (!stamped) WriteFileWhole(request.LocalPath, data);
   } catch (const std::exception& error) {
     return {THttpFileOutcome::kNotSaved, " - not saved: " + ReasonOf(error)};
   }
@@ -161,7 +164,7 @@ TVerdict Save(const THttpFileRequest& request, const fs::path& temporary, std::s
   } catch (const std::exception& error) {
     return {THttpFileOutcome::kNotSaved, " - saved as it came, not re-encoded: " + ReasonOf(error)};
   }
-  SetFileDateTime(image, request.FileTime);
+  if (!stamped || request.AfterSaving) SetFileDateTime(image, request.FileTime);
   return {THttpFileOutcome::kSaved, " - OK"};
 }
 
