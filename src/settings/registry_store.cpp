@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <QLockFile>
+#include <QRegularExpression>
 #include <QSet>
 #include <QSettings>
 #include <QStandardPaths>
@@ -63,13 +64,15 @@ QMap<QString, QString> ValuesOf(const QSettings& ini) {
   return values;
 }
 
-/// The names as the library writes them: a damaged file can hold some with slashes that it drops.
-QSet<QString> NamesOf(const QMap<QString, QString>& values) {
+/// The names that the library surely reads as it wrote them. A damaged file can hold others, of which it
+/// drops slashes or all.
+QSet<QString> PlainNames(const QMap<QString, QString>& values) {
+  static const QRegularExpression plain(
+      QRegularExpression::anchoredPattern("[A-Za-z0-9 ._-]+(/[A-Za-z0-9 ._-]+)*"));
   QSet<QString> names;
-  for (auto value = values.keyBegin(); value != values.keyEnd(); ++value) {
-    names.insert(value->split(u'/', Qt::SkipEmptyParts).join(u'/'));
+  for (auto name = values.keyBegin(); name != values.keyEnd(); ++name) {
+    if (plain.match(*name).hasMatch()) names.insert(*name);
   }
-  names.remove(QString());
   return names;
 }
 
@@ -216,7 +219,7 @@ void TRegistryStore::Write() {
   }
   fs::rename(draft, fair);
   const QMap<QString, QString> written = ValuesOf(QSettings(ToQString(fair), QSettings::IniFormat));
-  bool whole = NamesOf(written) == NamesOf(expected);
+  bool whole = PlainNames(written) == PlainNames(expected);
   for (const QString& name : written_) whole = whole && written.value(name) == expected.value(name);
   if (!whole) throw std::system_error(std::make_error_code(std::errc::io_error), target.string());
   fs::permissions(fair, fs::perms::owner_read | fs::perms::owner_write);
