@@ -219,7 +219,7 @@ void TRegistryStore::Write() {
   }
   fs::rename(draft, fair);
   const QMap<QString, QString> written = ValuesOf(QSettings(ToQString(fair), QSettings::IniFormat));
-  bool whole = PlainNames(written) == PlainNames(expected);
+  bool whole = PlainNames(written).contains(PlainNames(expected));
   for (const QString& name : written_) whole = whole && written.value(name) == expected.value(name);
   if (!whole) throw std::system_error(std::make_error_code(std::errc::io_error), target.string());
   fs::permissions(fair, fs::perms::owner_read | fs::perms::owner_write);
