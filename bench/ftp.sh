@@ -2,11 +2,13 @@
 # Compares the FTP client with curl on the same vsftpd: one file of 100 MB, and 500 files of 20 KB over one
 # session, passive and active. Prints the best of several rounds, which alternate between the two.
 #   bench/ftp.sh [<ftp_get of a release build>] [rounds]
-# Needs vsftpd and curl, and must be started as root (vsftpd changes its user).
+# All files are in memory (tmpfs), where the creation of a file always takes as long. Needs vsftpd and curl, and
+# must be started as root (vsftpd changes its user).
 set -euo pipefail
 
 get=$(realpath "${1:-$(dirname "$0")/../build/release/bench/ftp_get}")
 rounds=${2:-5}
+if [ -z "${TMPDIR:-}" ] && [ -w /dev/shm ]; then export TMPDIR=/dev/shm; fi
 work=$(mktemp -d)
 server=
 finish() {
