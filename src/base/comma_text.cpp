@@ -2,13 +2,11 @@
 
 #include <algorithm>
 
+#include "base/text.h"
+
 namespace skyreel {
 
 namespace {
-
-bool IsBlank(char c) {
-  return static_cast<unsigned char>(c) <= ' ';
-}
 
 bool NeedsQuotes(const std::string& item) {
   return item.empty() ||

@@ -1,11 +1,11 @@
 #include "base/date_time.h"
 
+#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
-#include <cstdio>
 
 #include "base/exceptions.h"
+#include "base/text.h"
 
 namespace skyreel {
 
@@ -80,6 +80,7 @@ TDateTime TDateTime::RoundedDown(TSpan step) const {
 
 std::string FormatDateTime(std::string_view pattern, TDateTime time) {
   const TDateTime::TParts parts = time.Parts();
+  const std::string lower = LowerCase(pattern);
   std::string text;
   for (std::size_t i = 0; i < pattern.size();) {
     const char c = pattern[i];
@@ -89,13 +90,9 @@ std::string FormatDateTime(std::string_view pattern, TDateTime time) {
       i = close + 1;
       continue;
     }
-    const int letter = std::tolower(static_cast<unsigned char>(c));
-    std::size_t run = 1;
-    while (i + run < pattern.size() && std::tolower(static_cast<unsigned char>(pattern[i + run])) == letter) {
-      ++run;
-    }
+    const std::size_t run = std::min(lower.find_first_not_of(lower[i], i), lower.size()) - i;
     const std::size_t width = run >= 2 ? 2 : 1;
-    switch (letter) {
+    switch (lower[i]) {
       case 'y':
         text += run > 2 ? Digits(parts.Year, 4) : Digits(parts.Year % 100, 2);
         break;
@@ -119,10 +116,7 @@ std::string FormatDateTime(std::string_view pattern, TDateTime time) {
         text += Digits(parts.Millisecond, 3);
         break;
       default:
-        text.append(run, c);
-        // A run is found without regard to case; these characters have none.
-        if (std::isalpha(static_cast<unsigned char>(c)))
-          text.replace(text.size() - run, run, pattern.substr(i, run));
+        text += pattern.substr(i, run);
         break;
     }
     i += run;

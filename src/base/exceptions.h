@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -17,6 +18,11 @@ class ERangeError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// Throws std::system_error for errno. `what` is the file or thing that it is about.
+[[noreturn]] inline void ThrowErrno(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
 
 /// Why something failed, short enough for a status line: of a system error the system's words alone ("No
 /// space left on device"), since the line names the file already.

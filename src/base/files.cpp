@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -21,10 +20,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void ThrowErrno(const fs::path& path) {
-  throw std::system_error(errno, std::generic_category(), path.string());
-}
-
 /// It can only be read by setting it; nothing in this program sets it for good.
 mode_t UserMask() {
   static const mode_t mask = [] {
@@ -36,9 +31,8 @@ mode_t UserMask() {
 }
 
 bool IsNamedLike(std::string_view name, std::string_view pattern) {
-  return std::equal(name.begin(), name.end(), pattern.begin(), pattern.end(), [](char c, char p) {
-    return p == 'X' ? std::isalnum(static_cast<unsigned char>(c)) != 0 : c == p;
-  });
+  return std::equal(name.begin(), name.end(), pattern.begin(), pattern.end(),
+                    [](char c, char p) { return p == 'X' ? IsLetterOrDigit(c) : c == p; });
 }
 
 /// A new file beside `path`, locked so that it is not taken for one that a killed program left; its name is
@@ -48,7 +42,7 @@ TDescriptor MakeTemporary(const fs::path& path, std::string& name) {
   for (;;) {
     name = (path.parent_path() / kTemporaryName).string();
     TDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
-    if (!file.IsOpen()) ThrowErrno(path);
+    if (!file.IsOpen()) ThrowErrno(path.string());
     // Another copy may have removed it before it was locked. A file system without locks knows no such copy.
     if (TryLock(file.Get(), name) || errno != EWOULDBLOCK) return file;
   }
@@ -91,9 +85,9 @@ fs::path DateFolder(TDateTime time) {
 
 std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
   TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.Get() < 0) ThrowErrno(path);
+  if (file.Get() < 0) ThrowErrno(path.string());
   struct stat info {};
-  if (::fstat(file.Get(), &info) != 0) ThrowErrno(path);
+  if (::fstat(file.Get(), &info) != 0) ThrowErrno(path.string());
   if (!S_ISREG(info.st_mode)) throw std::system_error(EINVAL, std::generic_category(), path.string());
   if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
   std::string data(static_cast<std::size_t>(info.st_size), '\0');
@@ -101,7 +95,7 @@ std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
   while (have < data.size()) {
     const ssize_t got = ::read(file.Get(), data.data() + have, data.size() - have);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) ThrowErrno(path);
+    if (got < 0) ThrowErrno(path.string());
     if (got == 0) break;
     have += static_cast<std::size_t>(got);
   }
@@ -142,7 +136,7 @@ void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permis
     const int error = errno;
     ::unlink(name.c_str());
     errno = error;
-    ThrowErrno(path);
+    ThrowErrno(path.string());
   }
 }
 

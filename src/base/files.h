@@ -48,7 +48,7 @@ void RemoveAbandoned(const std::filesystem::path& folder, std::string_view patte
 /// std::system_error; the temporary file is gone and the old file untouched then.
 void WriteFileWhole(const std::filesystem::path& path, std::string_view data, unsigned permissions = 0666);
 
-/// Waits until the file's content is on the disk, where a power cut cannot take it. False when that is not so.
+/// Waits until the file's content is on the disk, where a power cut cannot take it. False when it is not.
 bool FlushToDisk(const std::filesystem::path& path);
 
 /// Puts the finished file `from` in the place of `to`, with the permissions that a new file gets. False, and

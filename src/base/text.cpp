@@ -1,7 +1,6 @@
 #include "base/text.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "base/exceptions.h"
 
@@ -15,8 +14,23 @@ char Upper(char c) {
 char Lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
+bool IsControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
 
 }  // namespace
+
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+bool IsLetterOrDigit(char c) {
+  return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z');
+}
+
+bool IsBlank(char c) {
+  return static_cast<unsigned char>(c) <= ' ';
+}
 
 std::string UpperCase(std::string_view text) {
   std::string result(text);
@@ -40,9 +54,8 @@ bool StartsWithText(std::string_view text, std::string_view prefix) {
 }
 
 std::string_view Trim(std::string_view text) {
-  const auto blank = [](char c) { return static_cast<unsigned char>(c) <= ' '; };
-  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
   return text;
 }
 
@@ -66,17 +79,17 @@ std::vector<std::string> SplitLines(std::string_view text) {
 std::int32_t ToInteger(std::string_view text) {
   std::string_view digits = Trim(text);
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
-  std::int32_t value = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (error != std::errc() || end != digits.data() + digits.size()) {
-    throw EConvertError("'" + std::string(text.substr(0, 64)) + "' is not a valid integer value");
-  }
-  return value;
+  if (const auto value = ParseNumber<std::int32_t>(digits)) return *value;
+  throw EConvertError("'" + std::string(text.substr(0, 64)) + "' is not a valid integer value");
 }
 
 bool HasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+  return std::any_of(text.begin(), text.end(), IsControl);
+}
+
+std::string WithoutControls(std::string text) {
+  std::erase_if(text, IsControl);
+  return text;
 }
 
 bool IsSafeFileName(std::string_view name) {

@@ -1,7 +1,6 @@
 #include "net/ftp_parse.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "base/exceptions.h"
 #include "base/text.h"
@@ -10,17 +9,10 @@ namespace skyreel {
 
 namespace {
 
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 /// The whole trimmed text as a number up to `maximum`.
 std::optional<unsigned> Number(std::string_view text, unsigned maximum) {
-  text = Trim(text);
-  unsigned number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || number > maximum) return std::nullopt;
-  return number;
+  const auto number = ParseNumber<unsigned>(Trim(text));
+  return number && *number <= maximum ? number : std::nullopt;
 }
 
 }  // namespace
@@ -54,9 +46,7 @@ std::int64_t SizeFromReply(std::string_view reply) {
   if (last == std::string_view::npos) return 0;
   const std::size_t before_first = before.find_last_not_of("0123456789", last);
   const std::size_t first = before_first == std::string_view::npos ? 0 : before_first + 1;
-  std::int64_t size = 0;
-  const auto result = std::from_chars(before.data() + first, before.data() + last + 1, size);
-  return result.ec == std::errc() ? size : 0;
+  return ParseNumber<std::int64_t>(before.substr(first, last + 1 - first)).value_or(0);
 }
 
 std::string_view ListingName(std::string_view line) {
@@ -79,13 +69,11 @@ TFtpAddress ParseFtpAddress(std::string_view root) {
   }
   address.Host = text.substr(0, colon);
   good = good && !address.Host.empty() && std::all_of(address.Host.begin(), address.Host.end(), [](char c) {
-           return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-' || c == '.' ||
-                  c == '_';
+           return IsLetterOrDigit(c) || c == '-' || c == '.' || c == '_';
          });
   if (!good) {
-    std::string shown(root);
-    std::erase_if(shown, [](char c) { return HasControlCharacter({&c, 1}); });
-    throw EConvertError("\"" + shown + "\" is no FTP server address (host or host:port)");
+    throw EConvertError("\"" + WithoutControls(std::string(root)) +
+                        "\" is no FTP server address (host or host:port)");
   }
   return address;
 }

@@ -1,6 +1,5 @@
 #include "net/http_url.h"
 
-#include <charconv>
 #include <stdexcept>
 
 #include "base/text.h"
@@ -10,7 +9,6 @@ namespace skyreel {
 namespace {
 
 constexpr std::size_t kMaxPath = 256;
-constexpr std::uint16_t kHttpPort = 80;
 
 /// Where the server's name begins: behind "//" at the start or behind the scheme; npos without "//" there.
 std::size_t AuthorityStart(std::string_view url) {
@@ -20,11 +18,8 @@ std::size_t AuthorityStart(std::string_view url) {
 }
 
 std::uint16_t ParsePort(std::string_view text) {
-  std::uint16_t port = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  if (error != std::errc() || end != text.data() + text.size() || port == 0) {
-    throw std::runtime_error("Bad port in URL");
-  }
+  const std::uint16_t port = ParseNumber<std::uint16_t>(text).value_or(0);
+  if (port == 0) throw std::runtime_error("Bad port in URL");
   return port;
 }
 
@@ -80,8 +75,7 @@ std::string UrlEncode(std::string_view data) {
   std::string encoded;
   for (const char c : data) {
     const auto byte = static_cast<unsigned char>(c);
-    const bool letter_or_digit = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    if (letter_or_digit || std::string_view("-._*=&").find(c) != std::string_view::npos) {
+    if (IsLetterOrDigit(c) || std::string_view("-._*=&").find(c) != std::string_view::npos) {
       encoded += c;
     } else if (c == ' ') {
       encoded += '+';

@@ -7,6 +7,8 @@
 
 namespace skyreel {
 
+inline constexpr std::uint16_t kHttpPort = 80;
+
 /// What a request URL names.
 struct THttpUrl {
   std::string Url;                    ///< the URL itself; "/" is appended when it had no path

@@ -185,7 +185,7 @@ void TNMFTP::Connect() {
   ClearInput();
   TPowersock::Connect();
 
-  std::string reply = " ";
+  std::string reply = " ";  // what goes on with the next line
   ReadReplyContinuation(reply);
   // kept: judged is the code of the last command of the connection before, not the greeting.
   if (ReplyCode > 400) {
@@ -469,11 +469,7 @@ bool TNMFTP::AwaitReply(std::chrono::milliseconds limit) {
 void TNMFTP::ReadLateReply() {
   canceled_ = false;
   try {
-    if (!AwaitReply(kLateReply)) return;
-    std::size_t size = 0;
-    std::string reply = NextLine(size);
-    ReadReplyContinuation(reply);
-    LastTransfer.FinalReply = Trim(reply);
+    if (AwaitReply(kLateReply)) ReadFinalReply();
   } catch (const ESockError&) {
     // What failed before is what the caller gets to know.
   }

@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kMaxRepeats = 20;
 constexpr std::size_t kMaxHeader = 1024 * 1024;
-constexpr std::uint16_t kHttpPort = 80;
 
 struct TMethod {
   const char* Name;
@@ -199,10 +198,7 @@ void TNMHTTP::BuildRequest(CmdType type, const TOrigin& server, bool may_authent
   // A blank would end the URL for the server.
   const std::string target = ReplaceAll(Proxy.empty() ? path_ : url_, " ", "%20");
   request_.Add(method.Name + target + " HTTP/1.0");
-  if (!Proxy.empty()) {
-    request_.Add("Proxy-Connection: Keep-Alive");
-    request_.Add("Host: " + Host);
-  }
+  if (!Proxy.empty()) request_.Add("Proxy-Connection: Keep-Alive");
   request_.SetValue("Host", Host);
   request_.Add("Accept: www/source, text/html, video/mpeg, image/jpeg, image/x-tiff");
   request_.Add("Accept: image/x-rgb, image/x-xbm, image/gif, */*, application/postscript");

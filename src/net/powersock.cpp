@@ -33,10 +33,6 @@ constexpr std::chrono::milliseconds kEventPeriod{10};
 /// How many components this process has started so far.
 std::atomic<int> started_components{0};
 
-[[noreturn]] void ThrowErrno(const std::string& file_name) {
-  throw std::system_error(errno, std::generic_category(), file_name);
-}
-
 }  // namespace
 
 class TPowersock::TWaitScope {
@@ -544,7 +540,7 @@ std::string TPowersock::Transaction(const std::string& command) {
   if (LastReply.empty()) return LastReply;
   ReportStatus(1, LastReply);
   std::int64_t code = 0;
-  for (std::size_t i = 0; i < LastReply.size() && i < 10 && LastReply[i] >= '0' && LastReply[i] <= '9'; ++i) {
+  for (std::size_t i = 0; i < LastReply.size() && i < 10 && IsDigit(LastReply[i]); ++i) {
     code = code * 10 + (LastReply[i] - '0');
   }
   ReplyCode = static_cast<std::int16_t>(std::min<std::int64_t>(code, INT16_MAX));

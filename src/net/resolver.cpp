@@ -5,13 +5,12 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "base/descriptor.h"
+#include "base/exceptions.h"
 
 namespace skyreel {
 
@@ -37,7 +36,7 @@ int LookUpHost(const std::string& host, in_addr& address) {
 }
 
 THostLookup::THostLookup(std::string host, TLookupFunction look_up) : state_(std::make_shared<TState>()) {
-  if (!state_->Event.IsOpen()) throw std::system_error(errno, std::generic_category(), "eventfd");
+  if (!state_->Event.IsOpen()) ThrowErrno("eventfd");
   // Signals are for the threads that know what to do with them.
   sigset_t all, before;
   ::sigfillset(&all);

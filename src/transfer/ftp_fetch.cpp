@@ -25,11 +25,6 @@ std::string Characters(const std::string& text, std::size_t position, std::size_
   return position > text.size() ? "" : text.substr(position - 1, count);
 }
 
-std::string WithoutControls(std::string text) {
-  std::erase_if(text, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
-  return text;
-}
-
 std::string SomeOf(std::int64_t received, std::int64_t announced) {
   return std::to_string(received) + " of " + std::to_string(announced) + " bytes received";
 }
@@ -275,10 +270,8 @@ bool FtpFetchFile(TTransferContext& context, TFtpSession& session, TFtpVariant v
 
 std::string FilterListItem(std::string_view line) {
   std::string name;
-  std::copy_if(line.begin(), line.end(), std::back_inserter(name), [](char c) {
-    return c == '-' || c == '.' || c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
-           (c >= 'a' && c <= 'z');
-  });
+  std::copy_if(line.begin(), line.end(), std::back_inserter(name),
+               [](char c) { return IsLetterOrDigit(c) || c == '-' || c == '.' || c == '_'; });
   return name;
 }
 

@@ -28,14 +28,10 @@ bool IsGoodReply(int code) {
 
 /// The status line's text behind the protocol ("404 Not Found"), fit for one of ours.
 std::string StatusText(const TNMHTTP& client) {
-  std::string text(Trim(client.LastReply));
+  const std::string text(Trim(client.LastReply));
   const std::size_t blank = text.find(' ');
   if (blank == std::string::npos) return "the server answered without a status";
-  text = text.substr(blank + 1, 80);
-  for (char& c : text) {
-    if (HasControlCharacter({&c, 1})) c = '?';
-  }
-  return "the server answered " + text;
+  return "the server answered " + WithoutControls(text.substr(blank + 1, 80));
 }
 
 bool IsPage(const fs::path& path) {

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/descriptor.h"
 #include "base/event.h"
 #include "base/files.h"
 #include "base/text.h"
@@ -48,14 +49,10 @@ std::string Encode(const fs::path& path) {
 fs::path Decode(const std::string& line) {
   std::string path;
   for (std::size_t i = 0; i < line.size(); ++i) {
-    unsigned byte = 0;
-    if (line[i] == '%' && line.size() - i > 2 &&
-        std::from_chars(&line[i + 1], &line[i + 1] + 2, byte, 16).ptr == &line[i + 1] + 2) {
-      path += static_cast<char>(byte);
-      i += 2;
-    } else {
-      path += line[i];
-    }
+    std::optional<std::uint8_t> byte;
+    if (line[i] == '%') byte = ParseNumber<std::uint8_t>(std::string_view(line).substr(i + 1, 2), 16);
+    path += byte ? static_cast<char>(*byte) : line[i];
+    if (byte) i += 2;
   }
   return path;
 }
@@ -100,26 +97,19 @@ class TLockedFile {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
-  ~TLockedFile() { Close(); }
-  TLockedFile(const TLockedFile&) = delete;
-  TLockedFile& operator=(const TLockedFile&) = delete;
 
-  bool IsLocked() const { return descriptor_ >= 0; }
+  bool IsLocked() const { return file_.IsOpen(); }
   int Error() const { return error_; }
 
  private:
   bool TryLock(const fs::path& path) {
-    descriptor_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    error_ = descriptor_ >= 0 && skyreel::TryLock(descriptor_, path) ? 0 : errno;
-    if (error_ != 0) Close();
+    file_ = TDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    error_ = file_.IsOpen() && skyreel::TryLock(file_.Get(), path) ? 0 : errno;
+    if (error_ != 0) file_.Close();
     return error_ == 0;
   }
-  void Close() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-    descriptor_ = -1;
-  }
 
-  int descriptor_ = -1;
+  TDescriptor file_;
   int error_ = 0;
 };
 

@@ -220,10 +220,7 @@ void TWinInetTransfer::ShowOutcome(TTransferContext& context, TRequest& request,
     }
   }
   if (extra.empty()) extra.push_back(message);
-  for (std::string& line : extra) {
-    std::erase_if(line, [](char c) { return static_cast<unsigned char>(c) < 0x20; });
-    context.Display.AddStatusLine(line);
-  }
+  for (const std::string& line : extra) context.Display.AddStatusLine(WithoutControls(line));
   context.Clock.Sleep(std::chrono::milliseconds(0));
 }
 
