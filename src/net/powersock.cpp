@@ -324,9 +324,13 @@ void TPowersock::StartConnect() {
   if (::connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&remote_), sizeof remote_) != 0)
     error = errno;
   while ((error == EINPROGRESS || error == EINTR) && !timed_out_ && !canceled_) {
-    if (WaitTurn(socket_.Get(), POLLOUT) == 0) continue;
+    const short events = WaitTurn(socket_.Get(), POLLOUT);
+    if (events == 0) continue;
+    error = 0;
     socklen_t size = sizeof error;
-    if (::getsockopt(socket_.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
+    // Writable and nothing else is connected.
+    if (events != POLLOUT && ::getsockopt(socket_.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0)
+      error = errno;
   }
   if (timed_out_ || canceled_) return;
   switch (error) {
