@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -28,6 +29,14 @@ mode_t UserMask() {
     return found;
   }();
   return mask;
+}
+
+/// The times of a file that was modified at `time`; when it was read last stays.
+std::array<timespec, 2> ModifiedAt(TDateTime time) {
+  timespec stamp{};
+  stamp.tv_sec = time.UnixTime();
+  stamp.tv_nsec = static_cast<long>((time - TDateTime::FromUnixTime(stamp.tv_sec)).count() * 1'000'000);
+  return {{{0, UTIME_OMIT}, stamp}};
 }
 
 bool IsNamedLike(std::string_view name, std::string_view pattern) {
@@ -57,11 +66,11 @@ std::int64_t FileSizeOf(const fs::path& path) {
 }
 
 bool SetFileDateTime(const fs::path& path, TDateTime time) {
-  timespec stamp{};
-  stamp.tv_sec = time.UnixTime();
-  stamp.tv_nsec = static_cast<long>((time - TDateTime::FromUnixTime(stamp.tv_sec)).count() * 1'000'000);
-  const timespec times[2] = {{0, UTIME_OMIT}, stamp};
-  return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+  return ::utimensat(AT_FDCWD, path.c_str(), ModifiedAt(time).data(), 0) == 0;
+}
+
+bool SetFileDateTime(int descriptor, TDateTime time) {
+  return ::futimens(descriptor, ModifiedAt(time).data()) == 0;
 }
 
 TDateTime GetFileDateTime(const fs::path& path) {
@@ -84,16 +93,20 @@ fs::path DateFolder(TDateTime time) {
 }
 
 std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
-  TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.Get() < 0) ThrowErrno(path.string());
+  const TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.IsOpen()) ThrowErrno(path.string());
+  return ReadWholeFile(file.Get(), path, limit);
+}
+
+std::string ReadWholeFile(int descriptor, const fs::path& path, std::int64_t limit) {
   struct stat info {};
-  if (::fstat(file.Get(), &info) != 0) ThrowErrno(path.string());
+  if (::fstat(descriptor, &info) != 0) ThrowErrno(path.string());
   if (!S_ISREG(info.st_mode)) throw std::system_error(EINVAL, std::generic_category(), path.string());
   if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
   std::string data(static_cast<std::size_t>(info.st_size), '\0');
   std::size_t have = 0;
   while (have < data.size()) {
-    const ssize_t got = ::read(file.Get(), data.data() + have, data.size() - have);
+    const ssize_t got = ::pread(descriptor, data.data() + have, data.size() - have, static_cast<off_t>(have));
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) ThrowErrno(path.string());
     if (got == 0) break;
@@ -145,8 +158,8 @@ bool FlushToDisk(const fs::path& path) {
   return file.IsOpen() && ::fsync(file.Get()) == 0;
 }
 
-bool MoveFileWhole(const fs::path& from, const fs::path& to) {
-  return ::chmod(from.c_str(), 0666 & ~UserMask()) == 0 && std::rename(from.c_str(), to.c_str()) == 0;
+bool MoveFileWhole(int descriptor, const fs::path& from, const fs::path& to) {
+  return ::fchmod(descriptor, 0666 & ~UserMask()) == 0 && std::rename(from.c_str(), to.c_str()) == 0;
 }
 
 }  // namespace skyreel

@@ -14,6 +14,7 @@ std::int64_t FileSizeOf(const std::filesystem::path& path);
 
 /// Stamps the file's modification time with `time` (UTC). False, and no change, when that is not possible.
 bool SetFileDateTime(const std::filesystem::path& path, TDateTime time);
+bool SetFileDateTime(int descriptor, TDateTime time);
 /// The file's modification time; zero when it cannot be read.
 TDateTime GetFileDateTime(const std::filesystem::path& path);
 
@@ -29,6 +30,8 @@ std::filesystem::path DateFolder(TDateTime time);
 
 /// The whole file. Throws std::system_error, or ERangeError when the file holds more than `limit` bytes.
 std::string ReadWholeFile(const std::filesystem::path& path, std::int64_t limit = std::int64_t{1} << 31);
+/// The same of an open file, wherever it has been read to; `path` is its name for the message.
+std::string ReadWholeFile(int descriptor, const std::filesystem::path& path, std::int64_t limit);
 
 /// Locks an open file or folder for this process until the descriptor is closed, at once or not at all.
 /// False, with errno set, when that is not possible; EWOULDBLOCK when somebody else holds it, or when the
@@ -51,8 +54,8 @@ void WriteFileWhole(const std::filesystem::path& path, std::string_view data, un
 /// Waits until the file's content is on the disk, where a power cut cannot take it. False when it is not.
 bool FlushToDisk(const std::filesystem::path& path);
 
-/// Puts the finished file `from` in the place of `to`, with the permissions that a new file gets. False, and
-/// `from` is still there, when that takes more than a rename (another file system, say).
-bool MoveFileWhole(const std::filesystem::path& from, const std::filesystem::path& to);
+/// Puts the finished file `from`, open as `descriptor`, in the place of `to`, with the permissions that a new
+/// file gets. False, and `from` is still there, when that takes more than a rename (another file system, say).
+bool MoveFileWhole(int descriptor, const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace skyreel

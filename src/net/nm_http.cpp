@@ -160,6 +160,7 @@ void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, st
     if (repeats > 0 && canceled_) ThrowAborted("Socket capture aborted");
     Connect();
     SendRequest(type);
+    Fire(OnRequestSent, *this);
     ReadHeader();
     ReadBody(type);
     Finish(type);

@@ -86,10 +86,11 @@ class TNMHTTP : public TPowersock {
   bool OutputFileMode = false;  ///< the header goes to a file, and request data names the file to send
   bool EncodePostData = true;   ///< Post encodes string data (UrlEncode)
 
-  TNotifyHttpEvent OnAboutToSend;           ///< the request is built, the connection not made
-  TResultEvent OnSuccess;                   ///< a reply below 299
-  TResultEvent OnFailure;                   ///< a reply of 400 or above
-  TRedirectEvent OnRedirect;                ///< a redirect; handled stops following it
+  TNotifyHttpEvent OnAboutToSend;  ///< the request is built, the connection not made
+  TNotifyHttpEvent OnRequestSent;  ///< the request is sent; what is done now is done while the server works
+  TResultEvent OnSuccess;          ///< a reply below 299
+  TResultEvent OnFailure;          ///< a reply of 400 or above
+  TRedirectEvent OnRedirect;       ///< a redirect; handled stops following it
   TNotifyHttpEvent OnAuthenticationNeeded;  ///< a 401 reply
 
   void Get(const std::string& url);

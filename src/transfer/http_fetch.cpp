@@ -42,7 +42,7 @@ std::optional<std::uint16_t> ProxyPortOf(const TSharedSettings& shared) {
 /// running program and another one for each copy.
 class TTemporaryFile {
  public:
-  TTemporaryFile() : path_(fs::temp_directory_path() / Name()) {
+  TTemporaryFile() : path_(CurrentPath()) {
     if (!Create()) {
       Remove();
       if (!Create()) throw std::system_error(errno, std::generic_category(), path_.string());
@@ -50,11 +50,22 @@ class TTemporaryFile {
     // Against a copy that is just starting and looks for what killed ones left.
     ::flock(file_.Get(), LOCK_EX | LOCK_NB);
   }
-  ~TTemporaryFile() { Remove(); }
+  ~TTemporaryFile() {
+    if (!moved_) Remove();
+  }
   TTemporaryFile(const TTemporaryFile&) = delete;
   TTemporaryFile& operator=(const TTemporaryFile&) = delete;
 
-  const fs::path& Path() const { return path_; }
+  /// Where the next one will be.
+  static fs::path CurrentPath() { return fs::temp_directory_path() / Name(); }
+
+  std::string Read() const { return ReadWholeFile(file_.Get(), path_, kLargestDownload); }
+  bool SetDateTime(TDateTime time) const { return SetFileDateTime(file_.Get(), time); }
+  /// In the place of `to`, if a rename is all that it takes; false, and nothing is done, otherwise.
+  bool MoveTo(const fs::path& to) {
+    moved_ = MoveFileWhole(file_.Get(), path_, to);
+    return moved_;
+  }
 
  private:
   static std::string Name() {
@@ -70,7 +81,7 @@ class TTemporaryFile {
   /// Others may write in that folder: only a file that is new and our own will do, never a link that they put
   /// there, and nobody else may read it.
   bool Create() {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     file_ = TDescriptor(::open(path_.c_str(), kFlags, S_IRUSR | S_IWUSR));
     return file_.IsOpen();
   }
@@ -81,6 +92,7 @@ class TTemporaryFile {
 
   fs::path path_;
   TDescriptor file_;
+  bool moved_ = false;
 };
 
 class TBusyCursorScope {
@@ -115,14 +127,16 @@ TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::st
 
   TTransferEnd end;
   try {
-    file.emplace();
-    const TDeliveryScope delivery(client, file->Path().string());
+    // The server does its part while the file is made; a redirect asks a second time.
+    const TDeliveryScope delivery(client, TTemporaryFile::CurrentPath().string(), [&file](TNMHTTP&) {
+      if (!file) file.emplace();
+    });
     {
       const TWatchdogScope watchdog(context.Run);
       const TSizeLimitScope limit(client);
       client.Get(url);
     }
-    stream = ReadWholeFile(file->Path(), kLargestDownload);
+    stream = file->Read();
     end.Cut =
         static_cast<std::int64_t>(stream.size()) < client.TransferSize || client.ReplyCode == kPartialContent;
   } catch (const ESockError&) {
@@ -146,14 +160,14 @@ struct TVerdict {
   std::string Text;  ///< what the status line says behind the name
 };
 
-TVerdict Save(const THttpFileRequest& request, const fs::path& temporary, std::string_view data) {
+TVerdict Save(const THttpFileRequest& request, TTemporaryFile& temporary, std::string_view data) {
   bool stamped = false;
   try {
     // Before it has its final name: later runs do not look at the time of a file that is there.
-    SetFileDateTime(temporary, request.FileTime);
+    temporary.SetDateTime(request.FileTime);
     // A rename is all that it takes where the temporary folder is on the same disk; the second file that it
     // saves would cost more than the rest of the fetch.
-    stamped = MoveFileWhole(temporary, request.LocalPath);
+    stamped = temporary.MoveTo(request.LocalPath);
     if (!stamped) WriteFileWhole(request.LocalPath, data);
   } catch (const std::exception& error) {
     return {THttpFileOutcome::kNotSaved, " - not saved: " + ReasonOf(error)};
@@ -168,8 +182,8 @@ TVerdict Save(const THttpFileRequest& request, const fs::path& temporary, std::s
   return {THttpFileOutcome::kSaved, " - OK"};
 }
 
-TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end,
-               const std::optional<TTemporaryFile>& file, std::string_view data) {
+TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end, std::optional<TTemporaryFile>& file,
+               std::string_view data) {
   if (!end.LocalFailure.empty()) {
     return {THttpFileOutcome::kNotSaved, " - not saved: " + end.LocalFailure};
   }
@@ -179,7 +193,7 @@ TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end,
     DeleteFile(request.LocalPath);
     return {THttpFileOutcome::kIncomplete, " - missing or incomplete"};
   }
-  return Save(request, file->Path(), data);
+  return Save(request, *file, data);
 }
 
 }  // namespace

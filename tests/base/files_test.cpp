@@ -1,5 +1,6 @@
 #include "base/files.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "base/descriptor.h"
 #include "base/exceptions.h"
 #include "support/temp_folder.h"
 
@@ -59,16 +61,17 @@ TEST(Files, MoveFileWholeReplacesOrKeepsTheFile) {
   const test::TTempFolder folder;
   const fs::path fresh = folder.Write("fresh", "new");
   fs::permissions(fresh, fs::perms::owner_read | fs::perms::owner_write);
+  const TDescriptor file(::open(fresh.c_str(), O_RDONLY | O_CLOEXEC));
   fs::create_directory(folder / "directory");
-  EXPECT_FALSE(MoveFileWhole(folder / "none", folder / "old"));
-  EXPECT_FALSE(MoveFileWhole(fresh, folder / "directory"));
-  EXPECT_FALSE(MoveFileWhole(fresh, folder / "none" / "x"));
+  EXPECT_FALSE(MoveFileWhole(file.Get(), folder / "none", folder / "old"));
+  EXPECT_FALSE(MoveFileWhole(file.Get(), fresh, folder / "directory"));
+  EXPECT_FALSE(MoveFileWhole(file.Get(), fresh, folder / "none" / "x"));
   EXPECT_EQ(ReadWholeFile(fresh), "new");
 
   const fs::path kept = folder.Write("kept", "precious");
   fs::create_symlink(kept, folder / "link");
   const fs::path plain = folder.Write("plain", "x");
-  EXPECT_TRUE(MoveFileWhole(fresh, folder / "link"));
+  EXPECT_TRUE(MoveFileWhole(file.Get(), fresh, folder / "link"));
   EXPECT_FALSE(fs::exists(fresh));
   EXPECT_FALSE(fs::is_symlink(folder / "link"));
   EXPECT_EQ(ReadWholeFile(folder / "link"), "new");
