@@ -277,8 +277,8 @@ void TPdusJob::Run() {
 
 std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
   const std::string& root = context_.Servers.DundeePdus;
-  const THttpPage page = GetHttpPage(context_, root + "/abin/filesorder?s=Date",
-                                     "Getting available PDUS data list...");
+  const THttpPage page =
+      GetHttpPage(context_, root + "/abin/filesorder?s=Date", "Getting available PDUS data list...");
   context_.Display.SetPanel(1, "Parsing file list");
   if (page.ReplyCode == 401) {
     context_.Display.AddStatusLine("Dundee PDUS: the server refused the user name or the password");
@@ -313,10 +313,9 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size)) return;
 
   context_.Display.AddStatusLine("Get: " + file_name);
-  const THttpSaveResult result = SaveHttpFile(context_, url, path, kSmallestProduct, size);
+  const TDateTime time = size >= kSmallestProduct ? PdusNameToDateTime(name) : TDateTime();
+  const THttpSaveResult result = SaveHttpFile(context_, url, path, kSmallestProduct, size, time);
   if (result.Outcome == THttpSaveOutcome::kWhole && size >= kSmallestProduct && FileSizeOf(path) == size) {
-    const TDateTime time = PdusNameToDateTime(name);
-    if (!time.IsZero()) SetFileDateTime(path, time);
     context_.Display.AddStatusLine(file_name + " - OK");
   } else if (result.Outcome == THttpSaveOutcome::kNotSaved) {
     context_.Display.AddStatusLine(file_name + " - not saved: " + result.Reason);
