@@ -51,8 +51,9 @@ bool IsCompressedName(const std::string& name) {
 bool IsDecoded(TJobContext& context, const TFtpFile& file) {
   const fs::path image = file.ImagePath(), compressed = file.LocalPath();
   if (!file.Uncompress || !context.Ledger.Present(image)) return false;
-  // A kill may have come between the image and what follows it.
-  if (FileSizeOf(image) == file.ImageSize && context.Ledger.IsNoted(compressed) &&
+  // A kill may have come between the image and what follows it; a power cut may have kept the image from the
+  // disk.
+  if (FileSizeOf(image) == file.ImageSize && context.Ledger.IsNoted(compressed) && FlushToDisk(image) &&
       context.Ledger.Begin(compressed)) {
     SetFileDateTime(image, file.Time);
     std::error_code ignored;
