@@ -1,5 +1,5 @@
 // The program as a process of its own, killed, stopped, run twice at once and under a clock that jumps,
-// against a server in this process. SKYREEL_KILLS: how many times it is killed at random; by default 8, and
+// against a server in this process. SKYREEL_KILLS: how many times it is killed at random; by default 10, and
 // 50 where the page of faults is made.
 
 #include <gtest/gtest.h>
@@ -18,6 +18,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "demo/encoders.h"
+#include "demo/lzw_encoder.h"
 #include "process/file_server.h"
 #include "process/program.h"
 #include "support/reliability_rows.h"
@@ -37,7 +38,7 @@ constexpr auto kLongEnough = 180s;
 
 int KillCount() {
   if (const char* const wanted = std::getenv("SKYREEL_KILLS")) return ToInteger(wanted);
-  return std::getenv("SKYREEL_RELIABILITY_ROWS") != nullptr ? 50 : 8;
+  return std::getenv("SKYREEL_RELIABILITY_ROWS") != nullptr ? 50 : 10;
 }
 
 TDateTime DaysAgo(int days) {
@@ -69,6 +70,35 @@ struct TJob {
           Tree["EumetsatArchive/" + folder + "CTOT_" + std::to_string(100 + time.Parts().Hour * 2).substr(1) +
                ".jpg"] = {SomeBytes(700'000, ++seed), time};
     }
+    return *this;
+  }
+
+  /// A product of the station's order page: written straight to its final name, as charts are.
+  TJob& Pdus() {
+    const TDateTime time = DaysAgo(1) + 12h;
+    const std::string name = FormatDateTime("yymmddhhnn'VIS'", time), folder = DateFolder(time);
+    Switches += "-PDUS ";
+    Settings +=
+        "VisibleTabs=\"\\\"Weather data\\\",\\\"Archive Direct\\\",Eumetsat,PDUS\"\nDundeePdusUsername=demo\n"
+        "DundeePdusPassword=\">?75\"\nWantedPdusEurope=\"\\\"1200, Meteosat Europe, Visible\\\"\"\n";
+    Served["/abin/filesorder?s=Date"] = {
+        "<a href=\"/abin/pdus?f=" + name + "\">1200, Meteosat Europe, Visible</a>\n", time};
+    Served["/abin/pdus?f=" + name] = Tree["PDUS/" + folder + name + ".pdu"] = {SomeBytes(1'000'000, 31), time};
+    return *this;
+  }
+
+  /// A compressed area over FTP, of a day that is asked for whether or not midnight passes.
+  TJob& Msfc() {
+    const TDateTime time = DaysAgo(1) + 12h;
+    Switches += "-MSFC ";
+    Settings +=
+        "VisibleTabs=MSFC\nBackDays=3\nMSFCchannel=IR\nMSFCslots=1200\nMSFCUncompres=true\nMSFCpassive="
+        "true\n";
+    const std::string name = FormatDateTime("'ME7-'yyyymmddhhnn'.ir1.ara'", time);
+    const std::string local = "MSFC/" + std::string(DateFolder(time)) + name;
+    const TFile area = Tree[local] = {SomeBytes(6'321'008, 41), time};
+    Served["/Weather/METEOSAT-7/McIDAS_areas/ir1/5km/" + name + ".Z"] =
+        Passing[local + ".Z"] = {LzwEncode(area.Content), time};
     return *this;
   }
 
@@ -155,12 +185,13 @@ void AddKillRow(const std::string& fault, const std::string& where) {
                     "the next run completes the set");
 }
 
-void KillAtRandom(TJob job, std::chrono::milliseconds span, const std::string& where) {
+/// As many times as `share` in ten kills.
+void KillAtRandom(TJob job, int share, std::chrono::milliseconds span, const std::string& where) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   const TScene scene(std::move(job));
-  const int count = KillCount() / 2;
+  const int count = KillCount() * share / 10;
   for (int kills = 0; kills < count;) {
     const int before = scene.Server.Events();
     TRun run(scene.Place, scene.Job.Switches + "-CLOSE");
@@ -185,16 +216,20 @@ void KillAtRandom(TJob job, std::chrono::milliseconds span, const std::string& w
 }
 
 TEST(Process, KilledAtRandomOverHttp) {
-  KillAtRandom(TJob().Http(2), 2000ms, "charts, EUMETSAT images");
+  KillAtRandom(TJob().Http(2).Pdus(), 4, 2000ms, "charts, EUMETSAT images, PDUS products");
 }
 
 TEST(Process, KilledAtRandomOverFtp) {
-  KillAtRandom(TJob().Ftp(), 5000ms, "EUMETSAT data, uncompressing");
+  KillAtRandom(TJob().Ftp(), 4, 5000ms, "EUMETSAT data, uncompressing");
+}
+
+TEST(Process, KilledAtRandomWhileAnAreaComes) {
+  KillAtRandom(TJob().Msfc(), 2, 4000ms, "MSFC areas, uncompressing");
 }
 
 TEST(Process, KilledBeforeEachRename) {
   if (!kCanPreload) GTEST_SKIP();
-  const TScene scene(TJob().Ftp().Http(1));
+  const TScene scene(TJob().Ftp().Http(1).Pdus());
   // All of them where many kills are asked for, else every fifth.
   const int step = KillCount() < 50 ? 5 : 1;
   std::optional<int> code;
