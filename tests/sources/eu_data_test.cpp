@@ -70,35 +70,26 @@ class TEuData : public TFtpSourceTest {
                     kLocalSecond = "2003/02/01" + kSecond.substr(3);
 };
 
-TEST_F(TEuData, AsksForTheWantedSlotsOldestFirst) {
-  settings_.Channels = {"IR", "WV"};
-  Expect({{kFirst + "IR.GIF", "GIF89a"},
-          {kFirst + "WV.GIF", {}},
-          {kSecond + "IR.GIF", "G"},
-          {kSecond + "WV.GIF", {}}});
-  EXPECT_THAT(Stored(), ElementsAre(kLocalFirst + "IR.GIF 6 2003-02-01 00:00",
-                                    kLocalSecond + "IR.GIF 1 2003-02-02 00:00"));
-  EXPECT_THAT(Lines(), ElementsAre("Get: FES_2003-01-31_2400_M7_IR.GIF", "Get: FES_2003-01-31_2400_M7_WV.GIF",
-                                   "FES_2003-01-31_2400_M7_WV.GIF - 550 No such file",
-                                   "Get: FES_2003-02-01_2400_M7_IR.GIF", "Get: FES_2003-02-01_2400_M7_WV.GIF",
-                                   "FES_2003-02-01_2400_M7_WV.GIF - 550 No such file"));
-  EXPECT_EQ(Panel(0), "2003-Feb-02 0000");
-  // What is there is not asked for again, and of the rest what is on the list of known names alone.
-  Folder.Write("program/EuDAFiles.txt", "fes_2003-01-31_2400_m7_wv.gif,FES_OTHER\r\n");
-  Expect({{kFirst + "WV.GIF", {}}});
-}
-
-TEST_F(TEuData, VisitsBothSatellitesWithTheirOwnSlots) {
+TEST_F(TEuData, AsksForBothSatellitesWantedSlotsOldestFirst) {
   settings_.Satellites = {true, true};
   settings_.StartSlot = {5, 47};
   settings_.Formats = {"GIF", "OPEN_MTP.Z"};
   const std::string fifth = "/M5/FES_2003-02-01_0300_M5_IR.";
   Expect({{fifth + "GIF", {}},
           {fifth + "OPEN_MTP.Z", {}},
-          {kFirst + "IR.GIF", {}},
+          {kFirst + "IR.GIF", "GIF89a"},
           {kFirst + "IR.OPEN_MTP.Z", {}},
-          {kSecond + "IR.GIF", {}},
+          {kSecond + "IR.GIF", "G"},
           {kSecond + "IR.OPEN_MTP.Z", {}}});
+  EXPECT_THAT(Stored(), ElementsAre(kLocalFirst + "IR.GIF 6 2003-02-01 00:00",
+                                    kLocalSecond + "IR.GIF 1 2003-02-02 00:00"));
+  EXPECT_THAT(Lines(),
+              AllOf(SizeIs(10), Contains("FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z - 550 No such file")));
+  EXPECT_EQ(Panel(0), "2003-Feb-02 0000");
+  // What is there is not asked for again, and of the rest what is on the list of known names alone.
+  Folder.Write("program/EuDAFiles.txt",
+               "fes_2003-01-31_2400_m7_ir.open_mtp.z,FES_2003-01-31_2400_M7_IR.GIF\r\n");
+  Expect({{kFirst + "IR.OPEN_MTP.Z", {}}});
 }
 
 TEST_F(TEuData, AWholeImageTakesThePlaceOfItsCompressedFileAndNoOther) {

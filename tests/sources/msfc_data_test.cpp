@@ -30,9 +30,6 @@ TEST(MsfcFiles, ComeOldestDayFirstFromAnHourAfterTheirTimeWithoutTheVisibleAtMid
     }
     EXPECT_EQ(names, c.Names) << c.Now;
   }
-  EXPECT_EQ(
-      MsfcFiles({"", false, false, false, {"VISSN"}, {"0000", "1200"}}, At("2003-02-01 20:00"), 1).size(),
-      1u);
 }
 
 class TMsfc : public TFtpSourceTest {

@@ -44,6 +44,13 @@ class TSourceTest : public testing::Test, public TJobFixture {
       return request.starts_with("HEAD") ? reply.substr(0, reply.find("\r\n\r\n") + 4) : reply;
     });
   }
+  /// A stop while a path that ends with `last` is served lets no further one be asked for.
+  void ExpectStopAt(const std::string& last, const std::function<void()>& run,
+                    const std::string& page_path = "-", const std::string& page = "") {
+    Serve(20'000, page_path, page, last);
+    run();
+    EXPECT_THAT(Asked().back(), testing::EndsWith(last));
+  }
   /// "GET" and "HEAD" as they came.
   TWords Requests() {
     const TWords all = Server.RequestLines();
