@@ -1,12 +1,12 @@
 #include "image/image_file.h"
 
 #include <gtest/gtest.h>
-#include <tiff.h>
 
+#include <array>
+#include <functional>
 #include <random>
 
 #include "base/files.h"
-#include "image/picture_files.h"
 #include "support/failure.h"
 #include "support/temp_folder.h"
 
@@ -14,32 +14,45 @@ namespace skyreel {
 namespace {
 
 using namespace std::string_literals;
-using namespace test;
+using test::Failure;
+using TRgb = std::array<std::uint8_t, 3>;
+using TPixels = std::function<TRgb(int x, int y)>;
 
-TRgb Reduced(TRgb pixel) {
+/// A file of the folder pictures, which says what is in them.
+std::string PictureFile(const std::string& name) {
+  return ReadWholeFile(std::filesystem::path(SKYREEL_TEST_PICTURES) / name);
+}
+
+TRgb Rgb(int red, int green, int blue) {
+  return {static_cast<std::uint8_t>(red), static_cast<std::uint8_t>(green), static_cast<std::uint8_t>(blue)};
+}
+TRgb Colour(int x, int y) {
+  return Rgb(x * 5 + y, y * 9, 200 - x * 3 + y);
+}
+TRgb Grey(int x, int y) {
+  return Rgb(x * 3 + y * 5, x * 3 + y * 5, x * 3 + y * 5);
+}
+TRgb Reduced(int x, int y) {
+  TRgb pixel = Colour(x, y);
   for (std::uint8_t& channel : pixel) channel = static_cast<std::uint8_t>(channel / 51 * 51);
   return pixel;
 }
 
-int Luminance(TRgb pixel) {
-  return (299 * pixel[0] + 587 * pixel[1] + 114 * pixel[2] + 500) / 1000;
-}
-
-/// The picture is what `expected` gives, in both pixel formats; each channel may differ by `tolerance`.
-void ExpectPicture(const std::string& extension, const std::string& file, const TPicture& expected,
-                   int tolerance = 0) {
-  SCOPED_TRACE(extension);
+/// The file is the picture, in both pixel formats; each channel may differ by `tolerance`.
+void ExpectPicture(const std::string& extension, const std::string& file, const TPixels& pixels,
+                   int tolerance = 0, int width = 37, int height = 23) {
   for (const TPixelFormat format : {TPixelFormat::Bits8, TPixelFormat::Bits24}) {
     TExtBitmap bitmap(format);
     ASSERT_NO_THROW(LoadImageFromMemory(bitmap, extension, file));
-    ASSERT_EQ(bitmap.Width(), expected.Width);
-    ASSERT_EQ(bitmap.Height(), expected.Height);
-    for (int at = 0; at < expected.Width * expected.Height; ++at) {
-      const int x = at % expected.Width, y = at / expected.Width;
-      const TRgb pixel = expected.Pixel(x, y);
+    ASSERT_EQ(bitmap.Width(), width);
+    ASSERT_EQ(bitmap.Height(), height);
+    for (int at = 0; at < width * height; ++at) {
+      const int x = at % width, y = at / width;
+      const TRgb pixel = pixels(x, y);
+      const int luminance = (299 * pixel[0] + 587 * pixel[1] + 114 * pixel[2] + 500) / 1000;
       const std::uint8_t* const got = bitmap.ScanLine(y) + x * bitmap.BytesPerPixel();
       for (std::size_t i = 0; i < (format == TPixelFormat::Bits8 ? 1 : 3); ++i) {
-        const int want = format == TPixelFormat::Bits8 ? Luminance(pixel) : pixel[2 - i];
+        const int want = format == TPixelFormat::Bits8 ? luminance : pixel[2 - i];
         ASSERT_NEAR(got[i], want, tolerance) << "at " << x << ", " << y;
       }
     }
@@ -48,57 +61,69 @@ void ExpectPicture(const std::string& extension, const std::string& file, const 
 
 class ImageFiles : public testing::Test {
  protected:
-  std::string JpegFile(const TPicture& picture, TPixelFormat format, int quality) {
+  std::string JpegFile(const std::string& picture, TPixelFormat format, int quality) {
     TExtBitmap bitmap(format);
-    LoadImageFromMemory(bitmap, ".png", test::PngFile(picture, false));
+    LoadImageFromMemory(bitmap, ".png", PictureFile(picture));
     SaveAsJpeg(bitmap, folder_ / "made.jpg", quality, "a comment");
     return ReadWholeFile(folder_ / "made.jpg");
   }
   /// One whole file of every kind.
   std::vector<std::pair<std::string, std::string>> OneOfEach() {
-    return {
-        {".png", test::PngFile(colour_, false)}, {".png", test::PngFile(colour_, false, true)},
-        {".gif", test::GifFile(colour_, false)}, {".tif", test::TiffFile(colour_, false, COMPRESSION_LZW)},
-        {".bmp", test::BmpFile(colour_)},        {".jpg", JpegFile(colour_, TPixelFormat::Bits24, 90)}};
+    return {{".png", PictureFile("colour.png")}, {".png", PictureFile("colour_interlaced.png")},
+            {".gif", PictureFile("colour.gif")}, {".tif", PictureFile("colour_lzw.tif")},
+            {".bmp", PictureFile("colour.bmp")}, {".jpg", JpegFile("colour.png", TPixelFormat::Bits24, 90)}};
   }
 
-  const TPicture colour_ = test::ColourPicture(), grey_ = test::GreyPicture();
   test::TTempFolder folder_;
 };
 
 TEST_F(ImageFiles, EveryKindLoadsIntoBothPixelFormats) {
-  const TRgb white{255, 255, 255};
-  const auto picture = [](int width, int height, auto pixel) { return TPicture{width, height, pixel}; };
-  const auto reduced = [&](int x, int y) { return Reduced(colour_.Pixel(x, y)); };
-  ExpectPicture(".png", test::PngFile(colour_, false), colour_);
-  ExpectPicture(".PNG", test::PngFile(colour_, false, true), colour_);
-  ExpectPicture(".png", test::PngFile(grey_, true), grey_);
-  ExpectPicture(".png", test::PngFile(grey_, true, true, 16), grey_);
-  ExpectPicture(".png", test::TransparentPngFile(colour_), picture(37, 23, [&](int x, int y) {
-                  return (x + y) % 2 == 0 ? colour_.Pixel(x, y) : white;
-                }));
-  ExpectPicture(".gif", test::GifFile(colour_, false), picture(37, 23, reduced));
-  ExpectPicture(".Gif", test::GifFile(colour_, true), picture(37, 23, reduced));
-  // A picture that stands at a place of its own on its screen.
-  ExpectPicture(".gif", test::GifFile(colour_, false, 5, 3), picture(42, 26, [&](int x, int y) {
-                  return x < 5 || y < 3 ? white : reduced(x - 5, y - 3);
-                }));
-  for (const int compression :
-       {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_PACKBITS, COMPRESSION_ADOBE_DEFLATE}) {
-    ExpectPicture(".tif", test::TiffFile(colour_, false, compression), colour_);
-    ExpectPicture(".tiff", test::TiffFile(grey_, true, compression), grey_);
+  const TRgb white = Rgb(255, 255, 255);
+  const auto on_white = [&](int x, int y) { return (x + y) % 2 == 0 ? Colour(x, y) : white; };
+  const auto at_5_3 = [&](int x, int y) { return x < 5 || y < 3 ? white : Reduced(x - 5, y - 3); };
+  const struct {
+    const char *Extension, *File;
+    TPixels Pixels;
+  } cases[] = {{".png", "colour.png", Colour},
+               {".PNG", "colour_interlaced.png", Colour},
+               {".png", "grey.png", Grey},
+               {".png", "grey16_interlaced.png", Grey},
+               {".png", "alpha.png", on_white},
+               {".gif", "colour.gif", Reduced},
+               {".Gif", "colour_interlaced.gif", Reduced},
+               {".tif", "colour_plain.tif", Colour},
+               {".tif", "colour_lzw.tif", Colour},
+               {".tif", "colour_packbits.tif", Colour},
+               {".tif", "colour_deflate.tif", Colour},
+               {".tiff", "grey_plain.tif", Grey},
+               {".tiff", "grey_lzw.tif", Grey},
+               {".tiff", "grey_packbits.tif", Grey},
+               {".tiff", "grey_deflate.tif", Grey},
+               {".bmp", "colour.bmp", Colour},
+               {".bmp", "colour_top_down.bmp", Colour}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.File);
+    ExpectPicture(c.Extension, PictureFile(c.File), c.Pixels);
   }
-  ExpectPicture(".bmp", test::BmpFile(colour_), colour_);
-  ExpectPicture(".bmp", test::BmpFile(colour_, true), colour_);
-  const TPicture smooth = picture(64, 48, [](int x, int y) {
-    return TRgb{static_cast<std::uint8_t>(x * 2), static_cast<std::uint8_t>(y * 2), 90};
-  });
-  ExpectPicture(".jpg", JpegFile(smooth, TPixelFormat::Bits24, 100), smooth, 5);
-  const TPicture smooth_grey = picture(64, 48, [](int x, int y) {
-    const auto value = static_cast<std::uint8_t>(x + y);
-    return TRgb{value, value, value};
-  });
-  ExpectPicture(".JPEG", JpegFile(smooth_grey, TPixelFormat::Bits8, 100), smooth_grey, 1);
+  ExpectPicture(".gif", PictureFile("colour_at_5_3.gif"), at_5_3, 0, 42, 26);
+  ExpectPicture(".jpg", JpegFile("colour.png", TPixelFormat::Bits24, 100), Colour, 6);
+  ExpectPicture(".JPEG", JpegFile("grey.png", TPixelFormat::Bits8, 100), Grey, 1);
+}
+
+/// Little-endian bytes.
+std::string Number(std::int64_t value, int bytes) {
+  std::string out;
+  for (; bytes > 0; --bytes, value >>= 8) out += static_cast<char>(value & 0xFF);
+  return out;
+}
+
+/// Two rows, as they stand in the file; masks in place of the palette where there is none.
+std::string BmpFile(int width, int bits, int compression, const std::string& palette,
+                    const std::string& pixels) {
+  const auto extra = static_cast<std::int64_t>(palette.size());
+  return "BM" + Number(0, 8) + Number(54 + extra, 4) + Number(40, 4) + Number(width, 4) + Number(2, 4) +
+         Number(1, 2) + Number(bits, 2) + Number(compression, 4) + Number(0, 12) +
+         Number(bits <= 8 ? extra / 4 : 0, 4) + Number(0, 4) + palette + pixels;
 }
 
 TEST_F(ImageFiles, BitmapsOfEveryDepth) {
@@ -107,23 +132,20 @@ TEST_F(ImageFiles, BitmapsOfEveryDepth) {
     const char* What;
     std::string File, Grey;  ///< two rows from the top
   } cases[] = {
-      {"1 bit", test::BmpFile(3, 2, 1, 0, palette.substr(0, 8), "\xA0\0\0\0\x40\0\0\0"s),
-       "\0\x0A\0\x0A\0\x0A"s},
-      {"4 bits", test::BmpFile(3, 2, 4, 0, palette, "\x01\x20\0\0\x21\x00\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
-      {"8 bits", test::BmpFile(3, 2, 8, 0, palette, "\0\1\2\0\2\1\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
-      {"8 bits in runs", test::BmpFile(3, 2, 8, 1, palette, "\3\1\0\0\0\3\2\1\0\0\0\1"s),
-       "\x14\x0A\0\x0A\x0A\x0A"s},
-      {"runs that move over pixels", test::BmpFile(3, 2, 8, 1, palette, "\0\2\1\0\1\2\0\2\0\1\1\1\0\1"s),
+      {"1 bit", BmpFile(3, 1, 0, palette.substr(0, 8), "\xA0\0\0\0\x40\0\0\0"s), "\0\x0A\0\x0A\0\x0A"s},
+      {"4 bits", BmpFile(3, 4, 0, palette, "\x01\x20\0\0\x21\x00\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
+      {"8 bits", BmpFile(3, 8, 0, palette, "\0\1\2\0\2\1\0\0"s), "\x14\x0A\0\0\x0A\x14"s},
+      {"8 bits in runs", BmpFile(3, 8, 1, palette, "\3\1\0\0\0\3\2\1\0\0\0\1"s), "\x14\x0A\0\x0A\x0A\x0A"s},
+      {"runs that move over pixels", BmpFile(3, 8, 1, palette, "\0\2\1\0\1\2\0\2\0\1\1\1\0\1"s),
        "\0\0\x0A\0\x14\0"s},
-      {"runs that end early", test::BmpFile(3, 2, 8, 1, palette, "\1\1\0\1"s), "\0\0\0\x0A\0\0"s},
-      {"a run longer than its row", test::BmpFile(3, 2, 8, 1, palette, "\xFF\1\0\0\xFF\2\0\1"s),
+      {"runs that end early", BmpFile(3, 8, 1, palette, "\1\1\0\1"s), "\0\0\0\x0A\0\0"s},
+      {"a run longer than its row", BmpFile(3, 8, 1, palette, "\xFF\1\0\0\xFF\2\0\1"s),
        "\x14\x14\x14\x0A\x0A\x0A"s},
-      {"4 bits in runs", test::BmpFile(3, 2, 4, 2, palette, "\3\x12\0\0\0\3\x21\x00\0\1"s),
-       "\x14\x0A\0\x0A\x14\x0A"s},
-      {"16 bits", test::BmpFile(1, 2, 16, 0, "", "\xFF\x7F\0\0\0\0\0\0"s), "\0\xFF"s},
-      {"16 bits with masks",
-       test::BmpFile(1, 2, 16, 3, "\0\xF8\0\0\xE0\x07\0\0\x1F\0\0\0"s, "\xFF\xFF\0\0\0\0\0\0"s), "\0\xFF"s},
-      {"32 bits", test::BmpFile(1, 2, 32, 0, "", "\x05\x05\x05\0\x07\x07\x07\0"s), "\7\5"s},
+      {"4 bits in runs", BmpFile(3, 4, 2, palette, "\3\x12\0\0\0\3\x21\x00\0\1"s), "\x14\x0A\0\x0A\x14\x0A"s},
+      {"16 bits", BmpFile(1, 16, 0, "", "\xFF\x7F\0\0\0\0\0\0"s), "\0\xFF"s},
+      {"16 bits with masks", BmpFile(1, 16, 3, "\0\xF8\0\0\xE0\x07\0\0\x1F\0\0\0"s, "\xFF\xFF\0\0\0\0\0\0"s),
+       "\0\xFF"s},
+      {"32 bits", BmpFile(1, 32, 0, "", "\x05\x05\x05\0\x07\x07\x07\0"s), "\7\5"s},
   };
   for (const auto& c : cases) {
     TExtBitmap bitmap(TPixelFormat::Bits8);
@@ -165,11 +187,9 @@ TEST_F(ImageFiles, DamageNeverDoesMoreThanThrow) {
 }
 
 TEST_F(ImageFiles, HugeHeadersAreRefusedBeforeMemoryIsTaken) {
-  const TPicture dot = test::GreyPicture(1, 1);
-  std::string bmp = test::BmpFile(dot), gif = test::GifFile(dot, false),
-              jpeg = JpegFile(test::GreyPicture(8, 8), TPixelFormat::Bits8, 50),
-              tiff = test::TiffFile(dot, true, COMPRESSION_NONE);
-  bmp.replace(18, 8, test::Number(50'000, 4) + test::Number(40'000, 4));
+  std::string bmp = PictureFile("colour.bmp"), gif = PictureFile("colour.gif"),
+              tiff = PictureFile("colour_plain.tif"), jpeg = JpegFile("grey.png", TPixelFormat::Bits8, 50);
+  bmp.replace(18, 8, Number(50'000, 4) + Number(40'000, 4));
   gif.replace(6, 4, "\xFF\xFF\xFF\xFF");
   jpeg.replace(jpeg.find("\xFF\xC0") + 5, 4, "\xFD\xE8\xFD\xE8");
   for (const std::string& tag : {"\x00\x01"s, "\x01\x01"s})  // width, length: one value of 16 bits
@@ -178,17 +198,16 @@ TEST_F(ImageFiles, HugeHeadersAreRefusedBeforeMemoryIsTaken) {
   for (const auto& [extension, file] :
        {std::pair{".bmp", bmp}, {".gif", gif}, {".jpg", jpeg}, {".tif", tiff}}) {
     const auto load = [&, kind = extension, content = file] { LoadImageFromMemory(bitmap, kind, content); };
-    EXPECT_NE(test::Failure<EInvalidGraphic>(load).find("too large"), std::string::npos) << extension;
+    EXPECT_NE(Failure<EInvalidGraphic>(load).find("too large"), std::string::npos) << extension;
   }
-  bitmap.PixelLimit = 10;
-  EXPECT_THROW(LoadImageFromMemory(bitmap, ".png", test::PngFile(test::GreyPicture(4, 3), true)),
-               EInvalidGraphic);
+  bitmap.PixelLimit = 37 * 23 - 1;
+  EXPECT_THROW(LoadImageFromMemory(bitmap, ".png", PictureFile("grey.png")), EInvalidGraphic);
 }
 
 TEST_F(ImageFiles, UnknownKindsAndMissingFilesAreRefused) {
   TExtBitmap bitmap(TPixelFormat::Bits8);
   for (const char* name : {"x.grb", "x.raw", "x.txt", "x", "page.jpg"}) {
-    folder_.Write(name, test::BmpFile(grey_));
+    folder_.Write(name, PictureFile("colour.bmp"));
     EXPECT_THROW(LoadImage(bitmap, folder_ / name), EInvalidGraphic) << name;
   }
   EXPECT_THROW(LoadImage(bitmap, folder_ / "missing.png"), std::system_error);
@@ -196,13 +215,13 @@ TEST_F(ImageFiles, UnknownKindsAndMissingFilesAreRefused) {
 
 TEST_F(ImageFiles, JpegCarriesCommentChannelsAndQuality) {
   for (const TPixelFormat format : {TPixelFormat::Bits24, TPixelFormat::Bits8}) {
-    const std::string file = JpegFile(colour_, format, 78);
+    const std::string file = JpegFile("colour.png", format, 78);
     EXPECT_NE(file.find("\xFF\xFE\x00\x0B"s + "a comment"), std::string::npos) << "comment marker";
     const std::size_t frame = file.find("\xFF\xC0");  // baseline
     ASSERT_NE(frame, std::string::npos);
     EXPECT_EQ(file[frame + 9], format == TPixelFormat::Bits8 ? '\1' : '\3');
-    EXPECT_LT(JpegFile(colour_, format, 10).size(), file.size());
-    EXPECT_GT(JpegFile(colour_, format, 100).size(), file.size());
+    EXPECT_LT(JpegFile("colour.png", format, 10).size(), file.size());
+    EXPECT_GT(JpegFile("colour.png", format, 100).size(), file.size());
   }
 }
 
@@ -223,7 +242,7 @@ TEST_F(ImageFiles, FailedSavesKeepTheOlderFile) {
     TExtBitmap bitmap(c.Format);
     if (c.Width > 0) bitmap.SetSize(c.Width, 1);
     const auto save = [&] { SaveAsJpeg(bitmap, folder_ / c.File, 78, "c"); };
-    EXPECT_EQ(test::Failure<EInvalidGraphic>(save), c.Message) << c.Width;
+    EXPECT_EQ(Failure<EInvalidGraphic>(save), c.Message) << c.Width;
   }
   EXPECT_EQ(ReadWholeFile(folder_ / "kept.jpg"), "older");
   EXPECT_EQ(folder_.Tree().size(), 1U);
