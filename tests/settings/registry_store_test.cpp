@@ -31,50 +31,47 @@ class RegistryStore : public testing::Test {
 };
 
 TEST_F(RegistryStore, EveryTextSurvivesExactly) {
-  std::vector<QString> values = {"",
-                                 " ",
-                                 "  both ends  ",
-                                 "\t",
-                                 "a,b",
-                                 "D1,D2,\"0000 Met-7 IR\"",
-                                 ",",
-                                 "say \"hello\"",
-                                 "\"",
-                                 "'",
-                                 "\\",
-                                 "\\n",
-                                 "C:\\GOES\\",
-                                 "a=b",
-                                 "=",
-                                 ";comment",
-                                 "#",
-                                 "%20%",
-                                 "@",
-                                 "@@",
-                                 "@Invalid()",
-                                 "@String(x)",
-                                 "@ByteArray(x)",
-                                 "@Variant(\\0\\0\\0\\0)",
-                                 "@Rect(1 2 3 4)",
-                                 "true",
-                                 "[General]",
-                                 "line\nbreak\r\n",
-                                 "\x01"
-                                 "2ab\x02"
-                                 "cd",
-                                 QString::fromUtf8("Grüße, 世界 \xF0\x9F\x9B\xB0"),
-                                 QString(QChar(0xA0)) + "nbsp" + QChar(0x2028),
-                                 QString("a") + QChar(0) + "b" + QChar(0) + "1",
-                                 QString(100000, 'x') + ", " + QString(1000, '"')};
-  QString all_bytes;
-  for (int c = 0; c < 256; ++c) all_bytes += QChar(c);
-  values.push_back(all_bytes);
-  const auto name = [](std::size_t i) { return "name with blank " + QString::number(i); };
+  QStringList values = {QString("a") + QChar(0) + "b" + QChar(0) + "1",
+                        QString(100000, 'x') + ", " + QString(1000, '"'), QString()};
+  for (int c = 0; c < 256; ++c) values.back() += QChar(c);
+  for (const char* text : {"",
+                           " ",
+                           "  both ends  ",
+                           "\t",
+                           "a,b",
+                           "D1,D2,\"0000 Met-7 IR\"",
+                           ",",
+                           "say \"hello\"",
+                           "\"",
+                           "'",
+                           "\\",
+                           "\\n",
+                           "C:\\GOES\\",
+                           "a=b",
+                           "=",
+                           ";comment",
+                           "#",
+                           "%20%",
+                           "@",
+                           "@@",
+                           "@Invalid()",
+                           "@String(x)",
+                           "@ByteArray(x)",
+                           "@Variant(\\0\\0\\0\\0)",
+                           "@Rect(1 2 3 4)",
+                           "true",
+                           "[General]",
+                           "line\nbreak\r\n",
+                           "\0012ab\002cd",
+                           "Gr\u00FC\u00DFe, \u4E16\u754C \U0001F6F0",
+                           "\u00A0nbsp\u2028"})
+    values += QString::fromUtf8(text);
+  const auto name = [](qsizetype i) { return "name with blank " + QString::number(i); };
   {
     TRegistryStore store(File);
-    for (std::size_t i = 0; i < values.size(); ++i) store.WriteString(name(i), values[i]);
+    for (qsizetype i = 0; i < values.size(); ++i) store.WriteString(name(i), values[i]);
   }
-  for (std::size_t i = 0; i < values.size(); ++i) EXPECT_EQ(ReadBack(name(i)), values[i]) << "value " << i;
+  for (qsizetype i = 0; i < values.size(); ++i) EXPECT_EQ(ReadBack(name(i)), values[i]) << "value " << i;
 }
 
 TEST_F(RegistryStore, HandWrittenValuesAreReadAsMeant) {
