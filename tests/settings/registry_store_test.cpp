@@ -31,41 +31,18 @@ class RegistryStore : public testing::Test {
 };
 
 TEST_F(RegistryStore, EveryTextSurvivesExactly) {
-  QStringList values = {QString("a") + QChar(0) + "b" + QChar(0) + "1",
-                        QString(100000, 'x') + ", " + QString(1000, '"'), QString()};
+  QStringList values =
+      QString::fromUtf8(
+          "| |  both ends  |\t|a,b|D1,D2,\"0000 Met-7 IR\"|,|say "
+          "\"hello\"|\"|'|\\|\\n|C:\\GOES\\|a=b|=|;comment|#|"
+          "%20%|@|@@|@Invalid()|@String(x)|@ByteArray(x)|@Variant(\\0\\0\\0\\0)|@Rect(1 2 3 "
+          "4)|true|[General]|"
+          "line\nbreak\r\n|\0012ab\002cd|Gr\u00FC\u00DFe, \u4E16\u754C \U0001F6F0|\u00A0nbsp\u2028")
+          .split('|');
+  values += QString("a") + QChar(0) + "b" + QChar(0) + "1";
+  values += QString(100000, 'x') + ", " + QString(1000, '"');
+  values += QString();
   for (int c = 0; c < 256; ++c) values.back() += QChar(c);
-  for (const char* text : {"",
-                           " ",
-                           "  both ends  ",
-                           "\t",
-                           "a,b",
-                           "D1,D2,\"0000 Met-7 IR\"",
-                           ",",
-                           "say \"hello\"",
-                           "\"",
-                           "'",
-                           "\\",
-                           "\\n",
-                           "C:\\GOES\\",
-                           "a=b",
-                           "=",
-                           ";comment",
-                           "#",
-                           "%20%",
-                           "@",
-                           "@@",
-                           "@Invalid()",
-                           "@String(x)",
-                           "@ByteArray(x)",
-                           "@Variant(\\0\\0\\0\\0)",
-                           "@Rect(1 2 3 4)",
-                           "true",
-                           "[General]",
-                           "line\nbreak\r\n",
-                           "\0012ab\002cd",
-                           "Gr\u00FC\u00DFe, \u4E16\u754C \U0001F6F0",
-                           "\u00A0nbsp\u2028"})
-    values += QString::fromUtf8(text);
   const auto name = [](qsizetype i) { return "name with blank " + QString::number(i); };
   {
     TRegistryStore store(File);
