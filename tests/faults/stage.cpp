@@ -192,10 +192,6 @@ TScript Script(const std::string& text) {
   return script;
 }
 
-std::uint16_t ClosedPort() {
-  return TScriptedServer(TScript()).Port();
-}
-
 void ServeHttp(TStage& stage) {
   for (std::size_t i = 0; i < stage.Files.size(); ++i)
     stage.Server.Answer(stage.Files[i].Remote, stage.Body(i),

@@ -106,8 +106,6 @@ class TFtpStageServer {
   std::unique_ptr<TScriptedServer> data_, control_;
 };
 
-/// A port of this computer that nobody listens at any more.
-std::uint16_t ClosedPort();
 /// A fault's name as the name of a test.
 std::string TestName(std::string fault);
 

@@ -69,11 +69,9 @@ TEST(NmFtp, LoginConversations) {
       {"USER user>230 in"},
       {"USER user>530 not you", "530 not you"},
       {"USER user>331 pw|PASS secret>530-Sorry.\r\n530 Login incorrect.", "530 Login incorrect."},
-      {"USER user>600 no refusal"},
       {"USER user>400 no refusal"},
       {"USER user>401 a refusal", "401 a refusal"},
       {"USER fw>331 pw|PASS fwpw>230 in|USER user>331 pw|PASS secret>230 in", "", {}, "fw"},
-      {"USER fw>401 no", "401 no", {}, "fw"},
       {"USER user@far>331 pw|PASS secret>230 in", "", FTUser},
       {"OPEN far>500 not judged|USER user>331 pw|PASS secret>230 in", "", FtOpen},
       {"SITE far>220 ok|USER user>331 pw|PASS secret>230 in", "", FtSite},
@@ -113,8 +111,7 @@ TEST(NmFtp, CommandsTellTheirTypeAndFailuresMayBeHandled) {
       {"CWD /a", "250 ok", "s0"},       {"MKD a", "257 ok", "s1"},   {"DELE a", "250 ok", "s2"},
       {"RMD a", "250 ok", "s3"},        {"PWD", "257 \"/\"", "s15"}, {"PWDX", "399 ok", "s14"},
       {"cwd /a", "250 ok", "s14"},      {"CWD /b", "400 no", "f0"},  {"SYST", "500 what", "u14f14"},
-      {"SITE x", "502 what", "u14f14"}, {"SITE y", "503 no", "f14"}, {"CWD /c", "599 no", "f0"},
-      {"CWD /d", "600 odd", "s0"},      {"STAT", "no code", "s14"},  {"NOOP", "200 a\0b"s, "s14"},
+      {"SITE x", "502 what", "u14f14"}, {"SITE y", "503 no", "f14"}, {"CWD /d", "600 odd", "s0"},
   };
   std::string talk;
   for (const auto& row : rows)
@@ -134,18 +131,15 @@ TEST(NmFtp, CommandsTellTheirTypeAndFailuresMayBeHandled) {
       EXPECT_EQ(ftp.Events, row.Events) << row.Command;
     }
   }
-  for (const std::string& bad : {"a\nb"s, "a\rb"s, "a\0b"s}) {
-    EXPECT_EQ(Failure([&] { ftp.ChangeDirectory(bad); }), "Line end or NUL in an FTP command");
-    EXPECT_EQ(Failure([&] { ftp.RetrieveFile(bad, "x"); }), "Line end or NUL in an FTP command");
-  }
+  EXPECT_EQ(Failure([&] { ftp.ChangeDirectory("a\rb"); }), "Line end or NUL in an FTP command");
+  EXPECT_EQ(Failure([&] { ftp.RetrieveFile("a\0b"s, "x"); }), "Line end or NUL in an FTP command");
   for (int type = 0; type <= 4; ++type) ftp.SetTransferType(type);
   EXPECT_EQ(Failure([&] { ftp.Disconnect(); }), "500 stay");
   EXPECT_TRUE(ftp.Connected);
   ftp.Vendor = 1;
   ftp.Disconnect();
+  ftp.Disconnect();  // nothing happens
   EXPECT_EQ(ftp.Vendor, 2411);
-  EXPECT_FALSE(ftp.Connected);
-  ftp.Disconnect();
   EXPECT_EQ(Failure([&] { ftp.SendCommand("PWD"); }), "Not Connected");
   EXPECT_EQ(Asked(server), "USER user|PASS secret|" + std::regex_replace(talk, kReplies, ""));
 }
@@ -169,13 +163,9 @@ TEST(NmFtp, DownloadsTellHowTheyWent) {
     std::string Outcome;  // S started, W whole; the final reply; the local file, which held "old" before
   } rows[] = {
       {"RETR /f>150 f (5 bytes)|data|>226-all\r\n226 done", "", "SW 226 done=hello"},
-      {"RETR /f>150 no size|data|>226 done", "", "SW 226 done=hello"},
       {"RETR /f>150 bytes|data|>226 done", "", "SW 226 done=hello"},
-      {"RETR /f>125 f (4 bytes)|data|>226 done", "", "SW 226 done=hello"},
       {"RETR /f>150-f\r\n150-(6 bytes)\r\n150 go|data|>226 done", "", "S 226 done=hello"},
-      {"RETR /f>150 f|data|>451-disk\r\n451 error", "", "S 451 error=hello"},
       {"RETR /f>150 f|data|ABOR>426 cut\r\n226 ok", "Socket send aborted", "S 226 ok=hello"},
-      {"RETR /f>550-no\r\n550 such file", "550 such file", " =old"},
       {"RETR /f>150-f\r\n550-no\r\n550 more", "550-no", " =old"},
   };
   const TTempFolder folder;
@@ -256,7 +246,7 @@ TEST(NmFtp, AHandledRefusalIsAQuietReturn) {
 TEST(NmFtp, NameListsAreActiveAndHandOverEveryLine) {
   const auto names = [](const std::string& text) { return TScript().Reply(text); };
   std::string endless;
-  for (int n = 0; n < 70'000; ++n) endless += std::string(998, 'x') + "\r\n";
+  while (endless.size() <= TPowersock::kMaxKept) endless += std::string(998, 'x') + "\r\n";
   const struct {
     std::string Talk;
     TScript Data;
@@ -269,8 +259,7 @@ TEST(NmFtp, NameListsAreActiveAndHandOverEveryLine) {
        5000},
       {"NLST>150 names\r\n226 done|data", names("a.Z\r\n").WaitForClose(), "", "a.Z|", 5000},
       {"NLST>150 names|data|>426 cut", names("a.Z\r\n").WaitForClose(), "Socket readln aborted", "a.Z|"},
-      {"NLST>150 names|data|>226 done", names(std::string(200'000, 'x')), "Line too long", ""},
-      {"NLST>150 names|data|>226 done", names(endless), "Listing too large", "any"},
+      {"NLST>150 names|data|>226 done", names(endless), "Listing too large", std::string(100, 'x')},
       {"NLST>150 names|>425 cannot", {}, "Accepting Canceled", ""},
       {"NLST>550 no files", {}, "550 no files", ""},
   };
@@ -284,18 +273,13 @@ TEST(NmFtp, NameListsAreActiveAndHandOverEveryLine) {
     std::string listed;
     ftp.OnListItem = [&](TNMFTP&, const std::string& line) { listed += line + "|"; };
     EXPECT_EQ(Failure([&] { ftp.NameList(); }), row.Error);
-    if (row.Names != "any") {
-      EXPECT_EQ(listed, row.Names);
-    }
+    EXPECT_EQ(listed.substr(0, 100), row.Names);
     EXPECT_EQ(ftp.Events, row.Error.empty() ? "cs13" : "c") << "OnFailure is not asked here";
-    if (row.Names.ends_with("last|")) {
-      EXPECT_EQ(ftp.TransferSize, 13);
-    }
     if (row.Error.empty()) {
+      EXPECT_EQ(ftp.TransferSize, row.Names.ends_with("last|") ? 13 : 5);
       EXPECT_EQ(ftp.LastTransfer.FinalReply, "226 done");
     }
     ftp.SendCommand("PWD");
-    EXPECT_EQ(ftp.LastReply, "257 /\r\n");
     EXPECT_EQ(Asked(server), "USER user|PASS secret|PORT|NLST|PWD");
   }
 }

@@ -365,6 +365,10 @@ void TScriptedServer::Serve(TConnection& connection, int number) {
 
 // --- THttpServer -----------------------------------------------------------------------------------------
 
+std::uint16_t ClosedPort() {
+  return TScriptedServer(TScript()).Port();
+}
+
 std::string HttpReply(const std::string& body, const std::vector<std::string>& headers,
                       const std::string& status) {
   std::string reply = "HTTP/1.0 " + status + "\r\n";

@@ -169,6 +169,9 @@ class THttpServer : public TServer {
   std::function<std::string(const std::string&, const std::string&)> handler_;
 };
 
+/// A port of this computer that nobody listens at.
+std::uint16_t ClosedPort();
+
 /// The whole of an HTTP/1.0 reply: status line, header lines, Content-Length, body.
 std::string HttpReply(const std::string& body, const std::vector<std::string>& headers = {},
                       const std::string& status = "200 OK");
