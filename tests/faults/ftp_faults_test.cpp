@@ -5,7 +5,6 @@
 #include "base/text.h"
 #include "faults/stage.h"
 #include "support/failure.h"
-#include "support/ftp_script.h"
 #include "support/reliability_rows.h"
 #include "transfer/watchdog_scope.h"
 
@@ -13,6 +12,7 @@ namespace skyreel {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using test::Judge;
 using test::Repeated;
 using test::TFamily;
@@ -37,54 +37,54 @@ struct TFtpFault {
 
 constexpr auto kAborted = "Socket readln aborted", kTimedOut = "Socket send aborted";
 const std::string kNoPort = "No usable port in the reply: ";
-const std::string kAll = "open;retr:150 (<size> bytes);data:<body>",
-                  kHalf = "open;retr:150 (<size> bytes);data:<half>";
+const std::string kAll = "open|<retr>150 (<size> bytes)|data:<body>",
+                  kHalf = "open|<retr>150 (<size> bytes)|data:<half>";
 
 const TFtpFault kFaults[] = {
-    {"550", "550 no such file", "nothing", "open;retr:550 no such file"},
-    {"421 and a close in place of the file", "421 too busy", "nothing", "open;retr:421 too busy;break"},
-    {"421 and a close in reply to PORT", "421 idle", "nothing", "open:421 idle;break", Active},
-    {"421 and a close in reply to PASV", kNoPort + "421 idle", "nothing", "open:421 idle;break", Passive},
-    {"silent after PORT or PASV", kAborted, "nothing", "read;stall;break"},
-    {"silent after RETR", kAborted, "nothing", "open;retr;stall;break"},
-    {"silent after the data", kAborted, "whole, noted", kAll + ";stall;break"},
+    {"550", "550 no such file", "nothing", "open|<retr>550 no such file"},
+    {"421 and a close in place of the file", "421 too busy", "nothing", "open|<retr>421 too busy|break"},
+    {"421 and a close in reply to PORT", "421 idle", "nothing", "open>421 idle|break", Active},
+    {"421 and a close in reply to PASV", kNoPort + "421 idle", "nothing", "open>421 idle|break", Passive},
+    {"silent after PORT or PASV", kAborted, "nothing", "*>|stall|break"},
+    {"silent after RETR", kAborted, "nothing", "open|<retr>|stall|break"},
+    {"silent after the data", kAborted, "whole, noted", kAll + "|stall|break"},
     {"reply of more than 1 MiB", "Reply too large", "nothing",
-     "open;retr:" + Repeated("150-more\n") + ";break"},
-    {"reply line of more than 1 MiB", "Line too long", "nothing", "open;retr:" + Repeated("1") + ";break"},
-    {"NUL bytes in the reply", "", "whole", std::string("open;retr:150 \0\0 f;data:<body>;say:226 done", 43)},
-    {"rubbish in place of a reply", "", "whole", "open;retr:\xfe\xff\x01;data:<body>;say:226 done"},
-    {"PORT or PASV refused", "500 never", "nothing", "open:500 never"},
-    {"PASV with five numbers", kNoPort + "227 (1,2,3,4,5)", "nothing", "open:227 (1,2,3,4,5)", Passive},
-    {"PASV with port 0", kNoPort + "227 (1,2,3,4,0,0)", "nothing", "open:227 (1,2,3,4,0,0)", Passive},
-    {"PASV with a number of 999", kNoPort + "227 (1,2,3,4,999,9)", "nothing", "open:227 (1,2,3,4,999,9)",
+     "open|<retr>" + Repeated("150-more\n") + "|break"},
+    {"reply line of more than 1 MiB", "Line too long", "nothing", "open|<retr>" + Repeated("1") + "|break"},
+    {"NUL bytes in the reply", "", "whole", "open|<retr>150 \0\0 f|data:<body>|>226 done"s},
+    {"rubbish in place of a reply", "", "whole", "open|<retr>\xfe\xff\x01|data:<body>|>226 done"},
+    {"PORT or PASV refused", "500 never", "nothing", "open>500 never"},
+    {"PASV with five numbers", kNoPort + "227 (1,2,3,4,5)", "nothing", "open>227 (1,2,3,4,5)", Passive},
+    {"PASV with port 0", kNoPort + "227 (1,2,3,4,0,0)", "nothing", "open>227 (1,2,3,4,0,0)", Passive},
+    {"PASV with a number of 999", kNoPort + "227 (1,2,3,4,999,9)", "nothing", "open>227 (1,2,3,4,999,9)",
      Passive},
     {"PASV that names another host", "", "whole", test::TFtpStageServer::kWhole, Passive},
-    {"PASV with a port where nobody listens", "Connection Failed", "nothing", "open:<closed>", Passive},
-    {"data connection never comes", "timed out", "nothing", "open;retr:150 f;abor:226 given up", Active,
+    {"PASV with a port where nobody listens", "Connection Failed", "nothing", "open><closed>", Passive},
+    {"data connection never comes", "timed out", "nothing", "open|<retr>150 f|ABOR>226 given up", Active,
      "Accepting Canceled"},
-    {"data stall", "timed out", "short, noted", kHalf + "<stall>;abor:426 cut\n226 given up", Both,
+    {"data stall", "timed out", "short, noted", kHalf + "<stall>|ABOR>426 cut\n226 given up", Both,
      kTimedOut},
-    {"data stall, and ABOR is not answered", "timed out", "short, noted", kHalf + "<stall>;abor;stall;break",
+    {"data stall, and ABOR is not answered", "timed out", "short, noted", kHalf + "<stall>|ABOR>|stall|break",
      Both, kTimedOut},
     {"data connection stays open behind the last byte", "timed out", "whole, noted",
-     kAll + "<stall>;abor:226 given up", Both, kTimedOut},
-    {"data reset", "426 broken", "short, noted", "open;retr:150 f;data:<later><half><reset>;say:426 broken",
+     kAll + "<stall>|ABOR>226 given up", Both, kTimedOut},
+    {"data reset", "426 broken", "short, noted", "open|<retr>150 f|data:<later><half><reset>|>426 broken",
      Both, "10054:Connection reset by peer"},
-    {"150 and then 451", "451 disk error", "short, noted", kHalf + ";say:451 disk error", Both,
+    {"150 and then 451", "451 disk error", "short, noted", kHalf + "|>451 disk error", Both,
      "not whole: 451 disk error"},
-    {"226 before the data", "", "whole", "open;retr:150 (<size> bytes)\n226 done;data:<half><later><rest>"},
+    {"226 before the data", "", "whole", "open|<retr>150 (<size> bytes)\n226 done|data:<half><later><rest>"},
     {"control connection closed in mid-transfer", "Connection closed by server", "short, noted",
-     kHalf + ";break"},
+     kHalf + "|break"},
     {"control connection closed behind the last byte", "Connection closed by server", "whole, noted",
-     kAll + ";break"},
-    {"shorter than announced", "HALF of ALL bytes received", "short, noted", kHalf + ";say:226 done", Both,
+     kAll + "|break"},
+    {"shorter than announced", "HALF of ALL bytes received", "short, noted", kHalf + "|>226 done", Both,
      "not whole: 226 done"},
-    {"longer than announced", "", "whole", "open;retr:150 (9 bytes);data:<body>;say:226 done"},
+    {"longer than announced", "", "whole", "open|<retr>150 (9 bytes)|data:<body>|>226 done"},
     {"announces more than 64 bits can hold", "", "whole",
-     "open;retr:150 (99999999999999999999 bytes);data:<body>;say:226 done"},
+     "open|<retr>150 (99999999999999999999 bytes)|data:<body>|>226 done"},
     // Nothing gives away that bytes are missing.
-    {"size not announced, half of it comes", "", "short", "open;retr:150 f;data:<half>;say:226 done"},
-    {"odd final reply", "ended with: 300 odd", "whole, noted", kAll + ";say:300 odd", Both,
+    {"size not announced, half of it comes", "", "short", "open|<retr>150 f|data:<half>|>226 done"},
+    {"odd final reply", "ended with: 300 odd", "whole, noted", kAll + "|>300 odd", Both,
      "not whole: 300 odd"},
 };
 
@@ -98,8 +98,8 @@ INSTANTIATE_TEST_SUITE_P(Transfer, FtpFaults, testing::ValuesIn(kFaults),
 
 TEST_P(FtpFaults, CostOneFile) {
   const TFtpFault& fault = GetParam();
-  const bool aborts = fault.Steps.find("abor") != std::string::npos,
-             stalls = fault.Steps.find(";stall") != std::string::npos;
+  const bool aborts = fault.Steps.find("ABOR") != std::string::npos,
+             stalls = fault.Steps.find("|stall") != std::string::npos;
   for (const TSubject& subject : test::FtpSubjects()) {
     if (fault.Mode == (subject.Passive ? Active : Passive)) continue;
     SCOPED_TRACE(subject.Name);
@@ -171,7 +171,7 @@ TEST(FtpSessionFaults, AGoodbyeBetweenTwoFilesCostsNone) {
       if (stage.Clock.Slept == 600ms) gone.get_future().wait_for(10s);
     };
     const test::TFtpStageServer server(stage, subject.Passive,
-                                       std::string("bye;break;") + test::TFtpStageServer::kWhole);
+                                       std::string("bye|break|") + test::TFtpStageServer::kWhole);
     Judge("FTP: sessions", "421 and a close between two files", subject, stage, stage.Play(),
           {"Get: NAME", "whole"});
     EXPECT_THAT(server.Errors(), IsEmpty());
@@ -188,22 +188,21 @@ TEST(FtpListingFaults, AreTold) {
     const char* Says;
     std::size_t Names;
   } rows[] = {
-      {"a million names", million, "226 done\r\n", "", 1'000'000},
+      {"a million names", million, ">226 done", "", 1'000'000},
       {"names with \"../\", \"/\" and control bytes",
-       "../../etc/passwd_of_all\r\n/bin/ls\r\na\x01\x1b[2Jbcdefghijklmn\r\n", "226 done\r\n", "", 2},
+       "../../etc/passwd_of_all\r\n/bin/ls\r\na\x01\x1b[2Jbcdefghijklmn\r\n", ">226 done", "", 2},
       {"line of more than 1 MiB", Repeated("n"), "", "Line too long", 0},
       {"silence", name + "<stall>", "", kAborted, 1},
-      {"reset", "<later>" + name + "<reset>", "426 broken\r\n", "10054:Connection reset by peer", 1},
-      {"451 behind it", name, "451 error\r\n", "", 1},
-      {"control connection closed", name, "", "Connection closed by server", 1},
+      {"reset", "<later>" + name + "<reset>", ">426 broken", "10054:Connection reset by peer", 1},
+      {"451 behind it", name, ">451 error", "", 1},
+      {"control connection closed", name, "close", "Connection closed by server", 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.Name);
     TStage stage(0);
     TNMFTP& client = stage.NMFTP;
     client.OnConnect = nullptr;
-    TScript script = test::FtpLogin().ReadLine().Reply("200 ok\r\n").Exchange("NLST", "150 names");
-    TScriptedServer server(script.ConnectBack(test::Script(row.Data)).Reply(row.After));
+    const test::TFtpServer server(false, "login|open|NLST>150 names|data:" + row.Data + "|" + row.After);
     client.Host = "127.0.0.1";
     client.Port = server.Port();
     client.UserID = "user";

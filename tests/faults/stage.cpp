@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sstream>
 
 #include "base/files.h"
 #include "base/text.h"
@@ -15,7 +14,6 @@
 #include "sources/met_charts.h"
 #include "sources/msfc_data.h"
 #include "support/failure.h"
-#include "support/ftp_script.h"
 #include "support/reliability_rows.h"
 #include "transfer/http_fetch.h"
 #include "transfer/http_to_file.h"
@@ -171,27 +169,6 @@ std::string Repeated(const std::string& text) {
   return all;
 }
 
-TScript Script(const std::string& text) {
-  TScript script;
-  std::string pace = "<go>";
-  for (std::size_t at = 0; at <= text.size();) {
-    std::size_t end = text.size();
-    std::string mark;
-    for (const char* const known : {"<drip>", "<later>", "<go>", "<stall>", "<reset>"}) {
-      if (const std::size_t found = text.find(known, at); found < end) end = found, mark = known;
-    }
-    const std::string piece = text.substr(at, end - at);
-    if (!piece.empty() && pace == "<drip>") script.Drip(piece, 1ms);
-    if (!piece.empty() && pace == "<later>") script.Drip(piece, 300ms, piece.size());
-    if (pace == "<go>") script.Reply(piece);
-    if (mark == "<stall>") script.Stall();
-    if (mark == "<reset>") script.Reset();
-    pace = mark;
-    at = end + std::max<std::size_t>(mark.size(), 1);
-  }
-  return script;
-}
-
 void ServeHttp(TStage& stage) {
   for (std::size_t i = 0; i < stage.Files.size(); ++i)
     stage.Server.Answer(stage.Files[i].Remote, stage.Body(i),
@@ -199,60 +176,30 @@ void ServeHttp(TStage& stage) {
   if (!stage.PagePath.empty()) stage.Server.Answer(stage.PagePath, stage.Page);
 }
 
-TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, const std::string& steps) {
-  std::vector<TScript> data;
-  std::uint16_t port = 0;
-  const auto login = [] {
-    return Script("220 ready\r\n")
-        .ReadLine()
-        .Reply("331 pw\r\n")
-        .ReadLine()
-        .Reply("230 in\r\n")
-        .Exchange("TYPE I", "200 ok");
-  };
-  // One file's turn, in the last session.
-  const auto turn = [&](std::vector<TScript>& sessions, std::size_t file, const std::string& text) {
-    const std::string body = stage.Body(file);
-    std::istringstream steps_left(text);
-    const std::map<std::string, std::string> words = {{"size", std::to_string(body.size())},
-                                                      {"body", body},
-                                                      {"half", body.substr(0, body.size() / 2)},
-                                                      {"rest", body.substr(body.size() / 2)},
-                                                      {"closed", PasvReply(ClosedPort())}};
-    for (std::string step; std::getline(steps_left, step, ';');) {
-      TScript& control = sessions.back();
-      const std::string name = step.substr(0, step.find(':'));
-      const std::string said = Filled(step.substr(std::min(step.size(), name.size() + 1)), words);
-      const std::string line = said.empty() ? "" : said + "\r\n",
-                        in_order = passive ? PasvReply(port) + "\r\n" : "200 ok\r\n";
-      if (name == "open") control.ReadLine().Reply(said.empty() ? in_order : line);
-      // In passive mode the client connects before it asks for the file.
-      if (step == "open" && passive) data.emplace_back();
-      if (name == "retr") control.Expect("RETR " + stage.Files[file].Remote).Reply(line);
-      if (name == "data")
-        passive ? void(data.back() = Script(said)) : void(control.ConnectBack(Script(said)));
-      if (name == "say") control.Reply(line);
-      if (name == "abor") control.Expect("ABOR").Reply(line);
-      if (name == "read") control.ReadLine();
-      if (name == "stall") control.Stall();
-      if (name == "bye") control.Reply("421 idle\r\n").HalfClose().Call(stage.OnGoodbye);
-      if (name == "break") sessions.push_back(login());
-    }
-  };
-  const auto sessions = [&] {
-    std::vector<TScript> scripts = {login()};
-    for (std::size_t i = 0; i < stage.Files.size(); ++i) {
-      turn(scripts, i, i == stage.Hit ? steps : kWhole);
-    }
-    scripts.back().ReadLine().Reply("221 bye\r\n");
-    return scripts;
-  };
-  // Twice: the data server's port, which the control scripts name, is known only once its own scripts are.
-  sessions();
-  data_ = std::make_unique<TScriptedServer>(data);
-  port = data_->Port();
-  control_ = std::make_unique<TScriptedServer>(sessions());
-  stage.Context.Servers.EuDA = stage.Context.Servers.MSFC = control_->Address();
+namespace {
+
+std::string FtpSteps(const TStage& stage, const std::string& steps) {
+  const std::string login = "login|TYPE I>200 ok|";
+  std::string all = login;
+  for (std::size_t i = 0; i < stage.Files.size(); ++i) {
+    const std::string body = stage.Body(i), half = body.substr(0, body.size() / 2);
+    all += Filled(i == stage.Hit ? ReplaceAll(steps, "break", "next|" + login) : TFtpStageServer::kWhole,
+                  {{"retr", "RETR " + stage.Files[i].Remote + ">"},
+                   {"size", std::to_string(body.size())},
+                   {"body", body},
+                   {"half", half},
+                   {"rest", body.substr(half.size())},
+                   {"closed", PasvReply(ClosedPort())}}) +
+           "|";
+  }
+  return all + "*>221 bye";
+}
+
+}  // namespace
+
+TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, const std::string& steps)
+    : TFtpServer(passive, FtpSteps(stage, steps), stage.OnGoodbye) {
+  stage.Context.Servers.EuDA = stage.Context.Servers.MSFC = Address();
 }
 
 // --- Primitives ------------------------------------------------------------------------------------------

@@ -2,10 +2,10 @@
 
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "support/ftp_server.h"
 #include "support/job_fixture.h"
 #include "transfer/ftp_fetch.h"
 
@@ -85,25 +85,18 @@ const std::vector<TSubject>& PageSubjects();
 std::string Filled(std::string text, const std::map<std::string, std::string>& words);
 /// A text over and over, of more than 1 MiB.
 std::string Repeated(const std::string& text);
-/// A script of such a text: it may end with "<stall>" or "<reset>"; what stands behind "<drip>" goes out byte
-/// by byte, behind "<later>" after a pause, behind "<go>" at once again.
-TScript Script(const std::string& text);
 
 /// Serves all files of an HTTP subject whole.
 void ServeHttp(TStage& stage);
 
-/// Serves the files of an FTP subject; `steps` for the one that is hit, separated by ";": "open" (PORT or
-/// PASV, in order) or "open:reply"; "retr:reply"; "data:script"; "say:reply"; "abor:reply"; "read"; "stall";
-/// "bye" (421 and a close); "break" (the control connection is gone, the client comes again for what is
-/// left).
-class TFtpStageServer {
+/// Serves the files of an FTP subject; the one that is hit by `steps` as TFtpServer reads them, with the
+/// words of Filled: <body>, <half> and <rest> of the file, its <size>, the command "<retr>", and a reply to
+/// PASV that leads nowhere, <closed>. "break" breaks the session off; the client comes again for what is
+/// left.
+class TFtpStageServer : public TFtpServer {
  public:
   TFtpStageServer(TStage& stage, bool passive, const std::string& steps = kWhole);
-  std::vector<std::string> Errors() const { return control_->Errors(); }
-  static constexpr const char* kWhole = "open;retr:150 (<size> bytes);data:<body>;say:226 done";
-
- private:
-  std::unique_ptr<TScriptedServer> data_, control_;
+  static constexpr const char* kWhole = "open|<retr>150 (<size> bytes)|data:<body>|>226 done";
 };
 
 /// A fault's name as the name of a test.

@@ -244,7 +244,7 @@ TEST(PowersockReceive, LinesBytesAndStreams) {
 }
 
 TEST(PowersockSend, WriteEndsAtNulAndRefusesTooMuch) {
-  TScriptedServer server(TScript().ReadAll());
+  TScriptedServer server(TScript().WaitForClose());
   TClient socket(server);
   socket.Write("");
   socket.Write("ab\0cd"s);
@@ -253,6 +253,7 @@ TEST(PowersockSend, WriteEndsAtNulAndRefusesTooMuch) {
   EXPECT_THROW(socket.SendBuffer(std::string(70'000, 'x').c_str(), 0), ERangeError);
   socket.SendBuffer("a\0b", 3);
   socket.Write(std::string(65'535, 'x'));
+  EXPECT_THROW(socket.SendFile("/nonexistent"), std::system_error);
   socket.Disconnect();
   server.WaitForConnections(1);
   EXPECT_TRUE(server.Received()[0] == "abef\r\na\0b"s + std::string(65'535, 'x'));

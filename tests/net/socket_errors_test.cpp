@@ -28,8 +28,8 @@ TEST(SocketErrors, SystemNumbersKeepTheirMeaningAndNoOtherPassesForHarmless) {
     EXPECT_EQ(SocketErrorFromErrno(error) == kErrorWouldBlock, error == EAGAIN) << error;
     EXPECT_EQ(SocketErrorFromErrno(error) == kErrorNotConnected, error == ENOTCONN) << error;
   }
-  const std::pair<int, int> lookups[] = {
-      {EAI_NONAME, 11001}, {EAI_AGAIN, 11002}, {EAI_FAIL, 11003}, {EAI_SYSTEM, 11001}};
+  const std::pair<int, int> lookups[] = {{EAI_NONAME, 11001}, {EAI_AGAIN, 11002},      {EAI_FAIL, 11003},
+                                         {EAI_NODATA, 11004}, {EAI_ADDRFAMILY, 11004}, {EAI_SYSTEM, 11001}};
   for (const auto& [error, number] : lookups) EXPECT_EQ(SocketErrorFromLookup(error), number);
 }
 

@@ -50,13 +50,10 @@ class TRecordingDisplay : public TStatusDisplay {
   int BusyDepth = 0;
 };
 
-/// Counts the watchdog calls; stops when told, or after a number of polls.
+/// Counts the watchdog calls; stops when told.
 class TFakeRun : public TRunControl {
  public:
-  bool StopRequested() const override {
-    ++Polls;
-    return Stop || (StopAfterPolls >= 0 && Polls > StopAfterPolls);
-  }
+  bool StopRequested() const override { return Stop; }
   void RestartWatchdog() override {
     ++Restarts;
     WatchdogArmed = true;
@@ -67,8 +64,6 @@ class TFakeRun : public TRunControl {
   }
 
   bool Stop = false;
-  int StopAfterPolls = -1;
-  mutable int Polls = 0;
   int Restarts = 0;
   int Stops = 0;
   bool WatchdogArmed = false;

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -106,6 +107,7 @@ class TConnection {
   }
 
   bool Send(std::string_view bytes) {
+    if (HeaderOnly) bytes = bytes.substr(0, bytes.find("\r\n\r\n") + 4);
     while (!bytes.empty()) {
       if (!Wait(POLLOUT)) return false;
       const ssize_t sent = ::send(socket_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -167,6 +169,8 @@ class TConnection {
     ReadAll();
   }
 
+  bool HeaderOnly = false;  ///< of a reply that is sent
+
  private:
   TServer& server_;
   TDescriptor socket_;
@@ -225,10 +229,6 @@ TScript& TScript::Stall() {
 }
 
 TScript& TScript::WaitForClose() {
-  return ReadAll();
-}
-
-TScript& TScript::ReadAll() {
   return Add([](TConnection& c) { return c.ReadAll(); });
 }
 
@@ -250,6 +250,27 @@ TScript& TScript::HalfClose() {
 
 TScript& TScript::Close() {
   return Add([](TConnection&) { return false; });
+}
+
+TScript Script(const std::string& text) {
+  TScript script;
+  std::string pace = "<go>";
+  for (std::size_t at = 0; at <= text.size();) {
+    std::size_t end = text.size();
+    std::string mark;
+    for (const char* const known : {"<drip>", "<later>", "<go>", "<stall>", "<reset>"}) {
+      if (const std::size_t found = text.find(known, at); found < end) end = found, mark = known;
+    }
+    const std::string piece = text.substr(at, end - at);
+    if (!piece.empty() && pace == "<drip>") script.Drip(piece, std::chrono::milliseconds(1));
+    if (!piece.empty() && pace == "<later>") script.Drip(piece, std::chrono::milliseconds(300), piece.size());
+    if (pace == "<go>") script.Reply(piece);
+    if (mark == "<stall>") script.Stall();
+    if (mark == "<reset>") script.Reset();
+    pace = mark;
+    at = end + std::max<std::size_t>(mark.size(), 1);
+  }
+  return script;
 }
 
 // --- TServer ---------------------------------------------------------------------------------------------
@@ -351,7 +372,8 @@ std::vector<std::string> TServer::Errors() const {
 
 // --- TScriptedServer -------------------------------------------------------------------------------------
 
-TScriptedServer::TScriptedServer(std::vector<TScript> scripts) : scripts_(std::move(scripts)) {
+void TScriptedServer::Play(std::vector<TScript> scripts) {
+  scripts_ = std::move(scripts);
   Start();
 }
 
@@ -382,14 +404,12 @@ THttpServer::THttpServer() {
 
 void THttpServer::Answer(const std::string& path, const std::string& body, const TLines& headers,
                          const std::string& status) {
-  const std::string reply = HttpReply(body, headers, status);
-  const std::lock_guard lock(answers_mutex_);
-  answers_[path] = {reply.substr(0, reply.size() - body.size()), body, nullptr};
+  AnswerScript(path, TScript().Reply(HttpReply(body, headers, status)));
 }
 
 void THttpServer::AnswerScript(const std::string& path, TScript script) {
   const std::lock_guard lock(answers_mutex_);
-  answers_[path] = {"", "", std::make_shared<TScript>(std::move(script))};
+  answers_[path] = std::move(script);
 }
 
 void THttpServer::SetHandler(std::function<std::string(const std::string&, const std::string&)> handler) {
@@ -414,27 +434,22 @@ std::vector<std::string> THttpServer::Paths() const {
 void THttpServer::Serve(TConnection& connection, int) {
   std::string first, request;
   if (!connection.ReadRequest(first, request)) return;
-  const std::size_t begin = first.find(' ') + 1;
-  const std::string path = first.substr(begin, first.find(' ', begin) - begin);
+  const std::string asked = first.substr(0, first.rfind(' ')), path = asked.substr(asked.find(' ') + 1);
   std::function<std::string(const std::string&, const std::string&)> handler;
-  const std::string missing = HttpReply("not found", {"Content-Type: text/html"}, "404 Not Found");
-  TAnswer answer{missing.substr(0, missing.size() - 9), "not found", nullptr};
+  TScript answer = TScript().Reply(HttpReply("not found", {"Content-Type: text/html"}, "404 Not Found"));
   {
     const std::lock_guard lock(answers_mutex_);
     request_lines_.push_back(first);
     handler = handler_;
-    auto found = answers_.find(first.substr(0, begin) + path);
-    if (found == answers_.end()) found = answers_.find(path);
-    if (found != answers_.end()) answer = found->second;
+    connection.HeaderOnly = first.starts_with("HEAD ") && !answers_.contains(asked);
+    for (const std::string& key : {asked, path}) {
+      if (!answers_.contains(key)) continue;
+      answer = answers_.at(key);
+      break;
+    }
   }
-  if (const std::string bytes = handler ? handler(path, request) : ""; !bytes.empty()) {
-    connection.Send(bytes);
-  } else if (answer.Script) {
-    connection.Run(*answer.Script);
-  } else {
-    connection.Send(answer.Header);
-    if (!first.starts_with("HEAD ")) connection.Send(answer.Body);
-  }
+  const std::string bytes = handler ? handler(path, request) : "";
+  connection.Run(bytes.empty() ? answer : TScript().Reply(bytes));
 }
 
 }  // namespace skyreel::test

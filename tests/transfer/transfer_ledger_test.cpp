@@ -1,14 +1,17 @@
 #include "transfer/transfer_ledger.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <optional>
 
+#include "base/descriptor.h"
 #include "base/files.h"
 #include "support/child_process.h"
+#include "support/limit_scope.h"
 #include "support/temp_folder.h"
 
 namespace skyreel {
@@ -18,6 +21,7 @@ namespace fs = std::filesystem;
 
 using test::Say;
 using test::TChild;
+using test::TLimitScope;
 
 class TransferLedger : public testing::Test {
  protected:
@@ -47,9 +51,7 @@ TEST_F(TransferLedger, TheNoteStaysUnlessTheTransferEndedWholeOrNeverTouchedTheF
     SCOPED_TRACE(testing::Message() << row.CutBefore << static_cast<int>(row.End));
     fs::remove(file_);
     TTransferLedger ledger(file_);
-    if (row.CutBefore) {
-      Transfer(ledger, picture_, TTransferEnd::Cut);
-    }
+    if (row.CutBefore) Transfer(ledger, picture_, TTransferEnd::Cut);
     EXPECT_EQ(ledger.Present(picture_), !row.CutBefore);
     ASSERT_TRUE(ledger.Begin(picture_));
     EXPECT_TRUE(ledger.IsNoted(picture_));
@@ -112,30 +114,29 @@ TEST_F(TransferLedger, TwoCopiesDoNotLoseEachOthersNotes) {
 }
 
 TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
-  std::vector<std::string> told;
-  // A folder in the ledger's place cannot be written, whoever runs this.
-  fs::create_directory(file_);
-  TTransferLedger ledger(file_);
-  ledger.OnProblem = [&](TTransferLedger&, const std::string& text) { told.push_back(text); };
-  ASSERT_TRUE(ledger.Begin(picture_));
-  EXPECT_FALSE(ledger.Present(picture_));
-  ledger.End(picture_, TTransferEnd::Cut);
-  EXPECT_FALSE(ledger.Present(picture_));
-  Transfer(ledger, picture_, TTransferEnd::Whole);
-  EXPECT_TRUE(ledger.Present(picture_));
-  ASSERT_EQ(told.size(), 1u);
-  EXPECT_EQ(told[0], "Transfers cannot be noted in " + file_.string() + ": Is a directory");
-}
-
-TEST_F(TransferLedger, AStoppedCopyThatHoldsTheLockDoesNotHangThisOne) {
-  const int lock = ::open(file_.c_str(), O_RDWR | O_CREAT, 0666);
-  ASSERT_EQ(::flock(lock, LOCK_EX), 0);
-  int told = 0;
-  ledger_.OnProblem = [&](TTransferLedger&, const std::string&) { ++told; };
-  EXPECT_TRUE(ledger_.Begin(picture_));
-  ::close(lock);
-  EXPECT_EQ(told, 1);
-  EXPECT_FALSE(ledger_.Present(picture_));
+  // A full disk, another copy that holds the lock and does not go on, and a folder in the ledger's place.
+  for (const std::string reason : {"File too large", "Resource temporarily unavailable", "Is a directory"}) {
+    std::vector<std::string> told;
+    fs::remove(file_);
+    if (reason == "Is a directory") fs::create_directory(file_);
+    std::optional<TLimitScope> full_disk;
+    if (reason == "File too large") full_disk.emplace(RLIMIT_FSIZE, 0);
+    TDescriptor lock;
+    if (reason.starts_with("Resource")) {
+      lock = TDescriptor(::open(file_.c_str(), O_RDWR | O_CREAT, 0666));
+      ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
+    }
+    TTransferLedger ledger(file_);
+    ledger.OnProblem = [&](TTransferLedger&, const std::string& text) { told.push_back(text); };
+    ASSERT_TRUE(ledger.Begin(picture_));
+    EXPECT_FALSE(ledger.Present(picture_));
+    ledger.End(picture_, TTransferEnd::Cut);
+    EXPECT_FALSE(ledger.Present(picture_));
+    lock.Close();
+    Transfer(ledger, picture_, TTransferEnd::Whole);
+    EXPECT_TRUE(ledger.Present(picture_));
+    EXPECT_THAT(told, testing::ElementsAre("Transfers cannot be noted in " + file_.string() + ": " + reason));
+  }
 }
 
 TEST_F(TransferLedger, DamagedLinesArePassedOverAndGoodOnesKept) {
@@ -155,9 +156,7 @@ TEST_F(TransferLedger, DamagedLinesArePassedOverAndGoodOnesKept) {
 
 TEST_F(TransferLedger, NotesOfFilesThatAreGoneAreDroppedButNotThoseOfAFolderThatIsAway) {
   const fs::path gone = folder_.Write("gone", "x"), away = folder_.Write("disk/away", "x");
-  for (const fs::path& path : {gone, away}) {
-    Transfer(ledger_, path, TTransferEnd::Cut);
-  }
+  for (const fs::path& path : {gone, away}) Transfer(ledger_, path, TTransferEnd::Cut);
   fs::remove(gone);
   fs::rename(folder_ / "disk", folder_ / "unmounted");
   Transfer(ledger_, picture_, TTransferEnd::Whole);
