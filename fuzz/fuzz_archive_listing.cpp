@@ -1,25 +1,21 @@
 // The archive's listing page: whatever it holds, what is left are images that were asked about, in their
 // order, and none when it is no list.
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
 
+#include "require.h"
 #include "sources/eu_archive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view page(reinterpret_cast<const char*>(data), size);
+  const std::string_view page = AsText(data, size);
   const auto all = skyreel::EuArchiveOldImages("C1D", skyreel::TDateTime::FromDate(2005, 11, 10));
   auto images = all;
   const bool listing = skyreel::KeepListedImages(page, "http://server", images);
-  if (!listing && !images.empty()) std::abort();
+  Require(listing || images.empty());
   auto from = all.begin();
   for (const auto& image : images) {
     while (from != all.end() && from->RemoteName != image.RemoteName) ++from;
-    if (from == all.end()) std::abort();
+    Require(from != all.end());
     // The page need not hold the name in one piece: a '";' is taken out of its paths.
-    if (page.find("20051110") == std::string_view::npos && page.find("\";") == std::string_view::npos)
-      std::abort();
+    Require(page.find("20051110") != page.npos || page.find("\";") != page.npos);
   }
   // Every name that stands in the page as a whole, from its first frame on, is found.
   if (!listing) return 0;
@@ -27,6 +23,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text = kept.substr(0, kept.find("number_of_images"));
   std::size_t whole = 0;
   for (const auto& image : all) whole += text.find(image.RemoteName) != std::string_view::npos;
-  if (whole > images.size()) std::abort();
+  Require(whole <= images.size());
   return 0;
 }

@@ -1,14 +1,14 @@
 // Any source; the first byte chooses how the stream over the rest is read and moved.
 
-#include <cstdint>
 #include <string>
 
 #include "decompress/bzip2_stream.h"
+#include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const unsigned choice = data[0];
-  const std::string input(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::string input(AsText(data, size).substr(1));
   try {
     skyreel::TViewStream source(input);
     skyreel::TBZDecompressionStream stream(source);
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       if (got == 0) break;
       total += got;
     }
-    if (stream.Seek(0, skyreel::TSeekOrigin::Current) != total) __builtin_trap();
+    Require(stream.Seek(0, skyreel::TSeekOrigin::Current) == total);
   } catch (const skyreel::EBZip2Error&) {
   }
   return 0;

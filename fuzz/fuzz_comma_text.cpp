@@ -1,12 +1,9 @@
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
 #include "base/comma_text.h"
+#include "require.h"
 
 // Whatever a comma text holds, its items survive being written and read again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto items = skyreel::FromCommaText({reinterpret_cast<const char*>(data), size});
-  if (skyreel::FromCommaText(skyreel::ToCommaText(items)) != items) std::abort();
+  const auto items = skyreel::FromCommaText(AsText(data, size));
+  Require(skyreel::FromCommaText(skyreel::ToCommaText(items)) == items);
   return 0;
 }

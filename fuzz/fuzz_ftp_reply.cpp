@@ -1,22 +1,11 @@
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
 #include "base/exceptions.h"
 #include "net/ftp_parse.h"
+#include "require.h"
 #include "transfer/ftp_fetch.h"
-
-namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace skyreel;
-  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  const std::string_view text = AsText(data, size);
   Require(PasvPort(text).value_or(1) != 0);
   Require(SizeFromReply(text) >= 0);
   Require(!IsReplyContinuation(text) || !text.empty());

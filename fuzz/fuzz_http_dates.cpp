@@ -1,16 +1,14 @@
 // Response headers: whatever they hold, the parser returns, and a date that it read is one that can be
 // written and read again.
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
 
+#include <string>
+
+#include "require.h"
 #include "transfer/http_header.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using skyreel::TDateTime;
-  const std::string_view header(reinterpret_cast<const char*>(data), size);
+  const std::string_view header = AsText(data, size);
   std::int32_t length = -1;
   TDateTime modified;
   skyreel::ParseHttpHeader(header, length, modified);
@@ -21,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string written =
       "Content-Length: " + std::to_string(length) + "\r\n" +
       skyreel::FormatDateTime("'Last-Modified: Sun, 'dd mmm yyyy hh:nn:ss' GMT'", modified);
-  if (!skyreel::ParseHttpHeader(written, length_again, again)) std::abort();
-  if (length_again != length || again != modified) std::abort();
+  Require(skyreel::ParseHttpHeader(written, length_again, again));
+  Require(length_again == length && again == modified);
   return 0;
 }

@@ -1,22 +1,11 @@
 // The order page of the PDUS station: whatever it holds, no entry leads off the server or out of the folder.
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
 
 #include "base/text.h"
+#include "require.h"
 #include "sources/dundee_pdus.h"
 
-namespace {
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view page(reinterpret_cast<const char*>(data), size);
+  const std::string_view page = AsText(data, size);
   const skyreel::TPdusOrder order =
       skyreel::ParseOrderPage(page, "http://station", {"0200, IODC, Visible", "0000, GMS, Infra-Red", "GMS"});
   Require(order.Refused.size() <= order.RefusedCount);

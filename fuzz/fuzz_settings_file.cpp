@@ -1,22 +1,17 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
 
 #include "base/files.h"
+#include "require.h"
 #include "settings/registry_store.h"
 
 using namespace skyreel;
 
 namespace {
-
-void Require(bool condition) {
-  if (!condition) std::abort();
-}
 
 /// One for the whole run; the library remembers files by name, size and a time that may not have moved on, so
 /// each input gets names of its own, one to write and one to read.
@@ -33,7 +28,7 @@ std::filesystem::path Folder() {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const std::filesystem::path folder = Folder();
   static int count = 0;
-  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  const std::string bytes(AsText(data, size));
   const std::size_t value_size = size == 0 ? 0 : std::min<std::size_t>(data[0] & ~1u, size - 1);
   QString value(static_cast<qsizetype>(value_size / 2), QChar(0));
   if (size > 0) std::memcpy(value.data(), data + 1, value_size / 2 * 2);

@@ -219,8 +219,7 @@ TTransferEnd TFtpSession::ClientOutcome(std::exception_ptr failure, std::string&
     if (failure) std::rethrow_exception(failure);
     problem = refused                                  ? transfer.FinalReply
               : transfer.Received < transfer.Announced ? SomeOf(transfer.Received, transfer.Announced)
-              : transfer.Started                       ? "ended with: " + transfer.FinalReply
-                                                       : context_.NMFTP.LastReply;
+                                                       : "ended with: " + transfer.FinalReply;
   } catch (const std::system_error& error) {
     problem = "not saved: " + error.code().message();
   } catch (const std::exception& error) {

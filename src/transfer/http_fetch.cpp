@@ -106,17 +106,17 @@ class TBusyCursorScope {
   TStatusDisplay& display_;
 };
 
-/// What a transfer ended with, beside the bytes.
-struct TTransferEnd {
+/// How a transfer ended, beside the bytes.
+struct TFetchEnd {
   bool Cut = false;          ///< fewer bytes came than the server had announced, or what it calls a part
   std::string LocalFailure;  ///< why this computer could not keep what came
   std::string Refusal;       ///< why nothing was asked for
 };
 
 /// `file` holds what came too, until the caller lets it go.
-TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::string& stream,
-                      const std::string& user_name, const std::string& password,
-                      std::optional<TTemporaryFile>& file) {
+TFetchEnd Transfer(TTransferContext& context, const std::string& url, std::string& stream,
+                   const std::string& user_name, const std::string& password,
+                   std::optional<TTemporaryFile>& file) {
   const TBusyCursorScope busy(context.Display);
   const TProgressScope progress(context.Display, url);
   TNMHTTP& client = context.NMHTTP;
@@ -125,7 +125,7 @@ TTransferEnd Transfer(TTransferContext& context, const std::string& url, std::st
   if (!password.empty()) client.HeaderInfo.Password = password;
   ApplySharedHttpSettings(client, context.Shared);
 
-  TTransferEnd end;
+  TFetchEnd end;
   try {
     // The server does its part while the file is made; a redirect asks a second time.
     const TDeliveryScope delivery(client, TTemporaryFile::CurrentPath().string(), [&file](TNMHTTP&) {
@@ -182,7 +182,7 @@ TVerdict Save(const THttpFileRequest& request, TTemporaryFile& temporary, std::s
   return {THttpFileOutcome::kSaved, " - OK"};
 }
 
-TVerdict Judge(const THttpFileRequest& request, const TTransferEnd& end, std::optional<TTemporaryFile>& file,
+TVerdict Judge(const THttpFileRequest& request, const TFetchEnd& end, std::optional<TTemporaryFile>& file,
                std::string_view data) {
   if (!end.LocalFailure.empty()) {
     return {THttpFileOutcome::kNotSaved, " - not saved: " + end.LocalFailure};
@@ -226,7 +226,7 @@ THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest
   context.Display.AddStatusLine("Get: " + request.GetName);
   std::string stream;
   std::optional<TTemporaryFile> file;
-  const TTransferEnd end = Transfer(context, request.Url, stream, "", "", file);
+  const TFetchEnd end = Transfer(context, request.Url, stream, "", "", file);
   const TVerdict verdict = Judge(request, end, file, stream);
   context.Display.ReplaceLastStatusLine(request.ResultName + verdict.Text);
   return verdict.Outcome;

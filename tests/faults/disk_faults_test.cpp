@@ -1,14 +1,13 @@
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <optional>
 
 #include "base/files.h"
 #include "faults/stage.h"
+#include "support/limit_scope.h"
 
 namespace skyreel {
 namespace {
@@ -26,15 +25,6 @@ bool MountSmall(const fs::path& folder, std::size_t size) {
       ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
   const std::string options = "size=" + std::to_string(size);
   return allowed && ::mount("none", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
-}
-
-/// No file may grow beyond this size: a write fails in its middle then, as on a full disk.
-void LimitFileSize(rlim_t size) {
-  std::signal(SIGXFSZ, SIG_IGN);
-  rlimit limit{};
-  ::getrlimit(RLIMIT_FSIZE, &limit);
-  limit.rlim_cur = std::min(size, limit.rlim_max);
-  ::setrlimit(RLIMIT_FSIZE, &limit);
 }
 
 enum class TGets { Whole, NotSaved, NoneSaved };
@@ -64,7 +54,7 @@ const TDiskFault kFaults[] = {
     {"name too long", NotSaved, "File name too long",
      [](TStage& s, const fs::path&) { return s.Files[s.Hit].Local = std::string(300, 'n'), true; }},
     {"file larger than the system allows", NotSaved, "File too large",
-     [](TStage& s, const fs::path&) { return LimitFileSize(4 * s.Size), true; }, 8},
+     [](TStage&, const fs::path&) { return true; }, 8},
     {"full disk", NotSaved, "No space left on device",
      [](TStage& s, const fs::path&) { return MountSmall(s.OutputPath(), 4 * s.Size); }, 8},
     {"full temporary folder", Whole, "No space left on device",
@@ -98,8 +88,6 @@ std::string ExpectedLine(TFamily family, bool saved, const std::string& reason) 
 
 class DiskFaults : public testing::TestWithParam<TDiskFault> {
  protected:
-  ~DiskFaults() override { LimitFileSize(RLIM_INFINITY); }
-
   /// False when this user may not make the fault.
   bool Play(const TSubject& subject, bool ftp) {
     const TDiskFault& fault = GetParam();
@@ -116,8 +104,10 @@ class DiskFaults : public testing::TestWithParam<TDiskFault> {
     const fs::path hit = stage.Output(stage.HitFile().Local);
     fs::create_directories(hit.parent_path());
     if (!fault.Make(stage, hit)) return false;
+    std::optional<test::TLimitScope> limit;
+    if (name.starts_with("file larger")) limit.emplace(RLIMIT_FSIZE, 4 * stage.Size);
     const TOutcome seen = stage.Play();
-    LimitFileSize(RLIM_INFINITY);
+    limit.reset();
     const bool saved = (fault.Gets == Whole) != (fault.FetchDiffers && subject.Family == TFamily::Fetch);
     TOutcome expected{ExpectedLine(subject.Family, saved, fault.Reason), saved ? "whole" : "nothing"};
     if (fault.Gets == NoneSaved) {

@@ -170,35 +170,24 @@ TEST_F(THttpFetch, TemporaryFileKeepsItsNameAndIsPrivate) {
   EXPECT_EQ(ReadWholeFile(victim), "precious");
 }
 
-TEST_F(THttpFetch, StreamHoldsTheLastFetchAloneAndTheClientIsLeftAsItWas) {
-  job_.Server.Answer("/a", "short text");
-  std::string stream = "earlier";
-  job_.NMHTTP.Body = "kept";
-  for (const std::string& text : {std::string("short text"), std::string()}) {
-    EXPECT_EQ(GetHttpToStream(job_.Context, text.empty() ? "" : root_ + "/a", stream),
-              static_cast<std::int64_t>(text.size()));
-    EXPECT_EQ(stream, text);
-    EXPECT_FALSE(job_.NMHTTP.InputFileMode);
-    EXPECT_EQ(job_.NMHTTP.Body, "kept");
-  }
-  EXPECT_THAT(job_.Display.Lines, IsEmpty()) << "lines are the callers' matter";
-}
-
-// --- Credentials and proxy ---------------------------------------------------------------------------------
-
-TEST_F(THttpFetch, CredentialsStayInForceUntilReplaced) {
+TEST_F(THttpFetch, StreamHoldsTheLastFetchAloneAndOnlyCredentialsStayInForce) {
   std::vector<std::string> sent;
   job_.Server.SetHandler([&](const std::string&, const std::string& request) {
     const std::size_t at = request.find("Authorization: Basic ");
     sent.push_back(at == std::string::npos ? "-" : request.substr(at + 21, request.find('\r', at) - at - 21));
     return HttpReply("text");
   });
-  std::string stream;
-  GetHttpToStream(job_.Context, root_ + "/", stream);
-  GetHttpToStream(job_.Context, root_ + "/", stream, "user", "word");
-  GetHttpToStream(job_.Context, root_ + "/", stream);
-  GetHttpToStream(job_.Context, root_ + "/", stream, "other", "");
+  job_.NMHTTP.Body = "kept";
+  std::string stream = "earlier";
+  for (const auto& [user, word] : {std::pair("", ""), {"user", "word"}, {"", ""}, {"other", ""}}) {
+    EXPECT_EQ(GetHttpToStream(job_.Context, root_ + "/", stream, user, word), 4);
+    EXPECT_EQ(stream, "text");
+  }
   EXPECT_THAT(sent, ElementsAre("-", "dXNlcjp3b3Jk", "dXNlcjp3b3Jk", "b3RoZXI6d29yZA=="));
+  EXPECT_EQ(GetHttpToStream(job_.Context, "", stream), 0);
+  EXPECT_EQ(stream, "");
+  EXPECT_EQ(job_.NMHTTP.Body + (job_.NMHTTP.InputFileMode ? " in file mode" : ""), "kept");
+  EXPECT_THAT(job_.Display.Lines, IsEmpty()) << "lines are the callers' matter";
 }
 
 TEST_F(THttpFetch, SharedSettingsReachTheClient) {

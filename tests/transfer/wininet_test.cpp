@@ -182,38 +182,58 @@ TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
   EXPECT_THAT(job_.Display.Lines, ElementsAre("Got 200 bytes"));
 }
 
-TEST_F(WinInet, EveryOutcomeHasItsMessage) {
+TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
   const struct {
+    const char* Response;
     bool HasFile, StartFails;
     std::uint32_t LastError, EndError;
-    const char* Response;
+    std::size_t Written;
     TWinInetTransferState State;
     std::vector<std::string> Lines;
   } rows[] = {
-      {false, false, 0, 0, "", wtsNoFile, {"File does not exist"}},
-      {true, false, 18, 0, "", wtsNoFile, {"File does not exist"}},  // no more files
-      {true, true, 0, 0, "", wtsFailed, {"Transfer failed"}},
-      {true, false, 0, 12002, "ignored", wtsFailed, {"Transfer failed"}},
-      {true, false, 0, 12003, "550-no\r\n550\x01 such\r\n", wtsFailed, {"550-no", "550 such"}},
-      {true, false, 0, 12003, "550 no\r\n550 no\r\n", wtsFailed, {"550 no"}},
-      {true, false, 0, 12003, "550 no", wtsFailed, {"550 no"}},
-      {true, false, 0, 12003, "", wtsFailed, {"Transfer failed"}},
-      {true, false, 0, 0, "", wtsDone, {"Got 3 bytes"}},
+      {"", false, false, 0, 0, 0, wtsNoFile, {"File does not exist"}},
+      {"", true, false, 18, 0, 0, wtsNoFile, {"File does not exist"}},  // no more files
+      {"", true, true, 0, 0, 0, wtsFailed, {"Transfer failed"}},
+      {"ignored", true, false, 0, 12002, 100, wtsFailed, {"Transfer failed"}},
+      {"550-no\r\n550\x01 such\r\n", true, false, 0, 12003, 0, wtsFailed, {"550-no", "550 such"}},
+      {"550 no\r\n550 no\r\n", true, false, 0, 12003, 0, wtsFailed, {"550 no"}},
+      {"550 no", true, false, 0, 12003, 0, wtsFailed, {"550 no"}},
+      {"", true, false, 0, 12003, 0, wtsFailed, {"Transfer failed"}},
+      {"", true, false, 0, 0, 100, wtsDone, {"Got 100 bytes", "f - 100 of 200 bytes received"}},
+      {"", true, false, 0, 0, 200, wtsDone, {"Got 200 bytes"}},
   };
-  job_.WriteOutput("f", "abc");
+  job_.Context.WinInet = wininet_.get();
+  const auto session = [&](const std::function<void(TFtpSession&)>& work) {
+    play_.Calls.clear();
+    job_.Display.Lines.clear();
+    return RunFtpSession(job_.Context, {"host:2121", "user", "secret", false, true}, work);
+  };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.Response);
+    SCOPED_TRACE(testing::Message() << row.Response << row.EndError);
+    std::filesystem::remove(job_.Output("f"));
     play_.HasFile = row.HasFile;
     play_.StartFails = row.StartFails;
     play_.LastError = row.LastError;
-    play_.Size = row.State == wtsDone ? 0 : 200;
     play_.Response = row.Response;
-    play_.Download = [&](TWinInetApi::TContext) { TellEnd(row.EndError); };
-    job_.Display.Lines.clear();
-    EXPECT_EQ(Get(), row.State == wtsDone);
+    play_.Download = [&](TWinInetApi::TContext) {
+      std::ofstream(play->LocalPath) << std::string(row.Written, 'x');
+      TellEnd(row.EndError);
+    };
+    EXPECT_TRUE(session([&](TFtpSession& open) {
+      EXPECT_EQ(FtpFetchFile(job_.Context, open, TFtpVariant::CurrentFolder, "f", job_.OutputPath()),
+                row.State == wtsDone);
+    }));
     EXPECT_EQ(wininet_->LastState(), row.State);
+    job_.Display.Lines.erase(job_.Display.Lines.begin());  // "Get: f"
     EXPECT_EQ(job_.Display.Lines, row.Lines);
+    EXPECT_EQ(job_.Ledger.IsNoted(job_.Output("f")), row.State != wtsNoFile && row.Written < 200);
+    EXPECT_FALSE(job_.Run.WatchdogArmed);
   }
+  EXPECT_THAT(play_.Calls, testing::HasSubstr("| connect host 2121 user secret 1  0 | "));
+  play_.Connects = false;
+  EXPECT_FALSE(session([](TFtpSession&) {}));
+  EXPECT_THAT(job_.Display.Lines,
+              ElementsAre("Connection failed to: host - no connection from the Internet library"));
 }
 
 TEST_F(WinInet, AnEndThatComesTooLateConcernsNobody) {
@@ -257,48 +277,6 @@ TEST_F(WinInet, AnEndThatComesTooLateConcernsNobody) {
   };
   EXPECT_FALSE(Get());
   EXPECT_EQ(wininet_->LastState(), wtsTimedOut);
-}
-
-TEST_F(WinInet, ASessionFetchesThroughIt) {
-  job_.Context.WinInet = wininet_.get();
-  connection_.reset();
-  const struct {
-    bool HasFile;
-    std::size_t Written;
-    bool Result, Present;
-    std::vector<std::string> Lines;
-  } rows[] = {
-      {true, 200, true, true, {"Get: f", "Got 200 bytes"}},
-      {true, 100, true, false, {"Get: f", "Got 100 bytes", "f - 100 of 200 bytes received"}},
-      {false, 0, false, false, {"Get: f", "File does not exist"}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.Written);
-    std::filesystem::remove(job_.Output("f"));
-    play_.Calls.clear();
-    play_.HasFile = row.HasFile;
-    play_.LastError = 0;
-    play_.Download = [&](TWinInetApi::TContext) {
-      std::ofstream(play->LocalPath) << std::string(row.Written, 'x');
-      TellEnd(0);
-    };
-    job_.Display.Lines.clear();
-    EXPECT_TRUE(
-        RunFtpSession(job_.Context, {"host:2121", "user", "secret", false, true}, [&](TFtpSession& session) {
-          EXPECT_TRUE(session.UsesWinInet());
-          EXPECT_EQ(FtpFetchFile(job_.Context, session, TFtpVariant::CurrentFolder, "f", job_.OutputPath()),
-                    row.Result);
-        }));
-    EXPECT_THAT(play_.Calls, testing::HasSubstr("| connect host 2121 user secret 1  0 | "));
-    EXPECT_EQ(job_.Display.Lines, row.Lines);
-    EXPECT_EQ(job_.Ledger.Present(job_.Output("f")), row.Present);
-    EXPECT_FALSE(job_.Run.WatchdogArmed);
-  }
-  play_.Connects = false;
-  job_.Display.Lines.clear();
-  EXPECT_FALSE(RunFtpSession(job_.Context, {"host", "user", "secret", false, true}, [](TFtpSession&) {}));
-  EXPECT_THAT(job_.Display.Lines,
-              ElementsAre("Connection failed to: host - no connection from the Internet library"));
 }
 
 }  // namespace
