@@ -227,27 +227,21 @@ TScript& TScript::Drip(std::string bytes, std::chrono::milliseconds interval, st
 TScript& TScript::Stall() {
   return Add([](TConnection& c) { return c.Stall(); });
 }
-
 TScript& TScript::WaitForClose() {
   return Add([](TConnection& c) { return c.ReadAll(); });
 }
-
 TScript& TScript::Call(std::function<void()> action) {
   return Add([action = std::move(action)](TConnection&) { return action(), true; });
 }
-
 TScript& TScript::ConnectBack(TScript script) {
   return Add([script = std::move(script)](TConnection& c) { return c.ConnectBack(script); });
 }
-
 TScript& TScript::Reset() {
   return Add([](TConnection& c) { return c.Reset(); });
 }
-
 TScript& TScript::HalfClose() {
   return Add([](TConnection& c) { return c.HalfClose(); });
 }
-
 TScript& TScript::Close() {
   return Add([](TConnection&) { return false; });
 }
@@ -343,33 +337,6 @@ void TServer::Release() {
   Raise(release_);
 }
 
-std::string TServer::Address() const {
-  return "127.0.0.1:" + std::to_string(port_);
-}
-std::string TServer::Url(const std::string& path) const {
-  return "http://" + Address() + path;
-}
-
-int TServer::ConnectionCount() const {
-  const std::lock_guard lock(mutex_);
-  return static_cast<int>(received_.size());
-}
-
-std::vector<std::string> TServer::Lines() const {
-  const std::lock_guard lock(mutex_);
-  return lines_;
-}
-
-std::vector<std::string> TServer::Received() const {
-  const std::lock_guard lock(mutex_);
-  return received_;
-}
-
-std::vector<std::string> TServer::Errors() const {
-  const std::lock_guard lock(mutex_);
-  return errors_;
-}
-
 // --- TScriptedServer -------------------------------------------------------------------------------------
 
 void TScriptedServer::Play(std::vector<TScript> scripts) {
@@ -418,8 +385,9 @@ void THttpServer::SetHandler(std::function<std::string(const std::string&, const
 }
 
 std::vector<std::string> THttpServer::RequestLines() const {
-  const std::lock_guard lock(answers_mutex_);
-  return request_lines_;
+  std::vector<std::string> lines = Lines();
+  std::erase_if(lines, [](const std::string& line) { return !line.ends_with(" HTTP/1.0"); });
+  return lines;
 }
 
 std::vector<std::string> THttpServer::Paths() const {
@@ -439,7 +407,6 @@ void THttpServer::Serve(TConnection& connection, int) {
   TScript answer = TScript().Reply(HttpReply("not found", {"Content-Type: text/html"}, "404 Not Found"));
   {
     const std::lock_guard lock(answers_mutex_);
-    request_lines_.push_back(first);
     handler = handler_;
     connection.HeaderOnly = first.starts_with("HEAD ") && !answers_.contains(asked);
     for (const std::string& key : {asked, path}) {

@@ -68,18 +68,17 @@ class TServer {
 
   std::uint16_t Port() const { return port_; }
   /// "127.0.0.1:port"
-  std::string Address() const;
-  /// "http://127.0.0.1:port" and the path.
-  std::string Url(const std::string& path = "/") const;
+  std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
+  std::string Url(const std::string& path = "/") const { return "http://" + Address() + path; }
   /// Lets every Stall, running or to come, end.
   void Release();
-  int ConnectionCount() const;
+  int ConnectionCount() const { return static_cast<int>(Received().size()); }
   /// All lines read by Expect, ReadLine and ReadRequest, without their ends, of all connections in order.
-  std::vector<std::string> Lines() const;
+  std::vector<std::string> Lines() const { return Copy(lines_); }
   /// All bytes read, one entry per connection in the order of their coming.
-  std::vector<std::string> Received() const;
+  std::vector<std::string> Received() const { return Copy(received_); }
   /// What went otherwise than scripted; a test expects it to be empty.
-  std::vector<std::string> Errors() const;
+  std::vector<std::string> Errors() const { return Copy(errors_); }
   /// Refuses connections from now on.
   void StopListening();
   /// Waits until `count` connections have come and ended.
@@ -96,6 +95,10 @@ class TServer {
  private:
   friend class TConnection;
   void Listen();
+  std::vector<std::string> Copy(const std::vector<std::string>& texts) const {
+    const std::lock_guard lock(mutex_);
+    return texts;
+  }
 
   struct TServed {
     std::thread Thread;
@@ -164,7 +167,6 @@ class THttpServer : public TServer {
  private:
   mutable std::mutex answers_mutex_;
   std::map<std::string, TScript> answers_;
-  std::vector<std::string> request_lines_;
   std::function<std::string(const std::string&, const std::string&)> handler_;
 };
 

@@ -62,5 +62,12 @@ TEST(MonthNumber, AbbreviationsInAnyLetterCaseAndRunsAcrossTwoMonths) {
     EXPECT_EQ(test::Failure<ERangeError>([&] { MonthNumber(text); }), "Bad month") << text;
 }
 
+TEST(HttpHeader, APageBeginsWithItsMark) {
+  for (const std::string page : {" \r\n\t<HTML lang=en>", "<!doctype"}) {
+    EXPECT_TRUE(IsHtmlPage(std::string(2'000'000, ' ') + page));
+    EXPECT_FALSE(IsHtmlPage("x" + page) || IsHtmlPage(page.substr(0, 5)));
+  }
+}
+
 }  // namespace
 }  // namespace skyreel
