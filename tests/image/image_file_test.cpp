@@ -18,6 +18,9 @@ using test::Failure;
 using TRgb = std::array<std::uint8_t, 3>;
 using TPixels = std::function<TRgb(int x, int y)>;
 
+/// Where in colour.gif the picture begins, behind header and colours.
+constexpr std::size_t kGifPicture = 781;
+
 /// A file of the folder pictures, which says what is in them.
 std::string PictureFile(const std::string& name) {
   return ReadWholeFile(std::filesystem::path(SKYREEL_TEST_PICTURES) / name);
@@ -106,6 +109,11 @@ TEST_F(ImageFiles, EveryKindLoadsIntoBothPixelFormats) {
     ExpectPicture(c.Extension, PictureFile(c.File), c.Pixels);
   }
   ExpectPicture(".gif", PictureFile("colour_at_5_3.gif"), at_5_3, 0, 42, 26);
+  // Real ones hold extensions in front of the picture.
+  std::string extended = PictureFile("colour.gif");
+  extended.insert(kGifPicture, "\x21\xFE\1c\0\x21\xF9\4\0\0\0\0\0"s);
+  ExpectPicture(".gif", extended, Reduced);
+  for (const char* inks : {"inks.jpg", "inks_adobe.jpg"}) ExpectPicture(".jpg", PictureFile(inks), Colour, 6);
   ExpectPicture(".jpg", JpegFile("colour.png", TPixelFormat::Bits24, 100), Colour, 6);
   ExpectPicture(".JPEG", JpegFile("grey.png", TPixelFormat::Bits8, 100), Grey, 1);
 }
@@ -145,12 +153,40 @@ TEST_F(ImageFiles, BitmapsOfEveryDepth) {
       {"16 bits", BmpFile(1, 16, 0, "", "\xFF\x7F\0\0\0\0\0\0"s), "\0\xFF"s},
       {"16 bits with masks", BmpFile(1, 16, 3, "\0\xF8\0\0\xE0\x07\0\0\x1F\0\0\0"s, "\xFF\xFF\0\0\0\0\0\0"s),
        "\0\xFF"s},
+      {"old header",
+       "BM" + Number(0, 8) + Number(32, 4) + Number(12, 4) +
+           "\1\0\2\0\1\0\1\0\0\0\0\x0A\x0A\x0A\x80\0\0\0\0\0\0\0"s,
+       "\0\x0A"s},
       {"32 bits", BmpFile(1, 32, 0, "", "\x05\x05\x05\0\x07\x07\x07\0"s), "\7\5"s},
   };
   for (const auto& c : cases) {
     TExtBitmap bitmap(TPixelFormat::Bits8);
     ASSERT_NO_THROW(LoadImageFromMemory(bitmap, ".bmp", c.File)) << c.What;
     EXPECT_EQ(std::string(reinterpret_cast<char*>(bitmap.ScanLine(0)), c.Grey.size()), c.Grey) << c.What;
+  }
+}
+
+TEST_F(ImageFiles, HeadersThatMakeNoSenseAreRefused) {
+  const auto patched = [](std::string file, std::size_t at, int value) {
+    return file.replace(at, 1, 1, static_cast<char>(value));
+  };
+  const std::string bmp = PictureFile("colour.bmp"), runs = BmpFile(3, 8, 1, "1234", "\0\1"),
+                    gif = PictureFile("colour.gif"), tiff = PictureFile("colour_plain.tif");
+  const std::pair<const char*, std::string> cases[] = {
+      {".bmp", patched(bmp, 14, 13)},  // kind of header
+      {".bmp", patched(bmp, 22, 0)},   // height
+      {".bmp", patched(bmp, 28, 5)},   // bits a pixel
+      {".bmp", patched(bmp, 30, 1)},   // compression, of colours
+      {".bmp", patched(runs, 30, 2)},  // of a palette
+      {".bmp", BmpFile(1, 32, 1, "", "12345678")},
+      {".bmp", std::string(runs).replace(22, 4, Number(-2, 4))},  // runs from the top down
+      {".gif", gif.substr(0, kGifPicture) + ";"},                 // no picture
+      {".tif", patched(tiff, tiff.find("\x00\x01\x03\x00\x01\x00\x00\x00"s) + 8, 0)},  // width
+      {".jpg", PictureFile("many_scans.jpg")}};  // would be decoded for hours, were it a large one
+  for (const auto& [extension, file] : cases) {
+    TExtBitmap bitmap(TPixelFormat::Bits24);
+    EXPECT_THROW(LoadImageFromMemory(bitmap, extension, file), EInvalidGraphic)
+        << extension << " of " << file.size() << " bytes";
   }
 }
 
@@ -211,6 +247,8 @@ TEST_F(ImageFiles, UnknownKindsAndMissingFilesAreRefused) {
     EXPECT_THROW(LoadImage(bitmap, folder_ / name), EInvalidGraphic) << name;
   }
   EXPECT_THROW(LoadImage(bitmap, folder_ / "missing.png"), std::system_error);
+  TExtBitmap wide(TPixelFormat::Bits32);
+  EXPECT_THROW(LoadImageFromMemory(wide, ".bmp", PictureFile("colour.bmp")), EInvalidGraphicOperation);
 }
 
 TEST_F(ImageFiles, JpegCarriesCommentChannelsAndQuality) {
