@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <list>
 #include <system_error>
 
 namespace skyreel::demo {

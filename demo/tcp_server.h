@@ -3,9 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>

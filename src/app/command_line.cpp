@@ -30,7 +30,7 @@ std::string HelpText() {
   for (const TSource source : BatchSources()) {
     const TSourcePage& page = SourcePage(source);
     std::string names;
-    for (const std::string& item : page.Switches) names += (names.empty() ? "" : ", ") + item;
+    for (const std::string& item : SwitchesOf(page)) names += (names.empty() ? "" : ", ") + item;
     add(names, std::string("fetch \"") + page.Caption + "\"" +
                    (page.Run == nullptr ? " (not in this version)" : ""));
   }

@@ -16,7 +16,6 @@
 #include <QTimeEdit>
 #include <algorithm>
 
-#include "app/default_paths.h"
 #include "app/servers_dialog.h"
 #include "base/comma_text.h"
 #include "base/files.h"
@@ -243,11 +242,9 @@ void TFormMain::FillItemLists() {
 }
 
 void TFormMain::SetDefaultPaths() {
-  static_assert(std::tuple_size_v<decltype(kDefaultPaths)> == std::tuple_size_v<decltype(tabs_)>);
   for (std::size_t i = 0; i < tabs_.size(); ++i) {
-    tabs_[i]
-        ->findChild<QLineEdit*>(kDefaultPaths[i].Edit)
-        ->setText(DefaultOutputPath(kDefaultPaths[i].Folder));
+    const TSourcePage& page = SourcePages()[i];
+    tabs_[i]->findChild<QLineEdit*>(page.OutputPathEdit)->setText(DefaultOutputPath(page.OutputFolder));
   }
 }
 
@@ -345,7 +342,7 @@ void TFormMain::WireEvents() {
     }
     connect(tabs_[i]->findChild<QPushButton*>(page.BrowseButton), &QPushButton::clicked, this,
             [this, source] { ButtonBrowseClick(source); });
-    auto* path = tabs_[i]->findChild<QLineEdit*>(kDefaultPaths[i].Edit);
+    auto* path = tabs_[i]->findChild<QLineEdit*>(page.OutputPathEdit);
     connect(path, &QLineEdit::textChanged, this, [this, path] { EditOutputPathChange(*path); });
     connect(tab_actions_[i], &QAction::toggled, this, [this, source](bool on) { ShowTab(source, on); });
   }
@@ -751,7 +748,7 @@ void TFormMain::PressRun(std::size_t group, bool named) {
   } else if (page.NeedsVisibleTab) {
     if (named) {
       Fire(environment_.ErrorOutput, std::string("The tab \"") + page.Caption + "\" is hidden, so " +
-                                         page.Switches.front() + " does nothing; View, Sources shows it");
+                                         SwitchesOf(page).front() + " does nothing; View, Sources shows it");
     }
     return;
   }
@@ -821,7 +818,7 @@ void TFormMain::ShowNextTab(int step) {
 }
 
 void TFormMain::ButtonBrowseClick(TSource source) {
-  auto* edit = Page(source).findChild<QLineEdit*>(kDefaultPaths[static_cast<std::size_t>(source)].Edit);
+  auto* edit = Page(source).findChild<QLineEdit*>(SourcePage(source).OutputPathEdit);
   auto* dialog =
       new QFileDialog(this, "Output folder - " + QString(SourcePage(source).Caption), edit->text());
   dialog->setAttribute(Qt::WA_DeleteOnClose);
@@ -888,10 +885,7 @@ bool TFormMain::IsTabShown(TSource source) const {
 }
 
 std::string TFormMain::OutputPath(TSource source) const {
-  return Page(source)
-      .findChild<QLineEdit*>(kDefaultPaths[static_cast<std::size_t>(source)].Edit)
-      ->text()
-      .toStdString();
+  return Page(source).findChild<QLineEdit*>(SourcePage(source).OutputPathEdit)->text().toStdString();
 }
 
 }  // namespace skyreel

@@ -33,7 +33,9 @@ struct TSourcePage {
   const char* Page;       ///< object name of the tab's page
   const char* RunButton;  ///< object names of its buttons
   const char* BrowseButton;
-  std::vector<std::string> Switches;  ///< of the batch, upper case
+  const char* OutputPathEdit;  ///< object name of the edit of its output folder
+  const char* OutputFolder;    ///< that folder at first, below "C:\" on Windows and below ~/Skyreel elsewhere
+  const char* SwitchList;      ///< of the batch, upper case, as comma text
   bool ShownAtStart;
   bool NeedsVisibleTab;      ///< kept: the Run handler does nothing while the tab is hidden
   void (TFormMain::*Run)();  ///< nullptr: the program does not fetch from this source
@@ -42,6 +44,9 @@ struct TSourcePage {
 /// One row per TSource, in that order.
 const std::array<TSourcePage, 12>& SourcePages();
 const TSourcePage& SourcePage(TSource source);
+
+/// The page's switches, one by one.
+std::vector<std::string> SwitchesOf(const TSourcePage& page);
 
 /// The sources that have switches, in the order in which a batch runs them.
 std::vector<TSource> BatchSources();

@@ -29,7 +29,6 @@ constexpr std::size_t kFileHeader = 14;
 class TBytes {
  public:
   explicit TBytes(std::string_view data) : data_(data) {}
-  std::size_t Size() const { return data_.size(); }
   std::uint32_t Get(std::size_t at, std::size_t bytes) const {
     if (at > data_.size() || data_.size() - at < bytes) Fail("file is cut off");
     std::uint32_t value = 0;

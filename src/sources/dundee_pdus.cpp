@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <set>
-#include <system_error>
 #include <utility>
 
 #include "base/exceptions.h"

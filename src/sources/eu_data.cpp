@@ -7,6 +7,7 @@
 #include "base/files.h"
 #include "sources/fetch_and_uncompress.h"
 #include "sources/folder_maker.h"
+#include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
 #include "transfer/transfer_ledger.h"
 
@@ -16,8 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kSlot = 30min;
-constexpr int kSlotsPerDay = 48;
 /// In half-hour slots, by the index of the interval item.
 constexpr std::array<int, 7> kSteps = {1, 2, 4, 6, 12, 24, 48};
 /// Bytes of a whole image: visible, infra-red and water vapour.
@@ -46,7 +45,7 @@ const std::vector<std::string>& EuDataFormatItems() {
 const std::vector<std::string>& EuDataSlotItems() {
   static const std::vector<std::string> items = [] {
     std::vector<std::string> made;
-    for (int i = 1; i <= kSlotsPerDay; ++i) made.push_back(EuDataSlotAt(TDateTime() + i * kSlot).Name);
+    for (int i = 1; i <= kSlotsPerDay; ++i) made.push_back(EuDataSlotAt(TDateTime() + i * kSlotLength).Name);
     return made;
   }();
   return items;
@@ -80,9 +79,10 @@ TEuDataSlot EuDataSlotAt(TDateTime time) {
 }
 
 std::vector<TEuDataSlot> EuDataSlots(TDateTime now, int back_days) {
-  const TDateTime newest = (now - 24h).RoundedDown(kSlot);
+  const TDateTime newest = (now - 24h).RoundedDown(kSlotLength);
   std::vector<TEuDataSlot> slots;
-  for (int n = kSlotsPerDay * back_days + 3; n >= 0; --n) slots.push_back(EuDataSlotAt(newest - n * kSlot));
+  for (int n = kSlotsPerDay * back_days + 3; n >= 0; --n)
+    slots.push_back(EuDataSlotAt(newest - n * kSlotLength));
   return slots;
 }
 

@@ -2,7 +2,6 @@
 
 #include <exception>
 #include <stdexcept>
-#include <utility>
 
 #include "base/comma_text.h"
 #include "base/exceptions.h"

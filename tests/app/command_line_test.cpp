@@ -48,7 +48,7 @@ TEST(StartPlan, RunsOnlyABatchWithoutADisplayAndAnswersHelpAndVersion) {
   }
   EXPECT_EQ(Plan({"--version"}, {}).Text, std::string("Skyreel ") + SKYREEL_VERSION + "\n");
   for (const TSource source : BatchSources()) {
-    for (const std::string& name : SourcePage(source).Switches)
+    for (const std::string& name : SwitchesOf(SourcePage(source)))
       EXPECT_THAT(Plan({"--help"}, {}).Text, testing::HasSubstr(name));
   }
 }

@@ -20,7 +20,6 @@
 #include <future>
 #include <set>
 
-#include "app/default_paths.h"
 #include "app/servers_dialog.h"
 #include "app/signal_watcher.h"
 #include "base/files.h"
@@ -97,6 +96,12 @@ class MainFormTest : public testing::Test {
   }
   std::string Text(const char* button) const { return Get<QAbstractButton>(button).text().toStdString(); }
   void Press(const char* button) const { Get<QAbstractButton>(button).click(); }
+  /// Ctrl and a key.
+  void PressControl(int key) const {
+    for (QShortcut* shortcut : form_->findChildren<QShortcut*>()) {
+      if (shortcut->key() == QKeySequence(Qt::CTRL | key)) emit shortcut->activated();
+    }
+  }
   void Check(const char* list, const char* items) const { Get<TCheckListBox>(list).SetCheckedText(items); }
   void Trigger(const char* action) const { Get<QAction>(action).trigger(); }
   const std::vector<std::string>& Lines() const { return form_->Log().Lines(); }
@@ -183,16 +188,15 @@ TEST_F(MainFormTest, ShowsAndOffersWhatAStartShouldShow) {
   // The page keys go round the shown tabs.
   std::vector<std::string> seen;
   for (const int key : {Qt::Key_PageUp, Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_PageDown}) {
-    for (QShortcut* shortcut : form_->findChildren<QShortcut*>()) {
-      if (shortcut->key() == QKeySequence(Qt::CTRL | key)) emit shortcut->activated();
-    }
+    PressControl(key);
     seen.push_back(tabs.tabText(tabs.currentIndex()).toStdString());
   }
   EXPECT_THAT(seen, ElementsAre("GOES", "Eumetsat", "GOES", "Weather data"));
   Shut();
   RegisterAppPath(Folder / "App Paths.conf", orbiscope);
   Open();
-  EXPECT_TRUE(Get<QAction>("MenuItemRunOrbiscope").isEnabled());
+  Trigger("MenuItemRunOrbiscope");  // an empty file
+  EXPECT_THAT(form_->findChild<QMessageBox*>()->text().toStdString(), HasSubstr(orbiscope.string()));
   EXPECT_EQ(ReadAppPath(Folder / "App Paths.conf", "Skyreel"), "/opt/skyreel/Skyreel");
 }
 
@@ -274,7 +278,7 @@ TEST_F(MainFormTest, OutputPathsAreTypedOrBrowsedForAndGainTheirSeparator) {
   Open();
   for (std::size_t i = 0; i < SourcePages().size(); ++i) {
     SCOPED_TRACE(SourcePages()[i].Caption);
-    auto& edit = Get<QLineEdit>(kDefaultPaths[i].Edit);
+    auto& edit = Get<QLineEdit>(SourcePages()[i].OutputPathEdit);
     edit.clear();
     EXPECT_EQ(edit.text(), "");
     for (const char* key : {"/", "a", "b"}) edit.insert(key);
@@ -363,7 +367,7 @@ TEST_F(MainFormTest, AServerFromTheDialogIsAskedAtTheNextRun) {
       ->setText(QString::fromStdString("http://" + Server.Address()));
   dialog->accept();
   Check("CheckListBoxMSLPsources", "\"East Pacific cyclone\"");
-  Press("ButtonRunBracknell");
+  PressControl(Qt::Key_R);
   EXPECT_THAT(Server.Paths(), ElementsAre("/tafb/PACFUL_00Zbw.gif"));
   Shut();
   EXPECT_EQ(Stored("ServerHurricaneCentre"), "http://" + Server.Address());
@@ -464,7 +468,7 @@ TEST_F(MainFormTest, ADialogOpenedDuringAJobDoesNotHoldItUp) {
   Press("ButtonRunBracknell");
   EXPECT_THAT(Lines(), SizeIs(7));
   EXPECT_NE(form_->findChild<QMessageBox*>(), nullptr);
-  form_->close();
+  Press("ButtonClose");
   EXPECT_FALSE(form_->isVisible());
 }
 

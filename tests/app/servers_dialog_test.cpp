@@ -2,8 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <QDialogButtonBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <optional>
 
 namespace skyreel {
@@ -49,6 +51,8 @@ TEST(ServersDialog, TakesOnlyRootsThatAreRight) {
   ASSERT_TRUE(accepted);
   EXPECT_EQ((*accepted)[4], "http://goes.example:8080");
   EXPECT_EQ((*accepted)[0], "http://old.example");
+  dialog.findChild<QDialogButtonBox*>()->buttons().back()->click();
+  EXPECT_EQ(goes.text(), "");
 }
 
 }  // namespace
