@@ -83,7 +83,8 @@ struct TJob {
         "DundeePdusPassword=\">?75\"\nWantedPdusEurope=\"\\\"1200, Meteosat Europe, Visible\\\"\"\n";
     Served["/abin/filesorder?s=Date"] = {
         "<a href=\"/abin/pdus?f=" + name + "\">1200, Meteosat Europe, Visible</a>\n", time};
-    Served["/abin/pdus?f=" + name] = Tree["PDUS/" + folder + name + ".pdu"] = {SomeBytes(1'000'000, 31), time};
+    Served["/abin/pdus?f=" + name] =
+        Tree["PDUS/" + folder + name + ".pdu"] = {SomeBytes(1'000'000, 31), time};
     return *this;
   }
 
@@ -330,6 +331,21 @@ TStopped Stop(const TWaitCase& c, const TFullPort& full_port) {
   if (FileSizeOf(place.Out() / image) == size) disk = "the file, whole";
   if (!place.Ledger().empty()) disk = "a short file, noted as cut";
   return stopped;
+}
+
+TEST(Process, StartsThatFetchNothing) {
+  const std::string file = "home/.config/Quenmoor/Skyreel.conf";
+  const TPlace place("", "", "");
+  TRun version(place, "--version");
+  EXPECT_EQ(version.Wait(kLongEnough), 0);
+  EXPECT_EQ(version.Output(), "Skyreel " SKYREEL_VERSION "\n");
+  const std::string settings = ReplaceAll(place.Text(file), "BackDays=2", "BackDays=many");
+  WriteFileWhole(place.Folder() / file, settings);
+  TRun unreadable(place, "-GOES -CLOSE");
+  EXPECT_EQ(unreadable.Wait(kLongEnough), 1);
+  EXPECT_TRUE(unreadable.Output().starts_with("Skyreel: The setting \"BackDays\" in "))
+      << unreadable.Output();
+  EXPECT_EQ(place.Text(file), settings);
 }
 
 TEST(Process, StoppedInEachWait) {
