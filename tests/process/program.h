@@ -58,16 +58,17 @@ class TPlace {
 /// One run of a place's program.
 class TRun {
  public:
-  /// `environment`: "NAME=value" and so on, added to what cron would give it.
+  /// `environment`: "NAME=value" and so on, added to what cron would give it (and what a thread sanitizer is
+  /// to leave out).
   TRun(const TPlace& place, const std::string& switches, const std::string& environment = "")
       : place_(place) {
     static std::atomic<int> number = 0;
     output_ = "output" + std::to_string(++number);
-    const std::string command =
-        "cd " + place.Folder().string() +
-        "; exec env -i HOME=$PWD/home XDG_CONFIG_HOME=$PWD/home/.config TMPDIR=$PWD/tmp " +
-        "XDG_RUNTIME_DIR=$PWD/runtime " + environment + " bin/Skyreel " + switches + " > " + output_ +
-        " 2>&1";
+    const std::string command = "cd " + place.Folder().string() +
+                                "; exec env -i TSAN_OPTIONS=\"$TSAN_OPTIONS\" HOME=$PWD/home "
+                                "XDG_CONFIG_HOME=$PWD/home/.config TMPDIR=$PWD/tmp " +
+                                "XDG_RUNTIME_DIR=$PWD/runtime " + environment + " bin/Skyreel " + switches +
+                                " > " + output_ + " 2>&1";
     process_ = ::fork();
     if (process_ == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
   }
