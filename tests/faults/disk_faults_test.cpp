@@ -18,12 +18,12 @@ using test::TOutcome;
 using test::TStage;
 using test::TSubject;
 
-/// A file system of so many bytes at `folder`, seen by this process alone and gone with it. False where that
-/// is not allowed.
-bool MountSmall(const fs::path& folder, std::size_t size) {
+/// A file system of so many bytes and files at `folder`, seen by this process alone and gone with it. False
+/// where that is not allowed.
+bool MountSmall(const fs::path& folder, std::size_t size, int files = 100) {
   static const bool allowed =
       ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-  const std::string options = "size=" + std::to_string(size);
+  const std::string options = "size=" + std::to_string(size) + ",nr_inodes=" + std::to_string(files);
   return allowed && ::mount("none", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
 }
 
@@ -59,6 +59,8 @@ const TDiskFault kFaults[] = {
      [](TStage& s, const fs::path&) { return MountSmall(s.OutputPath(), 4 * s.Size); }, 8},
     {"full temporary folder", Whole, "No space left on device",
      [](TStage& s, const fs::path&) { return MountSmall(s.Folder / "tmp", 4 * s.Size); }, 8, true},
+    {"disk without room for one more file", NoneSaved, "No space left on device",
+     [](TStage& s, const fs::path&) { return MountSmall(s.OutputPath(), 100 * s.Size, 1); }},
     {"read-only disk", NoneSaved, "Read-only file system",
      [](TStage& s, const fs::path&) {
        return MountSmall(s.OutputPath(), s.Size) &&

@@ -80,5 +80,22 @@ TEST_F(TMsfc, AWholeAreaTakesThePlaceOfItsCompressedFile) {
   Expect({{Path("1200"), {}}, {Path("1800"), {}}});
 }
 
+TEST_F(TMsfc, WhatAKillKeptFromADecodedAreaIsDoneByTheNextRun) {
+  settings_.Uncompress = true;
+  settings_.Slots = {"0000", "0600"};
+  for (const std::string slot : {"0000", "0600"}) {
+    const std::string name = "out/2003/02/01/ME7-20030201" + slot + ".ir1.ara";
+    const auto compressed = Folder.Write(name + ".Z", "area");
+    Folder.Write(name, std::string(slot == "0000" ? 6'321'008 : 1000, 'x'));
+    EXPECT_TRUE(Context.Ledger.Begin(compressed));
+    Context.Ledger.End(compressed, TTransferEnd::Cut);
+  }
+  Expect({});
+  EXPECT_THAT(Stored(), ElementsAre("2003/02/01/ME7-200302010000.ir1.ara 6321008 2003-02-01 00:00",
+                                    StartsWith("2003/02/01/ME7-200302010600.ir1.ara 1000 "),
+                                    StartsWith("2003/02/01/ME7-200302010600.ir1.ara.Z 4 ")));
+  EXPECT_FALSE(Context.Ledger.IsNoted(Output("2003/02/01/ME7-200302010000.ir1.ara.Z")));
+}
+
 }  // namespace
 }  // namespace skyreel
