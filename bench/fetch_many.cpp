@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
     if (i == 1000) after_thousand = ResidentKiB();
     const std::string name = std::to_string(i) + ".jpg";
     if (skyreel::GetHttpFile(context.Context, root, "/" + name, folder / name, 0, false,
-                             context.Clock.UtcNow()) != skyreel::THttpFileOutcome::kSaved) {
+                             context.Clock.UtcNow()) != skyreel::THttpFileOutcome::Saved) {
       std::cerr << context.Display.Last << '\n';
       return 1;
     }

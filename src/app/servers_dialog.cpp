@@ -7,9 +7,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <optional>
 
 #include "base/event.h"
-#include "base/exceptions.h"
 #include "base/text.h"
 
 namespace skyreel {
@@ -17,16 +17,12 @@ namespace skyreel {
 namespace {
 
 bool IsHostCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
-         c == '_';
+  return IsLetterOrDigit(c) || c == '.' || c == '-' || c == '_';
 }
 
 bool IsPort(std::string_view text) {
-  if (text.empty() || text.size() > 5 ||
-      !std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; }))
-    return false;
-  const int port = ToInteger(text);
-  return port >= 1 && port <= 65535;
+  const std::optional<unsigned> port = ParseNumber<unsigned>(text);
+  return port && *port >= 1 && *port <= 65535;
 }
 
 }  // namespace

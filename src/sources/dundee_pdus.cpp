@@ -313,9 +313,9 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   context_.Display.AddStatusLine("Get: " + file_name);
   const TDateTime time = size >= kSmallestProduct ? PdusNameToDateTime(name) : TDateTime();
   const THttpSaveResult result = SaveHttpFile(context_, url, path, kSmallestProduct, size, time);
-  if (result.Outcome == THttpSaveOutcome::kWhole && size >= kSmallestProduct && FileSizeOf(path) == size) {
+  if (result.Outcome == THttpSaveOutcome::Whole && size >= kSmallestProduct && FileSizeOf(path) == size) {
     context_.Display.AddStatusLine(file_name + " - OK");
-  } else if (result.Outcome == THttpSaveOutcome::kNotSaved) {
+  } else if (result.Outcome == THttpSaveOutcome::NotSaved) {
     context_.Display.AddStatusLine(file_name + " - not saved: " + result.Reason);
   } else {
     context_.Display.AddStatusLine(file_name + " - incomplete?");

@@ -192,14 +192,14 @@ std::string UrlForDisplay(const std::string& url) {
 
 std::string OutcomeText(const THttpSaveResult& result) {
   switch (result.Outcome) {
-    case THttpSaveOutcome::kWhole:
+    case THttpSaveOutcome::Whole:
       return " - OK";
-    case THttpSaveOutcome::kCut:
-    case THttpSaveOutcome::kRefused:
+    case THttpSaveOutcome::Cut:
+    case THttpSaveOutcome::Refused:
       return " - missing or incomplete: " + result.Reason;
-    case THttpSaveOutcome::kNotSaved:
+    case THttpSaveOutcome::NotSaved:
       return " - not saved: " + result.Reason;
-    case THttpSaveOutcome::kTimedOut:
+    case THttpSaveOutcome::TimedOut:
       break;
   }
   return " - timed out";

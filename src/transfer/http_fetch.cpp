@@ -170,28 +170,28 @@ TVerdict Save(const THttpFileRequest& request, TTemporaryFile& temporary, std::s
     stamped = temporary.MoveTo(request.LocalPath);
     if (!stamped) WriteFileWhole(request.LocalPath, data);
   } catch (const std::exception& error) {
-    return {THttpFileOutcome::kNotSaved, " - not saved: " + ReasonOf(error)};
+    return {THttpFileOutcome::NotSaved, " - not saved: " + ReasonOf(error)};
   }
   fs::path image = request.LocalPath;
   try {
     if (request.AfterSaving) image = request.AfterSaving(image);
   } catch (const std::exception& error) {
-    return {THttpFileOutcome::kNotSaved, " - saved as it came, not re-encoded: " + ReasonOf(error)};
+    return {THttpFileOutcome::NotSaved, " - saved as it came, not re-encoded: " + ReasonOf(error)};
   }
   if (!stamped || request.AfterSaving) SetFileDateTime(image, request.FileTime);
-  return {THttpFileOutcome::kSaved, " - OK"};
+  return {THttpFileOutcome::Saved, " - OK"};
 }
 
 TVerdict Judge(const THttpFileRequest& request, const TFetchEnd& end, std::optional<TTemporaryFile>& file,
                std::string_view data) {
   if (!end.LocalFailure.empty()) {
-    return {THttpFileOutcome::kNotSaved, " - not saved: " + end.LocalFailure};
+    return {THttpFileOutcome::NotSaved, " - not saved: " + end.LocalFailure};
   }
-  if (!end.Refusal.empty()) return {THttpFileOutcome::kTimedOut, " - not fetched: " + end.Refusal};
-  if (data.empty()) return {THttpFileOutcome::kTimedOut, " - timed out"};
+  if (!end.Refusal.empty()) return {THttpFileOutcome::TimedOut, " - not fetched: " + end.Refusal};
+  if (data.empty()) return {THttpFileOutcome::TimedOut, " - timed out"};
   if (static_cast<std::int64_t>(data.size()) < request.CompleteSize || end.Cut || IsHtmlPage(data)) {
     DeleteFile(request.LocalPath);
-    return {THttpFileOutcome::kIncomplete, " - missing or incomplete"};
+    return {THttpFileOutcome::Incomplete, " - missing or incomplete"};
   }
   return Save(request, *file, data);
 }
@@ -221,7 +221,7 @@ std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, 
 }
 
 THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest& request) {
-  if (FileSizeOf(request.LocalPath) >= request.PresentSize) return THttpFileOutcome::kPresent;
+  if (FileSizeOf(request.LocalPath) >= request.PresentSize) return THttpFileOutcome::Present;
   ReportUnusableProxy(context);
   context.Display.AddStatusLine("Get: " + request.GetName);
   std::string stream;

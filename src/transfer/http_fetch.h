@@ -41,7 +41,7 @@ struct THttpFileRequest {
   std::function<std::filesystem::path(const std::filesystem::path&)> AfterSaving;
 };
 
-enum class THttpFileOutcome { kPresent, kSaved, kNotSaved, kIncomplete, kTimedOut };
+enum class THttpFileOutcome { Present, Saved, NotSaved, Incomplete, TimedOut };
 
 /// Fetches one file unless it is there already (no line then), and leaves one status line with the outcome:
 /// ResultName and " - OK", " - missing or incomplete" (fewer bytes than complete or than announced, a

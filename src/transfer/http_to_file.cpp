@@ -52,20 +52,20 @@ THttpSaveResult FetchInto(TTransferContext& context, const std::string& url, con
   try {
     client.Get(url);
   } catch (const std::system_error& error) {
-    return {THttpSaveOutcome::kNotSaved, ReasonOf(error)};
+    return {THttpSaveOutcome::NotSaved, ReasonOf(error)};
   } catch (const std::exception& error) {
-    return {THttpSaveOutcome::kTimedOut, ReasonOf(error)};
+    return {THttpSaveOutcome::TimedOut, ReasonOf(error)};
   }
-  if (!IsGoodReply(client.ReplyCode)) return {THttpSaveOutcome::kRefused, StatusText(client)};
+  if (!IsGoodReply(client.ReplyCode)) return {THttpSaveOutcome::Refused, StatusText(client)};
   if (client.ReceivedByteCount > 0 && IsPage(file))
-    return {THttpSaveOutcome::kRefused, "a page came in its place"};
-  if (client.ReplyCode == kPartialContent) return {THttpSaveOutcome::kCut, "the server sent only a part"};
+    return {THttpSaveOutcome::Refused, "a page came in its place"};
+  if (client.ReplyCode == kPartialContent) return {THttpSaveOutcome::Cut, "the server sent only a part"};
   if (client.TransferSize > 0) announced = client.TransferSize;
   if (client.ReceivedByteCount == 0 || client.ReceivedByteCount < announced) {
-    return {THttpSaveOutcome::kCut,
+    return {THttpSaveOutcome::Cut,
             std::to_string(client.ReceivedByteCount) + " of " + std::to_string(announced) + " bytes came"};
   }
-  return {THttpSaveOutcome::kWhole, ""};
+  return {THttpSaveOutcome::Whole, ""};
 }
 
 }  // namespace
@@ -109,22 +109,22 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
   try {
     ForceDirectories(path.parent_path());
   } catch (const fs::filesystem_error& error) {
-    return {THttpSaveOutcome::kNotSaved, ReasonOf(error)};
+    return {THttpSaveOutcome::NotSaved, ReasonOf(error)};
   }
   // The good file itself is not noted: whatever happens to this transfer, it stays one.
   if (!context.Ledger.Begin(file))
-    return {THttpSaveOutcome::kNotSaved, "another copy of the program is fetching it"};
+    return {THttpSaveOutcome::NotSaved, "another copy of the program is fetching it"};
 
   THttpSaveResult result = FetchInto(context, url, file, announced);
 
   std::error_code error;
-  if (keeps_old && result.Outcome == THttpSaveOutcome::kWhole) {
+  if (keeps_old && result.Outcome == THttpSaveOutcome::Whole) {
     fs::rename(file, path, error);
-    if (error) result = {THttpSaveOutcome::kNotSaved, error.message()};
+    if (error) result = {THttpSaveOutcome::NotSaved, error.message()};
   }
-  const bool whole = result.Outcome == THttpSaveOutcome::kWhole;
+  const bool whole = result.Outcome == THttpSaveOutcome::Whole;
   // An error page is worth nothing, and neither is a cut file beside a good one.
-  if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::kRefused)) fs::remove(file, error);
+  if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::Refused)) fs::remove(file, error);
   if (whole && !time.IsZero()) SetFileDateTime(path, time);
   context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
   return result;

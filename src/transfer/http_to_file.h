@@ -32,15 +32,15 @@ struct THttpPage {
 THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const std::string& detail);
 
 enum class THttpSaveOutcome {
-  kWhole,     ///< the file is there, no shorter than announced
-  kCut,       ///< the server closed early or sent only a part; what came is kept, noted as cut
-  kRefused,   ///< an error reply, or a page in place of the file; nothing of it is kept
-  kTimedOut,  ///< no answer, or a failure on the way; what came is kept, noted as cut
-  kNotSaved,  ///< the file cannot be written; what was written is kept, noted as cut
+  Whole,     ///< the file is there, no shorter than announced
+  Cut,       ///< the server closed early or sent only a part; what came is kept, noted as cut
+  Refused,   ///< an error reply, or a page in place of the file; nothing of it is kept
+  TimedOut,  ///< no answer, or a failure on the way; what came is kept, noted as cut
+  NotSaved,  ///< the file cannot be written; what was written is kept, noted as cut
 };
 
 struct THttpSaveResult {
-  THttpSaveOutcome Outcome = THttpSaveOutcome::kTimedOut;
+  THttpSaveOutcome Outcome = THttpSaveOutcome::TimedOut;
   std::string Reason;  ///< for a status line; empty when whole
 };
 

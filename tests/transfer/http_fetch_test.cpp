@@ -53,7 +53,7 @@ TEST_F(THttpFetch, AFetchShowsItsProgressUnderTheWatchdog) {
     EXPECT_EQ(job_.Display.Panels.back().second, root_ + "/a.jpg");
     EXPECT_TRUE(job_.Run.WatchdogArmed);
   };
-  EXPECT_EQ(Get(), kSaved);
+  EXPECT_EQ(Get(), Saved);
   EXPECT_EQ(GetFileDateTime(job_.Output("a.jpg")), kFileTime);
   EXPECT_THAT(job_.Display.AllLines, ElementsAre("Get: /a.jpg", "/a.jpg - OK"));
   EXPECT_THAT(job_.Display.BytesLabels, AllOf(Contains("0 bytes"), Contains("100%")));
@@ -68,10 +68,10 @@ TEST_F(THttpFetch, SizesDecide) {
     std::int64_t After;  // size of the local file afterwards; -1 none
     const char* Line;
   } cases[] = {
-      {-1, 10000, kSaved, 10000, " - OK"},      {-1, 9999, kIncomplete, -1, " - missing or incomplete"},
-      {-1, 0, kTimedOut, -1, " - timed out"},   {1000, 20000, kPresent, 1000, nullptr},
-      {999, 10000, kSaved, 10000, " - OK"},     {999, 9999, kIncomplete, -1, " - missing or incomplete"},
-      {999, 0, kTimedOut, 999, " - timed out"},
+      {-1, 10000, Saved, 10000, " - OK"},      {-1, 9999, Incomplete, -1, " - missing or incomplete"},
+      {-1, 0, TimedOut, -1, " - timed out"},   {1000, 20000, Present, 1000, nullptr},
+      {999, 10000, Saved, 10000, " - OK"},     {999, 9999, Incomplete, -1, " - missing or incomplete"},
+      {999, 0, TimedOut, 999, " - timed out"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.Local << " " << c.Served);
@@ -89,10 +89,10 @@ TEST_F(THttpFetch, SizesDecide) {
 TEST_F(THttpFetch, MissingTemporaryFolderSaysWhyAndAShortFileDeletesNoFolder) {
   job_.Server.Answer("/a.jpg", Picture(10));
   fs::create_directories(job_.Output("a.jpg"));
-  EXPECT_EQ(Get(), kIncomplete);
+  EXPECT_EQ(Get(), Incomplete);
   EXPECT_TRUE(fs::is_directory(job_.Output("a.jpg")));
   ::setenv("TMPDIR", (job_.Folder / "no such folder").c_str(), 1);
-  EXPECT_EQ(Get(), kNotSaved);
+  EXPECT_EQ(Get(), NotSaved);
   EXPECT_THAT(job_.Display.Lines, ElementsAre(StartsWith("/a.jpg - not saved: ")));
   EXPECT_EQ(job_.Server.ConnectionCount(), 1);
 }
@@ -108,14 +108,14 @@ TEST_F(THttpFetch, ReencodedPictureIsCorrectedAndStampedUnderItsNewName) {
           y < 32 ? 100 : static_cast<std::uint8_t>((noise = noise * 1'664'525 + 1'013'904'223) >> 24);
   SaveAsJpeg(bitmap, job_.Folder / "source.jpg", 100, "");
   job_.Server.Answer("/a.jpeg", ReadWholeFile(job_.Folder / "source.jpg"));
-  EXPECT_EQ(Get("/a.jpeg", "a.jpeg", true), kSaved);
+  EXPECT_EQ(Get("/a.jpeg", "a.jpeg", true), Saved);
   EXPECT_THAT(job_.Display.Lines, ElementsAre("/a.jpeg - OK"));
   EXPECT_EQ(GetFileDateTime(job_.Output("a.jpg")), kFileTime);
   LoadImage(bitmap, job_.Output("a.jpg"));
   EXPECT_NEAR(bitmap.ScanLine(8)[128], 39, 1) << "255 * (100 / 255) ^ 2";
 
   job_.Server.Answer("/b.jpeg", Picture(10000));
-  EXPECT_EQ(Get("/b.jpeg", "b.jpeg", true), kNotSaved);
+  EXPECT_EQ(Get("/b.jpeg", "b.jpeg", true), NotSaved);
   EXPECT_THAT(job_.Display.Lines, ElementsAre(StartsWith("/b.jpeg - saved as it came, not re-encoded: ")));
   EXPECT_THAT(job_.Files(), ElementsAre("a.jpg", "b.jpeg"));
 }

@@ -36,12 +36,12 @@ TEST_F(HttpToFile, OnlyAGoodOlderFileIsWaitedForAndTheReplysOwnAnnouncementCount
     std::int64_t After;
     bool Noted;
   } rows[] = {
-      {0, 700, "", 701, THttpSaveOutcome::kCut, 700, true},
-      {0, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::kCut, 600,
+      {0, 700, "", 701, THttpSaveOutcome::Cut, 700, true},
+      {0, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 600,
        true},  // a noted one is no good file
-      {0, 50, "Content-Length: 50\r\n", 701, THttpSaveOutcome::kWhole, 50, false},
-      {100, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::kCut, 100, false},
-      {99, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::kCut, 600, true},
+      {0, 50, "Content-Length: 50\r\n", 701, THttpSaveOutcome::Whole, 50, false},
+      {100, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 100, false},
+      {99, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 600, true},
   };
   for (const auto& row : rows) {
     if (row.Older > 0) job_.WriteOutput("2005/11/10/a.gif", Picture(row.Older));
