@@ -299,6 +299,8 @@ struct TStopped {
   std::string Lines, Disk;  ///< as the page of faults tells them
 };
 
+const std::regex kTime("20\\d\\d-?\\d\\d-?\\d\\d([-_]\\d{4})?");
+
 /// Sends SIGTERM during the wait.
 TStopped Stop(const TWaitCase& c, const TFullPort& full_port) {
   TJob job = c.Ftp ? TJob().Ftp() : TJob().Http(1);
@@ -323,8 +325,7 @@ TStopped Stop(const TWaitCase& c, const TFullPort& full_port) {
     problems += "the settings are gone\n";
   for (const std::string& line : SplitLines(place.Report())) {
     // The times differ from run to run, and with the time of day how many pictures are asked for.
-    const std::string plain =
-        "\"" + std::regex_replace(line, std::regex("20\\d\\d-?\\d\\d-?\\d\\d([-_]\\d{4})?"), "(time)") + "\"";
+    const std::string plain = "\"" + std::regex_replace(line, kTime, "(time)") + "\"";
     if (lines.find(plain) == std::string::npos) lines += (lines.empty() ? "" : ", ") + plain;
   }
   if (lines.find("\"Skyreel - V") == std::string::npos) problems += "no report: " + lines + "\n";
