@@ -329,7 +329,7 @@ void TFormMain::WireTransfers() {
   NMHTTP_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.InputFileMode = true;
-  ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) { AddStatusLine(text); };
+  ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) { log_->AddAside(text); };
 }
 
 void TFormMain::WireEvents() {
@@ -698,7 +698,7 @@ void TFormMain::SetBusyCursor(bool busy) {
 
 void TFormMain::ShowMessage(const std::string& subject, const std::string& text) {
   if (batch_running_ || environment_.Headless) {
-    AddStatusLine(subject + ": " + text);
+    log_->AddAside(subject + ": " + text);
     return;
   }
   auto* box = new QMessageBox(QMessageBox::Information, QString::fromStdString(subject),

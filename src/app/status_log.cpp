@@ -48,10 +48,9 @@ QVariant TStatusLines::data(const QModelIndex& index, int role) const {
   return QString::fromStdString(lines_[static_cast<std::size_t>(index.row())]);
 }
 
-void TStatusLines::Append(std::string line) {
-  const int row = rowCount();
-  beginInsertRows({}, row, row);
-  lines_.push_back(std::move(line));
+void TStatusLines::Insert(std::size_t row, std::string line) {
+  beginInsertRows({}, static_cast<int>(row), static_cast<int>(row));
+  lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(row), std::move(line));
   endInsertRows();
 }
 
@@ -88,12 +87,7 @@ TStatusLog::~TStatusLog() {
 
 void TStatusLog::Add(const std::string& text) {
   Flush();
-  if (lines_.Lines().size() >= maximum_) {
-    // Many at once: taking lines from the front is slow.
-    const std::size_t count = maximum_ / 10 + 1;
-    lines_.RemoveFirst(count);
-    dropped_ += count;
-  }
+  MakeRoom();
   lines_.Append(OneLine(text));
   newest_is_open_ = true;
   ShowNewest();
@@ -103,7 +97,28 @@ void TStatusLog::ReplaceLast(const std::string& text) {
   if (IsEmpty()) return Add(text);
   lines_.ReplaceLast(OneLine(text));
   newest_is_open_ = true;
+  Flush();
   ShowNewest();
+}
+
+void TStatusLog::AddAside(const std::string& text) {
+  if (!newest_is_open_) {
+    Add(text);
+    return Flush();
+  }
+  MakeRoom();
+  const std::string line = OneLine(text);
+  lines_.Insert(Lines().size() - 1, line);
+  Fire(OnFinalLine, line);
+  ShowNewest();
+}
+
+void TStatusLog::MakeRoom() {
+  if (Lines().size() < maximum_) return;
+  // Many at once: taking lines from the front is slow.
+  const std::size_t count = maximum_ / 10 + 1;
+  lines_.RemoveFirst(count);
+  dropped_ += count;
 }
 
 void TStatusLog::ShowNewest() {

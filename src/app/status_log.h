@@ -16,7 +16,8 @@ class TStatusLines : public QAbstractListModel {
   QVariant data(const QModelIndex& index, int role) const override;
 
   const std::vector<std::string>& Lines() const { return lines_; }
-  void Append(std::string line);
+  void Append(std::string line) { Insert(Lines().size(), std::move(line)); }
+  void Insert(std::size_t row, std::string line);
   /// There is at least one line.
   void ReplaceLast(std::string line);
   void RemoveFirst(std::size_t count);
@@ -39,8 +40,10 @@ class TStatusLog {
   TStatusLog& operator=(const TStatusLog&) = delete;
 
   void Add(const std::string& text);
-  /// Puts `text` in the place of the newest line; adds it when there is none.
+  /// Puts `text` in the place of the newest line, for good; adds it when there is none.
   void ReplaceLast(const std::string& text);
+  /// Adds a line that is not the job's own. One that the job has still to replace stays the newest.
+  void AddAside(const std::string& text);
 
   bool IsEmpty() const { return lines_.Lines().empty(); }
   const std::vector<std::string>& Lines() const { return lines_.Lines(); }
@@ -53,6 +56,7 @@ class TStatusLog {
   void Flush();
 
  private:
+  void MakeRoom();
   void ShowNewest();
 
   QTableView& view_;

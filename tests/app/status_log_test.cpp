@@ -40,8 +40,9 @@ TEST_F(StatusLogTest, SelectsTheNewestLineAndGivesOutEachOnceWhenItIsFinal) {
   EXPECT_THAT(final_lines_, ElementsAre("a - OK"));
   EXPECT_EQ(log_.Report(), "a - OK\r\nGet: b\r\n");
   log_.ReplaceLast("b - timed out");
+  log_.Add("Get: c");
   for (int i = 0; i < 2; ++i) log_.Flush();
-  EXPECT_THAT(final_lines_, ElementsAre("a - OK", "b - timed out"));
+  EXPECT_THAT(final_lines_, ElementsAre("a - OK", "b - timed out", "Get: c"));
   // Also while keys are held, which would extend a selection.
   for (const auto modifier : {Qt::ControlModifier, Qt::ShiftModifier}) {
     QTest::keyPress(&view_, Qt::Key_F35, modifier);
@@ -50,6 +51,18 @@ TEST_F(StatusLogTest, SelectsTheNewestLineAndGivesOutEachOnceWhenItIsFinal) {
     EXPECT_EQ(Selected(), "d");
     QTest::keyRelease(&view_, Qt::Key_F35);
   }
+}
+
+TEST_F(StatusLogTest, NothingFromAsideIsReplacedByTheOutcomeOfTheFileInWork) {
+  log_.AddAside("first");
+  log_.Add("Get: a");
+  for (const char* line : {"b", "c"}) log_.AddAside(line);
+  EXPECT_EQ(Selected(), "Get: a");
+  log_.ReplaceLast("a - OK");
+  log_.AddAside("d");
+  EXPECT_EQ(Selected(), "d");
+  EXPECT_THAT(log_.Lines(), ElementsAre("first", "b", "c", "a - OK", "d"));
+  EXPECT_EQ(final_lines_, log_.Lines());
 }
 
 TEST_F(StatusLogTest, KeepsOneLineOneLine) {
