@@ -1,5 +1,6 @@
 #include "transfer/http_to_file.h"
 
+#include <cerrno>
 #include <exception>
 #include <fstream>
 #include <system_error>
@@ -118,14 +119,19 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
   THttpSaveResult result = FetchInto(context, url, file, announced);
 
   std::error_code error;
-  if (keeps_old && result.Outcome == THttpSaveOutcome::Whole) {
-    fs::rename(file, path, error);
+  if (result.Outcome == THttpSaveOutcome::Whole) {
+    // Before the rename: the older file is given up only for one that neither a kill nor a power cut undoes.
+    if (!time.IsZero()) SetFileDateTime(file, time);
+    if (!FlushToDisk(file)) {
+      error.assign(errno, std::generic_category());
+    } else if (keeps_old) {
+      fs::rename(file, path, error);
+    }
     if (error) result = {THttpSaveOutcome::NotSaved, error.message()};
   }
   const bool whole = result.Outcome == THttpSaveOutcome::Whole;
   // An error page is worth nothing, and neither is a cut file beside a good one.
   if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::Refused)) fs::remove(file, error);
-  if (whole && !time.IsZero()) SetFileDateTime(path, time);
   context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
   return result;
 }

@@ -19,10 +19,11 @@ class HttpToFile : public testing::Test {
   ~HttpToFile() override { EXPECT_EQ(job_.AtRest(), ""); }
 
   THttpSaveResult Save(std::int64_t announced = 0) {
-    return SaveHttpFile(job_.Context, job_.Server.Url("/a.gif"), path_, 100, announced);
+    return SaveHttpFile(job_.Context, job_.Server.Url("/a.gif"), path_, 100, announced, time_);
   }
 
   test::TJobFixture job_;
+  const TDateTime time_ = TDateTime::FromDate(2005, 11, 10);
   const std::filesystem::path path_ = job_.Output("2005/11/10/a.gif");
 };
 
@@ -41,6 +42,7 @@ TEST_F(HttpToFile, OnlyAGoodOlderFileIsWaitedForAndTheReplysOwnAnnouncementCount
        true},  // a noted one is no good file
       {0, 50, "Content-Length: 50\r\n", 701, THttpSaveOutcome::Whole, 50, false},
       {100, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 100, false},
+      {100, 600, "Content-Length: 600\r\n", 900, THttpSaveOutcome::Whole, 600, false},
       {99, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 600, true},
   };
   for (const auto& row : rows) {
@@ -51,6 +53,7 @@ TEST_F(HttpToFile, OnlyAGoodOlderFileIsWaitedForAndTheReplysOwnAnnouncementCount
     EXPECT_EQ(Save(row.HeaderAnnounced).Outcome, row.Outcome);
     EXPECT_THAT(job_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", row.After)));
     EXPECT_EQ(job_.Ledger.IsNoted(path_), row.Noted) << row.After;
+    EXPECT_EQ(GetFileDateTime(path_) == time_, row.Outcome == THttpSaveOutcome::Whole) << row.After;
   }
 }
 
