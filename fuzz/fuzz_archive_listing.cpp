@@ -8,7 +8,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view page = AsText(data, size);
   const auto all = skyreel::EuArchiveOldImages("C1D", skyreel::TDateTime::FromDate(2005, 11, 10));
   auto images = all;
-  const bool listing = skyreel::KeepListedImages(page, "http://server", images);
+  const bool listing =
+      skyreel::KeepListedImages(page, "http://server", images) != skyreel::TEuArchiveList::None;
   Require(listing || images.empty());
   auto from = all.begin();
   for (const auto& image : images) {

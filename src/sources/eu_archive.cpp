@@ -162,15 +162,17 @@ std::string EuArchiveListing(std::string_view item) {
   return std::string("/IDDS-cgi/listImages?") + query;
 }
 
-bool KeepListedImages(std::string_view page, std::string_view server_root,
-                      std::vector<TEuArchiveImage>& images) {
+TEuArchiveList KeepListedImages(std::string_view page, std::string_view server_root,
+                                std::vector<TEuArchiveImage>& images) {
   const std::size_t begin = page.find("frame0");
   if (begin == std::string_view::npos) {
     images.clear();
-    return false;
+    return TEuArchiveList::None;
   }
-  if (images.empty()) return true;
-  const std::string_view kept = page.substr(begin, page.find("number_of_images", begin) - begin);
+  const std::size_t end = page.find("number_of_images", begin);
+  const TEuArchiveList list = end == std::string_view::npos ? TEuArchiveList::Cut : TEuArchiveList::Whole;
+  if (images.empty()) return list;
+  const std::string_view kept = page.substr(begin, end - begin);
 
   // The names differ in the time alone: one search for what they begin with finds them all, which matters
   // with a page of many megabytes.
@@ -199,7 +201,7 @@ bool KeepListedImages(std::string_view page, std::string_view server_root,
   });
 
   std::erase_if(images, [&](const TEuArchiveImage& image) { return !listed.contains(image.RemoteName); });
-  return true;
+  return list;
 }
 
 /// One run of the job.
@@ -241,9 +243,10 @@ class TEuArchiveJob::TRun {
                                   "Getting file list for " + std::string(OldName(item, *ChannelOf(item))));
     try {
       bool incomplete = false;
-      if (!KeepListedImages(ListingPage(item, incomplete), context_.Servers.EuArchiveOld, images))
-        throw std::runtime_error("the page holds no list");
-      if (incomplete) {
+      const TEuArchiveList list =
+          KeepListedImages(ListingPage(item, incomplete), context_.Servers.EuArchiveOld, images);
+      if (list == TEuArchiveList::None) throw std::runtime_error("the page holds no list");
+      if (incomplete || list == TEuArchiveList::Cut) {
         context_.Display.AddStatusLine(item + FormatDateTime(" yyyymmdd", day) + " - file list incomplete");
       }
       return images;

@@ -35,11 +35,17 @@ std::vector<TEuArchiveImage> EuArchiveNewImages(std::string_view item, TDateTime
 /// Path and query of the listing that names an item's pictures.
 std::string EuArchiveListing(std::string_view item);
 
+enum class TEuArchiveList {
+  None,  ///< the page holds no list
+  Cut,   ///< its end is missing
+  Whole,
+};
+
 /// Drops the images of one item and day that a listing page does not name. The page is a script whose lines
-/// 'frame0 = "/path.jpg";' stand between the first "frame0" and "number_of_images". False when it is no
-/// such page: no image is left then. Its time does not depend on the number of images.
-bool KeepListedImages(std::string_view page, std::string_view server_root,
-                      std::vector<TEuArchiveImage>& images);
+/// 'frame0 = "/path.jpg";' stand between the first "frame0" and "number_of_images". No image is left when it
+/// is no such page. Its time does not depend on the number of images.
+TEuArchiveList KeepListedImages(std::string_view page, std::string_view server_root,
+                                std::vector<TEuArchiveImage>& images);
 
 /// The EUMETSAT image archive: half-hourly JPEG pictures of the sectors and products asked for, of today and
 /// the days before, filed as <output>/yyyy/mm/dd/<item>_<slot>.jpg with slot 00 to 47.

@@ -309,6 +309,8 @@ void EuNew(TStage& s) {
   EuArchive(s, true, {"D1"});
 }
 
+constexpr const char* kListEnd = "number_of_images";
+
 std::string AddEuOld(TStage& s, const std::string& item, const std::string& time, const std::string& slot) {
   const std::string path = "/~idds/images/out/20051110_" + time + "00_07_" + item + "_0.jpg";
   s.Add(path, "2005/11/10/" + item + "_" + slot + ".jpg", path, {path + " - OK"});
@@ -317,7 +319,7 @@ std::string AddEuOld(TStage& s, const std::string& item, const std::string& time
 
 void EuOld(TStage& s) {
   std::string page = AddEuOld(s, "D1", "0000", "00") + AddEuOld(s, "D1", "0030", "01");
-  page += AddEuOld(s, "D1", "0100", "02");
+  page += AddEuOld(s, "D1", "0100", "02") + kListEnd;
   s.Server.Answer(EuArchiveListing("D1"), page);
   EuArchive(s, false, {"D1"});
 }
@@ -325,9 +327,9 @@ void EuOld(TStage& s) {
 void EuListing(TStage& s) {
   s.Clock.Now = TDateTime::FromDate(2005, 11, 10, 0, 41);
   for (const char* const item : {"D1", "D2", "D3"})
-    s.Server.Answer(EuArchiveListing(item), s.Page = AddEuOld(s, item, "0000", "00"));
+    s.Server.Answer(EuArchiveListing(item), AddEuOld(s, item, "0000", "00") + kListEnd);
   s.PagePath = EuArchiveListing("D2");
-  s.Page = "frame0 = \"" + s.HitFile().Remote + "\";\n" + std::string(5000, '/');
+  s.Page = "frame0 = \"" + s.HitFile().Remote + "\";\n" + std::string(5000, '/') + kListEnd;
   EuArchive(s, false, {"D1", "D2", "D3"});
 }
 

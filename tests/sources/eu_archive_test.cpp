@@ -67,11 +67,14 @@ TEST(EuArchiveListingPage, KeepsWhatIsListed) {
   const struct {
     const char* What;
     std::string Page;
-    std::vector<int> Slots;  ///< the slots kept; -1: the page is no list
+    std::vector<int> Slots;  ///< the slots kept
+    TEuArchiveList List = TEuArchiveList::Cut;
   } cases[] = {
       {"only between the marks",
        name("0100") + "\n" + frame("1200") + frame("1230") + "number_of_images\n" + name("0200"),
-       {24, 25}},
+       {24, 25},
+       TEuArchiveList::Whole},
+      {"an end before the beginning", "number_of_images\n" + frame("1200"), {24}},
       {"carriage returns, and no end", frame("0000") + "\r\n" + frame("2330"), {0, 47}},
       {"the page's own text, in whatever line", "frame0\n<img src=" + name("0030") + ">", {1}},
       {"made by taking the quote away", "frame00=  " + kFolder + "20051110\";_0030" + end, {1}},
@@ -80,13 +83,13 @@ TEST(EuArchiveListingPage, KeepsWhatIsListed) {
       {"another day", "frame0 = \"" + kFolder + "20051111_1200" + end, {}},
       {"cut off in a name", "frame0 = \"/~idds/images/out/20051110_12", {}},
       {"a line that ends at its equals sign", "frame0=\nframe12=\nframe12=x", {}},
-      {"no list", "<html>not found</html>", {-1}},
-      {"binary", std::string("\0\xff\0frame", 8), {-1}},
+      {"no list", "<html>not found</html>", {}, TEuArchiveList::None},
+      {"binary", std::string("\0\xff\0frame", 8), {}, TEuArchiveList::None},
   };
   for (const auto& c : cases) {
     std::vector<TEuArchiveImage> images = EuArchiveOldImages("C1D", kDay);
     std::vector<int> slots;
-    if (!KeepListedImages(c.Page, "http://server/~idds", images)) slots.push_back(-1);
+    EXPECT_EQ(KeepListedImages(c.Page, "http://server/~idds", images), c.List) << c.What;
     for (const TEuArchiveImage& image : images) slots.push_back(std::stoi(image.LocalName.substr(4)));
     EXPECT_EQ(slots, c.Slots) << c.What;
   }
@@ -131,7 +134,7 @@ class TEuArchive : public TSourceTest {
     for (const char* item : {"C1D", "C2D", "HTOT"}) {
       for (const TEuArchiveImage& image : EuArchiveOldImages(item, kDay)) page += image.RemoteName + "\n";
     }
-    return page;
+    return page + "number_of_images\n";
   }();
 };
 
