@@ -52,8 +52,7 @@ TDescriptor MakeTemporary(const fs::path& path, std::string& name) {
     name = (path.parent_path() / kTemporaryName).string();
     TDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
     if (!file.IsOpen()) ThrowErrno(path.string());
-    // Another copy may have removed it before it was locked. A file system without locks knows no such copy.
-    if (TryLock(file.Get(), name) || errno != EWOULDBLOCK) return file;
+    if (LockNew(file.Get(), name)) return file;
   }
 }
 
@@ -124,6 +123,11 @@ bool TryLock(int descriptor, const fs::path& path) {
     return true;
   errno = EWOULDBLOCK;
   return false;
+}
+
+bool LockNew(int descriptor, const fs::path& path) {
+  // On a file system without locks nobody removes it.
+  return TryLock(descriptor, path) || errno != EWOULDBLOCK;
 }
 
 void RemoveAbandoned(const fs::path& folder, std::string_view pattern) {

@@ -38,6 +38,10 @@ std::string ReadWholeFile(int descriptor, const std::filesystem::path& path, std
 /// path leads to another file by now, so that the lock would protect nothing.
 bool TryLock(int descriptor, const std::filesystem::path& path);
 
+/// Locks a file that this process has just made under `path`, against a RemoveAbandoned elsewhere. False when
+/// that was faster and the file is gone: make another one.
+bool LockNew(int descriptor, const std::filesystem::path& path);
+
 /// What the temporary files and folders of this program are called; each X stands for a letter or a digit.
 inline constexpr std::string_view kTemporaryName = "~skyreelXXXXXX";
 
@@ -51,11 +55,13 @@ void RemoveAbandoned(const std::filesystem::path& folder, std::string_view patte
 /// std::system_error; the temporary file is gone and the old file untouched then.
 void WriteFileWhole(const std::filesystem::path& path, std::string_view data, unsigned permissions = 0666);
 
-/// Waits until the file's content is on the disk, where a power cut cannot take it. False when it is not.
+/// Waits until the file's content is on the disk, where a power cut cannot take it. False, with errno set,
+/// when it is not.
 bool FlushToDisk(const std::filesystem::path& path);
 
 /// Puts the finished file `from`, open as `descriptor`, in the place of `to`, with the permissions that a new
-/// file gets. False, and `from` is still there, when that takes more than a rename (another file system, say).
+/// file gets. False, and `from` is still there, when that takes more than a rename (another file system,
+/// say).
 bool MoveFileWhole(int descriptor, const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace skyreel

@@ -1,7 +1,6 @@
 #include "transfer/http_fetch.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -43,12 +42,12 @@ std::optional<std::uint16_t> ProxyPortOf(const TSharedSettings& shared) {
 class TTemporaryFile {
  public:
   TTemporaryFile() : path_(CurrentPath()) {
-    if (!Create()) {
-      Remove();
-      if (!Create()) throw std::system_error(errno, std::generic_category(), path_.string());
-    }
-    // Against a copy that is just starting and looks for what killed ones left.
-    ::flock(file_.Get(), LOCK_EX | LOCK_NB);
+    do {
+      if (!Create()) {
+        Remove();
+        if (!Create()) ThrowErrno(path_.string());
+      }
+    } while (!LockNew(file_.Get(), path_));
   }
   ~TTemporaryFile() {
     if (!moved_) Remove();

@@ -246,7 +246,7 @@ TEST(Process, KilledBeforeEachRename) {
   EXPECT_GT(at, 10);
   scene.RunToTheEnd();
   AddKillRow("SIGKILL before each rename of a run in turn",
-             "charts, EUMETSAT images, EUMETSAT data; ledger, report, settings");
+             "charts, EUMETSAT images, PDUS products, EUMETSAT data; ledger, report, settings");
 }
 
 /// A port whose queue of connections is full, so that connecting to it takes for ever.
