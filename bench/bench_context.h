@@ -18,7 +18,8 @@ class TQuietDisplay : public TStatusDisplay {
     ++Lines;
     Last = text;
   }
-  void ReplaceLastStatusLine(const std::string& text) override { Last = text; }
+  void BeginStatusLine(const std::string& text) override { Last = text; }
+  void EndStatusLine(const std::string& text) override { Last = text; }
   void SetPanel(int, const std::string&) override {}
   void SetProgress(int) override {}
   void SetBytesLabel(const std::string&) override {}

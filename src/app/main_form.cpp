@@ -329,7 +329,7 @@ void TFormMain::WireTransfers() {
   NMHTTP_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.InputFileMode = true;
-  ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) { log_->AddAside(text); };
+  ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) { AddStatusLine(text); };
 }
 
 void TFormMain::WireEvents() {
@@ -667,8 +667,11 @@ void TFormMain::ButtonAnalysePDUSClick() {
 void TFormMain::AddStatusLine(const std::string& text) {
   log_->Add(text);
 }
-void TFormMain::ReplaceLastStatusLine(const std::string& text) {
-  log_->ReplaceLast(text);
+void TFormMain::BeginStatusLine(const std::string& text) {
+  log_->Begin(text);
+}
+void TFormMain::EndStatusLine(const std::string& text) {
+  log_->End(text);
 }
 
 void TFormMain::SetPanel(int panel, const std::string& text) {
@@ -698,7 +701,7 @@ void TFormMain::SetBusyCursor(bool busy) {
 
 void TFormMain::ShowMessage(const std::string& subject, const std::string& text) {
   if (batch_running_ || environment_.Headless) {
-    log_->AddAside(subject + ": " + text);
+    AddStatusLine(subject + ": " + text);
     return;
   }
   auto* box = new QMessageBox(QMessageBox::Information, QString::fromStdString(subject),

@@ -114,7 +114,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
 
   // TStatusDisplay
   void AddStatusLine(const std::string& text) override;
-  void ReplaceLastStatusLine(const std::string& text) override;
+  void BeginStatusLine(const std::string& text) override;
+  void EndStatusLine(const std::string& text) override;
   void SetPanel(int panel, const std::string& text) override;
   void SetProgress(int percent) override;
   void SetBytesLabel(const std::string& text) override;

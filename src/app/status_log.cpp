@@ -86,52 +86,41 @@ TStatusLog::~TStatusLog() {
 }
 
 void TStatusLog::Add(const std::string& text) {
-  Flush();
-  MakeRoom();
-  lines_.Append(OneLine(text));
-  newest_is_open_ = true;
-  ShowNewest();
-}
-
-void TStatusLog::ReplaceLast(const std::string& text) {
-  if (IsEmpty()) return Add(text);
-  lines_.ReplaceLast(OneLine(text));
-  newest_is_open_ = true;
-  Flush();
-  ShowNewest();
-}
-
-void TStatusLog::AddAside(const std::string& text) {
-  if (!newest_is_open_) {
-    Add(text);
-    return Flush();
-  }
-  MakeRoom();
   const std::string line = OneLine(text);
-  lines_.Insert(Lines().size() - 1, line);
+  Insert(Lines().size() - (begun_ ? 1 : 0), line);
   Fire(OnFinalLine, line);
-  ShowNewest();
 }
 
-void TStatusLog::MakeRoom() {
-  if (Lines().size() < maximum_) return;
-  // Many at once: taking lines from the front is slow.
-  const std::size_t count = maximum_ / 10 + 1;
-  lines_.RemoveFirst(count);
-  dropped_ += count;
+void TStatusLog::Begin(const std::string& text) {
+  Flush();
+  Insert(Lines().size(), OneLine(text));
+  begun_ = true;
 }
 
-void TStatusLog::ShowNewest() {
+void TStatusLog::End(const std::string& text) {
+  if (!begun_) return Add(text);
+  lines_.ReplaceLast(OneLine(text));
+  Flush();
+}
+
+void TStatusLog::Flush() {
+  if (!begun_) return;
+  begun_ = false;
+  Fire(OnFinalLine, Lines().back());
+}
+
+void TStatusLog::Insert(std::size_t row, const std::string& line) {
+  lines_.Insert(row, line);
+  if (Lines().size() > maximum_) {
+    // Many at once: taking lines from the front is slow.
+    const std::size_t count = maximum_ / 10 + 1;
+    lines_.RemoveFirst(count);
+    dropped_ += count;
+  }
   // Not through the view: that takes a Ctrl or Shift held just now for a wish to select more.
   const QModelIndex newest = lines_.index(lines_.rowCount() - 1);
   view_.selectionModel()->setCurrentIndex(newest, QItemSelectionModel::ClearAndSelect);
   view_.scrollTo(newest);
-}
-
-void TStatusLog::Flush() {
-  if (!newest_is_open_) return;
-  newest_is_open_ = false;
-  Fire(OnFinalLine, lines_.Lines().back());
 }
 
 std::string TStatusLog::Report() const {

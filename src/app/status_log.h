@@ -16,7 +16,6 @@ class TStatusLines : public QAbstractListModel {
   QVariant data(const QModelIndex& index, int role) const override;
 
   const std::vector<std::string>& Lines() const { return lines_; }
-  void Append(std::string line) { Insert(Lines().size(), std::move(line)); }
   void Insert(std::size_t row, std::string line);
   /// There is at least one line.
   void ReplaceLast(std::string line);
@@ -39,31 +38,31 @@ class TStatusLog {
   TStatusLog(const TStatusLog&) = delete;
   TStatusLog& operator=(const TStatusLog&) = delete;
 
+  /// Adds a line that stays as it is. A line that stands for a transfer stays the newest.
   void Add(const std::string& text);
-  /// Puts `text` in the place of the newest line, for good; adds it when there is none.
-  void ReplaceLast(const std::string& text);
-  /// Adds a line that is not the job's own. One that the job has still to replace stays the newest.
-  void AddAside(const std::string& text);
+  /// Adds a line that stands for a transfer, until End puts its outcome in its place.
+  void Begin(const std::string& text);
+  /// Adds the line where no transfer was begun.
+  void End(const std::string& text);
 
   bool IsEmpty() const { return lines_.Lines().empty(); }
   const std::vector<std::string>& Lines() const { return lines_.Lines(); }
   /// The whole log, every line ended by CR LF.
   std::string Report() const;
 
-  /// Given each line once it is final: when the next one comes, or at Flush.
+  /// Given each line once it is final: at Add and at End; what was only begun, at the next Begin or at Flush.
   std::function<void(const std::string& line)> OnFinalLine;
-  /// The newest line will not be replaced any more.
+  /// A transfer that was begun does not end any more: its line is final.
   void Flush();
 
  private:
-  void MakeRoom();
-  void ShowNewest();
+  void Insert(std::size_t row, const std::string& line);
 
   QTableView& view_;
   const std::size_t maximum_;
   TStatusLines lines_;
   std::size_t dropped_ = 0;
-  bool newest_is_open_ = false;  ///< the newest line may still be replaced and was not given to OnFinalLine
+  bool begun_ = false;  ///< the newest line stands for a transfer
 };
 
 }  // namespace skyreel

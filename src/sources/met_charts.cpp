@@ -352,11 +352,11 @@ void TMetChartsJob::Fetch(const TChartRequest& request) {
   if (info.ContentLength <= kind.MinimumSize) return;
   if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path)) return;
 
-  context_.Display.AddStatusLine("Get " + shown);
+  context_.Display.BeginStatusLine("Get " + shown);
   const THttpSaveResult result =
       SaveHttpFile(context_, request.Url, path, kind.MinimumSize + 1, info.ContentLength, time);
   context_.Clock.Sleep(kPause);
-  context_.Display.ReplaceLastStatusLine(shown + OutcomeText(result));
+  context_.Display.EndStatusLine(shown + OutcomeText(result));
 }
 
 }  // namespace skyreel

@@ -222,12 +222,12 @@ std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, 
 THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest& request) {
   if (FileSizeOf(request.LocalPath) >= request.PresentSize) return THttpFileOutcome::Present;
   ReportUnusableProxy(context);
-  context.Display.AddStatusLine("Get: " + request.GetName);
+  context.Display.BeginStatusLine("Get: " + request.GetName);
   std::string stream;
   std::optional<TTemporaryFile> file;
   const TFetchEnd end = Transfer(context, request.Url, stream, "", "", file);
   const TVerdict verdict = Judge(request, end, file, stream);
-  context.Display.ReplaceLastStatusLine(request.ResultName + verdict.Text);
+  context.Display.EndStatusLine(request.ResultName + verdict.Text);
   return verdict.Outcome;
 }
 

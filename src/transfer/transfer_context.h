@@ -18,8 +18,10 @@ class TStatusDisplay {
   virtual ~TStatusDisplay() = default;
   /// Appends one line to the status list and selects it, so that the list scrolls to it.
   virtual void AddStatusLine(const std::string& text) = 0;
-  /// Puts `text` in the place of the newest line.
-  virtual void ReplaceLastStatusLine(const std::string& text) = 0;
+  /// The same of a line that stands for a transfer until EndStatusLine puts its outcome in its place. Lines
+  /// that are added meanwhile come before it, so that it stays the newest.
+  virtual void BeginStatusLine(const std::string& text) = 0;
+  virtual void EndStatusLine(const std::string& text) = 0;
   /// A status-bar panel: 0 the job's phase, 1 a short detail.
   virtual void SetPanel(int panel, const std::string& text) = 0;
   /// Progress of the current file in per cent, 0 to 100; values beyond are held at the ends.

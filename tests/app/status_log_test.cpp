@@ -29,21 +29,32 @@ class StatusLogTest : public testing::Test {
   std::vector<std::string> final_lines_;
 };
 
-TEST_F(StatusLogTest, SelectsTheNewestLineAndGivesOutEachOnceWhenItIsFinal) {
+TEST_F(StatusLogTest, PutsAnOutcomeInThePlaceOfItsTransferAndOfNothingThatCameMeanwhile) {
   EXPECT_EQ(log_.Report(), "");
-  log_.ReplaceLast("Get: a");  // in an empty log it adds
-  EXPECT_THAT(final_lines_, ElementsAre());
-  log_.ReplaceLast("a - OK");
+  log_.Add("first");
+  log_.Begin("Get: a");
+  for (const char* line : {"b", "c"}) log_.Add(line);
+  EXPECT_EQ(Selected(), "Get: a");
+  EXPECT_EQ(log_.Report(), "first\r\nb\r\nc\r\nGet: a\r\n");
+  EXPECT_THAT(final_lines_, ElementsAre("first", "b", "c"));
+  log_.End("a - OK");
   EXPECT_EQ(Selected(), "a - OK");
-  log_.Add("Get: b");
-  EXPECT_EQ(Selected(), "Get: b");
-  EXPECT_THAT(final_lines_, ElementsAre("a - OK"));
-  EXPECT_EQ(log_.Report(), "a - OK\r\nGet: b\r\n");
-  log_.ReplaceLast("b - timed out");
-  log_.Add("Get: c");
+  log_.End("d - OK");  // not begun
+  EXPECT_THAT(log_.Lines(), ElementsAre("first", "b", "c", "a - OK", "d - OK"));
+  EXPECT_EQ(final_lines_, log_.Lines());
+}
+
+TEST_F(StatusLogTest, GivesOutOnceWhatWasBegunAndNeverEnded) {
+  log_.Begin("Get: a");
+  log_.Begin("Get: b");
+  EXPECT_THAT(final_lines_, ElementsAre("Get: a"));
   for (int i = 0; i < 2; ++i) log_.Flush();
-  EXPECT_THAT(final_lines_, ElementsAre("a - OK", "b - timed out", "Get: c"));
-  // Also while keys are held, which would extend a selection.
+  log_.Add("c");
+  EXPECT_THAT(log_.Lines(), ElementsAre("Get: a", "Get: b", "c"));
+  EXPECT_EQ(final_lines_, log_.Lines());
+}
+
+TEST_F(StatusLogTest, SelectsTheNewestLineAlsoWhileKeysAreHeldThatWouldExtendASelection) {
   for (const auto modifier : {Qt::ControlModifier, Qt::ShiftModifier}) {
     QTest::keyPress(&view_, Qt::Key_F35, modifier);
     ASSERT_EQ(QGuiApplication::keyboardModifiers(), modifier);
@@ -51,18 +62,6 @@ TEST_F(StatusLogTest, SelectsTheNewestLineAndGivesOutEachOnceWhenItIsFinal) {
     EXPECT_EQ(Selected(), "d");
     QTest::keyRelease(&view_, Qt::Key_F35);
   }
-}
-
-TEST_F(StatusLogTest, NothingFromAsideIsReplacedByTheOutcomeOfTheFileInWork) {
-  log_.AddAside("first");
-  log_.Add("Get: a");
-  for (const char* line : {"b", "c"}) log_.AddAside(line);
-  EXPECT_EQ(Selected(), "Get: a");
-  log_.ReplaceLast("a - OK");
-  log_.AddAside("d");
-  EXPECT_EQ(Selected(), "d");
-  EXPECT_THAT(log_.Lines(), ElementsAre("first", "b", "c", "a - OK", "d"));
-  EXPECT_EQ(final_lines_, log_.Lines());
 }
 
 TEST_F(StatusLogTest, KeepsOneLineOneLine) {
@@ -80,7 +79,7 @@ TEST_F(StatusLogTest, DropsTheOldestBeyondItsMaximumAndSaysSo) {
   EXPECT_EQ(Selected(), "249");
   EXPECT_EQ(log_.Report().substr(0, log_.Report().find("\r\n")),
             "(" + std::to_string(250 - log_.Lines().size()) + " earlier lines are left out)");
-  EXPECT_EQ(final_lines_.size(), 249U);
+  EXPECT_EQ(final_lines_.size(), 250U);
 }
 
 TEST_F(StatusLogTest, CopiesTheSelectedLines) {

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "transfer/transfer_context.h"
@@ -28,12 +31,17 @@ class TFakeClock : public TClock {
 class TRecordingDisplay : public TStatusDisplay {
  public:
   void AddStatusLine(const std::string& text) override {
-    Lines.push_back(text);
+    Lines.insert(Lines.end() - (begun_ ? 1 : 0), text);
     AllLines.push_back(text);
   }
-  void ReplaceLastStatusLine(const std::string& text) override {
+  void BeginStatusLine(const std::string& text) override {
+    AddStatusLine(text);
+    begun_ = true;
+  }
+  void EndStatusLine(const std::string& text) override {
     AllLines.push_back(text);
-    Lines.empty() ? Lines.push_back(text) : void(Lines.back() = text);
+    ASSERT_TRUE(std::exchange(begun_, false));
+    Lines.back() = text;
   }
   void SetPanel(int panel, const std::string& text) override { Panels.push_back({panel, text}); }
   void SetProgress(int percent) override { Progress.push_back(percent); }
@@ -48,6 +56,9 @@ class TRecordingDisplay : public TStatusDisplay {
   std::vector<std::string> BytesLabels;
   std::vector<std::string> Titles;
   int BusyDepth = 0;
+
+ private:
+  bool begun_ = false;
 };
 
 /// Counts the watchdog calls; stops when told.
