@@ -25,6 +25,12 @@ bool HasReplyCode(std::string_view line) {
   return line.size() >= 3 && std::all_of(line.begin(), line.begin() + 3, IsDigit);
 }
 
+bool TReplyEnd::IsAt(std::string_view line) {
+  const bool continued = IsReplyContinuation(line);
+  many_lines_ = many_lines_ || (continued && HasReplyCode(line));
+  return !continued && (HasReplyCode(line) || !many_lines_);
+}
+
 std::optional<std::uint16_t> PasvPort(std::string_view reply) {
   const std::size_t open = reply.find('(');
   if (open != std::string_view::npos) reply.remove_prefix(open + 1);

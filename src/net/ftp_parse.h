@@ -16,6 +16,17 @@ bool IsReplyContinuation(std::string_view line);
 /// Whether the line begins with three digits, as every last line of a reply does.
 bool HasReplyCode(std::string_view line);
 
+/// Finds the last line of a reply. Of one that began with "226-" and the like, some servers leave the lines
+/// in the middle bare.
+class TReplyEnd {
+ public:
+  /// Given the lines of one reply in turn: whether no other follows.
+  bool IsAt(std::string_view line);
+
+ private:
+  bool many_lines_ = false;
+};
+
 /// The port in a reply to PASV, "227 ... (h1,h2,h3,h4,p1,p2)": p1 * 256 + p2. The host numbers are not looked
 /// at. Empty unless there are six fields, the last two are 0 to 255, and the port is not 0. The brackets may
 /// be missing.

@@ -142,14 +142,8 @@ std::string TNMFTP::NextLine(std::size_t& reply_size) {
 
 void TNMFTP::ReadReplyContinuation(std::string& reply) {
   std::size_t size = reply.size();
-  bool many_lines = false;
-  while (true) {
-    const bool continued = IsReplyContinuation(reply);
-    many_lines = many_lines || (continued && HasReplyCode(reply));
-    // Some servers leave the lines in the middle bare.
-    if (!continued && !(many_lines && !HasReplyCode(reply))) return;
-    reply = NextLine(size);
-  }
+  TReplyEnd end;
+  while (!end.IsAt(reply)) reply = NextLine(size);
 }
 
 /// Reads the rest of a reply. A server that says that it closes the connection is taken at its word, or the
@@ -350,11 +344,13 @@ bool TNMFTP::StartTransfer(const std::string& command, TCmdType type) {
   }
   std::size_t size = reply.size();
   std::int64_t announced = AnnouncedSize(reply);
-  while (IsReplyContinuation(reply)) {
+  TReplyEnd end;
+  while (!end.IsAt(reply)) {
     reply = NextLine(size);
     if (announced == 0) announced = AnnouncedSize(reply);
     const int code = Code(reply);
     if (code < 301 || code > 599) continue;
+    if (type == TCmdType::NameList) throw FTPException(std::string(Trim(reply)));
     if (code <= 502 && code >= 500) Fire(OnUnSupportedFunction, *this, type);
     Fail(reply, type);
   }
@@ -401,7 +397,7 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
   EndData();
   ReportStatus(1, "Received " + std::to_string(TransferSize) + " Bytes");
   ReadFinalReply();
-  Fire(OnTransactionStop, *this);
+  if (type == TCmdType::Download) Fire(OnTransactionStop, *this);
   LastTransfer.Whole =
       LastTransfer.FinalReply.starts_with('2') && LastTransfer.Received >= LastTransfer.Announced;
   // kept: whatever the final reply says.

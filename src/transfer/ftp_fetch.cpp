@@ -8,6 +8,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "net/ftp_parse.h"
+#include "transfer/size_limit_scope.h"
 #include "transfer/transfer_progress.h"
 #include "transfer/watchdog_scope.h"
 
@@ -155,6 +156,7 @@ bool TFtpSession::Download(const std::string& remote_path, const std::filesystem
   if (use_wininet_)
     return context_.WinInet->WinInetFtpGet(context_, connection_->Handle(), remote_path, local_path);
   context_.NMFTP.LastTransfer = {};
+  const TSizeLimitScope limit(context_.NMFTP);
   context_.NMFTP.RetrieveFile(remote_path, local_path.string());
   return true;
 }
@@ -223,7 +225,10 @@ TTransferEnd TFtpSession::ClientOutcome(std::exception_ptr failure, std::string&
   } catch (const std::system_error& error) {
     problem = "not saved: " + error.code().message();
   } catch (const std::exception& error) {
-    problem = transfer.TimedOut ? "timed out" : refused ? transfer.FinalReply : error.what();
+    problem = transfer.Received > kLargestDownload ? kTooLarge
+              : transfer.TimedOut                  ? "timed out"
+              : refused                            ? transfer.FinalReply
+                                                   : error.what();
   }
   return transfer.Started ? TTransferEnd::Cut : TTransferEnd::Untouched;
 }

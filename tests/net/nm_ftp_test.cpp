@@ -156,6 +156,7 @@ TEST(NmFtp, DownloadsTellHowTheyWent) {
       {"open|RETR /f>150 f (5 bytes)|data:hello|>226-all\r\n226 done", "", "SW 226 done=hello", "s9"},
       {"open|RETR /f>150 bytes|data:hello|>226 done", "", "SW 226 done=hello", "s9"},
       {"open|RETR /f>150-f\r\n150-(6 bytes)\r\n150 go|data:hello|>226 done", "", "S 226 done=hello", "s9"},
+      {"open|RETR /f>150-f (5 bytes)\r\nmore\r\n150 go|data:hello|>226 done", "", "SW 226 done=hello", "s9"},
       {"open|RETR /f>150 f|data:hello|ABOR>426 cut\r\n226 ok", "Socket send aborted", "S 226 ok=hello", ""},
       {"open|RETR /f>150-f\r\n550-no\r\n550 more", "550-no", " =old", "f9"},
       // A refusal that the handler takes for its own is a quiet return.
@@ -217,6 +218,7 @@ TEST(NmFtp, NameListsAreActiveAndHandOverEveryLine) {
       {"NLST>150 names|data:" + endless + "|>226 done", "Listing too large", std::string(100, 'x')},
       {"NLST>150 names|>425 cannot", "Accepting Canceled", ""},
       {"NLST>550 no files", "550 no files", ""},
+      {"NLST>150-names\r\n550 gone", "550 gone", ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.Talk.substr(0, 100));
@@ -226,9 +228,12 @@ TEST(NmFtp, NameListsAreActiveAndHandOverEveryLine) {
     ftp.TimeOut = row.TimeOut;
     ftp.Connect();
     std::string listed;
+    int stops = 0;
+    ftp.OnTransactionStop = [&](TPowersock&) { ++stops; };
     ftp.OnListItem = [&](TNMFTP&, const std::string& line) { listed += line + "|"; };
     EXPECT_EQ(Failure([&] { ftp.NameList(); }), row.Error);
     EXPECT_EQ(listed.substr(0, 100), row.Names);
+    EXPECT_EQ(stops, row.Error.empty() ? 1 : 0);
     EXPECT_EQ(ftp.Events, row.Error.empty() ? "cs13" : "c") << "OnFailure is not asked here";
     if (row.Error.empty()) {
       EXPECT_EQ(ftp.TransferSize, row.Names.ends_with("last|") ? 13 : 5);

@@ -8,6 +8,7 @@
 #include "support/child_process.h"
 #include "support/ftp_server.h"
 #include "support/job_fixture.h"
+#include "transfer/size_limit_scope.h"
 
 namespace skyreel {
 namespace {
@@ -111,6 +112,15 @@ TEST_F(FtpFetch, FailuresGetOneLineAndTheLedgerKnowsWhatIsNotWhole) {
     ASSERT_TRUE(job_.Ledger.Begin(local_));
     job_.Ledger.End(local_, TTransferEnd::Whole);
   }
+}
+
+TEST_F(FtpFetch, AServerThatDoesNotEndIsGivenUp) {
+  TFtpServer server(false, Session("FILE>150 f (5 bytes)|data:" + std::string(5000, 'x') +
+                                   "|ABOR>426 cut\r\n226 ok|QUIT>221 bye"));
+  const TSizeLimitScope limit(job_.NMFTP, 1000);
+  RunFtpSession(job_.Context, Login(server), [&](TFtpSession& session) { Fetch(session); });
+  EXPECT_TRUE(job_.Ledger.IsNoted(local_));
+  EXPECT_THAT(server.Errors(), IsEmpty());
 }
 
 TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
