@@ -127,7 +127,8 @@ void AddEntry(TPdusOrder& order, std::string_view line, const std::string& root)
 
   std::string name = ProductName(target);
   std::string refusal = LinkRefusal(target);
-  if (refusal.empty() && !IsSafeFileName(name + ".pdu.part")) refusal = "unsafe file name";
+  const bool safe = IsSafeFileName(name) && IsSafeFileName(name + ".pdu.part");
+  if (refusal.empty() && !safe) refusal = "unsafe file name";
   if (refusal.empty()) {
     order.Entries.push_back({root + std::string(target), std::move(name)});
     return;

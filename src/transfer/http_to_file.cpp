@@ -1,5 +1,6 @@
 #include "transfer/http_to_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <fstream>
@@ -42,9 +43,9 @@ bool IsPage(const fs::path& path) {
   return IsHtmlPage({beginning, static_cast<std::size_t>(file.gcount())});
 }
 
-/// One GET into `file`.
+/// One GET into `file`, which is whole from `least` bytes on when the reply announces no more.
 THttpSaveResult FetchInto(TTransferContext& context, const std::string& url, const fs::path& file,
-                          std::int64_t announced) {
+                          std::int64_t least) {
   TNMHTTP& client = context.NMHTTP;
   const TProgressScope progress(context.Display, url);
   const TDeliveryScope delivery(client, file.string());
@@ -55,16 +56,17 @@ THttpSaveResult FetchInto(TTransferContext& context, const std::string& url, con
   } catch (const std::system_error& error) {
     return {THttpSaveOutcome::NotSaved, ReasonOf(error)};
   } catch (const std::exception& error) {
+    if (client.ReceivedByteCount > kLargestDownload) return {THttpSaveOutcome::Cut, kTooLarge};
     return {THttpSaveOutcome::TimedOut, ReasonOf(error)};
   }
   if (!IsGoodReply(client.ReplyCode)) return {THttpSaveOutcome::Refused, StatusText(client)};
   if (client.ReceivedByteCount > 0 && IsPage(file))
     return {THttpSaveOutcome::Refused, "a page came in its place"};
   if (client.ReplyCode == kPartialContent) return {THttpSaveOutcome::Cut, "the server sent only a part"};
-  if (client.TransferSize > 0) announced = client.TransferSize;
-  if (client.ReceivedByteCount == 0 || client.ReceivedByteCount < announced) {
+  least = std::max<std::int64_t>(least, client.TransferSize);
+  if (client.ReceivedByteCount == 0 || client.ReceivedByteCount < least) {
     return {THttpSaveOutcome::Cut,
-            std::to_string(client.ReceivedByteCount) + " of " + std::to_string(announced) + " bytes came"};
+            std::to_string(client.ReceivedByteCount) + " of " + std::to_string(least) + " bytes came"};
   }
   return {THttpSaveOutcome::Whole, ""};
 }
@@ -116,7 +118,8 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
   if (!context.Ledger.Begin(file))
     return {THttpSaveOutcome::NotSaved, "another copy of the program is fetching it"};
 
-  THttpSaveResult result = FetchInto(context, url, file, announced);
+  THttpSaveResult result =
+      FetchInto(context, url, file, keeps_old ? std::max(announced, good_size) : announced);
 
   std::error_code error;
   if (result.Outcome == THttpSaveOutcome::Whole) {

@@ -32,7 +32,7 @@ struct THttpPage {
 THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const std::string& detail);
 
 enum class THttpSaveOutcome {
-  Whole,     ///< the file is there, no shorter than announced
+  Whole,     ///< the file is there, no shorter than its header and its reply announced
   Cut,       ///< the server closed early or sent only a part; what came is kept, noted as cut
   Refused,   ///< an error reply, or a page in place of the file; nothing of it is kept
   TimedOut,  ///< no answer, or a failure on the way; what came is kept, noted as cut
@@ -48,9 +48,9 @@ struct THttpSaveResult {
 /// `path`, whose folder is created. What is written is noted in the transfer ledger until it is whole.
 /// A file of at least `good_size` bytes that is there already, and not noted as cut, is given up only for a
 /// whole one: until then the new one stands beside it under the name with ".part" added.
-/// `announced`: the size from the file's header, which counts when the reply itself gives none.
-/// `time`: stamped on the whole file, unless zero.
-/// Progress and bytes label are reset at both ends. Throws nothing for a failed transfer.
+/// `announced`: the size from the file's header. A reply that is shorter is cut, whatever it announces
+/// itself: a server's excuse, or a file that is just being replaced. `time`: stamped on the whole file,
+/// unless zero. Progress and bytes label are reset at both ends. Throws nothing for a failed transfer.
 THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url,
                              const std::filesystem::path& path, std::int64_t good_size,
                              std::int64_t announced, TDateTime time = {});

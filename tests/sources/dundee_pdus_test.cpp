@@ -67,6 +67,9 @@ TEST(OrderPage, RefusesHostileEntriesWithALineEach) {
                                                        {"/pdus?f=../0207010200", name},
                                                        {"/pdus?f=C:0207010200", name},
                                                        {"/pdus", name},  // no parameter: the whole link
+                                                       {"/pdus?f=", name},
+                                                       {"/pdus?f=PDUS", name},
+                                                       {"/pdus?f=.&s=1", name},
                                                        {"/pdus?f=" + std::string(252, '1'), name}};
   for (const auto& [target, refusal] : cases) {
     const TPdusOrder order = ParseOrderPage("/pdus \"" + target + "\" GMS", "http://h", {"GMS"});
@@ -171,6 +174,7 @@ TEST_F(TPdus, SizesDecideWhatIsFetchedAndWhole) {
       {10, "404 Not Found", "55", -1, 10, ""},
       {10, "200 OK", std::to_string(product), product, product, " - OK"},
       {product, "200 OK", std::to_string(product + 5), product, product, " - incomplete?"},
+      {product, "200 OK", "29", 29, product, " - incomplete?"},
       {-1, "200 OK", std::to_string(product - 1), product - 1, product - 1, " - incomplete?"},
       {-1, "200 OK", std::to_string(product + 5), product, product, " - incomplete?"},
       {product, "200 OK", std::to_string(product + 5), product + 5, product + 5, " - OK"},

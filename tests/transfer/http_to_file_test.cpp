@@ -27,7 +27,7 @@ class HttpToFile : public testing::Test {
   const std::filesystem::path path_ = job_.Output("2005/11/10/a.gif");
 };
 
-TEST_F(HttpToFile, OnlyAGoodOlderFileIsWaitedForAndTheReplysOwnAnnouncementCounts) {
+TEST_F(HttpToFile, AFileIsWholeWithAllThatWasAnnouncedAndOnlyThenTakesThePlaceOfAGoodOne) {
   const struct {
     std::size_t Older;  // 0: what the row before left
     std::size_t Sent;
@@ -40,9 +40,12 @@ TEST_F(HttpToFile, OnlyAGoodOlderFileIsWaitedForAndTheReplysOwnAnnouncementCount
       {0, 700, "", 701, THttpSaveOutcome::Cut, 700, true},
       {0, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 600,
        true},  // a noted one is no good file
-      {0, 50, "Content-Length: 50\r\n", 701, THttpSaveOutcome::Whole, 50, false},
+      {0, 50, "Content-Length: 50\r\n", 701, THttpSaveOutcome::Cut, 50, true},
+      {0, 50, "Content-Length: 50\r\n", 50, THttpSaveOutcome::Whole, 50, false},
       {100, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 100, false},
-      {100, 600, "Content-Length: 600\r\n", 900, THttpSaveOutcome::Whole, 600, false},
+      {100, 600, "Content-Length: 600\r\n", 900, THttpSaveOutcome::Cut, 100, false},
+      {100, 99, "Content-Length: 99\r\n", 99, THttpSaveOutcome::Cut, 100, false},
+      {100, 600, "Content-Length: 600\r\n", 500, THttpSaveOutcome::Whole, 600, false},
       {99, 600, "Content-Length: 900\r\n", 0, THttpSaveOutcome::Cut, 600, true},
   };
   for (const auto& row : rows) {
