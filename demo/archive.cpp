@@ -367,7 +367,7 @@ std::optional<std::vector<std::string>> TDemoArchive::FolderNames(std::string_vi
     all.Slots = MsfcSlotItems();
     const std::string code = "." + std::string(folder.substr(msfc.size(), 3)) + ".";
     for (const TMsfcFile& file : MsfcFiles(all, now, 2)) {
-      if (file.Name.find(code) != std::string::npos) names.push_back(file.Name);
+      if (IsMsfcFileOut(file, now) && file.Name.find(code) != std::string::npos) names.push_back(file.Name);
     }
     if (!names.empty()) return names;
   }

@@ -47,12 +47,12 @@ const std::vector<std::string>& MsfcSlotItems() {
   return items;
 }
 
-std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime now, int back_days) {
+std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime today, int back_days) {
   std::vector<TMsfcFile> files;
   for (int d = back_days - 1; d >= 0; --d) {
     for (std::size_t slot = 0; slot < MsfcSlotItems().size(); ++slot) {
-      const TDateTime time = now.Midnight() - std::chrono::days(d) + slot * 6h;
-      if (!Has(settings.Slots, MsfcSlotItems()[slot]) || time > now - 1h) continue;
+      const TDateTime time = today.Midnight() - std::chrono::days(d) + slot * 6h;
+      if (!Has(settings.Slots, MsfcSlotItems()[slot])) continue;
       for (const TChannel& channel : kChannels) {
         if (!Has(settings.Channels, channel.Item) || (slot == 0 && !channel.AtMidnight)) continue;
         files.push_back(
@@ -61,6 +61,10 @@ std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime now, i
     }
   }
   return files;
+}
+
+bool IsMsfcFileOut(const TMsfcFile& file, TDateTime now) {
+  return file.Time <= now - 1h;
 }
 
 TMsfcJob::TMsfcJob(TJobContext& context, TMsfcSettings settings)
@@ -74,6 +78,7 @@ void TMsfcJob::Run() {
   RunFtpSession(context_, login, [&](TFtpSession& session) {
     for (const TMsfcFile& wanted : MsfcFiles(settings_, context_.Clock.UtcNow(), context_.Shared.BackDays)) {
       if (context_.Run.StopRequested() || session.IsLost()) return;
+      if (!IsMsfcFileOut(wanted, context_.Clock.UtcNow())) continue;
       const TFtpFile file{wanted.Name, std::filesystem::path(settings_.OutputPath) / DateFolder(wanted.Time),
                           wanted.Time, settings_.Uncompress, kImageSize};
       // kept: the compressed file's own presence is not looked at, so that without uncompressing every file

@@ -27,9 +27,11 @@ struct TMsfcFile {
   std::string Name;  ///< "ME7-200302011200.ir1.ara.Z"
 };
 
-/// The files of a run in the order in which they are visited: the oldest day first, then by slot and channel.
-/// Slots less than an hour old are left out.
-std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime now, int back_days);
+/// The files of the last `back_days` days in the order in which they are visited: the oldest day first, then
+/// by slot and channel.
+std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime today, int back_days);
+/// Whether the server has it: from an hour after its time on.
+bool IsMsfcFileOut(const TMsfcFile& file, TDateTime now);
 
 /// Fetches Meteosat 7 images in McIDAS AREA format over anonymous FTP.
 class TMsfcJob {

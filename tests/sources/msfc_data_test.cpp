@@ -26,6 +26,7 @@ TEST(MsfcFiles, ComeOldestDayFirstFromAnHourAfterTheirTimeWithoutTheVisibleAtMid
     std::string names;
     for (const TMsfcFile& file : MsfcFiles({"", false, false, false, {"WV", "VISSN", "IR"}, MsfcSlotItems()},
                                            At(c.Now), c.BackDays)) {
+      if (!IsMsfcFileOut(file, At(c.Now))) continue;
       names += file.Name.substr(4, 16) + " ";
     }
     EXPECT_EQ(names, c.Names) << c.Now;
@@ -61,6 +62,12 @@ TEST_F(TMsfc, ADaysFilesAreAskedForByEachRunAnewUntilAStop) {
   EXPECT_EQ(Clock.Slept, std::chrono::milliseconds(2 * 3 * 600)) << "twice 300 ms a file toward the server";
   Clock.OnSleep = [this] { Run.Stop = Clock.Slept > std::chrono::milliseconds(6 * 600 + 900); };
   Expect({{Path("0000"), "area"}, {Path("1800"), "area"}});
+}
+
+TEST_F(TMsfc, WhatComesOutDuringTheRunIsFetchedToo) {
+  Clock.Now = At("2003-02-01 18:59:59");
+  Expect({{Path("0000"), "area"}, {Path("0600"), "area"}, {Path("1200"), "area"}, {Path("1800"), "area"}});
+  EXPECT_EQ(Stored().size(), 4U);
 }
 
 TEST_F(TMsfc, AWholeAreaTakesThePlaceOfItsCompressedFile) {
