@@ -32,6 +32,7 @@ void RunBatch(const std::vector<std::string>& arguments, const std::vector<TBatc
   if (minimise || all) actions.MinimiseApplication();
 
   std::vector<bool> done(groups.size(), false);
+  bool closed = false;
   for (const std::string& argument : arguments) {
     const std::string upper = UpperCase(argument);
     const TPriorityClass saved = LowerPriority();
@@ -41,7 +42,8 @@ void RunBatch(const std::vector<std::string>& arguments, const std::vector<TBatc
       actions.PressRun(i, named);
       done[i] = true;
     }
-    if (all || Contains(upper, "-CLOSE")) {
+    if (!closed && (all || Contains(upper, "-CLOSE"))) {
+      closed = true;
       actions.RingAfterBatch();
       if (dial) actions.HangUp();
       actions.CloseProgram();

@@ -61,13 +61,15 @@ TStartPlan PlanStart(const std::vector<std::string>& arguments,
   } else if (given("--version")) {
     plan.Action = TStartPlan::TAction::ShowText;
     plan.Text = std::string("Skyreel ") + SKYREEL_VERSION + "\n";
-  } else if (kDisplayNeedsVariable && variable("DISPLAY").empty() && variable("WAYLAND_DISPLAY").empty() &&
-             variable("QT_QPA_PLATFORM").empty() && !given("-platform") && !given("--platform") &&
-             !given("-display")) {
+  } else if (kDisplayNeedsVariable && variable("QT_QPA_PLATFORM").empty() && !given("-platform") &&
+             !given("--platform") && !given("-display")) {
     const std::vector<TBatchGroup> groups = BatchGroups();
-    plan.Offscreen = std::ranges::any_of(
+    const bool batch = std::ranges::any_of(
         arguments, [&groups](const std::string& argument) { return IsBatchArgument(argument, groups); });
-    if (!plan.Offscreen) {
+    const bool display = !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
+    if (batch) {
+      plan.Platforms = display ? "xcb;wayland;offscreen" : "offscreen";
+    } else if (!display) {
       plan.Action = TStartPlan::TAction::NoDisplay;
       plan.Text =
           "Skyreel: there is no display (neither DISPLAY nor WAYLAND_DISPLAY is set). A batch runs "

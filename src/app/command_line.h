@@ -15,14 +15,14 @@ struct TStartPlan {
   };
   TAction Action = TAction::Run;
   std::string Text;
-  /// Run without a display: on the platform that draws nowhere.
-  bool Offscreen = false;
+  /// What to draw with, in the form of QT_QPA_PLATFORM; empty leaves the choice to Qt.
+  std::string Platforms;
 };
 
 /// Plans the start from the arguments (without the program's name, Qt's own still among them) and the
-/// environment. "--help" and "--version" go before everything else. Without a display a batch runs offscreen;
-/// anything else would wait for a user who sees nothing. `variable` gives an environment variable, "" when
-/// unset.
+/// environment. "--help" and "--version" go before everything else. A batch that finds no display, or one
+/// that is gone or refuses it, runs on the platform that draws nowhere; anything else would wait for a user
+/// who sees nothing. `variable` gives an environment variable, "" when unset.
 TStartPlan PlanStart(const std::vector<std::string>& arguments,
                      const std::function<std::string(const char* name)>& variable);
 

@@ -53,6 +53,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless
     if (batch) {
       WriteLine(kStandardError, std::string("Skyreel: ") + error.what());
     } else {
+      signal_watcher.Start([] { QApplication::closeAllWindows(); });
       QMessageBox::critical(nullptr, "Skyreel", QString::fromStdString(error.what()));
     }
     return EXIT_FAILURE;
@@ -71,10 +72,10 @@ int main(int argc, char** argv) {
     std::fputs(plan.Text.c_str(), wanted ? stdout : stderr);
     return wanted ? EXIT_SUCCESS : EXIT_FAILURE;
   }
-  if (plan.Offscreen) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    // Qt's remarks about what that platform does not do would be mailed with every batch.
-    QLoggingCategory::setFilterRules("*.warning=false");
+  if (!plan.Platforms.empty()) {
+    qputenv("QT_QPA_PLATFORM", plan.Platforms.c_str());
+    // Qt's remarks about a display that is not there would be mailed with every batch.
+    QLoggingCategory::setFilterRules("*.warning=false\nqt.qpa.plugin.info=false");
   }
 #ifdef SIGPIPE
   // A reader of the status lines that goes away must not end the run.
@@ -82,5 +83,7 @@ int main(int argc, char** argv) {
 #endif
   TSignalWatcher signal_watcher;
   QApplication application(argc, argv);
-  return Run(application, signal_watcher, plan.Offscreen);
+  const bool headless = !plan.Platforms.empty() && QGuiApplication::platformName() == "offscreen";
+  if (!headless) QLoggingCategory::setFilterRules("");
+  return Run(application, signal_watcher, headless);
 }

@@ -17,6 +17,7 @@
 #include <algorithm>
 
 #include "app/servers_dialog.h"
+#include "app/signal_watcher.h"
 #include "base/comma_text.h"
 #include "base/files.h"
 #include "settings/persisted_controls.h"
@@ -354,6 +355,7 @@ void TFormMain::WireEvents() {
   keep_checked(pages.Eumetsat.CheckListBoxEuArProducts, WantedEuArProducts_.get());
   keep_checked(pages.Nottingham.CheckListBoxSectors, WantedSectors_.get());
   const auto keep_time = [this](QTimeEdit* picker, TRegistryString* setting) {
+    KeepFromWheel(*picker);
     connect(picker, &QTimeEdit::timeChanged, this,
             [setting](QTime time) { setting->Value = time.toString(kTimeFormat); });
   };
@@ -367,8 +369,9 @@ void TFormMain::WireEvents() {
   connect(ui_->MenuItemServers, &QAction::triggered, this, &TFormMain::MenuItemServersClick);
   connect(ui_->MenuItemAbout, &QAction::triggered, this, &TFormMain::MenuItemAboutClick);
   connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, ui_->ButtonClose, &QPushButton::click);
-  connect(new QShortcut(Qt::CTRL | Qt::Key_R, this), &QShortcut::activated, this,
-          &TFormMain::PressCurrentRun);
+  auto* run = new QShortcut(Qt::CTRL | Qt::Key_R, this);
+  run->setAutoRepeat(false);  // a second press is the wish to stop
+  connect(run, &QShortcut::activated, this, &TFormMain::PressCurrentRun);
   connect(new QShortcut(Qt::CTRL | Qt::Key_PageDown, this), &QShortcut::activated, this,
           [this] { ShowNextTab(1); });
   connect(new QShortcut(Qt::CTRL | Qt::Key_PageUp, this), &QShortcut::activated, this,
@@ -426,7 +429,7 @@ void TFormMain::FormCloseQuery() {
     WriteFileWhole(environment_.ProgramFolder / kReportName, log_->Report());
   } catch (const std::exception& error) {
     const std::string text = std::string("The report cannot be written: ") + error.what();
-    if (!environment_.Arguments.empty()) {
+    if (!environment_.Arguments.empty() || told_to_end_) {
       Fire(environment_.ErrorOutput, text);
       return;
     }
@@ -797,6 +800,9 @@ void TFormMain::ButtonCloseClick() {
 }
 
 void TFormMain::CloseSoon() {
+  told_to_end_ = true;
+  // What the close left to be read must not keep the program.
+  if (closed_) return QApplication::closeAllWindows();
   ButtonCloseClick();
   // A little more than the time-outs of the waits that end by themselves.
   if (busy_) TimerSilence_.start(std::chrono::seconds(ui_->UpDownTimeout->value() + 1));
@@ -804,7 +810,8 @@ void TFormMain::CloseSoon() {
 
 void TFormMain::PressCurrentRun() {
   const int index = ui_->PageControl->currentIndex();
-  if (index < 0) return;
+  // With all tabs hidden one of them is still the current one.
+  if (!ui_->PageControl->isTabVisible(index)) return;
   tabs_[static_cast<std::size_t>(index)]
       ->findChild<QPushButton*>(SourcePages()[static_cast<std::size_t>(index)].RunButton)
       ->click();
@@ -813,11 +820,10 @@ void TFormMain::PressCurrentRun() {
 void TFormMain::ShowNextTab(int step) {
   const int count = ui_->PageControl->count();
   int index = ui_->PageControl->currentIndex();
-  if (index < 0) return;
-  do {
+  for (int i = 0; i < count; ++i) {
     index = (index + step + count) % count;
-  } while (!ui_->PageControl->isTabVisible(index));
-  ui_->PageControl->setCurrentIndex(index);
+    if (ui_->PageControl->isTabVisible(index)) return ui_->PageControl->setCurrentIndex(index);
+  }
 }
 
 void TFormMain::ButtonBrowseClick(TSource source) {
@@ -842,7 +848,9 @@ void TFormMain::EditOutputPathChange(QLineEdit& edit) {
 }
 
 void TFormMain::MenuItemRunOrbiscopeClick() {
-  if (!QProcess::startDetached(orbiscope_path_, {})) {
+  bool started = false;
+  WithSignalsLetThrough([&] { started = QProcess::startDetached(orbiscope_path_, {}); });
+  if (!started) {
     ShowMessage("Orbiscope", "It cannot be started: " + orbiscope_path_.toStdString());
   }
 }

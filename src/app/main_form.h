@@ -169,6 +169,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
   bool stop_requested_ = false;
   bool close_when_done_ = false;
   bool closed_ = false;
+  bool told_to_end_ = false;  ///< by a signal: nobody reads a message box
   bool batch_running_ = false;
   bool shown_ = false;
   bool in_event_hook_ = false;

@@ -15,7 +15,11 @@ namespace {
 sigset_t ClosingSignals() {
   sigset_t set;
   ::sigemptyset(&set);
-  for (const int number : {SIGTERM, SIGINT, SIGHUP}) ::sigaddset(&set, number);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    // Blocked, an ignored signal would come through the descriptor all the same.
+    struct sigaction action {};
+    if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) ::sigaddset(&set, number);
+  }
   return set;
 }
 
@@ -45,11 +49,22 @@ void TSignalWatcher::Start(std::function<void()> on_signal) {
                    });
 }
 
+void WithSignalsLetThrough(const std::function<void()>& action) {
+  const sigset_t set = ClosingSignals();
+  sigset_t saved;
+  ::pthread_sigmask(SIG_UNBLOCK, &set, &saved);
+  action();
+  ::pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+}
+
 #else
 
 TSignalWatcher::TSignalWatcher() = default;
 TSignalWatcher::~TSignalWatcher() = default;
 void TSignalWatcher::Start(std::function<void()>) {}
+void WithSignalsLetThrough(const std::function<void()>& action) {
+  action();
+}
 
 #endif
 

@@ -1,8 +1,28 @@
 #include "settings/persisted_controls.h"
 
-#include <QWheelEvent>
+#include <QEvent>
 
 namespace skyreel {
+
+namespace {
+
+class TWheelGuard : public QObject {
+ public:
+  using QObject::QObject;
+  bool eventFilter(QObject* control, QEvent* event) override {
+    if (event->type() != QEvent::Wheel || static_cast<QWidget*>(control)->hasFocus()) return false;
+    event->ignore();
+    return true;
+  }
+};
+
+}  // namespace
+
+void KeepFromWheel(QWidget& control) {
+  // The default policy lets the wheel give the focus.
+  control.setFocusPolicy(Qt::StrongFocus);
+  control.installEventFilter(new TWheelGuard(&control));
+}
 
 void RestorePersistedControls(QWidget& root, TRegistryStore& store) {
   for (QWidget* widget : root.findChildren<QWidget*>())
@@ -14,13 +34,8 @@ TpstEdit::TpstEdit(QWidget* parent) : TPersisted(parent) {
 }
 
 TpstComboBox::TpstComboBox(QWidget* parent) : TPersisted(parent) {
-  setFocusPolicy(Qt::StrongFocus);
+  KeepFromWheel(*this);
   connect(this, &QComboBox::activated, this, [this] { Track(); });
-}
-
-void TpstComboBox::wheelEvent(QWheelEvent* event) {
-  // The wheel passing over a control changes no setting.
-  hasFocus() ? QComboBox::wheelEvent(event) : event->ignore();
 }
 
 TpstRadioGroup::TpstRadioGroup(QWidget* parent) : TPersisted(parent) {
@@ -73,12 +88,8 @@ TpstCheckBox::TpstCheckBox(QWidget* parent) : TPersisted(parent) {
 }
 
 TpstUpDown::TpstUpDown(QWidget* parent) : TPersisted(parent) {
-  setFocusPolicy(Qt::StrongFocus);
+  KeepFromWheel(*this);
   connect(this, &QSpinBox::valueChanged, this, [this] { Track(); });
-}
-
-void TpstUpDown::wheelEvent(QWheelEvent* event) {
-  hasFocus() ? QSpinBox::wheelEvent(event) : event->ignore();
 }
 
 }  // namespace skyreel

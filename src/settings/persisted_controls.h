@@ -24,6 +24,10 @@ class TPersistedControl {
   virtual void Restore(TRegistryStore& store) = 0;
 };
 
+/// The wheel passing over the control without the focus changes nothing from now on; what is behind it
+/// scrolls.
+void KeepFromWheel(QWidget& control);
+
 /// Restores every persisted control below `root`, in the order of their creation. The store has to outlive
 /// them. Throws ERegistryError at the first that cannot be read; the store writes nothing any more then.
 void RestorePersistedControls(QWidget& root, TRegistryStore& store);
@@ -85,7 +89,6 @@ class TpstComboBox : public TPersisted<QComboBox, TRegistryInteger> {
  protected:
   std::int32_t BoundValue() const override { return currentIndex(); }
   void Bind(const std::int32_t& value) override { setCurrentIndex(value < count() ? value : -1); }
-  void wheelEvent(QWheelEvent* event) override;
 };
 
 /// A group box whose radio buttons, in the order of their creation, are the items. Bound to the index of the
@@ -152,7 +155,6 @@ class TpstUpDown : public TPersisted<QSpinBox, TRegistryInteger> {
  protected:
   std::int32_t BoundValue() const override { return value(); }
   void Bind(const std::int32_t& value) override { setValue(value); }
-  void wheelEvent(QWheelEvent* event) override;
 };
 
 }  // namespace skyreel

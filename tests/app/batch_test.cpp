@@ -21,7 +21,10 @@ class TRecordingActions : public TBatchActions {
   }
   bool ClosePending() const override { return closing_; }
   void RingAfterBatch() override { Done += "ring, "; }
-  void CloseProgram() override { Done += "close, "; }
+  void CloseProgram() override {
+    Done += "close, ";
+    closing_ = true;
+  }
 
   std::string Done, CloseDuring;
 
@@ -39,6 +42,9 @@ TEST(Batch, DoesWhatTheArgumentsSay) {
       {{"-all"},
        "minimise, Weather data (all), Archive Direct (all), Dundee (all), Eumetsat (all), GOES (all), "
        "MSFC (all), PDUS (all), RSS Archive (all), Ulm (all), ring, close, "},
+      {{"-goes", "-All", "-close"},
+       "minimise, Weather data (all), Archive Direct (all), Dundee (all), Eumetsat (all), GOES, "
+       "MSFC (all), PDUS (all), RSS Archive (all), Ulm (all), ring, close, "},
       {{"-GOES", "-GSFC"}, "GOES, "},
       {{"-MSLP", "-CLOSE"}, "Weather data, ring, close, "},
       {{"-PDUS", "x-RSS-DUN-weather"}, "PDUS, Weather data, Dundee, RSS Archive, "},
@@ -47,7 +53,7 @@ TEST(Batch, DoesWhatTheArgumentsSay) {
       {{"-style", "fusion", "-GMS5", "-NOTTS"}, ""},
       {{"-DIAL", "-CLOSE"}, "ring, close, "},
       {{"-MIN", "-EUAD", "-CLOSE", "-DIAL"}, "dial, minimise, Archive Direct, ring, hang up, close, ", true},
-      {{"-CLOSE", "-MSFC"}, "ring, close, MSFC, "},
+      {{"-CLOSE", "-MSFC"}, "ring, close, "},
       {{"-EUAR", "-GOES", "-MSFC", "-CLOSE"}, "Eumetsat, ring, close, ", false, "Eumetsat"},
       {{}, ""},
   };

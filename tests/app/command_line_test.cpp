@@ -26,24 +26,24 @@ TEST(StartPlan, RunsOnlyABatchWithoutADisplayAndAnswersHelpAndVersion) {
     std::vector<std::string> Arguments;
     TVariables Variables;
     TStartPlan::TAction Action;
-    bool Offscreen;
-  } cases[] = {{{}, display, Run, false},
-               {{"-goes", "-close"}, display, Run, false},
-               {{"-all"}, {{"WAYLAND_DISPLAY", "wayland-0"}}, Run, false},
-               {{"-goes", "-close"}, {}, Run, true},
-               {{"-min", "-ULM"}, {}, Run, true},
-               {{"-goes"}, {{"QT_QPA_PLATFORM", "offscreen"}}, Run, false},
-               {{"-platform", "offscreen", "-goes"}, {}, Run, false},
-               {{}, {}, NoDisplay, false},
-               {{"-style", "fusion"}, {}, NoDisplay, false},
-               {{"--verbose"}, {{"DISPLAY", ""}}, NoDisplay, false},
-               {{"-ALL", "--help"}, display, ShowText, false},
-               {{"--version"}, {}, ShowText, false}};
+    std::string Platforms;
+  } cases[] = {{{}, display, Run, ""},
+               {{"-goes", "-close"}, display, Run, "xcb;wayland;offscreen"},
+               {{"-all"}, {{"WAYLAND_DISPLAY", "wayland-0"}}, Run, "xcb;wayland;offscreen"},
+               {{"-goes", "-close"}, {}, Run, "offscreen"},
+               {{"-min", "-ULM"}, {}, Run, "offscreen"},
+               {{"-goes"}, {{"QT_QPA_PLATFORM", "offscreen"}}, Run, ""},
+               {{"-platform", "offscreen", "-goes"}, {}, Run, ""},
+               {{}, {}, NoDisplay, ""},
+               {{"-style", "fusion"}, {}, NoDisplay, ""},
+               {{"--verbose"}, {{"DISPLAY", ""}}, NoDisplay, ""},
+               {{"-ALL", "--help"}, display, ShowText, ""},
+               {{"--version"}, {}, ShowText, ""}};
   for (const auto& c : cases) {
     const TStartPlan plan = Plan(c.Arguments, c.Variables);
     const std::string name = testing::PrintToString(c.Arguments) + testing::PrintToString(c.Variables);
     EXPECT_EQ(plan.Action, c.Action) << name;
-    EXPECT_EQ(plan.Offscreen, c.Offscreen) << name;
+    EXPECT_EQ(plan.Platforms, c.Platforms) << name;
     EXPECT_EQ(plan.Text.empty(), c.Action == Run) << name;
   }
   EXPECT_EQ(Plan({"--version"}, {}).Text, std::string("Skyreel ") + SKYREEL_VERSION + "\n");

@@ -192,6 +192,10 @@ TEST_F(MainFormTest, ShowsAndOffersWhatAStartShouldShow) {
     seen.push_back(tabs.tabText(tabs.currentIndex()).toStdString());
   }
   EXPECT_THAT(seen, ElementsAre("GOES", "Eumetsat", "GOES", "Weather data"));
+  // With none shown they end, and the Run key does nothing.
+  for (QAction* tab : Get<QMenu>("MenuSources").actions()) tab->setChecked(false);
+  for (const int key : {Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_R}) PressControl(key);
+  EXPECT_THAT(Lines(), IsEmpty());
   Shut();
   RegisterAppPath(Folder / "App Paths.conf", orbiscope);
   Open();
@@ -458,6 +462,24 @@ TEST_F(MainFormTest, ASignalDuringABatchClosesAndSaves) {
   EXPECT_THAT(Server.Paths(), Not(Contains(HasSubstr("idds")))) << "no further job of the batch";
 }
 
+TEST_F(MainFormTest, AnIgnoredSignalStaysSoAndOtherProgramsGetAllOfThem) {
+  const auto old_handler = ::signal(SIGHUP, SIG_IGN);
+  int told = 0;
+  TSignalWatcher watcher;
+  watcher.Start([&] { ++told; });
+  for (const int number : {SIGHUP, SIGTERM}) {
+    ::raise(number);
+    QApplication::processEvents();
+    EXPECT_EQ(told, number == SIGTERM ? 1 : 0);
+  }
+  sigset_t held;
+  WithSignalsLetThrough([&] { ::pthread_sigmask(SIG_SETMASK, nullptr, &held); });
+  EXPECT_EQ(::sigismember(&held, SIGTERM), 0);
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &held);
+  EXPECT_EQ(::sigismember(&held, SIGTERM), 1);
+  ::signal(SIGHUP, old_handler);
+}
+
 TEST_F(MainFormTest, ADialogOpenedDuringAJobDoesNotHoldItUp) {
   Open();
   Meanwhile(kFirstChart, [&] {
@@ -536,10 +558,14 @@ TEST_F(MainFormTest, AReportThatCannotBeWrittenIsToldAndTheProgramCloses) {
   Press("ButtonRunBracknell");
   form_->close();
   EXPECT_FALSE(form_->isVisible());
-  int boxes = 0;
-  for (QWidget* widget : QApplication::topLevelWidgets())
-    boxes += qobject_cast<QMessageBox*>(widget) != nullptr;
-  EXPECT_EQ(boxes, 1);
+  const auto boxes = [] {
+    return std::ranges::count_if(QApplication::topLevelWidgets(), [](QWidget* widget) {
+      return qobject_cast<QMessageBox*>(widget) != nullptr && widget->isVisible();
+    });
+  };
+  EXPECT_EQ(boxes(), 1);
+  form_->CloseSoon();  // as a signal does
+  EXPECT_EQ(boxes(), 0);
 }
 
 // --- Batch ---------------------------------------------------------------------------------------------
