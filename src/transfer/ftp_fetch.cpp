@@ -187,6 +187,9 @@ bool TFtpSession::Fetch(const std::string& remote_path, const std::filesystem::p
     end = WinInetOutcome(local_path, problem);
   } else {
     end = ClientOutcome(failure, problem);
+    // Kept, one of them for each file of the archive would fill the disk all the same.
+    std::error_code ignored;
+    if (problem == kTooLarge) std::filesystem::remove(local_path, ignored);
   }
   if (end == TTransferEnd::Whole && still_noted != nullptr) {
     *still_noted = true;

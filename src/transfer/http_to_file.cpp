@@ -56,7 +56,7 @@ THttpSaveResult FetchInto(TTransferContext& context, const std::string& url, con
   } catch (const std::system_error& error) {
     return {THttpSaveOutcome::NotSaved, ReasonOf(error)};
   } catch (const std::exception& error) {
-    if (client.ReceivedByteCount > kLargestDownload) return {THttpSaveOutcome::Cut, kTooLarge};
+    if (client.ReceivedByteCount > kLargestDownload) return {THttpSaveOutcome::Refused, kTooLarge};
     return {THttpSaveOutcome::TimedOut, ReasonOf(error)};
   }
   if (!IsGoodReply(client.ReplyCode)) return {THttpSaveOutcome::Refused, StatusText(client)};
@@ -133,7 +133,7 @@ THttpSaveResult SaveHttpFile(TTransferContext& context, const std::string& url, 
     if (error) result = {THttpSaveOutcome::NotSaved, error.message()};
   }
   const bool whole = result.Outcome == THttpSaveOutcome::Whole;
-  // An error page is worth nothing, and neither is a cut file beside a good one.
+  // An error page or what does not end is worth nothing, and neither is a cut file beside a good one.
   if (!whole && (keeps_old || result.Outcome == THttpSaveOutcome::Refused)) fs::remove(file, error);
   context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
   return result;

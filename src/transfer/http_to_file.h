@@ -34,7 +34,7 @@ THttpPage GetHttpPage(TTransferContext& context, const std::string& url, const s
 enum class THttpSaveOutcome {
   Whole,     ///< the file is there, no shorter than its header and its reply announced
   Cut,       ///< the server closed early or sent only a part; what came is kept, noted as cut
-  Refused,   ///< an error reply, or a page in place of the file; nothing of it is kept
+  Refused,   ///< an error reply, a page in place of the file, or one without end; nothing of it is kept
   TimedOut,  ///< no answer, or a failure on the way; what came is kept, noted as cut
   NotSaved,  ///< the file cannot be written; what was written is kept, noted as cut
 };

@@ -114,12 +114,12 @@ TEST_F(FtpFetch, FailuresGetOneLineAndTheLedgerKnowsWhatIsNotWhole) {
   }
 }
 
-TEST_F(FtpFetch, AServerThatDoesNotEndIsGivenUp) {
-  TFtpServer server(false, Session("FILE>150 f (5 bytes)|data:" + std::string(5000, 'x') +
-                                   "|ABOR>426 cut\r\n226 ok|QUIT>221 bye"));
-  const TSizeLimitScope limit(job_.NMFTP, 1000);
-  RunFtpSession(job_.Context, Login(server), [&](TFtpSession& session) { Fetch(session); });
-  EXPECT_TRUE(job_.Ledger.IsNoted(local_));
+TEST_F(FtpFetch, WhatDoesNotEndIsGivenUpAndNotKept) {
+  TFtpServer server(false, Session("FILE>150 f (5 bytes)|data:hello|ABOR>426 cut\r\n226 ok|QUIT>221 bye"));
+  job_.NMFTP.OnPacketRecvd = [](TPowersock& data) { data.ReceivedByteCount = kLargestDownload + 1; };
+  RunFtpSession(job_.Context, Login(server), [&](TFtpSession& session) { EXPECT_FALSE(Fetch(session)); });
+  EXPECT_THAT(job_.Display.Lines, ElementsAre("Get: " + kName, kName + " - given up: more than 1 GiB came"));
+  EXPECT_FALSE(std::filesystem::exists(local_));
   EXPECT_THAT(server.Errors(), IsEmpty());
 }
 

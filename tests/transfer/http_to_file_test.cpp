@@ -6,6 +6,7 @@
 #include "base/files.h"
 #include "support/child_process.h"
 #include "support/job_fixture.h"
+#include "transfer/size_limit_scope.h"
 
 namespace skyreel {
 namespace {
@@ -58,6 +59,13 @@ TEST_F(HttpToFile, AFileIsWholeWithAllThatWasAnnouncedAndOnlyThenTakesThePlaceOf
     EXPECT_EQ(job_.Ledger.IsNoted(path_), row.Noted) << row.After;
     EXPECT_EQ(GetFileDateTime(path_) == time_, row.Outcome == THttpSaveOutcome::Whole) << row.After;
   }
+}
+
+TEST_F(HttpToFile, WhatDoesNotEndIsGivenUpAndNotKept) {
+  job_.NMHTTP.OnPacketRecvd = [](TPowersock& client) { client.ReceivedByteCount = kLargestDownload + 1; };
+  job_.Server.AnswerScript("/a.gif", TScript().Reply("HTTP/1.0 200 OK\r\n\r\n" + Picture(600)));
+  EXPECT_EQ(Save().Reason, "given up: more than 1 GiB came");
+  EXPECT_THAT(job_.Tree(), IsEmpty());
 }
 
 TEST_F(HttpToFile, AFileThatAnotherCopyWritesIsLeftToIt) {
