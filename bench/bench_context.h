@@ -18,12 +18,11 @@ class TQuietDisplay : public TStatusDisplay {
     ++Lines;
     Last = text;
   }
-  void BeginStatusLine(const std::string& text) override { Last = text; }
-  void EndStatusLine(const std::string& text) override { Last = text; }
+  void BeginFile(const std::string& line) override { Last = line; }
+  void EndFile(const TFileResult&, const std::string& line) override { Last = line; }
   void SetPanel(int, const std::string&) override {}
   void SetProgress(int) override {}
-  void SetBytesLabel(const std::string&) override {}
-  void SetTitle(const std::string&) override {}
+  void SetBytes(const std::string&, const std::string&) override {}
   void SetBusyCursor(bool) override {}
 
   int Lines = 0;

@@ -25,8 +25,10 @@ class TWindowDisplay : public bench::TQuietDisplay {
     window_.show();
   }
   void SetProgress(int percent) override { bar_.setValue(percent); }
-  void SetBytesLabel(const std::string& text) override { bytes_.setText(QString::fromStdString(text)); }
-  void SetTitle(const std::string& text) override { window_.setWindowTitle(QString::fromStdString(text)); }
+  void SetBytes(const std::string& label, const std::string& title) override {
+    bytes_.setText(QString::fromStdString(label));
+    window_.setWindowTitle(QString::fromStdString(title));
+  }
 
  private:
   // The window goes last: its children have taken themselves out of it by then.

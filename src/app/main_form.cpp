@@ -473,8 +473,7 @@ void TFormMain::EndRun(QPushButton& button, TSavedCursor saved_cursor) {
   busy_ = false;
   StopWatchdog();
   SetProgress(0);
-  SetTitle(kApplicationTitle);
-  SetBytesLabel("");
+  SetBytes("", kApplicationTitle);
   SetPanel(0, "Complete");
   SetPanel(1, "");
   while (cursor_depth_ > saved_cursor) SetBusyCursor(false);
@@ -503,6 +502,7 @@ void TFormMain::RunSource(TSource source, const std::function<void(TJobContext&)
   try {
     if (OutputPath(source).empty()) throw std::runtime_error("no output folder is chosen");
     TJobContext context = JobContext();
+    context.Source = page.Caption;
     job(context);
   } catch (const std::exception& error) {
     AddStatusLine(std::string(page.Caption) + ": " + error.what());
@@ -670,11 +670,11 @@ void TFormMain::ButtonAnalysePDUSClick() {
 void TFormMain::AddStatusLine(const std::string& text) {
   log_->Add(text);
 }
-void TFormMain::BeginStatusLine(const std::string& text) {
-  log_->Begin(text);
+void TFormMain::BeginFile(const std::string& line) {
+  log_->Begin(line);
 }
-void TFormMain::EndStatusLine(const std::string& text) {
-  log_->End(text);
+void TFormMain::EndFile(const TFileResult&, const std::string& line) {
+  if (!line.empty()) log_->End(line);
 }
 
 void TFormMain::SetPanel(int panel, const std::string& text) {
@@ -684,12 +684,10 @@ void TFormMain::SetPanel(int panel, const std::string& text) {
 void TFormMain::SetProgress(int percent) {
   ui_->ProgressBar->setValue(std::clamp(percent, 0, 100));
 }
-void TFormMain::SetBytesLabel(const std::string& text) {
+void TFormMain::SetBytes(const std::string& label, const std::string& title) {
   if (TimerSilence_.isActive()) TimerSilence_.start();
-  ui_->LabelBytesRX->setText(QString::fromStdString(text));
-}
-void TFormMain::SetTitle(const std::string& text) {
-  setWindowIconText(QString::fromStdString(text));
+  ui_->LabelBytesRX->setText(QString::fromStdString(label));
+  setWindowIconText(QString::fromStdString(title));
 }
 
 void TFormMain::SetBusyCursor(bool busy) {

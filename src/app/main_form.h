@@ -114,12 +114,11 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TRunContro
 
   // TStatusDisplay
   void AddStatusLine(const std::string& text) override;
-  void BeginStatusLine(const std::string& text) override;
-  void EndStatusLine(const std::string& text) override;
+  void BeginFile(const std::string& line) override;
+  void EndFile(const TFileResult& result, const std::string& line) override;
   void SetPanel(int panel, const std::string& text) override;
   void SetProgress(int percent) override;
-  void SetBytesLabel(const std::string& text) override;
-  void SetTitle(const std::string& text) override;
+  void SetBytes(const std::string& label, const std::string& title) override;
   void SetBusyCursor(bool busy) override;
 
   // TRunControl

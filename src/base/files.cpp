@@ -56,6 +56,41 @@ TDescriptor MakeTemporary(const fs::path& path, std::string& name) {
   }
 }
 
+/// Makes the file `path` by way of a temporary one that `write` fills; `write` returns false, with errno set,
+/// when it failed. The file has its permissions before there is anything in it.
+template <typename TWrite>
+void ReplaceFile(const fs::path& path, unsigned permissions, TWrite write) {
+  std::string name;
+  TDescriptor file = MakeTemporary(path, name);
+  // This second descriptor keeps the lock until the rename; the first must be closed to see a full disk.
+  const TDescriptor lock(::fcntl(file.Get(), F_DUPFD_CLOEXEC, 0));
+  bool whole = ::fchmod(file.Get(), permissions & ~UserMask()) == 0 && write(file.Get());
+  whole = file.Close() && whole;
+  if (!whole || std::rename(name.c_str(), path.c_str()) != 0) {
+    const int error = errno;
+    ::unlink(name.c_str());
+    errno = error;
+    ThrowErrno(path.string());
+  }
+}
+
+/// Copies the content and the modification time. False, with errno set, when that fails.
+bool CopyAll(int from, int to) {
+  std::array<char, 64 * 1024> buffer;
+  for (off_t at = 0;;) {
+    const ssize_t got = ::pread(from, buffer.data(), buffer.size(), at);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) break;
+    if (!WriteAll(to, {buffer.data(), static_cast<std::size_t>(got)})) return false;
+    at += got;
+  }
+  struct stat info {};
+  if (::fstat(from, &info) != 0) return false;
+  const timespec times[] = {{0, UTIME_OMIT}, info.st_mtim};
+  return ::futimens(to, times) == 0;
+}
+
 }  // namespace
 
 std::int64_t FileSizeOf(const fs::path& path) {
@@ -93,19 +128,14 @@ fs::path DateFolder(TDateTime time) {
 
 std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
   const TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.IsOpen()) ThrowErrno(path.string());
-  return ReadWholeFile(file.Get(), path, limit);
-}
-
-std::string ReadWholeFile(int descriptor, const fs::path& path, std::int64_t limit) {
   struct stat info {};
-  if (::fstat(descriptor, &info) != 0) ThrowErrno(path.string());
+  if (!file.IsOpen() || ::fstat(file.Get(), &info) != 0) ThrowErrno(path.string());
   if (!S_ISREG(info.st_mode)) throw std::system_error(EINVAL, std::generic_category(), path.string());
   if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
   std::string data(static_cast<std::size_t>(info.st_size), '\0');
   std::size_t have = 0;
   while (have < data.size()) {
-    const ssize_t got = ::pread(descriptor, data.data() + have, data.size() - have, static_cast<off_t>(have));
+    const ssize_t got = ::read(file.Get(), data.data() + have, data.size() - have);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) ThrowErrno(path.string());
     if (got == 0) break;
@@ -143,18 +173,7 @@ void RemoveAbandoned(const fs::path& folder, std::string_view pattern) {
 }
 
 void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permissions) {
-  std::string name;
-  TDescriptor file = MakeTemporary(path, name);
-  // Locked until it has its final name; what a full disk keeps back shows at the close of a descriptor.
-  TDescriptor lock(::fcntl(file.Get(), F_DUPFD_CLOEXEC, 0));
-  bool whole = ::fchmod(file.Get(), permissions & ~UserMask()) == 0 && WriteAll(file.Get(), data);
-  whole = file.Close() && whole;
-  if (!whole || std::rename(name.c_str(), path.c_str()) != 0) {
-    const int error = errno;
-    ::unlink(name.c_str());
-    errno = error;
-    ThrowErrno(path.string());
-  }
+  ReplaceFile(path, permissions, [data](int file) { return WriteAll(file, data); });
 }
 
 bool FlushToDisk(const fs::path& path) {
@@ -162,8 +181,9 @@ bool FlushToDisk(const fs::path& path) {
   return file.IsOpen() && ::fsync(file.Get()) == 0;
 }
 
-bool MoveFileWhole(int descriptor, const fs::path& from, const fs::path& to) {
-  return ::fchmod(descriptor, 0666 & ~UserMask()) == 0 && std::rename(from.c_str(), to.c_str()) == 0;
+void MoveFileWhole(int descriptor, const fs::path& from, const fs::path& to) {
+  if (::fchmod(descriptor, 0666 & ~UserMask()) == 0 && std::rename(from.c_str(), to.c_str()) == 0) return;
+  ReplaceFile(to, 0666, [descriptor](int file) { return CopyAll(descriptor, file); });
 }
 
 }  // namespace skyreel

@@ -30,8 +30,6 @@ std::filesystem::path DateFolder(TDateTime time);
 
 /// The whole file. Throws std::system_error, or ERangeError when the file holds more than `limit` bytes.
 std::string ReadWholeFile(const std::filesystem::path& path, std::int64_t limit = std::int64_t{1} << 31);
-/// The same of an open file, wherever it has been read to; `path` is its name for the message.
-std::string ReadWholeFile(int descriptor, const std::filesystem::path& path, std::int64_t limit);
 
 /// Locks an open file or folder for this process until the descriptor is closed, at once or not at all.
 /// False, with errno set, when that is not possible; EWOULDBLOCK when somebody else holds it, or when the
@@ -59,9 +57,10 @@ void WriteFileWhole(const std::filesystem::path& path, std::string_view data, un
 /// when it is not.
 bool FlushToDisk(const std::filesystem::path& path);
 
-/// Puts the finished file `from`, open as `descriptor`, in the place of `to`, with the permissions that a new
-/// file gets. False, and `from` is still there, when that takes more than a rename (another file system,
-/// say).
-bool MoveFileWhole(int descriptor, const std::filesystem::path& from, const std::filesystem::path& to);
+/// Moves the finished file `from`, open for reading as `descriptor`, to the name `to`, with the permissions
+/// of a new file. Renames it; where a rename is not possible (another file system, say) `to` becomes a whole
+/// copy with the same modification time and `from` stays. At every moment `to` is either the old file or the
+/// whole new one. Throws std::system_error.
+void MoveFileWhole(int descriptor, const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace skyreel

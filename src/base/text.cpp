@@ -70,6 +70,10 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
   }
 }
 
+std::string Characters(std::string_view text, std::size_t position, std::size_t count) {
+  return position > text.size() ? "" : std::string(text.substr(position - 1, count));
+}
+
 std::vector<std::string> SplitLines(std::string_view text) {
   std::vector<std::string> lines;
   ForEachLine(text, [&](std::string_view line) { lines.emplace_back(line); });

@@ -26,6 +26,8 @@ bool StartsWithText(std::string_view text, std::string_view prefix);
 std::string_view Trim(std::string_view text);
 /// Every occurrence of `from` (not empty) replaced by `to`.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
+/// `count` characters from `position` (counted from 1), or as many of them as there are.
+std::string Characters(std::string_view text, std::size_t position, std::size_t count);
 /// The lines of a text, ended by CR LF, LF or CR; without their ends. A line end at the very end opens no
 /// further line.
 std::vector<std::string> SplitLines(std::string_view text);

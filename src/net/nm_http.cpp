@@ -6,7 +6,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/file_sink.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 #include "net/http_url.h"
 
@@ -129,6 +131,22 @@ void TNMHTTP::Abort() {
   TPowersock::Abort();
 }
 
+THttpReply TNMHTTP::Fetch(const THttpRequest& request, const TSink& sink) {
+  TimeOut = request.TimeOut;
+  if (request.Proxy) {
+    ProxyPort = request.Proxy->Port;
+    Proxy = request.Proxy->Host;
+  }
+  if (!request.UserId.empty()) HeaderInfo.UserId = request.UserId;
+  if (!request.Password.empty()) HeaderInfo.Password = request.Password;
+  const TScopedValue body_sink(sink_, &sink);
+  const TScopedValue sent(OnRequestSent, [&](TNMHTTP&) { Fire(request.OnSent); });
+  Perform(request.HeaderOnly ? CmdType::Head : CmdType::Get, request.Url);
+  const std::string_view status = Trim(LastReply);
+  const std::size_t blank = std::min(status.find(' '), status.size());
+  return {ReplyCode, std::string(Trim(status.substr(blank))), Header, TransferSize, ReceivedByteCount};
+}
+
 void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, std::string argument) {
   RefuseInsideWait();
   if (running_) throw ESockError("Busy with another operation");
@@ -147,7 +165,7 @@ void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, st
     reply_ = {};
     redirect_page_.clear();
     if (!OutputFileMode) Header.clear();
-    if (!InputFileMode) Body.clear();
+    if (!sink_ && !InputFileMode) Body.clear();
 
     const TOrigin server = ParseUrl();
     if (!first) first = server;
@@ -269,12 +287,17 @@ void TNMHTTP::ReadBody(CmdType type) {
     return;
   }
   // kept in file mode: the capture of a file carries the send wording.
-  const char* const abort_text = InputFileMode ? "Socket send aborted" : "Socket capture aborted";
-  const bool to_file = InputFileMode && !(ReplyCode >= 299 && ReplyCode <= 399);
-  std::string& text = InputFileMode ? redirect_page_ : Body;
+  const char* const abort_text = InputFileMode && !sink_ ? "Socket send aborted" : "Socket capture aborted";
+  const bool redirect = ReplyCode >= 299 && ReplyCode <= 399;
+  const bool to_file = InputFileMode && !sink_ && !redirect;
+  std::string& text = InputFileMode || sink_ ? redirect_page_ : Body;
   std::optional<TFileSink> file;
   // kept: CaptureString's loss of a single byte is not shared here, a body is stored whole.
   const auto take = [&](std::string_view chunk) {
+    if (sink_ && !redirect) {
+      (*sink_)(chunk);
+      return chunk.size();
+    }
     if (!to_file) return KeepInMemory(text, chunk);
     if (!file) file.emplace(Body);
     return file->Write(chunk);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "net/http_parse.h"
+#include "net/http_transport.h"
 #include "net/powersock.h"
 
 namespace skyreel {
@@ -65,7 +66,7 @@ enum class CmdType : std::uint8_t {
 ///
 /// An error reply (404) is no exception: see ReplyCode, OnFailure. A body that was announced longer than what
 /// came is none either: then ReceivedByteCount is below TransferSize (0 when nothing was announced).
-class TNMHTTP : public TPowersock {
+class TNMHTTP : public TPowersock, public THttpTransport {
  public:
   using TNotifyHttpEvent = std::function<void(TNMHTTP& sender)>;
   using TResultEvent = std::function<void(TNMHTTP& sender, CmdType command)>;
@@ -107,6 +108,9 @@ class TNMHTTP : public TPowersock {
   void Trace(const std::string& url, const std::string& data);
   void Abort() override;
 
+  /// Get or Head whose body goes to `sink`, whatever InputFileMode says. OutputFileMode must be off.
+  THttpReply Fetch(const THttpRequest& request, const TSink& sink) override;
+
   /// The URL of the last request; after a redirect, of the one it led to.
   const std::string& URL() const { return url_; }
   /// The value of the last reply's Set-Cookie and Location lines.
@@ -137,6 +141,7 @@ class TNMHTTP : public TPowersock {
   bool Follow(const TOrigin& server);
 
   bool running_ = false;
+  const TSink* sink_ = nullptr;  ///< takes the body while Fetch runs
   std::string url_;
   std::string path_;
   std::string data_;

@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "base/exceptions.h"
+#include "base/file_sink.h"
 #include "base/files.h"
 #include "base/text.h"
 #include "net/socket_errors.h"
@@ -603,38 +604,6 @@ std::size_t TPowersock::KeepInMemory(std::string& text, std::string_view chunk) 
   if (text.size() + chunk.size() > kMaxKept) throw ESockError("Reply too large");
   text.append(chunk);
   return chunk.size();
-}
-
-TPowersock::TFileSink::TFileSink(std::string file_name) : name_(std::move(file_name)) {
-  // A pipe of that name, which nobody reads, must not hang the program: not to block is an error there.
-  const auto open = [this](int more) {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-    return TDescriptor(::open(name_.c_str(), kFlags | more, 0666));
-  };
-  file_ = open(0);
-  if (!file_.IsOpen() && errno == ELOOP && ::unlink(name_.c_str()) == 0) file_ = open(O_EXCL);
-  // Only what is not empty is truncated: ext4 takes every truncation for an overwriting, and has the file on
-  // the disk before its close returns.
-  struct stat info {};
-  if (!file_.IsOpen() || ::fstat(file_.Get(), &info) != 0) ThrowErrno(name_);
-  if (info.st_size > 0 && ::ftruncate(file_.Get(), 0) != 0) ThrowErrno(name_);
-}
-
-std::size_t TPowersock::TFileSink::Write(std::string_view chunk) {
-  if (!WriteAll(file_.Get(), chunk)) GiveUp();
-  return chunk.size();
-}
-
-void TPowersock::TFileSink::Close() {
-  if (!file_.Close()) GiveUp();
-}
-
-void TPowersock::TFileSink::GiveUp() {
-  const int error = errno;
-  // Nothing but a file: it may be a device.
-  if (FileSizeOf(name_) >= 0) ::unlink(name_.c_str());
-  errno = error;
-  ThrowErrno(name_);
 }
 
 bool TPowersock::HasPendingData() {

@@ -197,22 +197,6 @@ class TPowersock {
     TPowersock& socket_;
   };
 
-  /// A file that received bytes go to: created, or emptied, by the constructor. A symbolic link of that name
-  /// is replaced, not followed. Each operation throws std::system_error with the file's name; a file that
-  /// cannot be written to its end is deleted, since a full disk needs the room.
-  class TFileSink {
-   public:
-    explicit TFileSink(std::string file_name);
-    std::size_t Write(std::string_view chunk);  ///< all of it; returns its size
-    void Close();                               ///< throws when the system lost something of it
-
-   private:
-    [[noreturn]] void GiveUp();
-
-    std::string name_;
-    TDescriptor file_;
-  };
-
   /// What the time-out does: sets the flags and calls Abort.
   virtual void HandleTimeOut();
   /// Stores the text in Status and hands it to OnStatus, if `level` is not above ReportLevel.
@@ -229,8 +213,8 @@ class TPowersock {
   /// with `abort_text`). Adds to ReceivedByteCount what `take` returns; after each chunk calls OnPacketRecvd
   /// and restarts the time-out.
   bool Receive(const TRoom& room, const TTake& take, const char* abort_text);
-  /// ReadLn for one line after the other, until `take` returns false; its argument is the line, or what ReadLn
-  /// returns when the connection ends, which is the last. Each line has the whole of TimeOut.
+  /// ReadLn for one line after the other, until `take` returns false; its argument is the line, or what
+  /// ReadLn returns when the connection ends, which is the last. Each line has the whole of TimeOut.
   void ReadLines(const std::function<bool(const std::string& line)>& take);
   /// Appends and returns the chunk's size. Throws ESockError "Reply too large" beyond kMaxKept.
   static std::size_t KeepInMemory(std::string& text, std::string_view chunk);

@@ -7,12 +7,11 @@
 
 #include "base/exceptions.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 #include "net/nm_http.h"
 #include "transfer/http_fetch.h"
-#include "transfer/http_to_file.h"
 #include "transfer/transfer_ledger.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -66,28 +65,6 @@ TPdusPage MakePage(const TPageTable& table) {
 
 /// A product is never smaller, so a shorter expected size is itself a sign of a cut transfer.
 constexpr std::int64_t kSmallestProduct = 890120;
-
-/// Gives the client a user name and password for the time of a scope, so that no other source's server gets
-/// them afterwards.
-class TCredentialsScope {
- public:
-  TCredentialsScope(TNMHTTP& client, const std::string& user_name, const std::string& password)
-      : client_(client), user_name_(client.HeaderInfo.UserId), password_(client.HeaderInfo.Password) {
-    client.HeaderInfo.UserId = user_name;
-    client.HeaderInfo.Password = password;
-  }
-  ~TCredentialsScope() {
-    client_.HeaderInfo.UserId = user_name_;
-    client_.HeaderInfo.Password = password_;
-  }
-  TCredentialsScope(const TCredentialsScope&) = delete;
-  TCredentialsScope& operator=(const TCredentialsScope&) = delete;
-
- private:
-  TNMHTTP& client_;
-  const std::string user_name_;
-  const std::string password_;
-};
 
 /// How many refused entries of a page are named one by one.
 constexpr std::size_t kRefusalsNamed = 20;
@@ -150,6 +127,12 @@ std::string SortKey(const std::string& product) {
     }
   }
   return fields[1] + fields[0] + fields[2];
+}
+
+std::string PdusLine(const TFileResult& result) {
+  if (result.Outcome == TFileOutcome::Saved || result.Outcome == TFileOutcome::NotSaved)
+    return PictureLine(result);
+  return result.Name + " - incomplete?";
 }
 
 }  // namespace
@@ -257,9 +240,9 @@ TPdusJob::TPdusJob(TJobContext& context, TPdusSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TPdusJob::Run() {
-  const TCredentialsScope credentials(context_.NMHTTP, settings_.UserName, settings_.Password);
-  ReportUnusableProxy(context_);
-  ApplySharedHttpSettings(context_.NMHTTP, context_.Shared);
+  // Afterwards no other source's server gets them.
+  const TScopedValue user(context_.NMHTTP.HeaderInfo.UserId, settings_.UserName);
+  const TScopedValue password(context_.NMHTTP.HeaderInfo.Password, settings_.Password);
   context_.Display.SetPanel(0, "Dundee PDUS");
 
   const std::vector<TPdusOrder::TEntry> entries = GetOrder();
@@ -276,8 +259,8 @@ void TPdusJob::Run() {
 
 std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
   const std::string& root = context_.Servers.DundeePdus;
-  const THttpPage page =
-      GetHttpPage(context_, root + "/abin/filesorder?s=Date", "Getting available PDUS data list...");
+  const THttpPage page = GetHttpPage(context_, context_.NMHTTP, root + "/abin/filesorder?s=Date",
+                                     "Getting available PDUS data list...");
   context_.Display.SetPanel(1, "Parsing file list");
   if (page.ReplyCode == 401) {
     context_.Display.AddStatusLine("Dundee PDUS: the server refused the user name or the password");
@@ -299,7 +282,6 @@ std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
 void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   THttpFileInfo info;
   try {
-    const TWatchdogScope watchdog(context_.Run);
     info = AskHttpFileInfo(context_, url);
   } catch (const std::exception&) {
     // The size stays unknown; what is there already stays as it is.
@@ -311,16 +293,25 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   const std::filesystem::path path = PdusLocalPath(settings_.OutputPath, file_name);
   if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size)) return;
 
-  context_.Display.AddStatusLine("Get: " + file_name);
-  const TDateTime time = size >= kSmallestProduct ? PdusNameToDateTime(name) : TDateTime();
-  const THttpSaveResult result = SaveHttpFile(context_, url, path, kSmallestProduct, size, time);
-  if (result.Outcome == THttpSaveOutcome::Whole && size >= kSmallestProduct && FileSizeOf(path) == size) {
-    context_.Display.AddStatusLine(file_name + " - OK");
-  } else if (result.Outcome == THttpSaveOutcome::NotSaved) {
-    context_.Display.AddStatusLine(file_name + " - not saved: " + result.Reason);
-  } else {
-    context_.Display.AddStatusLine(file_name + " - incomplete?");
-  }
+  const bool believable = size >= kSmallestProduct;
+  THttpFileRequest file;
+  file.Url = url;
+  file.GetLine = "Get: " + file_name;
+  file.KeepGetLine = true;
+  file.Name = file_name;
+  file.SlotTime = PdusNameToDateTime(name);
+  file.LocalPath = path;
+  file.Delivery = TDelivery::Direct;
+  file.GoodSize = kSmallestProduct;
+  file.CompleteSize = size;
+  file.Stamp = believable;
+  file.AfterSaving = [&](TFileResult& result) {
+    if (believable && result.Bytes == size) return;
+    result.Outcome = TFileOutcome::Incomplete;
+    result.Reason = "the server announced " + std::to_string(size) + " bytes";
+  };
+  file.Line = PdusLine;
+  FetchHttpFile(context_, file);
 }
 
 }  // namespace skyreel

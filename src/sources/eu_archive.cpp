@@ -15,11 +15,7 @@
 #include "sources/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
-#include "transfer/delivery_scope.h"
 #include "transfer/http_fetch.h"
-#include "transfer/http_header.h"
-#include "transfer/transfer_progress.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -226,62 +222,55 @@ class TEuArchiveJob::TRun {
         0, item + " " + FormatDateTime(settings_.NewNaming ? "yyyymmdd-" : "yyyymmdd", day));
     const fs::path folder = settings_.OutputPath / DateFolder(day);
     if (folders_.Make(folder)) {
-      settings_.NewNaming ? NewNaming(item, day, folder) : OldNaming(item, day, folder);
+      if (settings_.NewNaming) {
+        NewNaming(item, day, folder);
+      } else {
+        OldNaming(item, day, folder);
+      }
     }
     context_.Display.SetPanel(0, "");
     context_.Display.SetPanel(1, "");
   }
 
   void OldNaming(const std::string& item, TDateTime day, const fs::path& folder) {
-    Fetch(ListedImages(item, day), folder, context_.Servers.EuArchiveOld, 10000);
+    Fetch(item, ListedImages(item, day), folder, context_.Servers.EuArchiveOld, 10000);
   }
 
   std::vector<TEuArchiveImage> ListedImages(const std::string& item, TDateTime day) {
     std::vector<TEuArchiveImage> images = EuArchiveOldImages(item, day);
     if (images.empty()) return images;
-    const TProgressScope progress(context_.Display,
-                                  "Getting file list for " + std::string(OldName(item, *ChannelOf(item))));
-    try {
-      bool incomplete = false;
-      const TEuArchiveList list =
-          KeepListedImages(ListingPage(item, incomplete), context_.Servers.EuArchiveOld, images);
-      if (list == TEuArchiveList::None) throw std::runtime_error("the page holds no list");
-      if (incomplete || list == TEuArchiveList::Cut) {
-        context_.Display.AddStatusLine(item + FormatDateTime(" yyyymmdd", day) + " - file list incomplete");
-      }
-      return images;
-    } catch (const std::exception& error) {
+    const std::string day_of_item = item + FormatDateTime(" yyyymmdd", day);
+    const std::string& root = context_.Servers.EuArchiveOld;
+    const THttpPage page =
+        GetHttpPage(context_, context_.NMHTTPNotts, root + EuArchiveListing(item),
+                    "Getting file list for " + std::string(OldName(item, *ChannelOf(item))));
+    const TEuArchiveList list = KeepListedImages(page.Text, root, images);
+    if (list == TEuArchiveList::None) {
       context_.Display.SetPanel(1, "Failed to get file list");
-      context_.Display.AddStatusLine(item + FormatDateTime(" yyyymmdd", day) +
-                                     " - failed to get file list: " + ReasonOf(error));
-      return {};
+      context_.Display.AddStatusLine(
+          day_of_item + " - failed to get file list: " +
+          (page.ReplyCode == 0 && page.Text.empty() ? page.Reason : "the page holds no list"));
+    } else if (page.Incomplete || list == TEuArchiveList::Cut) {
+      context_.Display.AddStatusLine(day_of_item + " - file list incomplete");
     }
+    return images;
   }
 
   void NewNaming(const std::string& item, TDateTime day, const fs::path& folder) {
-    Fetch(EuArchiveNewImages(item, day, settings_.MsgName), folder, context_.Servers.EuArchiveNew, 3000);
-  }
-
-  std::string ListingPage(const std::string& item, bool& incomplete) {
-    TNMHTTP& client = context_.NMHTTPNotts;
-    ApplySharedHttpSettings(client, context_.Shared);
-    const TWatchdogScope watchdog(context_.Run);
-    const TDeliveryScope delivery(client);
-    client.Get(context_.Servers.EuArchiveOld + EuArchiveListing(item));
-    incomplete = client.ReceivedByteCount < client.TransferSize || client.ReplyCode == kPartialContent;
-    return std::move(client.Body);
+    Fetch(item, EuArchiveNewImages(item, day, settings_.MsgName), folder, context_.Servers.EuArchiveNew,
+          3000);
   }
 
   /// `present`: a local file larger than that is there already.
-  void Fetch(const std::vector<TEuArchiveImage>& images, const fs::path& folder, const std::string& server,
-             std::int64_t present) {
+  void Fetch(const std::string& item, const std::vector<TEuArchiveImage>& images, const fs::path& folder,
+             const std::string& server, std::int64_t present) {
     for (const TEuArchiveImage& image : images) {
       if (walk_.Stopped()) return;
       if (!wanted_.Wants(image.LocalName)) continue;
       if (image.Time + kPublishingDelay >= context_.Clock.UtcNow()) continue;
       const fs::path path = folder / (image.LocalName + ".jpg");
       if (FileSizeOf(path) > present) continue;
-      GetHttpFile(context_, server, image.RemoteName, path, 0, false, image.Time);
+      GetHttpFile(context_, server, image.RemoteName, path, 0, false, image.Time, item);
     }
   }
 
@@ -296,7 +285,6 @@ TEuArchiveJob::TEuArchiveJob(TJobContext& context, TEuArchiveSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TEuArchiveJob::Run() {
-  ReportUnusableProxy(context_);
   TRun run(context_, settings_);
   for (const std::string& item : settings_.Items) {
     if (run.Stopped()) return;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/files.h"
+#include "base/text.h"
 #include "sources/fetch_and_uncompress.h"
 #include "sources/folder_maker.h"
 #include "sources/slot_walk.h"
@@ -92,6 +93,10 @@ std::string EuDataFileName(const TEuDataSlot& slot, int satellite, std::string_v
          std::string(format);
 }
 
+std::string EuDataRemotePath(const std::string& name) {
+  return "/" + Characters(name, 21, 2) + "/" + name;
+}
+
 TEuDataJob::TEuDataJob(TJobContext& context, TEuDataSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
@@ -124,12 +129,17 @@ void TEuDataJob::GetSatellite(int satellite, TFtpSession& session, const TWanted
     for (const std::string& channel : settings_.Channels) {
       for (const std::string& format : settings_.Formats) {
         if (context_.Run.StopRequested() || session.IsLost()) return;
-        TFtpFile file{EuDataFileName(slot, satellite, channel, format), folder, slot.Time};
+        TCompressedFile file;
+        file.Name = EuDataFileName(slot, satellite, channel, format);
+        file.RemotePath = EuDataRemotePath(file.Name);
+        file.Folder = folder;
+        file.Product = EuDataSatelliteItems()[index] + " " + channel + " " + format;
+        file.Time = slot.Time;
         file.Uncompress = settings_.Uncompress && IsCompressedName(file.Name);
         file.ImageSize = channel == "VISSN" ? kVisibleSize : kInfraRedSize;
         if (!known.Wants(file.Name) || context_.Ledger.Present(file.LocalPath())) continue;
         if (IsDecoded(context_, file)) continue;
-        FetchAndUncompress(context_, session, TFtpVariant::EuData, file, kRule);
+        FetchAndUncompress(context_, session, file, kRule);
       }
     }
   }

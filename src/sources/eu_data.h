@@ -53,6 +53,8 @@ std::vector<TEuDataSlot> EuDataSlots(TDateTime now, int back_days);
 /// "FES_2003-02-01_1230_M7_IR.OPEN_MTP.bz2"
 std::string EuDataFileName(const TEuDataSlot& slot, int satellite, std::string_view channel,
                            std::string_view format);
+/// Where the server keeps a file. kept: a name that is too short gives a shorter or empty folder.
+std::string EuDataRemotePath(const std::string& name);
 
 /// Fetches Meteosat image files by computed names over FTP.
 class TEuDataJob {

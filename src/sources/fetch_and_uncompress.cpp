@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <system_error>
 
 #include "base/exceptions.h"
@@ -16,7 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void UncompressImage(TJobContext& context, const TFtpFile& file, const TUncompressRule& rule) {
+void UncompressImage(TJobContext& context, const TCompressedFile& file, const TUncompressRule& rule,
+                     TFileResult& result) {
   const fs::path compressed = file.LocalPath();
   if (FileSizeOf(compressed) <= rule.MoreThan) return;
   context.Display.SetPanel(1, "Uncompressing:  " + file.Name);
@@ -29,16 +31,19 @@ void UncompressImage(TJobContext& context, const TFtpFile& file, const TUncompre
       DecompressBz2File(compressed, [&] { context.Clock.Sleep(std::chrono::milliseconds(0)); });
     }
     const std::int64_t size = std::max<std::int64_t>(FileSizeOf(file.ImagePath()), 0);
-    std::error_code ignored;
-    if (size == file.ImageSize) {
-      // Until then the compressed file is the only one that a power cut leaves.
-      if (FlushToDisk(file.ImagePath())) fs::remove(compressed, ignored);
-    } else {
-      context.Display.AddStatusLine(file.Name + " - kept: it uncompresses to " + std::to_string(size) +
-                                    " bytes in place of " + std::to_string(file.ImageSize));
+    if (size != file.ImageSize) {
+      result.Outcome = TFileOutcome::NotDecoded;
+      result.Reason = "kept: uncompressed to " + std::to_string(size) + " bytes, expected " +
+                      std::to_string(file.ImageSize);
+      return;
     }
+    result.Path = file.ImagePath();
+    // Until the image is on the disk, a power cut leaves only the compressed file.
+    std::error_code ignored;
+    if (FlushToDisk(file.ImagePath())) fs::remove(compressed, ignored);
   } catch (const std::exception& error) {
-    context.Display.AddStatusLine(file.Name + " - not uncompressed: " + ReasonOf(error));
+    result.Outcome = TFileOutcome::NotDecoded;
+    result.Reason = "not uncompressed: " + ReasonOf(error);
   }
 }
 
@@ -48,11 +53,10 @@ bool IsCompressedName(const std::string& name) {
   return name.ends_with(".Z") || name.ends_with(".bz2");
 }
 
-bool IsDecoded(TJobContext& context, const TFtpFile& file) {
+bool IsDecoded(TJobContext& context, const TCompressedFile& file) {
   const fs::path image = file.ImagePath(), compressed = file.LocalPath();
   if (!file.Uncompress || !context.Ledger.Present(image)) return false;
-  // A kill may have come between the image and what follows it; a power cut may have kept the image from the
-  // disk.
+  // A kill may have come between the image and the deletion of the compressed file.
   if (FileSizeOf(image) == file.ImageSize && context.Ledger.IsNoted(compressed) && FlushToDisk(image) &&
       context.Ledger.Begin(compressed)) {
     SetFileDateTime(image, file.Time);
@@ -63,19 +67,19 @@ bool IsDecoded(TJobContext& context, const TFtpFile& file) {
   return true;
 }
 
-void FetchAndUncompress(TJobContext& context, TFtpSession& session, TFtpVariant variant, const TFtpFile& file,
+void FetchAndUncompress(TJobContext& context, TFtpSession& session, const TCompressedFile& file,
                         const TUncompressRule& rule) {
-  const fs::path path = file.LocalPath();
-  // The note stays until the file has its time and is decoded. A later run does neither to a file that is
-  // there, so one that a kill has kept from it must be fetched again.
-  bool whole = false;
-  if (FtpFetchFile(context, session, variant, file.Name, file.Folder, &whole))
-    SetFileDateTime(path, file.Time);
-  if (whole) {
-    // A cut file may decode without an error too, and its image would then pass for the whole one.
-    if (file.Uncompress) UncompressImage(context, file, rule);
-    context.Ledger.End(path, TTransferEnd::Whole);
+  std::optional<TFtpFetch> fetch = FtpFetchFile(context, session, file);
+  if (!fetch) return;
+  if (fetch->Received) SetFileDateTime(file.LocalPath(), file.Time);
+  // The note stays until the file has its time and is decoded: a later run does neither to a file that is
+  // there.
+  if (fetch->StillNoted) {
+    // A cut file is not decoded: its image could pass for the whole one.
+    if (file.Uncompress) UncompressImage(context, file, rule, fetch->Result);
+    context.Ledger.End(file.LocalPath(), TTransferEnd::Whole);
   }
+  context.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
   context.Display.SetPanel(1, "");
 }
 

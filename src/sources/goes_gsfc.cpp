@@ -25,7 +25,7 @@ struct TSatellite {
   const char* ServerFolder;
   const char* LocalFolder;
   const char* Code;
-  std::chrono::minutes Earlier;  ///< how long before its half hour's begin a picture is taken
+  std::chrono::minutes Earlier;  ///< how long before the half hour begins a picture is taken
 };
 
 constexpr TSatellite kEast{"GOES-E", "/goeseast", "goes-e\\", "G13", std::chrono::minutes(15)};
@@ -48,22 +48,17 @@ struct TSeries {
   const TSatellite* Satellite;
   std::string Sector;
   const TChannel* Channel;
+
+  std::string Item() const { return std::string(Satellite->Name) + " " + Sector + " " + Channel->Name; }
 };
 
-struct TProduct {
-  std::string Item;
-  TSeries Series;
-};
-
-const std::vector<TProduct>& Products() {
-  static const std::vector<TProduct> products = [] {
-    std::vector<TProduct> list;
+/// The series to choose from, in list order.
+const std::vector<TSeries>& Products() {
+  static const std::vector<TSeries> products = [] {
+    std::vector<TSeries> list;
     for (const TSatellite* const satellite : {&kEast, &kWest}) {
       for (const char* const sector : {"conus", "fulldisk", "overview"}) {
-        for (const TChannel& channel : kChannels) {
-          list.push_back({std::string(satellite->Name) + " " + sector + " " + channel.Name,
-                          {satellite, sector, &channel}});
-        }
+        for (const TChannel& channel : kChannels) list.push_back({satellite, sector, &channel});
       }
     }
     return list;
@@ -76,7 +71,7 @@ const std::vector<TProduct>& Products() {
 const std::vector<std::string>& GoesProductItems() {
   static const std::vector<std::string> items = [] {
     std::vector<std::string> list;
-    for (const TProduct& product : Products()) list.push_back(product.Item);
+    for (const TSeries& series : Products()) list.push_back(series.Item());
     return list;
   }();
   return items;
@@ -94,10 +89,10 @@ class TGoesJob::TRun {
       : context_(context), settings_(settings), walk_(context), folders_(context.Display) {}
 
   void Run() {
-    // A sector that a damaged setting names must not lead out of the output folder.
+    // A damaged setting may name a sector that leads out of the output folder.
     for (const std::string& sector : {settings_.ESector, settings_.WSector}) {
       if (!sector.empty() && !IsSafeFileName(sector)) {
-        context_.Display.AddStatusLine("\"" + sector + "\" is no sector - skipped");
+        context_.Display.AddStatusLine("\"" + sector + "\" is not a sector - skipped");
       }
     }
     walk_.Days([this](TDateTime day) {
@@ -110,15 +105,10 @@ class TGoesJob::TRun {
   void HalfHourlyPass(TDateTime day) {
     constexpr int kSteps[] = {1, 2, 4, 6};
     const int step = kSteps[settings_.Interval >= 0 && settings_.Interval <= 3 ? settings_.Interval : 0];
-    for (const TProduct& product : Products()) {
+    for (const TSeries& series : Products()) {
       if (walk_.Stopped()) return;
-      if (std::find(settings_.Sectors.begin(), settings_.Sectors.end(), product.Item) ==
-          settings_.Sectors.end()) {
-        continue;
-      }
-      walk_.Slots(day, step, [&](int, TDateTime slot) {
-        Fetch(product.Series, slot - product.Series.Satellite->Earlier);
-      });
+      if (std::ranges::find(settings_.Sectors, series.Item()) == settings_.Sectors.end()) continue;
+      walk_.Slots(day, step, [&](TDateTime slot) { Fetch(series, slot - series.Satellite->Earlier); });
     }
   }
 
@@ -142,23 +132,19 @@ class TGoesJob::TRun {
                              (settings_.Lzw ? ".tif" : ".tiff");
     fs::path folder = settings_.OutputPath / PlatformPath(satellite.LocalFolder + series.Sector + "\\");
     if (settings_.DateInFolder) folder /= DateFolder(time);
-    if (folders_.Make(folder)) {
-      FetchFile(satellite.ServerFolder + std::string(settings_.Lzw ? "-lzw/" : "/") + series.Sector +
-                    series.Channel->ServerFolder + name,
-                folder / name, time);
-    }
-  }
-
-  void FetchFile(const std::string& server_path, const fs::path& local_path, TDateTime time) {
+    if (!folders_.Make(folder)) return;
+    // kept: a compressed picture of 2,000 to 19,999 bytes is filed, and asked for again by the next run.
+    if (FileSizeOf(folder / name) >= (settings_.Lzw ? 20'000 : 1'000'000)) return;
+    const std::string server_path = satellite.ServerFolder + std::string(settings_.Lzw ? "-lzw/" : "/") +
+                                    series.Sector + series.Channel->ServerFolder + name;
     THttpFileRequest request;
     request.Url = context_.Servers.Goes + server_path;
-    request.GetName = local_path.filename().string();
-    request.ResultName = server_path;
-    request.LocalPath = local_path;
-    // kept: a compressed picture of 2,000 to 19,999 bytes is filed, and asked for again by the next run.
-    request.PresentSize = settings_.Lzw ? 20'000 : 1'000'000;
+    request.GetLine = "Get: " + name;
+    request.Name = server_path;
+    request.Product = series.Item();
+    request.SlotTime = time;
+    request.LocalPath = folder / name;
     request.CompleteSize = settings_.Lzw ? 2'000 : 1'000'000;
-    request.FileTime = time;
     FetchHttpFile(context_, request);
   }
 

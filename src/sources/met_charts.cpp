@@ -9,9 +9,7 @@
 #include "base/text.h"
 #include "net/nm_http.h"
 #include "transfer/http_fetch.h"
-#include "transfer/http_to_file.h"
 #include "transfer/transfer_ledger.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -183,26 +181,17 @@ std::vector<TDateTime> TimesOf(TWhen when, const TChartPlan& plan) {
   return {TDateTime()};
 }
 
-/// A user name and password in a URL are nobody else's business.
-std::string UrlForDisplay(const std::string& url) {
-  const std::size_t begin = url.find("//") == std::string::npos ? 0 : url.find("//") + 2;
-  const std::size_t at = url.substr(0, url.find('/', begin)).rfind('@');
-  return at == std::string::npos || at < begin ? url : url.substr(0, begin) + "..." + url.substr(at);
-}
-
-std::string OutcomeText(const THttpSaveResult& result) {
+/// The picture line with the reason added; every failed transfer reads " - timed out".
+std::string ChartLine(const TFileResult& result) {
   switch (result.Outcome) {
-    case THttpSaveOutcome::Whole:
-      return " - OK";
-    case THttpSaveOutcome::Cut:
-    case THttpSaveOutcome::Refused:
-      return " - missing or incomplete: " + result.Reason;
-    case THttpSaveOutcome::NotSaved:
-      return " - not saved: " + result.Reason;
-    case THttpSaveOutcome::TimedOut:
-      break;
+    case TFileOutcome::Incomplete:
+    case TFileOutcome::Refused:
+      return PictureLine(result) + ": " + result.Reason;
+    case TFileOutcome::NotAsked:
+      return result.Name + " - timed out";
+    default:
+      return PictureLine(result);
   }
-  return " - timed out";
 }
 
 }  // namespace
@@ -295,20 +284,18 @@ TMetChartsJob::TMetChartsJob(TJobContext& context, TMetChartsSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TMetChartsJob::Run() {
-  ReportUnusableProxy(context_);
-  ApplySharedHttpSettings(context_.NMHTTP, context_.Shared);
   const TDateTime start = context_.Clock.UtcNow();
   for (const std::string& item : settings_.Sources) {
     const TChartPlan plan{context_.Servers, settings_.BracknellUrl, context_.Shared.BackDays, start,
                           context_.Clock.UtcNow()};
     for (const TChartRequest& request : ChartRequests(item, plan)) {
       if (context_.Run.StopRequested()) return;
-      Fetch(request);
+      Fetch(item, request);
     }
   }
 }
 
-void TMetChartsJob::Fetch(const TChartRequest& request) {
+void TMetChartsJob::Fetch(const std::string& item, const TChartRequest& request) {
   const TChartKind& kind = ChartKind(request.Kind);
   const auto local_path = [&](TDateTime time) {
     return std::filesystem::path(settings_.OutputPath) / DateFolder(time) / ChartFileName(request, time);
@@ -318,19 +305,18 @@ void TMetChartsJob::Fetch(const TChartRequest& request) {
     if (FileSizeOf(path) > kind.MinimumSize && context_.Ledger.Present(path)) return;
   }
 
-  const TWatchdogScope watchdog(context_.Run);
   const std::string shown = UrlForDisplay(request.Url);
   THttpFileInfo info;
   try {
     info = AskHttpFileInfo(context_, request.Url);
   } catch (const ESockError&) {
-    return;  // no server there: the next run asks again
+    return;  // the server is away: the next run asks again
   } catch (const std::exception& error) {
     context_.Display.AddStatusLine(shown + " - " + error.what());
     return;
   }
   if (info.ReplyCode >= 400) {
-    // A chart that is not there is nothing to speak of; a server that refuses to say is.
+    // A missing chart is normal and gets no line; a server that refuses to answer gets one.
     if (info.ReplyCode != 404 && info.ReplyCode != 410) {
       context_.Display.AddStatusLine(shown + " - refused by the server: " + std::to_string(info.ReplyCode));
     }
@@ -352,11 +338,19 @@ void TMetChartsJob::Fetch(const TChartRequest& request) {
   if (info.ContentLength <= kind.MinimumSize) return;
   if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path)) return;
 
-  context_.Display.BeginStatusLine("Get " + shown);
-  const THttpSaveResult result =
-      SaveHttpFile(context_, request.Url, path, kind.MinimumSize + 1, info.ContentLength, time);
-  context_.Clock.Sleep(kPause);
-  context_.Display.EndStatusLine(shown + OutcomeText(result));
+  THttpFileRequest file;
+  file.Url = request.Url;
+  file.GetLine = "Get " + shown;
+  file.Name = shown;
+  file.Product = item;
+  file.SlotTime = time;
+  file.LocalPath = path;
+  file.Delivery = TDelivery::Direct;
+  file.GoodSize = kind.MinimumSize + 1;
+  file.CompleteSize = info.ContentLength;
+  file.AfterSaving = [this](TFileResult&) { context_.Clock.Sleep(kPause); };
+  file.Line = ChartLine;
+  FetchHttpFile(context_, file);
 }
 
 }  // namespace skyreel

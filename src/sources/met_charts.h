@@ -77,7 +77,7 @@ class TMetChartsJob {
   void Run();
 
  private:
-  void Fetch(const TChartRequest& request);
+  void Fetch(const std::string& item, const TChartRequest& request);
 
   TJobContext& context_;
   const TMetChartsSettings settings_;

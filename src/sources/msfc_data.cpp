@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/files.h"
+#include "base/text.h"
 #include "sources/fetch_and_uncompress.h"
 #include "sources/wanted_names.h"
 #include "transfer/transfer_ledger.h"
@@ -56,11 +57,16 @@ std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime today,
       for (const TChannel& channel : kChannels) {
         if (!Has(settings.Channels, channel.Item) || (slot == 0 && !channel.AtMidnight)) continue;
         files.push_back(
-            {time, kSatellitePrefix + FormatDateTime("yyyymmddhhnn", time) + "." + channel.Code + ".ara.Z"});
+            {time, kSatellitePrefix + FormatDateTime("yyyymmddhhnn", time) + "." + channel.Code + ".ara.Z",
+             channel.Item});
       }
     }
   }
   return files;
+}
+
+std::string MsfcRemotePath(const std::string& name) {
+  return "/Weather/METEOSAT-7/McIDAS_areas/" + Characters(name, 18, 3) + "/5km/" + name;
 }
 
 bool IsMsfcFileOut(const TMsfcFile& file, TDateTime now) {
@@ -71,7 +77,7 @@ TMsfcJob::TMsfcJob(TJobContext& context, TMsfcSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TMsfcJob::Run() {
-  // kept: this list is read but nothing is looked up in it. One that cannot be read is reported all the same.
+  // kept: the list is read, and reported if it cannot be, but nothing is looked up in it.
   TWantedNames::FromFile(context_.ProgramFolder / "MSFCFiles.txt", context_.Display);
   const TFtpLogin login{context_.Servers.MSFC, "anonymous", kAnonymousPassword, settings_.Passive,
                         settings_.UseWinInet};
@@ -79,12 +85,18 @@ void TMsfcJob::Run() {
     for (const TMsfcFile& wanted : MsfcFiles(settings_, context_.Clock.UtcNow(), context_.Shared.BackDays)) {
       if (context_.Run.StopRequested() || session.IsLost()) return;
       if (!IsMsfcFileOut(wanted, context_.Clock.UtcNow())) continue;
-      const TFtpFile file{wanted.Name, std::filesystem::path(settings_.OutputPath) / DateFolder(wanted.Time),
-                          wanted.Time, settings_.Uncompress, kImageSize};
+      TCompressedFile file;
+      file.Name = wanted.Name;
+      file.RemotePath = MsfcRemotePath(wanted.Name);
+      file.Folder = std::filesystem::path(settings_.OutputPath) / DateFolder(wanted.Time);
+      file.Product = wanted.Channel;
+      file.Time = wanted.Time;
+      file.Uncompress = settings_.Uncompress;
+      file.ImageSize = kImageSize;
       // kept: the compressed file's own presence is not looked at, so that without uncompressing every file
       // is fetched again by each run.
       if (IsDecoded(context_, file)) continue;
-      FetchAndUncompress(context_, session, TFtpVariant::Msfc, file, kRule);
+      FetchAndUncompress(context_, session, file, kRule);
     }
   });
 }

@@ -24,12 +24,15 @@ const std::vector<std::string>& MsfcSlotItems();
 /// One image to fetch.
 struct TMsfcFile {
   TDateTime Time;
-  std::string Name;  ///< "ME7-200302011200.ir1.ara.Z"
+  std::string Name;     ///< "ME7-200302011200.ir1.ara.Z"
+  std::string Channel;  ///< the item that asks for it
 };
 
 /// The files of the last `back_days` days in the order in which they are visited: the oldest day first, then
 /// by slot and channel.
 std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime today, int back_days);
+/// Where the server keeps a file. kept: a name that is too short gives a shorter or empty folder.
+std::string MsfcRemotePath(const std::string& name);
 /// Whether the server has it: from an hour after its time on.
 bool IsMsfcFileOut(const TMsfcFile& file, TDateTime now);
 

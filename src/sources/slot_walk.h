@@ -24,19 +24,17 @@ class TSlotWalk {
     }
   }
 
-  /// Calls visit(int slot, TDateTime begin) with the day's slots 0, `step`, 2 * `step`, ... to 47.
+  /// Calls visit(TDateTime) with the start of the day's slots 0, `step`, 2 * `step`, ... up to 47.
   template <typename TVisit>
   void Slots(TDateTime day, int step, TVisit visit) {
     const TDateTime midnight = day.Midnight();
-    for (int slot = 0; slot < kSlotsPerDay && !Stopped(); slot += step)
-      visit(slot, midnight + slot * kSlotLength);
+    for (int slot = 0; slot < kSlotsPerDay && !Stopped(); slot += step) visit(midnight + slot * kSlotLength);
   }
 
   bool Stopped() const { return context_.Run.StopRequested(); }
 
  private:
-  /// A run that finds everything on disk waits for nothing: without this its window would stand still, and
-  /// nobody could stop it.
+  /// A run that finds everything on disk never waits. Without this its window would freeze.
   void LetEventsThrough() {
     const auto now = std::chrono::steady_clock::now();
     if (now - let_through_ < std::chrono::milliseconds(50)) return;

@@ -17,7 +17,7 @@ constexpr std::int64_t kLargestList = 4 * 1024 * 1024;
 }  // namespace
 
 TWantedNames::TWantedNames(std::string_view comma_text) {
-  // Text editors may begin a file with this mark.
+  // Some text editors write this mark at the start of a file.
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (comma_text.starts_with(kByteOrderMark)) comma_text.remove_prefix(kByteOrderMark.size());
   for (const std::string& name : FromCommaText(comma_text)) {
@@ -31,10 +31,10 @@ TWantedNames TWantedNames::FromFile(const std::filesystem::path& file, TStatusDi
   if (status.type() == std::filesystem::file_type::not_found) return {};
   try {
     const std::string text = ReadWholeFile(file, kLargestList);
-    if (text.find('\0') != std::string::npos) throw std::runtime_error("it is no text");
+    if (text.find('\0') != std::string::npos) throw std::runtime_error("not a text file");
     return TWantedNames(text);
   } catch (const ERangeError&) {
-    display.AddStatusLine(file.filename().string() + " - not used: it is too large");
+    display.AddStatusLine(file.filename().string() + " - not used: too large");
   } catch (const std::exception& failure) {
     display.AddStatusLine(file.filename().string() + " - not used: " + ReasonOf(failure));
   }

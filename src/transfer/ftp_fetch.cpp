@@ -1,16 +1,16 @@
 #include "transfer/ftp_fetch.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <system_error>
 
 #include "base/exceptions.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 #include "net/ftp_parse.h"
-#include "transfer/size_limit_scope.h"
 #include "transfer/transfer_progress.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -21,28 +21,11 @@ constexpr std::chrono::milliseconds kPause{300};
 /// No command has it; see NMFTPFailure.
 constexpr auto kUpload = TCmdType{8};
 
-/// `count` characters from the 1-based position, or as many of them as there are.
-std::string Characters(const std::string& text, std::size_t position, std::size_t count) {
-  return position > text.size() ? "" : text.substr(position - 1, count);
-}
-
 std::string SomeOf(std::int64_t received, std::int64_t announced) {
-  return std::to_string(received) + " of " + std::to_string(announced) + " bytes received";
+  return "received " + std::to_string(received) + " of " + std::to_string(announced) + " bytes";
 }
 
 }  // namespace
-
-std::string FtpRemotePath(TFtpVariant variant, const std::string& name) {
-  switch (variant) {
-    case TFtpVariant::EuData:
-      return "/" + Characters(name, 21, 2) + "/" + name;
-    case TFtpVariant::Msfc:
-      return "/Weather/METEOSAT-7/McIDAS_areas/" + Characters(name, 18, 3) + "/5km/" + name;
-    case TFtpVariant::CurrentFolder:
-      break;
-  }
-  return name;
-}
 
 // --- Session ---------------------------------------------------------------------------------------------
 
@@ -55,26 +38,25 @@ TFtpSession::~TFtpSession() {
   Close();
 }
 
-/// A status line made of what a server or the system said, which may repeat the password.
-void TFtpSession::Report(const std::string& text) {
+/// What a server or the system said, which may repeat the password, fit for a status line.
+std::string TFtpSession::Masked(const std::string& text) const {
   const std::string plain = WithoutControls(text);
-  context_.Display.AddStatusLine(login_.Password.empty() ? plain : ReplaceAll(plain, login_.Password, "***"));
+  return login_.Password.empty() ? plain : ReplaceAll(plain, login_.Password, "***");
 }
 
 bool TFtpSession::Open() {
   TNMFTP& client = context_.NMFTP;
-  // The form says in its own words that a connection failed; nothing need be added to that but a refusal.
-  const auto handler = client.OnConnectionFailed;
+  // The form reports a failed connection in its own words; only a refusal needs another line.
+  const TPowersock::TNotifyEvent handler = client.OnConnectionFailed;
   bool told = false;
-  client.OnConnectionFailed = [&](TPowersock& sender) {
+  const TScopedValue failed(client.OnConnectionFailed, [&](TPowersock& sender) {
     told = handler != nullptr;
     Fire(handler, sender);
-  };
+  });
   std::string problem;
   try {
-    const TWatchdogScope watchdog(context_.Run);
+    const auto watchdog = Guard(context_.Run);
     OpenConnection();
-    client.OnConnectionFailed = handler;
     return true;
   } catch (const FTPException& error) {
     problem = told ? error.what() : "Connection failed to: " + client.Host + " - " + error.what();
@@ -83,9 +65,8 @@ bool TFtpSession::Open() {
   } catch (const std::exception& error) {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
   }
-  client.OnConnectionFailed = handler;
-  if (!problem.empty()) Report(problem);
-  // Without a goodbye: there is no telling what such a server does with it.
+  if (!problem.empty()) context_.Display.AddStatusLine(Masked(problem));
+  // Without a goodbye: such a server may do anything with it.
   Drop();
   return false;
 }
@@ -105,7 +86,7 @@ void TFtpSession::OpenConnection() {
   client.Password = login_.Password;
   client.Passive = login_.Passive;
   client.TimeOut = context_.Shared.TimeoutSeconds * 1000;
-  // What an earlier session ended with is no business of this one.
+  // An earlier session may have left its connection behind.
   Drop();
   client.ReplyCode = 0;
   client.Connect();
@@ -117,7 +98,7 @@ void TFtpSession::Close() {
   TNMFTP& client = context_.NMFTP;
   if (use_wininet_ || !client.Connected) return;
   try {
-    const TWatchdogScope watchdog(context_.Run);
+    const auto watchdog = Guard(context_.Run);
     client.Disconnect();
   } catch (const std::exception&) {
     // There is nothing left to do with the server but to leave it.
@@ -155,85 +136,97 @@ bool TFtpSession::EnsureOpen() {
 bool TFtpSession::Download(const std::string& remote_path, const std::filesystem::path& local_path) {
   if (use_wininet_)
     return context_.WinInet->WinInetFtpGet(context_, connection_->Handle(), remote_path, local_path);
-  context_.NMFTP.LastTransfer = {};
-  const TSizeLimitScope limit(context_.NMFTP);
-  context_.NMFTP.RetrieveFile(remote_path, local_path.string());
+  TNMFTP& client = context_.NMFTP;
+  client.LastTransfer = {};
+  const TPowersock::TNotifyEvent handler = client.OnPacketRecvd;
+  const TScopedValue limit(client.OnPacketRecvd, [&](TPowersock& sender) {
+    Fire(handler, sender);
+    // The sender may be the client's data connection.
+    if (sender.ReceivedByteCount > context_.LargestDownload) client.Abort();
+  });
+  client.RetrieveFile(remote_path, local_path.string());
   return true;
 }
 
-/// Downloads with watchdog and ledger around it. False when something spoke against the file; `problem` is
-/// then, and whenever it is not known to be whole, what to tell the user, unless that has been told. A whole
-/// file stays noted where `still_noted` is given, which says so.
-bool TFtpSession::Fetch(const std::string& remote_path, const std::filesystem::path& local_path,
-                        std::string& problem, bool* still_noted) {
+/// Downloads with watchdog and ledger around it.
+void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
+  const std::filesystem::path path = file.LocalPath();
   context_.Run.RestartWatchdog();
-  if (!context_.Ledger.Begin(local_path)) {
+  if (!context_.Ledger.Begin(path)) {
     context_.Run.StopWatchdog();
-    problem = "another copy of the program is fetching it";
-    return false;
+    fetch.Result.Outcome = TFileOutcome::NotSaved;
+    fetch.Result.Reason = "another copy of the program is fetching it";
+    return;
   }
   bool ok = true;
   std::exception_ptr failure;
   try {
-    ok = Download(remote_path, local_path);
+    ok = Download(file.RemotePath, path);
     context_.Run.StopWatchdog();
-    context_.Display.SetBytesLabel("");
+    context_.Display.SetBytes("", kApplicationTitle);
   } catch (const std::exception&) {
     // kept: the watchdog stays armed, as for a transfer that hangs.
     failure = std::current_exception();
   }
-  TTransferEnd end;
-  if (use_wininet_) {
-    end = WinInetOutcome(local_path, problem);
-  } else {
-    end = ClientOutcome(failure, problem);
-    // Kept, one of them for each file of the archive would fill the disk all the same.
+  TEnd end = use_wininet_ ? WinInetEnd(path) : ClientEnd(failure);
+  if (!use_wininet_ && context_.NMFTP.LastTransfer.Received > context_.LargestDownload) {
+    // A thousand endless files would fill the disk.
     std::error_code ignored;
-    if (problem == kTooLarge) std::filesystem::remove(local_path, ignored);
+    std::filesystem::remove(path, ignored);
   }
-  if (end == TTransferEnd::Whole && still_noted != nullptr) {
-    *still_noted = true;
+  fetch.StillNoted = end.Ledger == TTransferEnd::Whole;
+  if (fetch.StillNoted) {
+    breaks_ = 0;
   } else {
-    context_.Ledger.End(local_path, end);
+    context_.Ledger.End(path, end.Ledger);
   }
-  if (end == TTransferEnd::Whole) breaks_ = 0;
-  return ok;
+  fetch.Received = ok && FileSizeOf(path) >= 0;
+  fetch.Result.Bytes = use_wininet_ ? FileSizeOf(path) : context_.NMFTP.LastTransfer.Received;
+  fetch.Result.Outcome = end.Outcome;
+  fetch.Result.Reason = Masked(end.Reason);
 }
 
-TTransferEnd TFtpSession::WinInetOutcome(const std::filesystem::path& local_path,
-                                         std::string& problem) const {
+/// WinInetFtpGet has told the user of a failure by then.
+TFtpSession::TEnd TFtpSession::WinInetEnd(const std::filesystem::path& local_path) const {
   switch (context_.WinInet->LastState()) {
     case TWinInetTransferState::wtsNoFile:
-      return TTransferEnd::Untouched;
+      return {TTransferEnd::Untouched, TFileOutcome::Refused, ""};
     case TWinInetTransferState::wtsDone: {
       const std::int64_t size = FileSizeOf(local_path), announced = context_.WinInet->LastRemoteFile().Size;
-      if (size >= announced) return TTransferEnd::Whole;
-      problem = SomeOf(size, announced);
-      return TTransferEnd::Cut;
+      if (size >= announced) return {TTransferEnd::Whole, TFileOutcome::Saved, ""};
+      return {TTransferEnd::Cut, TFileOutcome::Incomplete, SomeOf(size, announced)};
     }
     default:
-      return TTransferEnd::Cut;
+      return {TTransferEnd::Cut, TFileOutcome::TimedOut, ""};
   }
 }
 
-TTransferEnd TFtpSession::ClientOutcome(std::exception_ptr failure, std::string& problem) const {
+TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
   const TNMFTP::TTransfer& transfer = context_.NMFTP.LastTransfer;
-  if (!failure && transfer.Whole) return TTransferEnd::Whole;
+  if (!failure && transfer.Whole) return {TTransferEnd::Whole, TFileOutcome::Saved, ""};
+  TEnd end;
+  end.Ledger = transfer.Started ? TTransferEnd::Cut : TTransferEnd::Untouched;
+  const auto because = [&](TFileOutcome outcome, std::string reason) {
+    end.Outcome = outcome;
+    end.Reason = std::move(reason);
+    return end;
+  };
   const bool refused = transfer.FinalReply.starts_with('4') || transfer.FinalReply.starts_with('5');
   try {
     if (failure) std::rethrow_exception(failure);
-    problem = refused                                  ? transfer.FinalReply
-              : transfer.Received < transfer.Announced ? SomeOf(transfer.Received, transfer.Announced)
-                                                       : "ended with: " + transfer.FinalReply;
+    if (refused) return because(TFileOutcome::Refused, transfer.FinalReply);
+    if (transfer.Received < transfer.Announced)
+      return because(TFileOutcome::Incomplete, SomeOf(transfer.Received, transfer.Announced));
+    return because(TFileOutcome::Incomplete, "ended with: " + transfer.FinalReply);
   } catch (const std::system_error& error) {
-    problem = "not saved: " + error.code().message();
+    return because(TFileOutcome::NotSaved, "not saved: " + error.code().message());
   } catch (const std::exception& error) {
-    problem = transfer.Received > kLargestDownload ? kTooLarge
-              : transfer.TimedOut                  ? "timed out"
-              : refused                            ? transfer.FinalReply
-                                                   : error.what();
+    if (transfer.Received > context_.LargestDownload)
+      return because(TFileOutcome::NotSaved, TooLargeReason(context_.LargestDownload));
+    if (transfer.TimedOut) return because(TFileOutcome::TimedOut, "timed out");
+    if (refused) return because(TFileOutcome::Refused, transfer.FinalReply);
+    return because(TFileOutcome::TimedOut, error.what());
   }
-  return transfer.Started ? TTransferEnd::Cut : TTransferEnd::Untouched;
 }
 
 bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
@@ -246,31 +239,41 @@ bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
 
 // --- One file --------------------------------------------------------------------------------------------
 
-bool FtpFetchFile(TTransferContext& context, TFtpSession& session, TFtpVariant variant,
-                  const std::string& name, const std::filesystem::path& local_folder, bool* still_noted) {
-  if (session.IsLost() || !session.EnsureOpen()) return false;
-  const std::string shown = WithoutControls(name);
-  context.Display.AddStatusLine("Get: " + shown);
-  const std::filesystem::path local_path = local_folder / name;
-  const std::string remote_path = FtpRemotePath(variant, name);
-  bool ok = IsSafeFileName(name);
-  std::string problem = ok ? "" : "no usable file name";
-  if (ok && variant == TFtpVariant::Msfc) {
-    try {
-      ForceDirectories(local_folder);
-    } catch (const std::system_error& error) {
-      ok = false;
-      problem = "the local folder cannot be made: " + error.code().message();
+std::optional<TFtpFetch> FtpFetchFile(TTransferContext& context, TFtpSession& session, const TFtpFile& file) {
+  if (session.IsLost() || !session.EnsureOpen()) return std::nullopt;
+  TFtpFetch fetch;
+  TFileResult& result = fetch.Result;
+  result.Source = context.Source;
+  result.Product = file.Product;
+  result.SlotTime = file.Time;
+  result.Name = WithoutControls(file.Name);
+  result.Address = "ftp://" + session.login_.Server + WithoutControls(file.RemotePath);
+  result.Path = file.LocalPath();
+
+  context.Display.AddStatusLine("Get: " + result.Name);
+  context.Display.SetPanel(1, "FTP get:  " + WithoutControls(file.RemotePath));
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    ForceDirectories(file.Folder);
+    if (IsSafeFileName(file.Name)) {
+      session.Fetch(file, fetch);
+    } else {
+      result.Outcome = TFileOutcome::NotAsked;
+      result.Reason = "not a usable file name";
     }
+  } catch (const std::system_error& error) {
+    result.Outcome = TFileOutcome::NotSaved;
+    result.Reason = "the local folder cannot be made: " + error.code().message();
   }
-  context.Display.SetPanel(1, "FTP get:  " + WithoutControls(remote_path));
-  ok = ok && session.Fetch(remote_path, local_path, problem, still_noted);
-  if (!problem.empty()) session.Report(shown + " - " + problem);
+  result.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   context.Clock.Sleep(kPause);
-  const bool received = ok && FileSizeOf(local_path) >= 0;
-  if (received) context.Display.SetPanel(1, "Received:  " + name);
+  if (fetch.Received) context.Display.SetPanel(1, "Received:  " + file.Name);
   context.Clock.Sleep(kPause);
-  return received;
+  return fetch;
+}
+
+std::string FtpLine(const TFileResult& result) {
+  return result.Reason.empty() ? "" : result.Name + " - " + result.Reason;
 }
 
 // --- Listing and events ----------------------------------------------------------------------------------

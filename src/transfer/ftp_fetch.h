@@ -4,27 +4,39 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "net/nm_ftp.h"
+#include "transfer/file_result.h"
 #include "transfer/transfer_context.h"
 #include "transfer/transfer_ledger.h"
 #include "transfer/wininet.h"
 
 namespace skyreel {
 
-/// What the FTP sources differ in when they fetch a file.
-enum class TFtpVariant {
-  EuData,  ///< "/" + characters 21-22 of the name + "/" + name
-  Msfc,  ///< "/Weather/METEOSAT-7/McIDAS_areas/" + characters 18-20 + "/5km/" + name; makes the local folder
-  CurrentFolder,  ///< the name itself, in the session's current folder
+/// One file of an FTP source.
+struct TFtpFile {
+  std::string Name;
+  std::string RemotePath;
+  std::filesystem::path Folder;  ///< local; made when it is missing
+  std::string Product;
+  TDateTime Time;  ///< the slot
+
+  std::filesystem::path LocalPath() const { return Folder / Name; }
 };
 
-/// Where a file of that name is on the server. kept: a name that is too short gives a shorter or empty
-/// folder.
-std::string FtpRemotePath(TFtpVariant variant, const std::string& name);
+/// What FtpFetchFile did.
+struct TFtpFetch {
+  TFileResult Result;
+  /// Nothing spoke against the file and it is there afterwards. kept: that says nothing about its being
+  /// whole; after a failed transfer through NMFTP an old or a cut file counts, too.
+  bool Received = false;
+  /// The file is whole and still noted in the ledger: the caller ends the note.
+  bool StillNoted = false;
+};
 
 /// How to reach a source's server.
 struct TFtpLogin {
@@ -55,19 +67,24 @@ class TFtpSession {
   bool IsLost() const { return breaks_ > kMaxBreaks; }
 
  private:
-  friend bool FtpFetchFile(TTransferContext&, TFtpSession&, TFtpVariant, const std::string&,
-                           const std::filesystem::path&, bool*);
+  friend std::optional<TFtpFetch> FtpFetchFile(TTransferContext&, TFtpSession&, const TFtpFile&);
   static constexpr int kMaxBreaks = 3;
+
+  /// How a download ended.
+  struct TEnd {
+    TTransferEnd Ledger = TTransferEnd::Untouched;
+    TFileOutcome Outcome = TFileOutcome::Saved;
+    std::string Reason;
+  };
 
   void OpenConnection();
   void Drop();
   bool EnsureOpen();
-  void Report(const std::string& text);
-  bool Fetch(const std::string& remote_path, const std::filesystem::path& local_path, std::string& problem,
-             bool* still_noted);
+  std::string Masked(const std::string& text) const;
+  void Fetch(const TFtpFile& file, TFtpFetch& fetch);
   bool Download(const std::string& remote_path, const std::filesystem::path& local_path);
-  TTransferEnd WinInetOutcome(const std::filesystem::path& local_path, std::string& problem) const;
-  TTransferEnd ClientOutcome(std::exception_ptr failure, std::string& problem) const;
+  TEnd WinInetEnd(const std::filesystem::path& local_path) const;
+  TEnd ClientEnd(std::exception_ptr failure) const;
 
   TTransferContext& context_;
   TFtpLogin login_;
@@ -81,19 +98,15 @@ class TFtpSession {
 bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
                    const std::function<void(TFtpSession&)>& work);
 
-/// Downloads one file straight to `local_folder` + `name`: "Get: " + name as a status line, another line with
-/// the reason when it failed, pauses of 300 ms after the transfer and after the result. The transfer is noted
-/// in the ledger until it has ended whole; with `still_noted` beyond that, for a caller that has more to do
-/// with the file: where it has become true, the caller ends the note. A session whose connection is gone is
-/// opened again first. A name that is no plain file name is refused.
-///
-/// True when nothing spoke against it and the file is there afterwards. kept: that a file is there says
-/// nothing about its being whole, and after a failed transfer through NMFTP an old or a cut one still counts;
-/// Ledger.IsNoted tells a cut one. kept: after a transfer that threw, the watchdog stays armed. Throws
-/// nothing.
-bool FtpFetchFile(TTransferContext& context, TFtpSession& session, TFtpVariant variant,
-                  const std::string& name, const std::filesystem::path& local_folder,
-                  bool* still_noted = nullptr);
+/// Downloads one file straight to its local path: "Get: " + name as a status line, pauses of 300 ms after the
+/// transfer and after the result. The ledger notes the transfer until it has ended whole, and a whole file
+/// beyond that. Opens a session whose connection is gone again first. Refuses a name that is not a plain file
+/// name. Nothing when the session is lost or cannot be opened. The caller ends the file at the display.
+/// kept: after a transfer that threw, the watchdog stays armed. Throws nothing.
+std::optional<TFtpFetch> FtpFetchFile(TTransferContext& context, TFtpSession& session, const TFtpFile& file);
+
+/// The status line of a file fetched by FTP: the name and the reason when it failed, otherwise empty.
+std::string FtpLine(const TFileResult& result);
 
 /// The names that a listing job has collected.
 class TFtpListing {

@@ -3,23 +3,25 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <random>
 #include <system_error>
+#include <utility>
 
-#include "base/descriptor.h"
 #include "base/exceptions.h"
+#include "base/file_sink.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 #include "net/nm_http.h"
-#include "transfer/delivery_scope.h"
 #include "transfer/http_header.h"
 #include "transfer/jpeg_reencode.h"
-#include "transfer/size_limit_scope.h"
+#include "transfer/transfer_ledger.h"
 #include "transfer/transfer_progress.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 
@@ -27,125 +29,123 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::optional<std::uint16_t> ProxyPortOf(const TSharedSettings& shared) {
-  try {
-    const std::int32_t port = ToInteger(shared.ProxyPort);
-    if (port >= 0 && port <= 0xFFFF) return static_cast<std::uint16_t>(port);
-  } catch (const EConvertError&) {
-    // Said by ReportUnusableProxy.
-  }
+constexpr std::int64_t kLargestPage = 64 << 20;
+
+// --- One request ---------------------------------------------------------------------------------------
+
+std::optional<THttpProxy> WantedProxy(TTransferContext& context) {
+  TSharedSettings& shared = context.Shared;
+  if (!shared.UseProxy) return std::nullopt;
+  std::string_view text = Trim(shared.ProxyPort);
+  if (text.starts_with('+')) text.remove_prefix(1);
+  if (const auto port = ParseNumber<std::uint16_t>(text)) return THttpProxy{shared.ProxyServer, *port};
+  shared.UseProxy = false;
+  context.Display.AddStatusLine("Proxy not set: port \"" + shared.ProxyPort + "\" is not a port number");
   return std::nullopt;
 }
 
-/// The file that a body arrives in, for the time of a scope. Its name is the same for every fetch of this
-/// running program and another one for each copy.
-class TTemporaryFile {
+THttpReply Ask(TTransferContext& context, THttpTransport& transport, THttpRequest request,
+               const THttpTransport::TSink& sink) {
+  request.TimeOut = context.Shared.TimeoutSeconds * 1000;
+  request.Proxy = WantedProxy(context);
+  const auto watchdog = Guard(context.Run);
+  return transport.Fetch(request, sink);
+}
+
+/// More came than is kept.
+class ETooLarge : public std::runtime_error {
  public:
-  TTemporaryFile() : path_(CurrentPath()) {
-    do {
-      if (!Create()) {
-        Remove();
-        if (!Create()) ThrowErrno(path_.string());
-      }
-    } while (!LockNew(file_.Get(), path_));
-  }
-  ~TTemporaryFile() {
-    if (!moved_) Remove();
-  }
-  TTemporaryFile(const TTemporaryFile&) = delete;
-  TTemporaryFile& operator=(const TTemporaryFile&) = delete;
-
-  /// Where the next one will be.
-  static fs::path CurrentPath() { return fs::temp_directory_path() / Name(); }
-
-  std::string Read() const { return ReadWholeFile(file_.Get(), path_, kLargestDownload); }
-  bool SetDateTime(TDateTime time) const { return SetFileDateTime(file_.Get(), time); }
-  /// In the place of `to`, if a rename is all that it takes; false, and nothing is done, otherwise.
-  bool MoveTo(const fs::path& to) {
-    moved_ = MoveFileWhole(file_.Get(), path_, to);
-    return moved_;
-  }
-
- private:
-  static std::string Name() {
-    // Random, so that nobody can have put a file of that name in the way.
-    static const std::uint32_t identity = [] {
-      RemoveAbandoned(fs::temp_directory_path(), "~Skyreel~XXXXXXXX.~tmp");
-      return std::random_device{}();
-    }();
-    char name[32];
-    std::snprintf(name, sizeof name, "~Skyreel~%08X.~tmp", identity);
-    return name;
-  }
-  /// Others may write in that folder: only a file that is new and our own will do, never a link that they put
-  /// there, and nobody else may read it.
-  bool Create() {
-    constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    file_ = TDescriptor(::open(path_.c_str(), kFlags, S_IRUSR | S_IWUSR));
-    return file_.IsOpen();
-  }
-  void Remove() const {
-    std::error_code ignored;
-    fs::remove(path_, ignored);
-  }
-
-  fs::path path_;
-  TDescriptor file_;
-  bool moved_ = false;
+  using std::runtime_error::runtime_error;
 };
 
-class TBusyCursorScope {
- public:
-  explicit TBusyCursorScope(TStatusDisplay& display) : display_(display) { display_.SetBusyCursor(true); }
-  ~TBusyCursorScope() { display_.SetBusyCursor(false); }
-  TBusyCursorScope(const TBusyCursorScope&) = delete;
-  TBusyCursorScope& operator=(const TBusyCursorScope&) = delete;
-
- private:
-  TStatusDisplay& display_;
+/// How a GET ended.
+struct TReceived {
+  TFileOutcome Outcome = TFileOutcome::Saved;  ///< Saved: a reply came
+  std::string Reason;
+  THttpReply Reply;
+  std::int64_t Bytes = 0;
+  std::string Beginning;  ///< of the body, as much as tells a page from a picture
+  bool TooLarge = false;
 };
 
-/// How a transfer ended, beside the bytes.
-struct TFetchEnd {
-  bool Cut = false;          ///< fewer bytes came than the server had announced, or what it calls a part
-  std::string LocalFailure;  ///< why this computer could not keep what came
-  std::string Refusal;       ///< why nothing was asked for
-};
-
-/// `file` holds what came too, until the caller lets it go.
-TFetchEnd Transfer(TTransferContext& context, const std::string& url, std::string& stream,
-                   const std::string& user_name, const std::string& password,
-                   std::optional<TTemporaryFile>& file) {
-  const TBusyCursorScope busy(context.Display);
-  const TProgressScope progress(context.Display, url);
-  TNMHTTP& client = context.NMHTTP;
-  stream.clear();
-  if (!user_name.empty()) client.HeaderInfo.UserId = user_name;
-  if (!password.empty()) client.HeaderInfo.Password = password;
-  ApplySharedHttpSettings(client, context.Shared);
-
-  TFetchEnd end;
+/// One GET, the body to `sink`. Throws nothing.
+TReceived Receive(TTransferContext& context, THttpTransport& transport, THttpRequest request,
+                  std::int64_t limit, const THttpTransport::TSink& sink) {
+  constexpr std::size_t kBeginning = 4096;
+  TReceived received;
+  const auto fail = [&](TFileOutcome outcome, const std::exception& error) {
+    received.Outcome = outcome;
+    received.Reason = ReasonOf(error);
+  };
   try {
-    // The server does its part while the file is made; a redirect asks a second time.
-    const TDeliveryScope delivery(client, TTemporaryFile::CurrentPath().string(), [&file](TNMHTTP&) {
-      if (!file) file.emplace();
+    received.Reply = Ask(context, transport, std::move(request), [&](std::string_view piece) {
+      received.Bytes += static_cast<std::int64_t>(piece.size());
+      if (received.Bytes > limit) throw ETooLarge(TooLargeReason(limit));
+      received.Beginning += piece.substr(0, kBeginning - std::min(kBeginning, received.Beginning.size()));
+      sink(piece);
     });
-    {
-      const TWatchdogScope watchdog(context.Run);
-      const TSizeLimitScope limit(client);
-      client.Get(url);
-    }
-    stream = file->Read();
-    end.Cut =
-        static_cast<std::int64_t>(stream.size()) < client.TransferSize || client.ReplyCode == kPartialContent;
-  } catch (const ESockError&) {
-    // Nothing was received: that says it all.
+  } catch (const ETooLarge& error) {
+    received.TooLarge = true;
+    fail(TFileOutcome::NotSaved, error);
+  } catch (const ESockError& error) {
+    fail(TFileOutcome::TimedOut, error);
   } catch (const std::system_error& error) {
-    end.LocalFailure = ReasonOf(error);
+    fail(TFileOutcome::NotSaved, error);
   } catch (const std::exception& error) {
-    end.Refusal = ReasonOf(error);
+    fail(TFileOutcome::NotAsked, error);
   }
-  return end;
+  return received;
+}
+
+bool IsGoodReply(int code) {
+  return code >= 200 && code <= 298;
+}
+
+std::string StatusText(const THttpReply& reply) {
+  if (reply.Status.empty()) return "the server answered without a status";
+  return "the server answered " + WithoutControls(reply.Status.substr(0, 80));
+}
+
+bool IsShort(const THttpReply& reply) {
+  return reply.Received < reply.Announced || reply.Code == kPartialContent;
+}
+
+/// Judges what came when a whole file has `least` bytes or more.
+void Judge(TReceived& received, std::int64_t least, bool by_status) {
+  if (received.Outcome != TFileOutcome::Saved) return;
+  const THttpReply& reply = received.Reply;
+  const auto fail = [&](TFileOutcome outcome, const std::string& reason) {
+    received.Outcome = outcome;
+    received.Reason = reason;
+  };
+  if (by_status && !IsGoodReply(reply.Code)) return fail(TFileOutcome::Refused, StatusText(reply));
+  if (IsHtmlPage(received.Beginning)) return fail(TFileOutcome::Refused, "received an HTML page");
+  if (reply.Code == kPartialContent) return fail(TFileOutcome::Incomplete, "the server sent only a part");
+  least = std::max(least, reply.Announced);
+  if (received.Bytes == 0 || received.Bytes < least) {
+    fail(TFileOutcome::Incomplete,
+         "received " + std::to_string(received.Bytes) + " of " + std::to_string(least) + " bytes");
+  }
+}
+
+// --- Stream delivery -----------------------------------------------------------------------------------
+
+TReceived ReceiveToStream(TTransferContext& context, const std::string& url, THttpStream& stream,
+                          const std::string& user_name, const std::string& password) {
+  context.Display.SetBusyCursor(true);
+  const TAtScopeEnd cursor([&] { context.Display.SetBusyCursor(false); });
+  const auto progress = ShowTransfer(context.Display, url);
+  stream.Clear();
+  THttpRequest request;
+  request.Url = url;
+  request.UserId = user_name;
+  request.Password = password;
+  // The server does its part while the file is made.
+  request.OnSent = [&] { stream.Open(); };
+  TReceived received = Receive(context, context.NMHTTP, std::move(request), context.LargestDownload,
+                               [&](std::string_view piece) { stream.Write(piece); });
+  if (received.Outcome != TFileOutcome::Saved) stream.Clear();
+  return received;
 }
 
 /// Deletes a file, and nothing but a file.
@@ -154,102 +154,244 @@ void DeleteFile(const fs::path& path) {
   if (FileSizeOf(path) >= 0) fs::remove(path, ignored);
 }
 
-struct TVerdict {
-  THttpFileOutcome Outcome;
-  std::string Text;  ///< what the status line says behind the name
-};
-
-TVerdict Save(const THttpFileRequest& request, TTemporaryFile& temporary, std::string_view data) {
-  bool stamped = false;
-  try {
-    // Before it has its final name: later runs do not look at the time of a file that is there.
-    temporary.SetDateTime(request.FileTime);
-    // A rename is all that it takes where the temporary folder is on the same disk; the second file that it
-    // saves would cost more than the rest of the fetch.
-    stamped = temporary.MoveTo(request.LocalPath);
-    if (!stamped) WriteFileWhole(request.LocalPath, data);
-  } catch (const std::exception& error) {
-    return {THttpFileOutcome::NotSaved, " - not saved: " + ReasonOf(error)};
+TReceived FetchByStream(TTransferContext& context, const THttpFileRequest& request) {
+  THttpStream stream;
+  TReceived received = ReceiveToStream(context, request.Url, stream, "", "");
+  if (received.Outcome == TFileOutcome::Saved && received.Bytes == 0) {
+    received.Outcome = TFileOutcome::TimedOut;
+    received.Reason = "received nothing";
+    return received;
   }
-  fs::path image = request.LocalPath;
+  Judge(received, request.CompleteSize, false);
+  if (received.Outcome == TFileOutcome::Incomplete || received.Outcome == TFileOutcome::Refused)
+    DeleteFile(request.LocalPath);
+  if (received.Outcome != TFileOutcome::Saved) return received;
   try {
-    if (request.AfterSaving) image = request.AfterSaving(image);
+    // Stamped before it has its final name: later runs do not look at the time of a file that is there.
+    stream.MoveTo(request.LocalPath, request.SlotTime);
   } catch (const std::exception& error) {
-    return {THttpFileOutcome::NotSaved, " - saved as it came, not re-encoded: " + ReasonOf(error)};
+    received.Outcome = TFileOutcome::NotSaved;
+    received.Reason = ReasonOf(error);
   }
-  if (!stamped || request.AfterSaving) SetFileDateTime(image, request.FileTime);
-  return {THttpFileOutcome::Saved, " - OK"};
+  return received;
 }
 
-TVerdict Judge(const THttpFileRequest& request, const TFetchEnd& end, std::optional<TTemporaryFile>& file,
-               std::string_view data) {
-  if (!end.LocalFailure.empty()) {
-    return {THttpFileOutcome::NotSaved, " - not saved: " + end.LocalFailure};
+// --- Direct delivery -----------------------------------------------------------------------------------
+
+TReceived ReceiveToFile(TTransferContext& context, const std::string& url, const fs::path& path,
+                        std::int64_t least) {
+  const auto progress = ShowTransfer(context.Display, UrlForDisplay(url));
+  std::optional<TFileSink> file;
+  THttpRequest request;
+  request.Url = url;
+  // A request that fails before the first byte leaves an older file alone.
+  TReceived received = Receive(context, context.NMHTTP, std::move(request), context.LargestDownload,
+                               [&](std::string_view piece) {
+                                 if (!file) file.emplace(path.string());
+                                 file->Write(piece);
+                               });
+  Judge(received, least, true);
+  try {
+    if (file && received.Outcome == TFileOutcome::Saved) file->Close();
+  } catch (const std::system_error& error) {
+    received.Outcome = TFileOutcome::NotSaved;
+    received.Reason = ReasonOf(error);
   }
-  if (!end.Refusal.empty()) return {THttpFileOutcome::TimedOut, " - not fetched: " + end.Refusal};
-  if (data.empty()) return {THttpFileOutcome::TimedOut, " - timed out"};
-  if (static_cast<std::int64_t>(data.size()) < request.CompleteSize || end.Cut || IsHtmlPage(data)) {
-    DeleteFile(request.LocalPath);
-    return {THttpFileOutcome::Incomplete, " - missing or incomplete"};
+  return received;
+}
+
+TReceived FetchDirect(TTransferContext& context, const THttpFileRequest& request) {
+  const fs::path& path = request.LocalPath;
+  const bool keeps_old = context.Ledger.Present(path) && FileSizeOf(path) >= request.GoodSize;
+  fs::path file = path;
+  if (keeps_old) file += ".part";
+  TReceived received;
+  received.Outcome = TFileOutcome::NotSaved;
+  try {
+    ForceDirectories(path.parent_path());
+  } catch (const fs::filesystem_error& error) {
+    received.Reason = ReasonOf(error);
+    return received;
   }
-  return Save(request, *file, data);
+  // The good file itself is not noted: it stays good whatever happens to this transfer.
+  if (!context.Ledger.Begin(file)) {
+    received.Reason = "another copy of the program is fetching it";
+    return received;
+  }
+
+  const std::int64_t least =
+      keeps_old ? std::max(request.CompleteSize, request.GoodSize) : request.CompleteSize;
+  received = ReceiveToFile(context, request.Url, file, least);
+
+  std::error_code error;
+  if (received.Outcome == TFileOutcome::Saved) {
+    // The older file goes only when neither a kill nor a power cut can undo the new one.
+    if (request.Stamp && !request.SlotTime.IsZero()) SetFileDateTime(file, request.SlotTime);
+    if (!FlushToDisk(file)) {
+      error.assign(errno, std::generic_category());
+    } else if (keeps_old) {
+      fs::rename(file, path, error);
+    }
+    if (error) {
+      received.Outcome = TFileOutcome::NotSaved;
+      received.Reason = error.message();
+    }
+  }
+  const bool whole = received.Outcome == TFileOutcome::Saved;
+  // An error page, an endless body and a cut file next to a good one are worth nothing.
+  if (!whole && (keeps_old || received.TooLarge || received.Outcome == TFileOutcome::Refused))
+    fs::remove(file, error);
+  context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
+  return received;
 }
 
 }  // namespace
 
-void ApplySharedHttpSettings(TNMHTTP& client, const TSharedSettings& shared) {
-  client.TimeOut = shared.TimeoutSeconds * 1000;
-  if (!shared.UseProxy) return;
-  if (const std::optional<std::uint16_t> port = ProxyPortOf(shared)) {
-    client.ProxyPort = *port;
-    client.Proxy = shared.ProxyServer;
+// --- The stream ----------------------------------------------------------------------------------------
+
+void THttpStream::Open() {
+  if (file_.IsOpen()) return;
+  // Random, so that nobody can have put a file of that name there before.
+  static const std::uint32_t identity = [] {
+    RemoveAbandoned(fs::temp_directory_path(), "~Skyreel~XXXXXXXX.~tmp");
+    return std::random_device{}();
+  }();
+  char name[32];
+  std::snprintf(name, sizeof name, "~Skyreel~%08X.~tmp", identity);
+  path_ = fs::temp_directory_path() / name;
+  std::error_code ignored;
+  do {
+    if (!Create()) {
+      fs::remove(path_, ignored);
+      if (!Create()) ThrowErrno(path_.string());
+    }
+  } while (!LockNew(file_.Get(), path_));
+}
+
+/// Others may write in that folder. So the file must be new, our own, no link, and readable by us alone.
+bool THttpStream::Create() {
+  constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  file_ = TDescriptor(::open(path_.c_str(), kFlags, S_IRUSR | S_IWUSR));
+  return file_.IsOpen();
+}
+
+void THttpStream::Write(std::string_view piece) {
+  Open();
+  if (!WriteAll(file_.Get(), piece)) ThrowErrno(path_.string());
+  size_ += static_cast<std::int64_t>(piece.size());
+}
+
+void THttpStream::Clear() {
+  std::error_code ignored;
+  if (file_.IsOpen()) fs::remove(path_, ignored);
+  file_.Close();
+  size_ = 0;
+}
+
+void THttpStream::MoveTo(const fs::path& path, TDateTime time) {
+  SetFileDateTime(file_.Get(), time);
+  MoveFileWhole(file_.Get(), path_, path);
+  Clear();
+}
+
+// --- The operations ------------------------------------------------------------------------------------
+
+THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url) {
+  THttpRequest request;
+  request.Url = url;
+  request.HeaderOnly = true;
+  const THttpReply reply = Ask(context, context.NMHTTP, std::move(request), {});
+  THttpFileInfo info;
+  info.ReplyCode = reply.Code;
+  info.Readable = ParseHttpHeader(reply.Header, info.ContentLength, info.LastModified);
+  return info;
+}
+
+THttpPage GetHttpPage(TTransferContext& context, THttpTransport& transport, const std::string& url,
+                      const std::string& detail) {
+  const auto progress = ShowTransfer(context.Display, detail);
+  THttpPage page;
+  THttpRequest request;
+  request.Url = url;
+  const TReceived received = Receive(context, transport, std::move(request), kLargestPage,
+                                     [&](std::string_view piece) { page.Text += piece; });
+  if (received.Outcome != TFileOutcome::Saved) return {0, "", false, received.Reason};
+  page.ReplyCode = received.Reply.Code;
+  if (!IsGoodReply(page.ReplyCode)) {
+    page.Reason = StatusText(received.Reply);
+  } else if (IsShort(received.Reply)) {
+    page.Incomplete = true;
+    page.Reason = "incomplete";
+  } else if (page.Text.empty()) {
+    page.Reason = "the page is empty";
   }
+  return page;
 }
 
-void ReportUnusableProxy(TTransferContext& context) {
-  if (!context.Shared.UseProxy || ProxyPortOf(context.Shared)) return;
-  context.Shared.UseProxy = false;
-  context.Display.AddStatusLine("Proxy not set: port \"" + context.Shared.ProxyPort + "\" is no port number");
-}
-
-std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, std::string& stream,
+std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, THttpStream& stream,
                              const std::string& user_name, const std::string& password) {
-  std::optional<TTemporaryFile> file;
-  Transfer(context, url, stream, user_name, password, file);
-  return static_cast<std::int64_t>(stream.size());
+  ReceiveToStream(context, url, stream, user_name, password);
+  return stream.Size();
 }
 
-THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest& request) {
-  if (FileSizeOf(request.LocalPath) >= request.PresentSize) return THttpFileOutcome::Present;
-  ReportUnusableProxy(context);
-  context.Display.BeginStatusLine("Get: " + request.GetName);
-  std::string stream;
-  std::optional<TTemporaryFile> file;
-  const TFetchEnd end = Transfer(context, request.Url, stream, "", "", file);
-  const TVerdict verdict = Judge(request, end, file, stream);
-  context.Display.EndStatusLine(request.ResultName + verdict.Text);
-  return verdict.Outcome;
+TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& request) {
+  TFileResult result;
+  result.Source = context.Source;
+  result.Product = request.Product;
+  result.SlotTime = request.SlotTime;
+  result.Name = request.Name;
+  result.Address = UrlForDisplay(request.Url);
+  result.Path = request.LocalPath;
+  if (request.KeepGetLine) {
+    context.Display.AddStatusLine(request.GetLine);
+  } else {
+    context.Display.BeginFile(request.GetLine);
+  }
+
+  const auto start = std::chrono::steady_clock::now();
+  TReceived received =
+      request.Delivery == TDelivery::Stream ? FetchByStream(context, request) : FetchDirect(context, request);
+  result.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  result.Bytes = received.Bytes;
+  result.Outcome = received.Outcome;
+  result.Reason = std::move(received.Reason);
+  if (result.Outcome == TFileOutcome::Saved && request.AfterSaving) {
+    try {
+      request.AfterSaving(result);
+    } catch (const std::exception& error) {
+      result.Outcome = TFileOutcome::NotDecoded;
+      result.Reason = ReasonOf(error);
+    }
+  }
+  context.Display.EndFile(result, request.Line(result));
+  return result;
 }
 
-THttpFileOutcome GetHttpFile(TTransferContext& context, const std::string& base_url,
-                             const std::string& remote_name, const fs::path& local_path, int correction,
-                             bool reencode, TDateTime file_time) {
+void GetHttpFile(TTransferContext& context, const std::string& base_url, const std::string& remote_name,
+                 const fs::path& local_path, int correction, bool reencode, TDateTime file_time,
+                 const std::string& product) {
+  if (FileSizeOf(local_path) >= 1000) return;
   THttpFileRequest request;
   request.Url = base_url + remote_name;
-  request.GetName = remote_name;
-  request.ResultName = remote_name;
+  request.GetLine = "Get: " + remote_name;
+  request.Name = remote_name;
+  request.Product = product;
+  request.SlotTime = file_time;
   request.LocalPath = local_path;
-  request.PresentSize = 1000;
   request.CompleteSize = 10000;
-  request.FileTime = file_time;
   if (reencode) {
-    request.AfterSaving = [correction](const fs::path& path) {
-      fs::path image;
-      ConvertToJpeg(path, image, static_cast<float>(correction));
-      return image;
+    request.AfterSaving = [correction](TFileResult& result) {
+      ConvertToJpeg(fs::path(result.Path), result.Path, static_cast<float>(correction));
+      SetFileDateTime(result.Path, result.SlotTime);
     };
   }
-  return FetchHttpFile(context, request);
+  FetchHttpFile(context, request);
+}
+
+std::string UrlForDisplay(const std::string& url) {
+  const std::size_t begin = url.find("//") == std::string::npos ? 0 : url.find("//") + 2;
+  const std::size_t at = url.substr(0, url.find('/', begin)).rfind('@');
+  return at == std::string::npos || at < begin ? url : url.substr(0, begin) + "..." + url.substr(at);
 }
 
 }  // namespace skyreel

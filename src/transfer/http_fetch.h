@@ -3,58 +3,124 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
+#include <string_view>
 
+#include "base/descriptor.h"
+#include "net/http_transport.h"
+#include "transfer/file_result.h"
 #include "transfer/transfer_context.h"
+
+// Every request below goes out under the shared time-out and proxy, guarded by the watchdog. A wanted proxy
+// whose port is no number from 0 to 65535 is left out; one status line a run says so.
+// kept: a proxy that was set earlier in the program's run stays in effect when it is not wanted any more.
 
 namespace skyreel {
 
-/// Sets the client's time-out (milliseconds) and, when a proxy is wanted, proxy port and host.
-/// kept: a port that is no number from 0 to 65535 leaves both proxy properties as they were, and so does a
-/// proxy that is not wanted: one set earlier in the program's run stays in effect.
-void ApplySharedHttpSettings(TNMHTTP& client, const TSharedSettings& shared);
+/// What a server says about a file before it is fetched.
+struct THttpFileInfo {
+  int ReplyCode = 0;               ///< HTTP status, 0 when the reply had none
+  bool Readable = false;           ///< every number and date in the header could be read
+  std::int32_t ContentLength = 0;  ///< bytes; 0 when the server does not say
+  TDateTime LastModified;          ///< zero when the server does not say
+};
 
-/// Says once per run, in a status line of its own, that the wanted proxy cannot be set because its port is no
-/// number, and turns the wish off in `context` for the rest of the run. To be called before a "Get: " line
-/// is shown.
-void ReportUnusableProxy(TTransferContext& context);
+/// Asks NMHTTP's server for the header of `url`. An error reply is an answer, too. Throws std::exception when
+/// there is no answer; ESockError when that is the network's fault.
+THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url);
 
-/// Fetches `url` into `stream` (its earlier content is dropped) with NMHTTP, by way of a temporary file in
-/// the system's temporary folder, under the shared time-out, guarded by the watchdog, with progress display.
+/// A page that is kept in memory.
+struct THttpPage {
+  int ReplyCode = 0;        ///< HTTP status, 0 when there was no reply
+  std::string Text;         ///< at most 64 MiB
+  bool Incomplete = false;  ///< the reply is good but some of the page is missing
+  std::string Reason;       ///< what is wrong with the reply, for a status line; empty for a good one
+};
+
+/// Fetches a page with progress display and `detail` in the second panel. Throws nothing for a failed
+/// transfer.
+THttpPage GetHttpPage(TTransferContext& context, THttpTransport& transport, const std::string& url,
+                      const std::string& detail);
+
+/// A body in a temporary file of the system's temporary folder. All streams of a running program share one
+/// file name, so only one may hold a body at a time. Operations throw std::system_error.
+class THttpStream {
+ public:
+  THttpStream() = default;
+  ~THttpStream() { Clear(); }
+  THttpStream(const THttpStream&) = delete;
+  THttpStream& operator=(const THttpStream&) = delete;
+
+  /// Makes the file unless it is there.
+  void Open();
+  void Write(std::string_view piece);
+  /// Deletes the file.
+  void Clear();
+  std::int64_t Size() const { return size_; }
+  /// Moves the file to `path` with `time` as its modification time; see MoveFileWhole. The stream is empty
+  /// then.
+  void MoveTo(const std::filesystem::path& path, TDateTime time);
+
+ private:
+  bool Create();
+
+  std::filesystem::path path_;
+  TDescriptor file_;
+  std::int64_t size_ = 0;
+};
+
+/// Fetches `url` into `stream`, whose earlier content is dropped, with NMHTTP and progress display.
 /// kept: an empty user name or password leaves the client's earlier one in force.
-/// Returns the size of `stream` in bytes: 0 when the transfer failed in any way. The HTTP status is not
-/// looked at: an error page counts as received. Throws nothing for a failed transfer.
-std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, std::string& stream,
+/// Returns the stream's size in bytes: 0 when the transfer failed in any way. The HTTP status is not looked
+/// at: an error page counts as received. Throws nothing for a failed transfer.
+std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, THttpStream& stream,
                              const std::string& user_name = "", const std::string& password = "");
+
+/// How a file gets to its place.
+enum class TDelivery {
+  /// Through a THttpStream. As many bytes as a whole file has are whole, whatever the HTTP status says. A
+  /// short download deletes the local file.
+  Stream,
+  /// Straight into the file, whose folder is created; the transfer ledger notes it until it is whole. The
+  /// HTTP
+  /// status must be a good one. A good older file is replaced only by a whole one, which arrives under the
+  /// name with ".part" added.
+  Direct,
+};
 
 /// One file to fetch over HTTP, and the rules by which it is judged.
 struct THttpFileRequest {
   std::string Url;
-  std::string GetName;     ///< shown while it is fetched, behind "Get: "
-  std::string ResultName;  ///< begins the line with the outcome
+  std::string GetLine;       ///< the status line while it is fetched; the outcome replaces it
+  bool KeepGetLine = false;  ///< the outcome comes as a line of its own
+  std::string Name;          ///< begins the line with the outcome
+  std::string Product;
+  TDateTime SlotTime;
   std::filesystem::path LocalPath;
-  std::int64_t PresentSize = 0;   ///< a local file of at least so many bytes is there already
-  std::int64_t CompleteSize = 0;  ///< a download of at least so many bytes is whole
-  TDateTime FileTime;             ///< becomes the file's modification time
-  /// Called with the saved file's path; returns the path that holds the image from then on. May throw.
-  std::function<std::filesystem::path(const std::filesystem::path&)> AfterSaving;
+  TDelivery Delivery = TDelivery::Stream;
+  std::int64_t GoodSize = 0;  ///< Direct: an older file of at least so many bytes, not noted as cut, is good
+  std::int64_t CompleteSize = 0;  ///< a download of fewer bytes is incomplete
+  bool Stamp = true;              ///< SlotTime, unless zero, becomes the file's modification time
+  /// Called when the file is in its place; may change the result's path, outcome and reason. A file that it
+  /// throws for is NotDecoded.
+  std::function<void(TFileResult&)> AfterSaving;
+  std::string (*Line)(const TFileResult&) = PictureLine;  ///< writes the line with the outcome
 };
 
-enum class THttpFileOutcome { Present, Saved, NotSaved, Incomplete, TimedOut };
-
-/// Fetches one file unless it is there already (no line then), and leaves one status line with the outcome:
-/// ResultName and " - OK", " - missing or incomplete" (fewer bytes than complete or than announced, a
-/// part (206), or a page instead of a picture; a short local file of an earlier run is deleted), " - timed
-/// out" (nothing received), or " - not saved: " and the reason. The local file is at every moment either the
-/// old one or a whole new one. Throws nothing.
-THttpFileOutcome FetchHttpFile(TTransferContext& context, const THttpFileRequest& request);
+/// Fetches one file with NMHTTP, ends it at the display and returns what became of it. Incomplete: fewer
+/// bytes came than a whole file has or the server announced, or a part (206). Refused: an HTML page, or with
+/// Direct an error reply. A body beyond the context's LargestDownload is given up, and nothing of it is kept.
+/// Throws nothing.
+TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& request);
 
 /// FetchHttpFile for `base_url` + `remote_name`: a local file of at least 1000 bytes is there already, a
 /// download of at least 10000 bytes is whole. With `reencode` the saved picture goes through ConvertToJpeg
 /// with `correction` as its gamma.
-THttpFileOutcome GetHttpFile(TTransferContext& context, const std::string& base_url,
-                             const std::string& remote_name, const std::filesystem::path& local_path,
-                             int correction, bool reencode, TDateTime file_time);
+void GetHttpFile(TTransferContext& context, const std::string& base_url, const std::string& remote_name,
+                 const std::filesystem::path& local_path, int correction, bool reencode, TDateTime file_time,
+                 const std::string& product = "");
+
+/// The URL without a user name and password in it, for a status line.
+std::string UrlForDisplay(const std::string& url);
 
 }  // namespace skyreel

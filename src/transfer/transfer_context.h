@@ -1,9 +1,10 @@
 #pragma once
 
-#include <filesystem>
+#include <cstdint>
 #include <string>
 
 #include "base/clock.h"
+#include "base/scope.h"
 
 namespace skyreel {
 
@@ -11,6 +12,7 @@ class TNMFTP;
 class TNMHTTP;
 class TTransferLedger;
 class TWinInetTransfer;
+struct TFileResult;
 
 /// What a job shows while it runs. The main form shows it; tests record it.
 class TStatusDisplay {
@@ -18,18 +20,18 @@ class TStatusDisplay {
   virtual ~TStatusDisplay() = default;
   /// Appends one line to the status list and selects it, so that the list scrolls to it.
   virtual void AddStatusLine(const std::string& text) = 0;
-  /// The same of a line that stands for a transfer until EndStatusLine puts its outcome in its place. Lines
-  /// that are added meanwhile come before it, so that it stays the newest.
-  virtual void BeginStatusLine(const std::string& text) = 0;
-  virtual void EndStatusLine(const std::string& text) = 0;
+  /// Appends the line of a file that is being fetched. It stays the newest line until EndFile: lines that are
+  /// added meanwhile come before it.
+  virtual void BeginFile(const std::string& line) = 0;
+  /// Takes what became of a file, and the status line written from it: it replaces the line of BeginFile, or
+  /// is added when there was none. An empty line changes nothing.
+  virtual void EndFile(const TFileResult& result, const std::string& line) = 0;
   /// A status-bar panel: 0 the job's phase, 1 a short detail.
   virtual void SetPanel(int panel, const std::string& text) = 0;
-  /// Progress of the current file in per cent, 0 to 100; values beyond are held at the ends.
+  /// Progress of the current file in per cent, 0 to 100; values beyond count as the nearest end.
   virtual void SetProgress(int percent) = 0;
-  /// The bytes label beside the progress bar.
-  virtual void SetBytesLabel(const std::string& text) = 0;
-  /// The application's title (task-bar text).
-  virtual void SetTitle(const std::string& text) = 0;
+  /// The bytes label next to the progress bar, and the application's title (task-bar text).
+  virtual void SetBytes(const std::string& label, const std::string& title) = 0;
   /// The hour-glass cursor; calls nest.
   virtual void SetBusyCursor(bool busy) = 0;
 };
@@ -45,6 +47,12 @@ class TRunControl {
   /// Called just after each transfer.
   virtual void StopWatchdog() = 0;
 };
+
+/// Guards one transfer: starts the watchdog now and stops it when the returned scope ends.
+[[nodiscard]] inline auto Guard(TRunControl& run) {
+  run.RestartWatchdog();
+  return TAtScopeEnd([&run] { run.StopWatchdog(); });
+}
 
 /// The settings that all sources share, as they were when the run began.
 struct TSharedSettings {
@@ -68,6 +76,9 @@ struct TTransferContext {
   TSharedSettings Shared;
   /// The operating system's Internet library; null where there is none.
   TWinInetTransfer* WinInet = nullptr;
+  std::string Source{};  ///< the tab's caption
+  /// Bytes; a larger download is given up, so that an endless one fills neither disk nor memory.
+  std::int64_t LargestDownload = std::int64_t{1} << 30;
 };
 
 /// The application's title while no transfer runs.

@@ -19,27 +19,12 @@ int Percent(std::int64_t received, std::int64_t total) {
 
 void ShowTransferProgress(TStatusDisplay& display, std::int64_t received, std::int64_t total) {
   if (total > 0) display.SetProgress(Percent(received, total));
+  const std::string bytes = std::to_string(received) + " bytes";
   if (received == total) {
-    display.SetBytesLabel("100%");
-    display.SetTitle(kApplicationTitle);
+    display.SetBytes("100%", kApplicationTitle);
   } else {
-    const std::string bytes = std::to_string(received) + " bytes";
-    display.SetBytesLabel(bytes);
-    display.SetTitle(bytes);
+    display.SetBytes(bytes, bytes);
   }
-}
-
-TProgressScope::TProgressScope(TStatusDisplay& display, const std::string& detail) : display_(display) {
-  display_.SetProgress(0);
-  display_.SetBytesLabel("0 bytes");
-  display_.SetPanel(1, detail);
-}
-
-TProgressScope::~TProgressScope() {
-  display_.SetPanel(1, "");
-  display_.SetProgress(0);
-  display_.SetBytesLabel("");
-  display_.SetTitle(kApplicationTitle);
 }
 
 }  // namespace skyreel

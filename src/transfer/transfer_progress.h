@@ -12,17 +12,17 @@ namespace skyreel {
 /// progress bar then stays as it is.
 void ShowTransferProgress(TStatusDisplay& display, std::int64_t received, std::int64_t total);
 
-/// Shows that a file is being fetched, for the time of a scope: bar at 0, "0 bytes" and `detail` in the
-/// second panel. At its end bar, bytes label, title and panel stand again as while nothing is transferred.
-class TProgressScope {
- public:
-  TProgressScope(TStatusDisplay& display, const std::string& detail);
-  ~TProgressScope();
-  TProgressScope(const TProgressScope&) = delete;
-  TProgressScope& operator=(const TProgressScope&) = delete;
-
- private:
-  TStatusDisplay& display_;
-};
+/// Shows that a file is being fetched: bar at 0, "0 bytes" and `detail` in the second panel. When the
+/// returned scope ends, bar, bytes label, title and panel are idle again.
+[[nodiscard]] inline auto ShowTransfer(TStatusDisplay& display, const std::string& detail) {
+  display.SetProgress(0);
+  display.SetBytes("0 bytes", kApplicationTitle);
+  display.SetPanel(1, detail);
+  return TAtScopeEnd([&display] {
+    display.SetPanel(1, "");
+    display.SetProgress(0);
+    display.SetBytes("", kApplicationTitle);
+  });
+}
 
 }  // namespace skyreel

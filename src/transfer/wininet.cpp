@@ -180,18 +180,18 @@ bool TWinInetTransfer::WinInetFtpGet(TTransferContext& context, THandle connecti
 void TWinInetTransfer::Await(TTransferContext& context, TRequest& request) {
   const std::chrono::milliseconds time_out = std::chrono::seconds(context.Shared.TimeoutSeconds) + kGrace;
   std::chrono::milliseconds elapsed{0};
+  std::string bytes;
   do {
     const std::int64_t received = request.BytesReceived;
     const double share = last_remote_.Size == 0 ? 0 : static_cast<double>(received) / last_remote_.Size;
     context.Display.SetProgress(static_cast<int>(std::lround(std::min(share, 1.0) * 100)));
-    const std::string bytes = std::to_string(received) + " bytes";
-    context.Display.SetBytesLabel(bytes);
-    context.Display.SetTitle(bytes);
+    bytes = std::to_string(received) + " bytes";
+    context.Display.SetBytes(bytes, bytes);
     context.Clock.Sleep(kPoll);
     elapsed += kPoll;
   } while (request.WinInetTransferState == TWinInetTransferState::wtsRunning && elapsed <= time_out);
   context.Display.SetProgress(0);
-  context.Display.SetTitle(kApplicationTitle);
+  context.Display.SetBytes(bytes, kApplicationTitle);
   // kept: an end that came during the last step is too late. What the library writes from now on concerns
   // its own record of the request alone.
   last_state_ = elapsed > time_out ? TWinInetTransferState::wtsTimedOut : request.WinInetTransferState.load();

@@ -6,7 +6,6 @@
 #include "faults/stage.h"
 #include "support/failure.h"
 #include "support/reliability_rows.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel {
 namespace {
@@ -77,7 +76,7 @@ const TFtpFault kFaults[] = {
      kHalf + "|break"},
     {"control connection closed behind the last byte", "Connection closed by server", "whole, noted",
      kAll + "|break"},
-    {"shorter than announced", "HALF of ALL bytes received", "short, noted", kHalf + "|>226 done", Both,
+    {"shorter than announced", "received HALF of ALL bytes", "short, noted", kHalf + "|>226 done", Both,
      "not whole: 226 done"},
     {"longer than announced", "", "whole", "open|<retr>150 (9 bytes)|data:<body>|>226 done"},
     {"announces more than 64 bits can hold", "", "whole",

@@ -166,7 +166,7 @@ TOutcome Expected(TFamily family, const THttpFault& fault) {
       return {fails ? text : "", disk};
     case TFamily::Memory:
     case TFamily::Stream:
-      if (text == "Socket send aborted") text = "Socket capture aborted";
+      text = ReplaceAll(text, "send", "capture");
       return {fails && family == TFamily::Memory ? text : "",
               fails || fault.Comes == Empty ? "nothing" : disk};
     case TFamily::Fetch:
@@ -178,17 +178,25 @@ TOutcome Expected(TFamily family, const THttpFault& fault) {
     default:
       break;
   }
+  text = ReplaceAll(text, "send", "capture");
   const std::string came = among({Nothing, Empty}) ? "0" : fault.Comes == Almost ? "ALL - 1" : "HALF";
   const std::string reason = fails                 ? text
-                             : fault.Comes == Page ? "a page came in its place"
+                             : fault.Comes == Page ? "received an HTML page"
                              : fault.Comes == Part ? "the server sent only a part"
-                             : refused             ? "the server answered " + text
-                                       : came + " of " + (text.empty() ? "ALL" : text) + " bytes came";
-  const std::string kept = family == TFamily::Older ? "the older file" : part ? "short, noted" : "nothing";
+                             : refused
+                                 ? "the server answered " + text
+                                 : "received " + came + " of " + (text.empty() ? "ALL" : text) + " bytes";
+  const bool some = part && fault.Comes != Empty;
+  const std::string kept = family == TFamily::Older ? "the older file" : some ? "short, noted" : "nothing";
   if (family == TFamily::Pdus) return {"Get: NAME; NAME - incomplete?", kept};
   if (family == TFamily::Chart)
     return {fails ? "NAME - timed out" : "NAME - missing or incomplete: " + reason, kept};
-  return {(fails ? "timed out: " : refused ? "refused: " : "cut: ") + reason, kept};
+  return {(fault.Comes == Refused ? "not asked: "
+           : fails                ? "timed out: "
+           : refused              ? "refused: "
+                                  : "cut: ") +
+              reason,
+          kept};
 }
 
 class HttpFaults : public testing::TestWithParam<THttpFault> {};
@@ -252,6 +260,7 @@ TEST_P(HttpFaults, OfPagesAreTold) {
     const bool fetched = among({Whole, Half, Almost, Cut, Part});
     std::string why = pdus ? "the server answered " + fault.Text : "the page holds no list";
     if (among({Broken, BrokenInBody, Refused})) why = ReplaceAll(fault.Text, "send", "capture");
+    if (fault.Text == "Reply too large") why = "given up: larger than 64 MiB";
     if (pdus && among({Nothing, Empty})) why = "the page is empty";
     // Of a page without a length only the list tells that it goes on.
     if (among({Half, Almost, Cut, Part})) why = "incomplete";

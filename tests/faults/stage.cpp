@@ -16,8 +16,6 @@
 #include "support/failure.h"
 #include "support/reliability_rows.h"
 #include "transfer/http_fetch.h"
-#include "transfer/http_to_file.h"
-#include "transfer/watchdog_scope.h"
 
 namespace skyreel::test {
 
@@ -223,7 +221,7 @@ void Primitive(TStage& s, const std::function<std::string(const TStageFile&)>& f
 
 void HttpClient(TStage& s, bool into_file) {
   Primitive(s, [&s, into_file](const TStageFile& f) {
-    const TWatchdogScope watchdog(s.Run);
+    const auto watchdog = Guard(s.Run);
     s.NMHTTP.InputFileMode = into_file;
     s.NMHTTP.Body = into_file ? s.Output(f.Local).string() : "";
     s.NMHTTP.Get(s.Server.Url(f.Remote));
@@ -234,7 +232,12 @@ void HttpClient(TStage& s, bool into_file) {
 
 void Stream(TStage& s) {
   Primitive(s, [&s](const TStageFile& f) {
-    GetHttpToStream(s.Context, s.Server.Url(f.Remote), s.Memory[f.Local]);
+    THttpStream stream;
+    s.Memory[f.Local];
+    if (GetHttpToStream(s.Context, s.Server.Url(f.Remote), stream) == 0) return "";
+    const auto file = s.Folder / "stream";
+    stream.MoveTo(file, s.Clock.Now);
+    s.Memory[f.Local] = ReadWholeFile(file);
     return "";
   });
 }
@@ -249,9 +252,18 @@ void HttpFile(TStage& s) {
 
 void Save(TStage& s) {
   Primitive(s, [&s](const TStageFile& f) {
-    const THttpSaveResult result = SaveHttpFile(s.Context, s.Server.Url(f.Remote), s.Output(f.Local), 4,
-                                                static_cast<std::int64_t>(s.Size));
-    constexpr const char* kOutcomes[] = {"", "cut: ", "refused: ", "timed out: ", "not saved: "};
+    THttpFileRequest request;
+    request.Url = s.Server.Url(f.Remote);
+    request.LocalPath = s.Output(f.Local);
+    request.Delivery = TDelivery::Direct;
+    request.GoodSize = 4;
+    request.CompleteSize = static_cast<std::int64_t>(s.Size);
+    request.KeepGetLine = true;
+    request.Line = [](const TFileResult&) { return std::string(); };
+    const TFileResult result = FetchHttpFile(s.Context, request);
+    std::erase(s.Display.Lines, "");
+    constexpr const char* kOutcomes[] = {
+        "", "cut: ", "refused: ", "timed out: ", "not saved: ", "not asked: "};
     return kOutcomes[static_cast<std::size_t>(result.Outcome)] + result.Reason;
   });
 }
@@ -268,7 +280,7 @@ void FtpClient(TStage& s, bool passive) {
   };
   Primitive(s, [&s, passive](const TStageFile& f) {
     TNMFTP& client = s.NMFTP;
-    const TWatchdogScope watchdog(s.Run);
+    const auto watchdog = Guard(s.Run);
     client.Passive = passive;
     client.Host = "127.0.0.1";
     client.Port = ParseFtpAddress(s.Context.Servers.EuDA).Port;
@@ -285,8 +297,12 @@ void FtpFetch(TStage& s) {
   for (const char* const name : {"a.gif", "b.gif"}) s.Add(name, name, name, {std::string("Get: ") + name});
   s.Work = [&s] {
     RunFtpSession(s.Context, {s.Context.Servers.EuDA, "user", "secret"}, [&](TFtpSession& session) {
-      for (const TStageFile& f : s.Files)
-        FtpFetchFile(s.Context, session, TFtpVariant::CurrentFolder, f.Remote, s.OutputPath());
+      for (const TStageFile& f : s.Files) {
+        const auto fetch = FtpFetchFile(s.Context, session, {f.Remote, f.Remote, s.OutputPath(), "", {}});
+        if (!fetch) continue;
+        if (fetch->StillNoted) s.Ledger.End(fetch->Result.Path, TTransferEnd::Whole);
+        s.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
+      }
     });
   };
 }
@@ -393,7 +409,7 @@ void Msfc(TStage& s) {
   s.Clock.Now = TDateTime::FromDate(2003, 2, 1, 23, 50);
   for (const char* const slot : {"0000", "0600", "1200"}) {
     const std::string name = "ME7-20030201" + std::string(slot) + ".ir1.ara.Z";
-    s.Add(FtpRemotePath(TFtpVariant::Msfc, name), "2003/02/01/" + name, name, {"Get: " + name});
+    s.Add(MsfcRemotePath(name), "2003/02/01/" + name, name, {"Get: " + name});
   }
   s.Work = [&s] {
     TMsfcJob(s.Context, {s.OutputPath(), false, false, false, {"IR"}, {"0000", "0600", "1200"}}).Run();

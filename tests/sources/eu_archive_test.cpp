@@ -104,8 +104,8 @@ TEST(WantedNames, ComeFromAListThatCanBeRead) {
                {"\xEF\xBB\xBF" + std::string("C1D_24\r\nC1D_30\r\n"), "C1D_24 c1d_24 ", ""},
                {"Z", "", ""},
                {"", "C1D_24 c1d_24 Other ", ""},
-               {std::string("C1D_24\0\1", 8), "C1D_24 c1d_24 Other ", "a.txt - not used: it is no text"},
-               {std::string(5'000'000, ','), "C1D_24 c1d_24 Other ", "a.txt - not used: it is too large"}};
+               {std::string("C1D_24\0\1", 8), "C1D_24 c1d_24 Other ", "a.txt - not used: not a text file"},
+               {std::string(5'000'000, ','), "C1D_24 c1d_24 Other ", "a.txt - not used: too large"}};
   const TTempFolder folder;
   TRecordingDisplay display;
   for (const auto& c : cases) {

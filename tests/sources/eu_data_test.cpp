@@ -116,12 +116,11 @@ TEST_F(TEuData, AWholeImageTakesThePlaceOfItsCompressedFileAndNoOther) {
   for (const std::string& line : Lines()) {
     if (!line.starts_with("Get: ")) kept.push_back(line);
   }
-  EXPECT_THAT(kept,
-              ElementsAre("FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z - kept: it uncompresses to 6475859 bytes "
-                          "in place of 6475860",
-                          StartsWith("FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.Z - not uncompressed: "),
-                          "FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.bz2 - kept: it uncompresses to 6475860 "
-                          "bytes in place of 25354344"));
+  EXPECT_THAT(kept, ElementsAre("FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z - kept: uncompressed to 6475859 bytes, "
+                                "expected 6475860",
+                                StartsWith("FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.Z - not uncompressed: "),
+                                "FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.bz2 - kept: uncompressed to 6475860 "
+                                "bytes, expected 25354344"));
   EXPECT_THAT(Display.Panels, Contains(std::pair(1, "Uncompressing:  FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z")));
   Expect({});  // an image stands for its compressed forms
 }

@@ -136,7 +136,7 @@ TEST_F(TGoes, ASectorThatWouldLeaveTheOutputFolderIsRefused) {
   for (const char* sector : {"..", "../../x", "a\\b", "a\nb"}) {
     settings_.ESector = sector;
     RunJob();
-    EXPECT_THAT(Lines(), ElementsAre("\"" + std::string(sector) + "\" is no sector - skipped"));
+    EXPECT_THAT(Lines(), ElementsAre("\"" + std::string(sector) + "\" is not a sector - skipped"));
   }
   EXPECT_THAT(Asked(), IsEmpty());
   EXPECT_THAT(Folder.Tree(), IsEmpty());

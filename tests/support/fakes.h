@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "transfer/file_result.h"
 #include "transfer/transfer_context.h"
 
 namespace skyreel::test {
@@ -34,22 +35,27 @@ class TRecordingDisplay : public TStatusDisplay {
     Lines.insert(Lines.end() - (begun_ ? 1 : 0), text);
     AllLines.push_back(text);
   }
-  void BeginStatusLine(const std::string& text) override {
-    AddStatusLine(text);
+  void BeginFile(const std::string& line) override {
+    AddStatusLine(line);
     begun_ = true;
   }
-  void EndStatusLine(const std::string& text) override {
-    AllLines.push_back(text);
-    ASSERT_TRUE(std::exchange(begun_, false));
-    Lines.back() = text;
+  void EndFile(const TFileResult& result, const std::string& line) override {
+    Results.push_back(result);
+    if (line.empty()) return;
+    if (!std::exchange(begun_, false)) return AddStatusLine(line);
+    AllLines.push_back(line);
+    Lines.back() = line;
   }
   void SetPanel(int panel, const std::string& text) override { Panels.push_back({panel, text}); }
   void SetProgress(int percent) override { Progress.push_back(percent); }
-  void SetBytesLabel(const std::string& text) override { BytesLabels.push_back(text); }
-  void SetTitle(const std::string& text) override { Titles.push_back(text); }
+  void SetBytes(const std::string& label, const std::string& title) override {
+    BytesLabels.push_back(label);
+    Titles.push_back(title);
+  }
   void SetBusyCursor(bool busy) override { BusyDepth += busy ? 1 : -1; }
 
-  std::vector<std::string> Lines;     ///< the list as it stands
+  std::vector<std::string> Lines;  ///< the list as it stands
+  std::vector<TFileResult> Results;
   std::vector<std::string> AllLines;  ///< every line that ever stood in it, in order
   std::vector<std::pair<int, std::string>> Panels;
   std::vector<int> Progress;

@@ -8,7 +8,6 @@
 #include "support/child_process.h"
 #include "support/ftp_server.h"
 #include "support/job_fixture.h"
-#include "transfer/size_limit_scope.h"
 
 namespace skyreel {
 namespace {
@@ -34,29 +33,20 @@ class FtpFetch : public testing::Test {
     return {server.Address(), "user", "secret", false, false};
   }
   bool Fetch(TFtpSession& session, const std::string& name = kName) {
-    return FtpFetchFile(job_.Context, session, TFtpVariant::EuData, name, job_.OutputPath());
+    return Ends(FtpFetchFile(job_.Context, session, {name, kRemote, job_.OutputPath(), "", {}}));
+  }
+  /// Ends the file as the sources do; whether it was received.
+  bool Ends(const std::optional<TFtpFetch>& fetch) {
+    if (!fetch) return false;
+    if (fetch->StillNoted) job_.Ledger.End(fetch->Result.Path, TTransferEnd::Whole);
+    job_.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
+    return fetch->Received;
   }
 
   test::TJobFixture job_;
   TFtpListing listing_;
   const std::filesystem::path local_ = job_.Output(kName);
 };
-
-TEST(FtpRemotePath, FollowsTheVariantHoweverShortTheName) {
-  const struct {
-    TFtpVariant Variant;
-    std::string Name, Path;
-  } rows[] = {
-      {TFtpVariant::EuData, kName, kRemote},
-      {TFtpVariant::EuData, "123456789012345678901", "/1/123456789012345678901"},
-      {TFtpVariant::EuData, "short", "//short"},
-      {TFtpVariant::Msfc, "ME7-200511101200.ir1.a",
-       "/Weather/METEOSAT-7/McIDAS_areas/ir1/5km/ME7-200511101200.ir1.a"},
-      {TFtpVariant::Msfc, "short", "/Weather/METEOSAT-7/McIDAS_areas//5km/short"},
-      {TFtpVariant::CurrentFolder, "any", "any"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(FtpRemotePath(row.Variant, row.Name), row.Path);
-}
 
 TEST_F(FtpFetch, AFileComesWithItsLinesPausesProgressAndNote) {
   TFtpServer server(false, Session("FILE>150 f (10 bytes)|data:0123456789|>226 done|QUIT>221 bye"));
@@ -90,7 +80,7 @@ TEST_F(FtpFetch, FailuresGetOneLineAndTheLedgerKnowsWhatIsNotWhole) {
   } rows[] = {
       {"FILE>550 no such file", false, "550 no such file", false, false, true},
       {"FILE>550 no such file", true, "550 no such file", true, true, true},
-      {"FILE>150 f (10 bytes)|data:01234|>226 done", false, "5 of 10 bytes received", true, false, false},
+      {"FILE>150 f (10 bytes)|data:01234|>226 done", false, "received 5 of 10 bytes", true, false, false},
       {"FILE>150 f|data:01234|>451 disk \1error", true, "451 disk error", true, false, false},
   };
   for (const auto& row : rows) {
@@ -116,9 +106,11 @@ TEST_F(FtpFetch, FailuresGetOneLineAndTheLedgerKnowsWhatIsNotWhole) {
 
 TEST_F(FtpFetch, WhatDoesNotEndIsGivenUpAndNotKept) {
   TFtpServer server(false, Session("FILE>150 f (5 bytes)|data:hello|ABOR>426 cut\r\n226 ok|QUIT>221 bye"));
-  job_.NMFTP.OnPacketRecvd = [](TPowersock& data) { data.ReceivedByteCount = kLargestDownload + 1; };
+  job_.NMFTP.OnPacketRecvd = [&](TPowersock& data) {
+    data.ReceivedByteCount = job_.Context.LargestDownload + 1;
+  };
   RunFtpSession(job_.Context, Login(server), [&](TFtpSession& session) { EXPECT_FALSE(Fetch(session)); });
-  EXPECT_THAT(job_.Display.Lines, ElementsAre("Get: " + kName, kName + " - given up: more than 1 GiB came"));
+  EXPECT_THAT(job_.Display.Lines, ElementsAre("Get: " + kName, kName + " - given up: larger than 1024 MiB"));
   EXPECT_FALSE(std::filesystem::exists(local_));
   EXPECT_THAT(server.Errors(), IsEmpty());
 }
@@ -138,10 +130,10 @@ TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
     EXPECT_EQ(last_line(), kName + " - another copy of the program is fetching it");
     for (const std::string name : {"../x", "", "x\r\nDELE y"}) {
       EXPECT_FALSE(Fetch(session, name));
-      EXPECT_EQ(last_line(), ReplaceAll(name, "\r\n", "") + " - no usable file name");
+      EXPECT_EQ(last_line(), ReplaceAll(name, "\r\n", "") + " - not a usable file name");
     }
     const auto fetch = [&](const char* folder) {
-      return FtpFetchFile(job_.Context, session, TFtpVariant::Msfc, "a", job_.Output(folder));
+      return Ends(FtpFetchFile(job_.Context, session, {"a", "/a", job_.Output(folder), "", {}}));
     };
     EXPECT_FALSE(fetch("file/10/"));
     EXPECT_THAT(last_line(), HasSubstr("a - the local folder cannot be made: "));

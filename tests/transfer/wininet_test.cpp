@@ -177,7 +177,7 @@ TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
             "find /f  80000000 0 | close | get /f 0 0  80000002 | close | close | ");
   EXPECT_EQ(play_.LocalPath, job_.Output("f").string());
   EXPECT_THAT(job_.Display.Progress, ElementsAre(0, 0, 50, 0));
-  EXPECT_THAT(job_.Display.BytesLabels, ElementsAre("0 bytes", "0 bytes", "99 bytes"));
+  EXPECT_THAT(job_.Display.BytesLabels, ElementsAre("0 bytes", "0 bytes", "99 bytes", "99 bytes"));
   EXPECT_EQ(job_.Display.Titles.back(), kApplicationTitle);
   EXPECT_THAT(job_.Display.Lines, ElementsAre("Got 200 bytes"));
 }
@@ -199,7 +199,7 @@ TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
       {"550 no\r\n550 no\r\n", true, false, 0, 12003, 0, wtsFailed, {"550 no"}},
       {"550 no", true, false, 0, 12003, 0, wtsFailed, {"550 no"}},
       {"", true, false, 0, 12003, 0, wtsFailed, {"Transfer failed"}},
-      {"", true, false, 0, 0, 100, wtsDone, {"Got 100 bytes", "f - 100 of 200 bytes received"}},
+      {"", true, false, 0, 0, 100, wtsDone, {"Got 100 bytes", "f - received 100 of 200 bytes"}},
       {"", true, false, 0, 0, 200, wtsDone, {"Got 200 bytes"}},
   };
   job_.Context.WinInet = wininet_.get();
@@ -220,8 +220,10 @@ TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
       TellEnd(row.EndError);
     };
     EXPECT_TRUE(session([&](TFtpSession& open) {
-      EXPECT_EQ(FtpFetchFile(job_.Context, open, TFtpVariant::CurrentFolder, "f", job_.OutputPath()),
-                row.State == wtsDone);
+      const auto fetch = FtpFetchFile(job_.Context, open, {"f", "f", job_.OutputPath(), "", {}});
+      EXPECT_EQ(fetch->Received, row.State == wtsDone);
+      if (fetch->StillNoted) job_.Ledger.End(job_.Output("f"), TTransferEnd::Whole);
+      job_.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
     }));
     EXPECT_EQ(wininet_->LastState(), row.State);
     job_.Display.Lines.erase(job_.Display.Lines.begin());  // "Get: f"
