@@ -63,21 +63,21 @@ TPdusPage MakePage(const TPageTable& table) {
   return page;
 }
 
-/// A product is never smaller, so a shorter expected size is itself a sign of a cut transfer.
+/// No product is smaller, so a smaller announced size is a sign of a cut file.
 constexpr std::int64_t kSmallestProduct = 890120;
 
 /// How many refused entries of a page are named one by one.
 constexpr std::size_t kRefusalsNamed = 20;
 
-/// Server text cut to what fits a status line.
+/// Server text, shortened for a status line.
 std::string Shortened(std::string_view text) {
   std::string line;
   for (const char c : text.substr(0, 120)) line += HasControlCharacter({&c, 1}) ? '?' : c;
   return text.size() > 120 ? line + "..." : line;
 }
 
-/// Why a link's target may not be fetched; empty when it may. The URL is the server's root with the target
-/// behind it, so only a path keeps the request on that server.
+/// Why a link's target may not be fetched; empty when it may. The target is added to the server's root, so
+/// only a path keeps the request on that server.
 std::string LinkRefusal(std::string_view target) {
   if (HasControlCharacter(target) || target.find(' ') != std::string_view::npos)
     return "blank or control character in the link";
@@ -161,7 +161,7 @@ bool ListHasEntryIn(std::string_view text, const std::vector<std::string>& list)
 TEntryFinder::TEntryFinder(std::vector<std::string> list) {
   std::sort(list.begin(), list.end());
   for (std::string& entry : list) {
-    // A text that holds an entry also holds every beginning of it, so the shortest is enough.
+    // A text that holds an entry also holds its beginning, so the shorter entry is enough.
     if (entry.empty() || (!entries_.empty() && entry.starts_with(entries_.back()))) continue;
     first_bytes_[static_cast<unsigned char>(entry.front())] = true;
     entries_.push_back(std::move(entry));
@@ -171,8 +171,8 @@ TEntryFinder::TEntryFinder(std::vector<std::string> list) {
 bool TEntryFinder::HasEntryIn(std::string_view text) const {
   for (; !text.empty(); text.remove_prefix(1)) {
     if (!first_bytes_[static_cast<unsigned char>(text.front())]) continue;
-    // Everything sorted between an entry and a text that begins with it begins with it too; no other entry
-    // does. So the entry that `text` begins with, if any, is the last one not after it.
+    // No entry begins with another one. So if `text` begins with an entry, that entry is the last one that is
+    // not sorted after `text`.
     const auto after = std::upper_bound(entries_.begin(), entries_.end(), text);
     if (after != entries_.begin() && text.starts_with(*std::prev(after))) return true;
   }
@@ -240,7 +240,7 @@ TPdusJob::TPdusJob(TJobContext& context, TPdusSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TPdusJob::Run() {
-  // Afterwards no other source's server gets them.
+  // Taken back at the end, so that no other source's server gets them.
   const TScopedValue user(context_.NMHTTP.HeaderInfo.UserId, settings_.UserName);
   const TScopedValue password(context_.NMHTTP.HeaderInfo.Password, settings_.Password);
   context_.Display.SetPanel(0, "Dundee PDUS");
@@ -284,7 +284,7 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   try {
     info = AskHttpFileInfo(context_, url);
   } catch (const std::exception&) {
-    // The size stays unknown; what is there already stays as it is.
+    // The size stays unknown, and an existing file stays as it is.
   }
   // The length of an error page says nothing about the product.
   const std::int64_t size = info.ReplyCode < 400 ? info.ContentLength : 0;

@@ -44,11 +44,11 @@ class TEntryFinder {
 };
 
 /// The image time in a product's name ("0207011230..." is 1 July 2002, 12:30; years 57 to 99 are 1957 to
-/// 1999); zero when the first ten characters are no valid date.
+/// 1999); zero when the first ten characters are not a valid date.
 TDateTime PdusNameToDateTime(std::string_view name);
 
-/// Where a product is filed: in the date folder of its time, or straight in the output folder when its name
-/// holds none.
+/// Where a product is filed: in the date folder of its time, or in the output folder itself when its name
+/// holds no time.
 std::filesystem::path PdusLocalPath(const std::string& output_path, const std::string& name);
 
 /// What an order page offers of the wanted products.
@@ -57,14 +57,14 @@ struct TPdusOrder {
     std::string Url;
     std::string Name;  ///< without ".pdu"; one safe path component
   };
-  std::vector<TEntry> Entries;       ///< the last of the page first
+  std::vector<TEntry> Entries;       ///< the last one of the page first
   std::vector<std::string> Refused;  ///< one line for each of the first refused entries
   std::size_t RefusedCount = 0;      ///< all refused entries
 };
 
 /// Reads an order page: lines that hold "/pdus" and a wanted text, their link the first text in double
 /// quotes, the product's name the link's first parameter. A link that leads away from the server `root`
-/// ("http://host") or a name that is no safe file name refuses the entry. Never fails.
+/// ("http://host") and an unsafe file name refuse the entry. Never fails.
 TPdusOrder ParseOrderPage(std::string_view page, const std::string& root,
                           const std::vector<std::string>& wanted);
 

@@ -24,10 +24,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view kImageFolder = "/~idds/images/out/";
-/// A picture is asked for once its slot began longer ago than this.
+/// A picture is asked for when its slot began longer ago than this.
 constexpr std::chrono::minutes kPublishingDelay{40};
 
-/// What an item's first letter means to the servers.
+/// The meaning of an item's first letter at the servers.
 struct TChannel {
   char Letter;
   int OldSatellite;          ///< 7, 5 for Meteosat-7's old place
@@ -170,8 +170,8 @@ TEuArchiveList KeepListedImages(std::string_view page, std::string_view server_r
   if (images.empty()) return list;
   const std::string_view kept = page.substr(begin, end - begin);
 
-  // The names differ in the time alone: one search for what they begin with finds them all, which matters
-  // with a page of many megabytes.
+  // The names differ only in the time, so one search for their common beginning finds them all. That matters
+  // for a page of many megabytes.
   const std::string_view first = images.front().RemoteName;
   const std::string_view last = images.back().RemoteName;
   const std::string_view common(first.begin(), std::mismatch(first.begin(), first.end(), last.begin()).first);
@@ -185,7 +185,7 @@ TEuArchiveList KeepListedImages(std::string_view page, std::string_view server_r
     }
   };
 
-  // kept: the names are looked for in the page's own text as well as in the paths taken out of it.
+  // kept: the names are searched in the page's own text and in the paths taken from it.
   look(kept);
   std::string url;
   ForEachLine(kept, [&](std::string_view line) {
@@ -261,7 +261,7 @@ class TEuArchiveJob::TRun {
           3000);
   }
 
-  /// `present`: a local file larger than that is there already.
+  /// `present`: a larger local file is not fetched again.
   void Fetch(const std::string& item, const std::vector<TEuArchiveImage>& images, const fs::path& folder,
              const std::string& server, std::int64_t present) {
     for (const TEuArchiveImage& image : images) {

@@ -24,11 +24,11 @@ const std::vector<std::string>& EuArchiveProductItems();
 struct TEuArchiveImage {
   std::string RemoteName;  ///< its path at the server
   std::string LocalName;   ///< its file's name without the extension, "C1D_24"
-  TDateTime Time;          ///< begin of its slot, UTC
+  TDateTime Time;          ///< start of its slot, UTC
 };
 
-/// The pictures of one item (upper case) of a day, in slot order; the old naming's have still to be looked
-/// for in the server's listing.
+/// The pictures of one item (upper case) of a day, in slot order. Only the server's listing tells which
+/// pictures of the old naming exist.
 std::vector<TEuArchiveImage> EuArchiveOldImages(std::string_view item, TDateTime day);
 std::vector<TEuArchiveImage> EuArchiveNewImages(std::string_view item, TDateTime day, int msg_name);
 
@@ -42,18 +42,18 @@ enum class TEuArchiveList {
 };
 
 /// Drops the images of one item and day that a listing page does not name. The page is a script whose lines
-/// 'frame0 = "/path.jpg";' stand between the first "frame0" and "number_of_images". No image is left when it
-/// is no such page. Its time does not depend on the number of images.
+/// 'frame0 = "/path.jpg";' stand between the first "frame0" and "number_of_images". Any other page leaves no
+/// image. The time that it takes does not depend on the number of images.
 TEuArchiveList KeepListedImages(std::string_view page, std::string_view server_root,
                                 std::vector<TEuArchiveImage>& images);
 
-/// The EUMETSAT image archive: half-hourly JPEG pictures of the sectors and products asked for, of today and
-/// the days before, filed as <output>/yyyy/mm/dd/<item>_<slot>.jpg with slot 00 to 47.
+/// Fetches half-hourly JPEG pictures of the chosen sectors and products from the EUMETSAT image archive, of
+/// today and the days before, filed as <output>/yyyy/mm/dd/<item>_<slot>.jpg with slot 00 to 47.
 class TEuArchiveJob {
  public:
   TEuArchiveJob(TJobContext& context, TEuArchiveSettings settings);
-  /// Fetches what is missing; returns at the end or soon after a stop was requested. Every failure costs one
-  /// file and is told in one status line.
+  /// Fetches what is missing; returns at the end or soon after a stop was requested. A failure costs one file
+  /// and gets one status line.
   void Run();
 
  private:

@@ -64,7 +64,7 @@ std::vector<std::string> EuDataWantedSlots(int start_slot, int interval) {
                                                                         : 0];
   std::set<std::string> wanted;
   int slot = std::max(start_slot, 0);
-  // The start slot itself comes in by wrapping round, which every step does.
+  // Every step wraps round to the start slot, so that it is wanted, too.
   for (int i = 0; i < kSlotsPerDay; ++i) {
     slot = (slot + step) % kSlotsPerDay;
     wanted.insert(EuDataSlotItems()[static_cast<std::size_t>(slot)]);
@@ -106,7 +106,7 @@ void TEuDataJob::Run() {
   const TFtpLogin login{context_.Servers.EuDA, settings_.UserName, settings_.Password, settings_.Passive,
                         settings_.UseWinInet};
   RunFtpSession(context_, login, [&](TFtpSession& session) {
-    // kept: through the operating system's library the first satellite alone is fetched.
+    // kept: the operating system's library fetches only the first satellite.
     const int satellites = session.UsesWinInet() ? 1 : 2;
     for (int satellite = 0; satellite < satellites; ++satellite) {
       if (context_.Run.StopRequested()) return;

@@ -34,8 +34,8 @@ const std::vector<std::string>& EuDataFormatItems();
 const std::vector<std::string>& EuDataSlotItems();
 const std::vector<std::string>& EuDataIntervalItems();
 
-/// The wanted slot names for a start slot and an interval (item indexes; values beyond the lists wrap or are
-/// taken as the first item): every so many slots, round the clock.
+/// The wanted slot names for a start slot and an interval: every so many slots, round the clock. Both are
+/// item indexes; a start slot beyond the list wraps round, an interval beyond it counts as the first item.
 std::vector<std::string> EuDataWantedSlots(int start_slot, int interval);
 
 /// A half-hour image slot. Midnight is the slot "2400" of the day before.
@@ -43,7 +43,7 @@ struct TEuDataSlot {
   TDateTime Time;
   std::string Name;      ///< "0030" to "2400"
   std::string DatePart;  ///< "2003-02-01_1230"
-  TDateTime Day;         ///< a time on the day whose folder it is filed in
+  TDateTime Day;         ///< a time on the day in whose folder it is filed
 };
 TEuDataSlot EuDataSlotAt(TDateTime time);
 

@@ -16,7 +16,7 @@ bool TFolderMaker::Make(const std::filesystem::path& folder) {
   if (!is_new) return entry->second;
   try {
     ForceDirectories(folder);
-    // Found out here, or every file of the folder would be fetched in vain.
+    // Without this check every file of the folder would be fetched in vain.
     if (::access(folder.c_str(), W_OK | X_OK) != 0) throw std::system_error(errno, std::generic_category());
     RemoveAbandoned(folder);
   } catch (const std::exception& error) {

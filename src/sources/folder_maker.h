@@ -12,8 +12,8 @@ namespace skyreel {
 class TFolderMaker {
  public:
   explicit TFolderMaker(TStatusDisplay& display) : display_(display) {}
-  /// Creates the folder with missing parents, if it was not asked for before. False when nothing can be
-  /// filed there: the first time that is found one status line says why.
+  /// Creates the folder with missing parents, unless it did so before. False when nothing can be filed there;
+  /// one status line says why the first time.
   bool Make(const std::filesystem::path& folder);
 
  private:

@@ -21,16 +21,16 @@ struct TGoesSettings {
 
 /// The half-hourly products, in list order.
 const std::vector<std::string>& GoesProductItems();
-/// The server's sectors that a daily picture can be asked of.
+/// The server's sectors to choose from for the daily picture.
 const std::vector<std::string>& GoesSectorNames();
 
-/// GOES pictures from GSFC, as TIFF files: half-hourly ones of the products asked for, and once a day, per
-/// satellite, those of a sector at a chosen time.
+/// Fetches GOES pictures from GSFC as TIFF files: half-hourly ones of the chosen products, and for each
+/// satellite once a day those of one sector at a chosen time.
 class TGoesJob {
  public:
   TGoesJob(TJobContext& context, TGoesSettings settings);
-  /// Fetches what is missing; returns at the end or soon after a stop was requested. Every failure costs one
-  /// file and is told in one status line.
+  /// Fetches what is missing; returns at the end or soon after a stop was requested. A failure costs one file
+  /// and gets one status line.
   void Run();
 
  private:

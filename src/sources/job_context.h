@@ -10,7 +10,7 @@ namespace skyreel {
 /// What a source's job is given for one run.
 struct TJobContext : TTransferContext {
   TServerRoots Servers;
-  /// Where the optional lists of wanted names are looked for.
+  /// Holds the optional lists of wanted names.
   std::filesystem::path ProgramFolder;
 };
 

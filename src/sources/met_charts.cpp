@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// For which times a source's charts are asked for.
+/// The times for which a source's charts are asked for.
 enum class TWhen {
   Once,          ///< one request, no time named
   MorningDate,   ///< the date an hour before the run began
@@ -134,9 +134,9 @@ constexpr std::array<TChartKind, 15> kKinds = {{
     {nullptr, TChartTime::Requested, 0, false},
 }};
 
-/// A Last-Modified not later than this is none.
+/// A Last-Modified up to this date counts as missing.
 const TDateTime kOldestDate = TDateTime::FromDate(1960, 1, 1);
-/// How far a server's clock may be ahead: a chart from beyond would be filed where nobody looks for it.
+/// How far a server's clock may be ahead. Nobody would look for a chart that is filed further in the future.
 constexpr auto kClockTolerance = 24h;
 /// Between a download and the next request.
 constexpr auto kPause = 150ms;
@@ -150,8 +150,8 @@ std::vector<TDateTime> PastDays(const TChartPlan& plan) {
   return times;
 }
 
-/// The times of today and the days before, today first; none that is not over for more than half an hour,
-/// since its picture is not yet there.
+/// The times of today and the days before, today first. A time of the last half hour is left out, because its
+/// picture is not there yet.
 std::vector<TDateTime> TimesOfDays(const TChartPlan& plan, std::chrono::minutes step) {
   std::vector<TDateTime> times;
   for (int d = 0; d < plan.BackDays; ++d) {
@@ -181,7 +181,7 @@ std::vector<TDateTime> TimesOf(TWhen when, const TChartPlan& plan) {
   return {TDateTime()};
 }
 
-/// The picture line with the reason added; every failed transfer reads " - timed out".
+/// The picture line with the reason added. A request that cannot be sent reads " - timed out", too.
 std::string ChartLine(const TFileResult& result) {
   switch (result.Outcome) {
     case TFileOutcome::Incomplete:

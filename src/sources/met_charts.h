@@ -54,18 +54,18 @@ struct TChartPlan {
   TDateTime Now;    ///< UTC
 };
 
-/// The requests of one item, compared without regard to letter case, in the order in which they are sent;
-/// none for an item that is not known.
+/// The requests of one item (in any letter case), in the order in which they are sent; none for an unknown
+/// item.
 std::vector<TChartRequest> ChartRequests(std::string_view item, const TChartPlan& plan);
 
-/// The radar archive's code for the region that `item` (upper case) names: the last of its region words that
-/// is found wins. Empty when there is none.
+/// The radar archive's code for the region that `item` (upper case) names. When several region words match,
+/// the last one in the list counts. Empty when none matches.
 std::string RadarRegionCode(std::string_view item);
 
 /// The chart's time by its kind's rule.
 TDateTime ChartTime(const TChartRequest& request, TDateTime last_modified);
 
-/// The chart's file name; empty when the URL gives none that is safe.
+/// The chart's file name; empty when the URL gives no safe name.
 std::string ChartFileName(const TChartRequest& request, TDateTime chart_time);
 
 /// Fetches weather charts: asks for each chart's header, derives its time from it and downloads what is new

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The satellite of this server; its part of the file names.
+/// The satellite's part of the file names.
 constexpr const char* kSatellitePrefix = "ME7-";
 
 /// Anonymous servers ask for a mail address.
@@ -93,8 +93,8 @@ void TMsfcJob::Run() {
       file.Time = wanted.Time;
       file.Uncompress = settings_.Uncompress;
       file.ImageSize = kImageSize;
-      // kept: the compressed file's own presence is not looked at, so that without uncompressing every file
-      // is fetched again by each run.
+      // kept: a compressed file that is present does not count, so without uncompressing each run fetches
+      // every file again.
       if (IsDecoded(context_, file)) continue;
       FetchAndUncompress(context_, session, file, kRule);
     }

@@ -9,14 +9,14 @@
 
 namespace skyreel {
 
-/// An optional list of the names that alone are wanted. Empty, it lets every name pass.
+/// An optional list of wanted names. An empty list wants every name.
 class TWantedNames {
  public:
   TWantedNames() = default;
   /// From comma text (line ends separate names too), in any letter case.
   explicit TWantedNames(std::string_view comma_text);
-  /// From a comma-text file. None of that name: every name is wanted. One that cannot be read, is larger than
-  /// 4 MiB or holds binary data counts as none, and one status line says so.
+  /// From a comma-text file. Without the file every name is wanted. A file that cannot be read, is larger
+  /// than 4 MiB or holds binary data is not used, and one status line says so.
   static TWantedNames FromFile(const std::filesystem::path& file, TStatusDisplay& display);
 
   bool Wants(std::string_view name) const;

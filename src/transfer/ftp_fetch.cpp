@@ -101,17 +101,17 @@ void TFtpSession::Close() {
     const auto watchdog = Guard(context_.Run);
     client.Disconnect();
   } catch (const std::exception&) {
-    // There is nothing left to do with the server but to leave it.
+    // A server that refuses the goodbye is left without one.
   }
   Drop();
 }
 
-/// Closes what is still open, whatever the server thinks of it.
+/// Closes what is still open without a goodbye.
 void TFtpSession::Drop() {
   try {
     if (context_.NMFTP.Connected) context_.NMFTP.TPowersock::Disconnect();
   } catch (const std::exception&) {
-    // A socket that cannot be closed in order is closed all the same.
+    // The socket is closed nevertheless.
   }
 }
 
@@ -119,7 +119,7 @@ void TFtpSession::Drop() {
 bool TFtpSession::EnsureOpen() {
   if (use_wininet_) return connection_ != nullptr;
   try {
-    // Nothing is due between two files: what came is a goodbye, behind which the close stands.
+    // Nothing is due between two files: any input is a goodbye, and the close follows it.
     context_.NMFTP.ClearInput();
     context_.NMFTP.EnsureConnected();
     breaks_ = 0;
@@ -186,7 +186,7 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
   fetch.Result.Reason = Masked(end.Reason);
 }
 
-/// WinInetFtpGet has told the user of a failure by then.
+/// WinInetFtpGet has already reported a failure.
 TFtpSession::TEnd TFtpSession::WinInetEnd(const std::filesystem::path& local_path) const {
   switch (context_.WinInet->LastState()) {
     case TWinInetTransferState::wtsNoFile:

@@ -31,8 +31,8 @@ struct TFtpFile {
 /// What FtpFetchFile did.
 struct TFtpFetch {
   TFileResult Result;
-  /// Nothing spoke against the file and it is there afterwards. kept: that says nothing about its being
-  /// whole; after a failed transfer through NMFTP an old or a cut file counts, too.
+  /// No failure is known and the file exists. kept: it need not be whole; after a failed transfer through
+  /// NMFTP an old or a cut file counts, too.
   bool Received = false;
   /// The file is whole and still noted in the ledger: the caller ends the note.
   bool StillNoted = false;
@@ -62,8 +62,8 @@ class TFtpSession {
   void Close();
 
   bool UsesWinInet() const { return use_wininet_; }
-  /// The connection broke several times in a row, as a status line has said: no further file will come, so
-  /// the job should end. FtpFetchFile does nothing then.
+  /// The connection broke several times in a row, and a status line said so. No further file will come, so
+  /// the job should end.
   bool IsLost() const { return breaks_ > kMaxBreaks; }
 
  private:
@@ -90,11 +90,11 @@ class TFtpSession {
   TFtpLogin login_;
   bool use_wininet_;
   std::unique_ptr<TWinInetTransfer::TConnection> connection_;
-  int breaks_ = 0;  ///< how often in a row the connection was gone before a file
+  int breaks_ = 0;  ///< how many times in a row the connection was gone before a file
 };
 
-/// Opens a session, runs `work` in it, and closes it whatever happens. False when it could not be opened: a
-/// status line has said why, and `work` is not called.
+/// Opens a session, runs `work` in it, and always closes it. When it cannot be opened, a status line says
+/// why, `work` is not called, and the result is false.
 bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
                    const std::function<void(TFtpSession&)>& work);
 
@@ -121,10 +121,10 @@ class TFtpListing {
   std::vector<std::string> names_;
 };
 
-/// A listing line without all characters but "-", ".", "_", letters and digits.
+/// Only the characters "-", ".", "_", letters and digits of a listing line.
 std::string FilterListItem(std::string_view line);
 
-// What the form does on the client's events.
+// The form's handlers of the client's events.
 
 /// Status text as a status line, without control characters.
 void NMFTPStatus(TStatusDisplay& display, const std::string& status);

@@ -12,8 +12,8 @@
 #include "transfer/transfer_context.h"
 
 // Every request below goes out under the shared time-out and proxy, guarded by the watchdog. A wanted proxy
-// whose port is no number from 0 to 65535 is left out; one status line a run says so.
-// kept: a proxy that was set earlier in the program's run stays in effect when it is not wanted any more.
+// whose port is not a number from 0 to 65535 is left out, and one status line a run says so.
+// kept: once set, a proxy stays in effect for the program's run, even when it is not wanted any more.
 
 namespace skyreel {
 
@@ -78,13 +78,12 @@ std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, 
 
 /// How a file gets to its place.
 enum class TDelivery {
-  /// Through a THttpStream. As many bytes as a whole file has are whole, whatever the HTTP status says. A
-  /// short download deletes the local file.
+  /// Through a THttpStream. Enough bytes are a whole file, whatever the HTTP status says. A short download
+  /// deletes the local file.
   Stream,
-  /// Straight into the file, whose folder is created; the transfer ledger notes it until it is whole. The
-  /// HTTP
-  /// status must be a good one. A good older file is replaced only by a whole one, which arrives under the
-  /// name with ".part" added.
+  /// Straight into the file, whose folder is created. The transfer ledger notes it until it is whole. The
+  /// HTTP status must be a good one. Only a whole file replaces a good older one; it arrives under the name
+  /// with ".part" added.
   Direct,
 };
 

@@ -7,23 +7,24 @@
 
 namespace skyreel {
 
-/// The status of a reply that holds a part of what was asked for. The program never asks for a part, but a
-/// server or a proxy on the way may send one all the same.
+/// The status of a reply that holds only a part of the file. The program never asks for a part; a server or a
+/// proxy may still send one.
 inline constexpr int kPartialContent = 206;
 
 /// Reads Content-Length (bytes, signed 32-bit) and Last-Modified out of a response header, whose lines may
 /// end in CR LF, LF or CR. Format: RFC 1945, "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT"; the time is
 /// taken as written, whatever the zone word says. Keys match in any letter case, at the start of a line only,
-/// and the last occurrence of a key wins. A missing key leaves its variable as it was. False when a number or
-/// date is none (one beyond 32 bits included): the variables then hold what was read before it. Never throws.
+/// and the last occurrence of a key wins. A missing key leaves its variable as it was. False when a number
+/// (also one beyond 32 bits) or a date cannot be read; the variables then hold what was read before it. Never
+/// throws.
 bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDateTime& last_modified);
 
 /// The month, 1 to 12, that a text of exactly three letters abbreviates in English, in any letter case; 0 for
 /// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.
 int MonthNumber(std::string_view text);
 
-/// Whether a body that begins so is an HTML page: where a picture was asked for, most likely one that tells
-/// of an error.
+/// Whether a body with this beginning is an HTML page. A page that comes for a picture is most likely an
+/// error message.
 bool IsHtmlPage(std::string_view beginning);
 
 }  // namespace skyreel

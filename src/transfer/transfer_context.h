@@ -14,7 +14,7 @@ class TTransferLedger;
 class TWinInetTransfer;
 struct TFileResult;
 
-/// What a job shows while it runs. The main form shows it; tests record it.
+/// Shows what a job does while it runs. The main form implements it; tests record it.
 class TStatusDisplay {
  public:
   virtual ~TStatusDisplay() = default;
@@ -63,8 +63,8 @@ struct TSharedSettings {
   std::string ProxyPort;  ///< as typed; a number only if the user typed one
 };
 
-/// What the transfer primitives need; nothing in it leads back to the form. The owner keeps everything
-/// alive for the whole run.
+/// What the transfer primitives need. Nothing in it leads back to the form. The owner keeps everything alive
+/// for the whole run.
 struct TTransferContext {
   TStatusDisplay& Display;
   TRunControl& Run;

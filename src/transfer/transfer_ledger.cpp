@@ -27,7 +27,7 @@ namespace {
 constexpr const char* kNobody = "-";
 /// Far more than years of cut transfers leave behind.
 constexpr std::int64_t kSizeLimit = 64 << 20;
-/// Another copy holds the lock for one rewrite of a small file; a stopped copy must not hang this one.
+/// A rewrite of the small file takes far less; a stopped copy must not hang this one.
 constexpr auto kLockPatience = std::chrono::seconds(1);
 
 std::string Encode(const fs::path& path) {
@@ -62,12 +62,12 @@ std::string ReadText(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-/// Boot, process number and start time of a process: no later process has the same. Empty for one that is
-/// not running.
+/// Boot, process number and start time of a process, which no later process shares. Empty when it does not
+/// run.
 std::string WriterOf(pid_t process) {
   const std::string number = std::to_string(process);
   const std::string status = ReadText("/proc/" + number + "/stat");
-  // The name in brackets may hold anything; behind it stand the state and, as 20th word, the start time.
+  // The name in brackets may hold anything. After it come the state and, as the 20th word, the start time.
   const std::size_t bracket = status.rfind(')');
   if (bracket == std::string::npos || status.size() < bracket + 3) return "";
   const char state = status[bracket + 2];
@@ -86,8 +86,8 @@ bool IsRunning(const std::string& writer) {
   return process > 0 && WriterOf(process) == writer;
 }
 
-/// Opens the file and locks it. The file is replaced by each change, so the lock counts only when the file
-/// of that name is still the one that was locked. Empty when that cannot be had.
+/// Opens the file and locks it. Each change replaces the file, so the lock counts only when the name still
+/// leads to the locked file. Not locked when that fails.
 class TLockedFile {
  public:
   explicit TLockedFile(const fs::path& path) {
@@ -113,7 +113,7 @@ class TLockedFile {
   int error_ = 0;
 };
 
-/// A note of a file that is gone helps nobody. (A missing folder proves nothing: a disk may be away.)
+/// A note of a deleted file is useless. (A missing folder proves nothing: its disk may be unplugged.)
 bool IsStale(const std::string& line, const std::string& writer) {
   const fs::path path = Decode(line);
   std::error_code ignored;
@@ -146,7 +146,7 @@ bool TTransferLedger::Begin(const fs::path& path) {
 
 void TTransferLedger::End(const fs::path& path, TTransferEnd end) {
   const std::string line = Encode(path);
-  // Without its note a file counts as complete for ever, so a power cut must not find it in memory only.
+  // A file without a note counts as complete for ever, so it must survive a power cut.
   if (end == TTransferEnd::Whole && FileSizeOf(path) >= 0 && !FlushToDisk(path)) end = TTransferEnd::Cut;
   const bool keep = noted_before_.erase(line) == 0 ? end == TTransferEnd::Cut : end != TTransferEnd::Whole;
   if (!keep) unsaved_.erase(line);
@@ -175,7 +175,7 @@ TTransferLedger::TVersion TTransferLedger::CurrentVersion() const {
   return {info.st_dev, info.st_ino, info.st_size, info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
 }
 
-/// Reads the file if it is another than the one read last. One that cannot be read holds no notes.
+/// Reads the file if it changed since the last time. An unreadable file holds no notes.
 void TTransferLedger::Refresh() {
   const TVersion version = CurrentVersion();
   if (version == version_) return;
@@ -195,8 +195,8 @@ void TTransferLedger::Refresh() {
   }
 }
 
-/// Lets `change` alter the notes as they stand now, and saves them if it says that it did. False when
-/// they could not be saved.
+/// Lets `change` alter the current notes, and saves them if it returns true. False when they could not be
+/// saved.
 bool TTransferLedger::Change(const std::function<bool(TNotes&)>& change) {
   std::string reason;
   {

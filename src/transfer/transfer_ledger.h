@@ -14,47 +14,47 @@ namespace skyreel {
 /// How a noted transfer ended.
 enum class TTransferEnd {
   Whole,      ///< the file is complete
-  Cut,        ///< something was written to the file, and it is not known to be complete
-  Untouched,  ///< nothing was written: what was there before is still what it was
+  Cut,        ///< something was written to the file, which is perhaps not complete
+  Untouched,  ///< nothing was written: an older file is still as it was
 };
 
-/// Which final names are being written, or were left half-written. A transfer that writes straight to its
-/// final name is noted here before it writes, and the note goes when it has ended whole. So a file that a
-/// reset, a full disk or a kill left behind never passes for a complete one in later runs.
+/// Knows which final names are being written or were left half-written. A transfer that writes straight to
+/// its final name is noted here first, and the note goes when the file is whole. So later runs never take a
+/// file that a reset, a full disk or a kill cut short for a complete one.
 ///
 /// The notes stand in one small file, a line each: who writes, a blank, the absolute path with its control
-/// characters and '%' as %XX. Who writes is "-" for a transfer that has ended, else boot, process number
-/// and start time of the copy of the program that runs it; a copy that is gone has ended too. The file is
-/// replaced whole under a lock, so several copies may use it, and a kill leaves it readable. Lines that make
-/// no sense are passed over.
+/// characters and '%' as %XX. Who writes is "-" for a transfer that has ended, otherwise boot, process number
+/// and start time of the copy of the program that runs it. A copy that no longer runs has ended, too. The
+/// file is replaced whole under a lock, so several copies may use it, and a kill leaves it readable. Lines
+/// that make no sense are skipped.
 ///
 /// Not for use from several threads.
 class TTransferLedger {
  public:
-  /// Removes what killed copies left beside `file` while they wrote it.
+  /// Removes the temporary files that killed copies left in the folder of `file`.
   explicit TTransferLedger(std::filesystem::path file);
 
   /// Notes that `path` is about to be written. False, and nothing noted, while another running copy of the
-  /// program writes it: this one must leave it alone. When the note cannot be saved it is kept in memory
-  /// only, and OnProblem is told.
+  /// program writes it: this one must leave it alone. A note that cannot be saved is kept in memory only, and
+  /// OnProblem gets the reason.
   [[nodiscard]] bool Begin(const std::filesystem::path& path);
-  /// Ends what Begin began. Only after a whole transfer whose file is on the disk by then, or an untouched
-  /// file that was not noted before, does the note go.
+  /// Ends what Begin began. The note goes after a whole transfer whose file is on the disk by then, and after
+  /// an untouched file that was not noted before; otherwise it stays.
   void End(const std::filesystem::path& path, TTransferEnd end);
 
-  /// Whether `path` is noted, by whichever copy.
+  /// Whether any copy has noted `path`.
   bool IsNoted(const std::filesystem::path& path);
   /// Whether `path` is a regular file that is not noted: complete, as far as this program knows. A file that
-  /// another copy is just writing is not (Begin then refuses, so the two do not write over each other).
+  /// another copy is writing is not present.
   bool Present(const std::filesystem::path& path);
 
-  /// Told once, in one line, that notes cannot be saved (a read-only folder, a full disk).
+  /// Gets one line, once, when notes cannot be saved (a read-only folder, a full disk).
   std::function<void(TTransferLedger& sender, const std::string& text)> OnProblem;
 
  private:
   /// Who writes, by encoded path.
   using TNotes = std::map<std::string, std::string, std::less<>>;
-  /// Tells one version of the file from the next: each is a new file.
+  /// Identifies one version of the file; each version is a new file.
   struct TVersion {
     dev_t Device = 0;
     ino_t Inode = 0;

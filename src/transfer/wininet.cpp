@@ -31,7 +31,7 @@ constexpr std::uint32_t kErrorExtended = 12003;
 constexpr std::chrono::milliseconds kPoll{250};
 constexpr std::chrono::milliseconds kGrace{50};
 
-/// What the library passes with the end of a request.
+/// What the library passes when a request ends.
 struct TAsyncResult {
   std::uintptr_t Result;
   std::uint32_t Error;
@@ -127,7 +127,7 @@ std::unique_ptr<TWinInetTransfer::TConnection> TWinInetTransfer::Connect(const s
   const TWinInetApi& api = Api();
   const THandle session = api.InternetOpenA("Skyreel", 0, nullptr, nullptr, kAsynchronous);
   if (session == nullptr) return nullptr;
-  // Context 0: the handle is there at once, and no callback concerns it.
+  // Context 0: the handle comes at once and gets no callback.
   const THandle connection = api.InternetConnectA(session, host.c_str(), port, user.c_str(), password.c_str(),
                                                   kServiceFtp, passive ? kPassive : 0, 0);
   if (connection == nullptr) {
@@ -144,7 +144,7 @@ TWinInetTransfer::TRemoteFile TWinInetTransfer::WinInetFindRemote(THandle connec
   TWinInetFindData data;
   const THandle search = Api().FtpFindFirstFileA(connection, remote_path.c_str(), &data, kReload, 0);
   if (search == nullptr) return remote;
-  // kept: a handle alone is no proof that there is such a file.
+  // kept: a handle alone does not prove that the file exists.
   remote.Found = Api().GetLastError() != kErrorNoMoreFiles;
   remote.Size = data.FileSizeLow;
   Api().InternetCloseHandle(search);
@@ -161,7 +161,7 @@ bool TWinInetTransfer::WinInetFtpGet(TTransferContext& context, THandle connecti
     request.WinInetTransferState = TWinInetTransferState::wtsNoFile;
     request.Ended = true;
   } else {
-    // Before the call, since the library may tell the end before the call returns.
+    // Before the call, because the library may report the end before the call returns.
     request.WinInetTransferState = TWinInetTransferState::wtsRunning;
     if (!Api().FtpGetFileA(connection, remote_path.c_str(), local_path.string().c_str(), 0, 0,
                            kReload | kBinary, reinterpret_cast<TWinInetApi::TContext>(&request))) {
@@ -192,8 +192,7 @@ void TWinInetTransfer::Await(TTransferContext& context, TRequest& request) {
   } while (request.WinInetTransferState == TWinInetTransferState::wtsRunning && elapsed <= time_out);
   context.Display.SetProgress(0);
   context.Display.SetBytes(bytes, kApplicationTitle);
-  // kept: an end that came during the last step is too late. What the library writes from now on concerns
-  // its own record of the request alone.
+  // kept: an end that came during the last step is too late.
   last_state_ = elapsed > time_out ? TWinInetTransferState::wtsTimedOut : request.WinInetTransferState.load();
 }
 
@@ -227,7 +226,7 @@ void TWinInetTransfer::ShowOutcome(TTransferContext& context, TRequest& request,
 void SKYREEL_WININET_CALL TWinInetTransfer::WinInetStatusCallback(THandle, TWinInetApi::TContext context,
                                                                   std::uint32_t status, void* info,
                                                                   std::uint32_t info_length) {
-  // Sending, sent, receiving, handle created and closing do not concern a request.
+  // The other status codes do not matter to a request.
   if (context == 0 || info == nullptr) return;
   auto& request = *reinterpret_cast<TRequest*>(context);
   if (status == kStatusResponseReceived && info_length >= sizeof(std::uint32_t)) {
@@ -243,7 +242,7 @@ void SKYREEL_WININET_CALL TWinInetTransfer::WinInetStatusCallback(THandle, TWinI
       request.WinInetLastResponse = response;
     }
     request.WinInetLastError = result.Error;
-    // Last but one, so that whoever sees the end sees all of it.
+    // After the fields above, so that a reader who sees the end sees them, too.
     request.WinInetTransferState =
         result.Error == 0 ? TWinInetTransferState::wtsDone : TWinInetTransferState::wtsFailed;
     request.Ended = true;

@@ -19,7 +19,7 @@
 
 namespace skyreel {
 
-/// What a search for a remote file fills in; laid out as the library does it.
+/// The result of a search for a remote file, in the library's layout.
 struct TWinInetFindData {
   std::uint32_t Attributes = 0;
   std::uint32_t Times[6] = {};
@@ -64,11 +64,11 @@ struct TWinInetApi {
                                                 std::uint32_t length) = nullptr;
   TStatusCallback(SKYREEL_WININET_CALL* InternetSetStatusCallback)(THandle, TStatusCallback) = nullptr;
 
-  /// The calling thread's last error: the system's, not the library's.
+  /// The system's last error of the calling thread.
   std::uint32_t(SKYREEL_WININET_CALL* GetLastError)() = nullptr;
 };
 
-/// The loaded library. Destroying it unloads it; after that it calls back no more.
+/// The loaded library. The destructor unloads it; after that it calls back no more.
 class TWinInetLibrary {
  public:
   virtual ~TWinInetLibrary() = default;
@@ -76,7 +76,7 @@ class TWinInetLibrary {
 };
 
 /// Fills the 13 entry points by name from `find`, which gives nothing for a name that it does not know.
-/// False unless all were found.
+/// True when all were found.
 bool ResolveWinInet(TWinInetApi& api, const std::function<void*(const char* name)>& find);
 
 /// Loads the library. Empty when it or one of its entry points is missing, and always off Windows.
@@ -91,12 +91,12 @@ enum class TWinInetTransferState : std::uint8_t {
   wtsNoFile = 5,    ///< the remote file was not found
 };
 
-/// Downloads by FTP through the operating system's Internet library: asynchronous requests whose progress
-/// and end the library tells on a thread of its own. The owner keeps it for the program's whole run.
+/// Downloads by FTP through the operating system's Internet library: asynchronous requests whose progress and
+/// end the library reports on a thread of its own. The owner keeps it for the program's whole run.
 ///
-/// Each request has a state of its own that the library is given as context. A request that timed out is
-/// not cancelled, so the library may still write to its state later: it is kept until the library has told
-/// the request's end, else until the library is unloaded.
+/// Each request has its own record, which the library gets as context. A request that timed out is not
+/// cancelled, so the library may still write to its record: the record lives until the library reports the
+/// end, or until the library is unloaded.
 class TWinInetTransfer {
  public:
   using THandle = TWinInetApi::THandle;
@@ -134,8 +134,8 @@ class TWinInetTransfer {
   /// Looks for a file on the server.
   TRemoteFile WinInetFindRemote(THandle connection, const std::string& remote_path) const;
 
-  /// Downloads a file under the shared time-out, with progress display, and leaves one status line with the
-  /// outcome, or the server's own lines. True only when the library said that it is done.
+  /// Downloads a file under the shared time-out, with progress display, and adds one status line with the
+  /// outcome, or the server's own lines. True only when the library reports success.
   bool WinInetFtpGet(TTransferContext& context, THandle connection, const std::string& remote_path,
                      const std::filesystem::path& local_path);
 
@@ -167,7 +167,7 @@ class TWinInetTransfer {
   std::list<TRequest> requests_;
   TWinInetTransferState last_state_ = TWinInetTransferState::wtsIdle;
   TRemoteFile last_remote_;
-  // Behind the requests, so that it is unloaded before they go.
+  // After the requests, so that it is unloaded before they are destroyed.
   std::unique_ptr<TWinInetLibrary> library_;
 };
 
