@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <list>
 #include <system_error>
@@ -47,12 +48,16 @@ std::optional<std::string> TConnection::ReadLine() {
       if (line.ends_with('\r')) line.pop_back();
       return line;
     }
-    char data[4096];
-    if (buffer_.size() > kLongestLine || !WaitFor(socket_, POLLIN, kIdleLimit)) return std::nullopt;
-    const ssize_t size = ::recv(socket_, data, sizeof data, 0);
-    if (size <= 0) return std::nullopt;
-    buffer_.append(data, static_cast<std::size_t>(size));
+    const std::string more = buffer_.size() > kLongestLine ? "" : Receive();
+    if (more.empty()) return std::nullopt;
+    buffer_ += more;
   }
+}
+
+std::string TConnection::Receive() {
+  char data[65536];
+  const ssize_t size = WaitFor(socket_, POLLIN, kIdleLimit) ? ::recv(socket_, data, sizeof data, 0) : 0;
+  return {data, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
 }
 
 bool TConnection::HasInput() {
@@ -110,6 +115,10 @@ std::unique_ptr<TConnection> TListener::Accept(std::chrono::milliseconds limit) 
   return socket < 0 ? nullptr : std::make_unique<TConnection>(socket);
 }
 
+void TListener::Interrupt() {
+  ::shutdown(socket_, SHUT_RDWR);
+}
+
 std::unique_ptr<TConnection> ConnectLocally(int port) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket < 0) return nullptr;
@@ -126,13 +135,14 @@ TTcpServer::TTcpServer(int port, THandler handler)
 
 TTcpServer::~TTcpServer() {
   acceptor_.request_stop();
+  listener_.Interrupt();
   acceptor_.join();
 }
 
 void TTcpServer::Serve(const std::stop_token& stop) {
   std::list<TSession> sessions;
   while (!stop.stop_requested()) {
-    auto connection = listener_.Accept(100ms);
+    auto connection = listener_.Accept(-1ms);
     sessions.remove_if([](const TSession& session) { return session.Done.load(); });
     if (!connection || sessions.size() >= kMostSessions) continue;
     TSession& session = sessions.emplace_back();

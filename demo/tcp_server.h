@@ -24,9 +24,11 @@ class TConnection {
   std::optional<std::string> ReadLine();
   /// A line has come, or the other side has closed.
   bool HasInput();
+  /// The next bytes, waited for at most a minute; "" when the connection is over.
+  std::string Receive();
   bool Write(std::string_view data);
-  /// Says that no more is sent, then waits until the other side has closed too, at most `limit`, so that no
-  /// data still under way is lost.
+  /// Ends the sending, then waits at most `limit` until the other side has closed too: data on their way are
+  /// not lost.
   void Finish(std::chrono::milliseconds limit);
   /// Ends all waits; for another thread.
   void Interrupt();
@@ -47,8 +49,10 @@ class TListener {
   TListener& operator=(const TListener&) = delete;
 
   int Port() const { return port_; }
-  /// The next connection, waited for at most `limit`; null when there is none.
+  /// The next connection, waited for at most `limit` (-1 ms: for ever); null when there is none.
   std::unique_ptr<TConnection> Accept(std::chrono::milliseconds limit);
+  /// Accepts no more and ends the wait of Accept; for another thread.
+  void Interrupt();
 
  private:
   int socket_;

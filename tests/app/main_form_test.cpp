@@ -123,17 +123,16 @@ class MainFormTest : public testing::Test {
   /// Once the server is asked for `path`, calls `action` on the form's thread, inside the job's wait; only
   /// then the server answers, with a 404.
   void Meanwhile(const std::string& path, std::function<void()> action) {
-    Server.AnswerScript(path, test::TScript()
-                                  .Call([action] {
-                                    auto done = std::make_shared<std::promise<void>>();
-                                    const auto run = [action, done] {
-                                      action();
-                                      done->set_value();
-                                    };
-                                    QMetaObject::invokeMethod(qApp, run, Qt::QueuedConnection);
-                                    done->get_future().wait_for(20s);
-                                  })
-                                  .Reply(test::HttpReply("none", {}, "404 Not found")));
+    Server.Handle(path, [action](const std::string&, const std::string&) {
+      std::promise<void> done;
+      const auto run = [&] {
+        action();
+        done.set_value();
+      };
+      QMetaObject::invokeMethod(qApp, run, Qt::QueuedConnection);
+      done.get_future().wait_for(20s);
+      return test::HttpReply("none", {}, "404 Not found");
+    });
   }
 
   /// The settings that a first start stores.
@@ -522,7 +521,10 @@ TEST_F(MainFormTest, TheWatchdogEndsATransferThatHangsAndTheJobGoesOn) {
     watchdog.start(0ms);
   };
   const auto later = [&] { QMetaObject::invokeMethod(qApp, let_it_run_out, Qt::QueuedConnection); };
-  Server.AnswerScript(kFirstChart, test::TScript().Call(later).Stall());
+  Server.Handle(kFirstChart, [&](const std::string&, const std::string&) {
+    later();
+    return "<stall>";
+  });
   Press("ButtonRunBracknell");
   EXPECT_FALSE(watchdog.isActive());
   EXPECT_THAT(Lines(), SizeIs(7));

@@ -103,6 +103,7 @@ class DiskFaults : public testing::TestWithParam<TDiskFault> {
       return true;
     std::optional<test::TFtpStageServer> server;
     ftp ? void(server.emplace(stage, subject.Passive)) : ServeHttp(stage);
+    if (ftp) server->Strict = fault.Gets != NoneSaved;
     const fs::path hit = stage.Output(stage.HitFile().Local);
     fs::create_directories(hit.parent_path());
     if (!fault.Make(stage, hit)) return false;
@@ -116,7 +117,7 @@ class DiskFaults : public testing::TestWithParam<TDiskFault> {
       EXPECT_THAT(seen.Sees, testing::HasSubstr(fault.Reason));
       expected.Sees = seen.Sees;
     }
-    Judge("Disk", name, subject, stage, seen, expected, fault.Gets == NoneSaved ? "no" : "yes");
+    Judge(subject, stage, seen, expected, fault.Gets == NoneSaved ? "no" : "yes");
     EXPECT_FALSE(fs::exists(stage.Folder / "none"));
     if (fs::exists(stage.Folder / "victim")) {
       EXPECT_EQ(ReadWholeFile(stage.Folder / "victim"), "precious");

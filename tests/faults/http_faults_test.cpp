@@ -131,17 +131,17 @@ TOutcome Play(TStage& stage, const THttpFault& fault, const std::string& method,
   text = ReplaceAll(text, "<ok>", "HTTP/1.0 200 OK\n");
   text = ReplaceAll(text, "<found>", "HTTP/1.0 302 Found\nLocation: ");
   text = ReplaceAll(text, "<size>", "Content-Length: " + std::to_string(body.size()) + "\n");
-  text = Filled(text, {{"body", body},
-                       {"half", half},
-                       {"rest", rest},
-                       {"almost", body.substr(0, body.size() - 1)},
-                       {"other", std::string(body.size(), 'e')},
-                       {"huge", has("<huge>") ? std::string(65 << 20, 'x') : ""},
-                       {"self", path},
-                       {"port", std::to_string(stage.Server.Port())},
-                       {"closed", std::to_string(test::ClosedPort())}});
+  text = Filled(ReplaceAll(text, "\n", "\r\n"), {{"body", body},
+                                                 {"half", half},
+                                                 {"rest", rest},
+                                                 {"almost", body.substr(0, body.size() - 1)},
+                                                 {"other", std::string(body.size(), 'e')},
+                                                 {"huge", has("<huge>") ? std::string(65 << 20, 'x') : ""},
+                                                 {"self", path},
+                                                 {"port", std::to_string(stage.Server.Port())},
+                                                 {"closed", std::to_string(test::ClosedPort())}});
   stage.Server.Answer("/moved", body);
-  stage.Server.AnswerScript(method + " " + path, test::Script(text));
+  stage.Server.Script(method + " " + path, text);
   return stage.Play(has("<stall>") ? 250 : 20'000, has("<drip>") && !has("<go>") ? 250 : 0);
 }
 
@@ -212,7 +212,7 @@ TEST_P(HttpFaults, CostOneFile) {
     subject.Prepare(stage);
     ServeHttp(stage);
     const TOutcome seen = Play(stage, GetParam(), "GET", stage.HitFile().Remote, stage.Body(stage.Hit));
-    Judge("HTTP: files", GetParam().Name, subject, stage, seen, Expected(subject.Family, GetParam()));
+    Judge(subject, stage, seen, Expected(subject.Family, GetParam()));
   }
 }
 
@@ -229,7 +229,9 @@ TEST(HttpServerFaults, ARefusedConnectionIsTold) {
     SCOPED_TRACE(subject.Name);
     TStage stage(subject.Size);
     subject.Prepare(stage);
-    stage.Server.StopListening();
+    stage.Server.Stop();
+    for (const TServerRootSetting& root : kServerRootSettings)
+      stage.Context.Servers.*root.Field = "http://" + stage.Server.Address();
     TOutcome seen = stage.Play();
     const std::string line = subject.Name == std::string("EUMETSAT images (old naming)")
                                  ? "D1 20051110 - failed to get file list: Connection Failed"
@@ -239,8 +241,8 @@ TEST(HttpServerFaults, ARefusedConnectionIsTold) {
     EXPECT_EQ(seen.Sees.empty(), line.empty());
     // The others have lines of their own.
     seen.Sees = line;
-    Judge("HTTP: servers", "connection refused", subject, stage, seen,
-          {line, subject.Family == TFamily::Older ? "the older file" : "nothing"}, "no");
+    Judge(subject, stage, seen, {line, subject.Family == TFamily::Older ? "the older file" : "nothing"},
+          "no");
   }
 }
 
@@ -275,7 +277,7 @@ TEST_P(HttpFaults, OfPagesAreTold) {
     if (fetched)
       line += std::string(line.empty() ? "" : "; ") + (pdus ? "Get: NAME; NAME - OK" : "NAME - OK");
     const TOutcome expected{line, fetched ? "whole" : "nothing"};
-    Judge("HTTP: pages", fault.Name, subject, stage, seen, expected, pdus ? "-" : "yes");
+    Judge(subject, stage, seen, expected, pdus ? "-" : "yes");
   }
 }
 
@@ -318,7 +320,7 @@ TEST(HttpHeaderFaults, CostNoMoreThanTheFile) {
       const TOutcome seen =
           Play(stage, {"", Whole, "", script}, "HEAD", stage.HitFile().Remote, stage.Body(stage.Hit));
       const bool chart = subject.Family == TFamily::Chart;
-      Judge("HTTP: headers asked for first", row.Name, subject, stage, seen,
+      Judge(subject, stage, seen,
             {chart ? row.Chart : get + row.Pdus, chart && row.Chart != ok ? "nothing" : "whole"});
     }
   }

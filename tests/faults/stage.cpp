@@ -14,7 +14,6 @@
 #include "sources/met_charts.h"
 #include "sources/msfc_data.h"
 #include "support/failure.h"
-#include "support/reliability_rows.h"
 #include "transfer/http_fetch.h"
 
 namespace skyreel::test {
@@ -24,10 +23,9 @@ using namespace std::chrono_literals;
 
 // --- The stage -------------------------------------------------------------------------------------------
 
-TStage::TStage(std::size_t size) : TJobFixture(TDateTime::FromDate(2005, 11, 10, 1, 45)), Size(size) {
+TStage::TStage(std::size_t size) : TJobFixture("2005-11-10 01:45"), Size(size) {
   fs::create_directories(Folder / "tmp");
   ::setenv("TMPDIR", (Folder / "tmp").c_str(), 1);
-  Context.Shared.BackDays = 1;
   BindFtpEvents(NMFTP, Display, Listing);
   for (TNMHTTP* const client : {&NMHTTP, &NMHTTPNotts}) {
     client->OnAboutToSend = [this](TNMHTTP& sender) {
@@ -133,8 +131,8 @@ std::string TStage::Disk() {
   return Ledger.IsNoted(Output(HitFile().Local)) ? disk + ", noted" : disk;
 }
 
-void Judge(const std::string& section, const std::string& fault, const TSubject& subject, TStage& stage,
-           const TOutcome& seen, const TOutcome& expected, const std::string& goes_on) {
+void Judge(const TSubject& subject, TStage& stage, const TOutcome& seen, const TOutcome& expected,
+           const std::string& goes_on) {
   EXPECT_EQ(seen.Sees, expected.Sees);
   EXPECT_EQ(seen.Disk, expected.Disk);
   EXPECT_EQ(stage.GoesOn(), goes_on);
@@ -144,7 +142,6 @@ void Judge(const std::string& section, const std::string& fault, const TSubject&
   if (subject.Family >= TFamily::Stream && subject.Family < TFamily::Ftp) {
     EXPECT_EQ(stage.AtRest(), "");
   }
-  AddReliabilityRow(section, fault, subject.Name, seen.Sees, seen.Disk, stage.GoesOn());
 }
 
 std::string TestName(std::string fault) {
@@ -154,12 +151,6 @@ std::string TestName(std::string fault) {
 }
 
 // --- What servers do -------------------------------------------------------------------------------------
-
-std::string Filled(std::string text, const std::map<std::string, std::string>& words) {
-  text = ReplaceAll(text, "\n", "\r\n");
-  for (const auto& [word, value] : words) text = ReplaceAll(text, "<" + word + ">", value);
-  return text;
-}
 
 std::string Repeated(const std::string& text) {
   std::string all;
@@ -181,7 +172,8 @@ std::string FtpSteps(const TStage& stage, const std::string& steps) {
   std::string all = login;
   for (std::size_t i = 0; i < stage.Files.size(); ++i) {
     const std::string body = stage.Body(i), half = body.substr(0, body.size() / 2);
-    all += Filled(i == stage.Hit ? ReplaceAll(steps, "break", "next|" + login) : TFtpStageServer::kWhole,
+    const std::string taken = ReplaceAll(ReplaceAll(steps, "\n", "\r\n"), "break", "next|" + login);
+    all += Filled(i == stage.Hit ? taken : TFtpStageServer::kWhole,
                   {{"retr", "RETR " + stage.Files[i].Remote + ">"},
                    {"size", std::to_string(body.size())},
                    {"body", body},
@@ -196,7 +188,7 @@ std::string FtpSteps(const TStage& stage, const std::string& steps) {
 }  // namespace
 
 TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, const std::string& steps)
-    : TFtpServer(passive, FtpSteps(stage, steps), stage.OnGoodbye) {
+    : TFtpServer(passive, FtpSteps(stage, steps), {}, stage.OnGoodbye) {
   stage.Context.Servers.EuDA = stage.Context.Servers.MSFC = Address();
 }
 

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "support/ftp_server.h"
 #include "support/job_fixture.h"
 #include "transfer/ftp_fetch.h"
 
@@ -81,17 +80,15 @@ const std::vector<TSubject>& FtpSubjects();
 /// The sources that ask for a page first. The second names one file for each page.
 const std::vector<TSubject>& PageSubjects();
 
-/// A server's steps in one text. "<word>" stands for what `words` holds; "\n" for CR LF.
-std::string Filled(std::string text, const std::map<std::string, std::string>& words);
 /// A text over and over, of more than 1 MiB.
 std::string Repeated(const std::string& text);
 
 /// Serves all files of an HTTP subject whole.
 void ServeHttp(TStage& stage);
 
-/// Serves the files of an FTP subject; the one that is hit by `steps` as TFtpServer reads them, with the
-/// words of Filled: <body>, <half> and <rest> of the file, its <size>, the command "<retr>", and a reply to
-/// PASV that leads nowhere, <closed>. "break" breaks the session off; the client comes again for what is
+/// Serves the files of an FTP subject; the one that is hit by `steps` as TFtpServer reads them, "\n" for CR
+/// LF, with these words: <body>, <half> and <rest> of the file, its <size>, the command "<retr>", and a reply
+/// to PASV that leads nowhere, <closed>. "break" breaks the session off; the client comes again for what is
 /// left.
 class TFtpStageServer : public TFtpServer {
  public:
@@ -102,8 +99,8 @@ class TFtpStageServer : public TFtpServer {
 /// A fault's name as the name of a test.
 std::string TestName(std::string fault);
 
-/// Asserts the outcome, that the run went on (or not), and that all is at rest; writes the row of the page.
-void Judge(const std::string& section, const std::string& fault, const TSubject& subject, TStage& stage,
-           const TOutcome& seen, const TOutcome& expected, const std::string& goes_on = "yes");
+/// Asserts the outcome, that the run went on (or not), and that all is at rest.
+void Judge(const TSubject& subject, TStage& stage, const TOutcome& seen, const TOutcome& expected,
+           const std::string& goes_on = "yes");
 
 }  // namespace skyreel::test

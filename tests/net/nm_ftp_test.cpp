@@ -9,7 +9,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "support/failure.h"
-#include "support/ftp_server.h"
+#include "support/scripted_server.h"
 #include "support/temp_folder.h"
 
 namespace skyreel {
@@ -24,7 +24,7 @@ const std::regex kReplies(">[^|]*"), kPort("PORT 127,0,0,1,[0-9]+,[0-9]+");
 /// A client of `server` that keeps its events: c connected, x connection failed, and with the number of the
 /// command s success, u unsupported, f failure.
 struct TClient : TNMFTP {
-  explicit TClient(const TServer& server, TEventHook hook = {}) : TNMFTP(std::move(hook)) {
+  explicit TClient(const TScriptedServer& server, TEventHook hook = {}) : TNMFTP(std::move(hook)) {
     Host = "127.0.0.1";
     Port = server.Port();
     UserID = "user";
@@ -49,7 +49,7 @@ struct TClient : TNMFTP {
 };
 
 /// The lines that the server has read, divided by '|', "PORT" standing for a PORT command.
-std::string Asked(const TServer& server) {
+std::string Asked(const TScriptedServer& server) {
   std::string asked;
   for (const std::string& line : server.Lines())
     asked += (asked.empty() ? "" : "|") + std::regex_replace(line, kPort, "PORT");
@@ -101,7 +101,6 @@ TEST(NmFtp, LoginConversations) {
     EXPECT_EQ(ftp.Events, row.Error.empty() ? "c" : row.Error.starts_with("Line") ? "" : "x");
     EXPECT_THAT(ftp.Statuses, Not(AnyOf(HasSubstr("secret"), HasSubstr("fwpw"))));
     EXPECT_EQ(Asked(server), std::regex_replace(row.Talk, kReplies, ""));
-    EXPECT_THAT(server.Errors(), IsEmpty());
   }
 }
 
@@ -199,7 +198,6 @@ TEST(NmFtp, DownloadsTellHowTheyWent) {
       ftp.SendCommand("PWD");
       ftp.Disconnect();  // a server that hangs up at the QUIT has understood
       EXPECT_FALSE(ftp.Connected);
-      EXPECT_THAT(server.Errors(), IsEmpty());
     }
   }
 }

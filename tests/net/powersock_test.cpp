@@ -20,7 +20,7 @@ using namespace test;
 
 /// A component for `server`, and what happens in its waits.
 struct TClient : TPowersock {
-  explicit TClient(const TServer& server, bool connect = true)
+  explicit TClient(const TScriptedServer& server, bool connect = true)
       : TPowersock([this] {
           if (InWait) InWait();
         }) {
@@ -44,7 +44,7 @@ std::uint16_t PortOf(const TPowersock& socket) {
 // --- Connecting ------------------------------------------------------------------------------------------
 
 TEST(PowersockConnect, EveryOutcomeHasItsMessageAndLeavesTheComponentUsable) {
-  TScriptedServer good(std::vector<TScript>(20, TScript().Reply("hello\r\n")));
+  TScriptedServer good("hello\r\n", 20);
   // Connections beyond these two are neither taken nor refused: the queue is full.
   TPowersock full;
   full.Listen(true);
@@ -120,7 +120,7 @@ TEST(PowersockConnect, EveryOutcomeHasItsMessageAndLeavesTheComponentUsable) {
 }
 
 TEST(PowersockConnect, HandlersOfAnInvalidHostAndOfAMissingConnectionGetOneChance) {
-  TScriptedServer server(TScript().WaitForClose());
+  TScriptedServer server("<wait>", 2);
   TClient socket(server, false);
   socket.Host = "0.0.0.0";
   int asked = 0;
@@ -142,7 +142,7 @@ TEST(PowersockConnect, HandlersOfAnInvalidHostAndOfAMissingConnectionGetOneChanc
 }
 
 TEST(PowersockConnect, ArrivalAndCloseAreToldOnceAndTheCloseOnlyWhenTheDataAreRead) {
-  TScriptedServer server(TScript().Reply("one\r\n").Stall().Reply("last words\r\n"));
+  TScriptedServer server("one\r\n<stall>last words\r\n");
   TClient socket(server);
   int arrived = 0, disconnected = 0;
   socket.OnDataArrived = [&](TPowersock&) { ++arrived; };
@@ -206,21 +206,19 @@ TEST(PowersockReceive, LinesBytesAndStreams) {
   };
   const std::string longest = std::string(TPowersock::kMaxLine - 1, 'x') + "\n";
   const struct {
-    TScript Server;
+    std::string Server;
     std::vector<std::pair<TOperation, std::string>> Steps;  ///< what comes of each, or its failure
   } rows[] = {
-      {TScript().Reply("1\r\n2\n").Drip("222 three\r\npart", 1ms, 3),
+      {"1\r\n2\n<drip>222 three\r\npart",
        {{line, "1\r\n"}, {line, "2\n"}, {line, "222 three\r\n"}, {line, ""}}},
-      {TScript().Reply("noise").ReadLine().Reply(longest + "y" + longest).WaitForClose(),
+      {"noise<line>" + longest + "y" + longest + "<wait>",
        {{clear, ""}, {read(0), ""}, {write, ""}, {line, longest}, {line, "Line too long"}}},
-      {TScript().Drip("abcdefgh", 2ms).ReadLine().Reply("ij"),
+      {"<drip>abcdefgh<line><go>ij",
        {{read(5), "abcde"}, {read(3), "fgh"}, {write, ""}, {read(3), ""}, {read(0), "ij"}, {read(1), ""}}},
-      // The silence is bounded, not the whole.
-      {TScript().Drip(std::string(60, 'x'), 10ms, 2), {{capture(-1), std::string(60, 'x')}}},
       // A single byte is dropped, and the last receive may pass the maximum.
-      {TScript().Reply("x"), {{capture(-1), ""}}},
-      {TScript().Reply("abcdef"), {{capture(1), "abcdef"}, {capture(0), ""}}},
-      {TScript().ReadLine().Reset(),
+      {"x", {{capture(-1), ""}}},
+      {"abcdef", {{capture(1), "abcdef"}, {capture(0), ""}}},
+      {"<line><reset>",
        {{write, ""},
         {capture(-1), "10054:Connection reset by peer"},
         {write, "10053:Software caused connection abort"}}},
@@ -238,13 +236,13 @@ TEST(PowersockReceive, LinesBytesAndStreams) {
       EXPECT_EQ(std::exchange(told, ""), got.starts_with("100") ? got : "");
     }
   }
-  TClient socket(TScriptedServer(TScript()), false);
+  TClient socket(TScriptedServer(""), false);
   EXPECT_EQ(socket.ReadLn() + capture(-1)(socket), "") << "without a connection";
   EXPECT_EQ(socket.LastSocketError, 10057);
 }
 
 TEST(PowersockSend, WriteEndsAtNulAndRefusesTooMuch) {
-  TScriptedServer server(TScript().WaitForClose());
+  TScriptedServer server("<wait>");
   TClient socket(server);
   socket.Write("");
   socket.Write("ab\0cd"s);
@@ -255,8 +253,7 @@ TEST(PowersockSend, WriteEndsAtNulAndRefusesTooMuch) {
   socket.Write(std::string(65'535, 'x'));
   EXPECT_THROW(socket.SendFile("/nonexistent"), std::system_error);
   socket.Disconnect();
-  server.WaitForConnections(1);
-  EXPECT_TRUE(server.Received()[0] == "abef\r\na\0b"s + std::string(65'535, 'x'));
+  EXPECT_TRUE(server.Received(1)[0] == "abef\r\na\0b"s + std::string(65'535, 'x'));
 }
 
 TEST(PowersockSend, TransactionReadsTheCodeAndTheLevelFiltersTheTexts) {
@@ -272,8 +269,8 @@ TEST(PowersockSend, TransactionReadsTheCodeAndTheLevelFiltersTheTexts) {
       {"-5", 0, 8,
        "Transaction|Writeln|Write|Sending Buffer|Timer On|Timer Off|ReadLn|Timer On|Timer Off|-5\r\n|"},
   };
-  TScript script;
-  for (const auto& row : rows) script.Exchange("NOOP", row.Reply);
+  std::string script;
+  for (const auto& row : rows) script += "<line>"s + row.Reply + "\r\n";
   TScriptedServer server(script);
   TClient socket(server);
   std::string told;
@@ -315,7 +312,7 @@ TEST(PowersockWait, CancelAndTimeOutEndEveryWait) {
   enum class TEnd { TimeOut, Abort, Disconnect };
   for (const TEnd end : {TEnd::TimeOut, TEnd::Abort, TEnd::Disconnect}) {
     for (const auto& row : rows) {
-      TScriptedServer server(TScript().Reply("abc").Stall().Reply("d\r\n"));
+      TScriptedServer server("abc<stall>d\r\n");
       TClient socket(server);
       socket.TimeOut = end == TEnd::TimeOut ? 40 : 0;
       if (end == TEnd::Abort) socket.InWait = [&] { socket.Abort(); };
@@ -334,7 +331,7 @@ TEST(PowersockWait, CancelAndTimeOutEndEveryWait) {
 }
 
 TEST(PowersockWait, NothingElseStartsInsideAWaitThatAFailureOfTheHookLeaves) {
-  TScriptedServer server(TScript().Stall().Reply("220 ok\r\n"));
+  TScriptedServer server("<stall>220 ok\r\n");
   TClient socket(server);
   const std::function<void()> starts[] = {
       [&] { socket.Connect(); }, [&] { socket.Write("x"); },    [&] { socket.ReadLn(); },
@@ -352,7 +349,7 @@ TEST(PowersockWait, NothingElseStartsInsideAWaitThatAFailureOfTheHookLeaves) {
 }
 
 TEST(PowersockWait, EventsGoThroughWhileDataStreamButNotOncePerPacket) {
-  TScriptedServer server(TScript().Drip(std::string(200, 'x'), 1ms, 2));
+  TScriptedServer server("<drip>" + std::string(100, 'x'));
   TClient socket(server);
   int turns = 0;
   socket.InWait = [&] { ++turns; };

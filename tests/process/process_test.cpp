@@ -1,6 +1,5 @@
 // The program as a process of its own, killed, stopped, run twice at once and under a clock that jumps,
-// against a server in this process. SKYREEL_KILLS: how many times it is killed at random; by default 10, and
-// 50 where the page of faults is made.
+// against a server in this process. SKYREEL_KILLS: how many times it is killed at random; by default 10.
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -21,7 +20,6 @@
 #include "demo/lzw_encoder.h"
 #include "process/file_server.h"
 #include "process/program.h"
-#include "support/reliability_rows.h"
 
 namespace skyreel::test {
 namespace {
@@ -38,7 +36,7 @@ constexpr auto kLongEnough = 180s;
 
 int KillCount() {
   if (const char* const wanted = std::getenv("SKYREEL_KILLS")) return ToInteger(wanted);
-  return std::getenv("SKYREEL_RELIABILITY_ROWS") != nullptr ? 50 : 10;
+  return 10;
 }
 
 TDateTime DaysAgo(int days) {
@@ -180,14 +178,8 @@ bool WaitUntil(const std::function<bool()>& condition) {
   return condition();
 }
 
-void AddKillRow(const std::string& fault, const std::string& where) {
-  AddReliabilityRow("Process", fault, where, "nothing of the killed runs; the next run's own lines",
-                    "no short file under a final name without its note; no temporary file after the next run",
-                    "the next run completes the set");
-}
-
 /// As many times as `share` in ten kills.
-void KillAtRandom(TJob job, int share, std::chrono::milliseconds span, const std::string& where) {
+void KillAtRandom(TJob job, int share, std::chrono::milliseconds span) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
@@ -213,19 +205,18 @@ void KillAtRandom(TJob job, int share, std::chrono::milliseconds span, const std
     fs::remove_all(scene.Place.Out());
   }
   scene.RunToTheEnd();
-  AddKillRow("SIGKILL at " + std::to_string(count) + " random moments", where);
 }
 
 TEST(Process, KilledAtRandomOverHttp) {
-  KillAtRandom(TJob().Http(2).Pdus(), 4, 2000ms, "charts, EUMETSAT images, PDUS products");
+  KillAtRandom(TJob().Http(2).Pdus(), 4, 2000ms);
 }
 
 TEST(Process, KilledAtRandomOverFtp) {
-  KillAtRandom(TJob().Ftp(), 4, 5000ms, "EUMETSAT data, uncompressing");
+  KillAtRandom(TJob().Ftp(), 4, 5000ms);
 }
 
 TEST(Process, KilledAtRandomWhileAnAreaComes) {
-  KillAtRandom(TJob().Msfc(), 2, 4000ms, "MSFC areas, uncompressing");
+  KillAtRandom(TJob().Msfc(), 2, 4000ms);
 }
 
 TEST(Process, KilledBeforeEachRename) {
@@ -245,8 +236,6 @@ TEST(Process, KilledBeforeEachRename) {
   }
   EXPECT_GT(at, 10);
   scene.RunToTheEnd();
-  AddKillRow("SIGKILL before each rename of a run in turn",
-             "charts, EUMETSAT images, PDUS products, EUMETSAT data; ledger, report, settings");
 }
 
 /// A port whose queue of connections is full, so that connecting to it takes for ever.
@@ -359,9 +348,6 @@ TEST(Process, StoppedInEachWait) {
     const TWaitCase& c = kWaits[i];
     const TStopped stopped = outcomes[i].get();
     EXPECT_EQ(stopped.Problems, "") << c.Wait;
-    AddReliabilityRow("Process", "SIGTERM while waiting for " + std::string(c.Wait),
-                      c.Ftp ? "EUMETSAT data" : "EUMETSAT images", stopped.Lines, stopped.Disk,
-                      "ends with exit code 0 in time; report and settings are written");
   }
 }
 
@@ -375,10 +361,6 @@ TEST(Process, TwoCopiesAtOnce) {
   EXPECT_TRUE(report == first.Output() || report == second.Output()) << report;
   for (const TRun* const run : {&first, &second})
     EXPECT_TRUE(SplitLines(run->Output()).back().starts_with("Skyreel - V")) << run->Output();
-  AddReliabilityRow("Process", "two copies at once in the same folders", "all of these",
-                    "where both want a file at once: \"another copy of the program is fetching it\"",
-                    "the whole set, an empty ledger, the report of the copy that ended last",
-                    "both end with exit code 0");
 }
 
 TEST(Process, ClockSetDuringARun) {
@@ -398,9 +380,6 @@ TEST(Process, ClockSetDuringARun) {
   EXPECT_GE(changes, 5);
   EXPECT_EQ(scene.Incomplete(), "") << run.Output();
   EXPECT_EQ(run.Output().find("timed out"), std::string::npos) << run.Output();
-  AddReliabilityRow("Process", "the clock set forward and back by a day, ten times a second",
-                    "charts, EUMETSAT images", "every file \"OK\"",
-                    "the whole set, each file with its own time", "as usual; no time-out fires");
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "base/text.h"
-#include "sources/source_test.h"
+#include "support/job_fixture.h"
 
 namespace skyreel {
 namespace {
@@ -119,12 +119,12 @@ TEST(AnalysePdus, ListsTheProductsOfSavedPagesByAreaTimeAndChannel) {
 
 constexpr std::size_t kProduct = 890'120;
 
-class TPdus : public TSourceTest {
+class TPdus : public TJobTest {
  protected:
-  TPdus() : TSourceTest("2005-11-10 12:00") {}
+  TPdus() : TJobTest("2005-11-10 12:00") {}
   void TearDown() override {
     for (const int panel : {0, 1}) Display.SetPanel(panel, "");  // as the form does at the end of a run
-    TSourceTest::TearDown();
+    TJobTest::TearDown();
   }
   void RunJob(TWords wanted = {"0200, INDOEX, Visible"}) {
     TPdusJob(Context, {OutputPath(), "user", "secret", std::move(wanted)}).Run();
@@ -182,7 +182,7 @@ TEST_F(TPdus, SizesDecideWhatIsFetchedAndWhole) {
   for (const auto& c : cases) {
     std::filesystem::remove(Output(File));
     if (c.Present >= 0) WriteOutput(File, Picture(static_cast<std::size_t>(c.Present), 'o'));
-    Server.SetHandler([&](const std::string& asked, const std::string& request) {
+    Server.Handle("*", [&](const std::string& asked, const std::string& request) {
       if (asked == Order) return HttpReply(Link(Path));
       const bool head = request.starts_with("HEAD");
       return std::string("HTTP/1.0 ") + (head ? c.HeadStatus : "200 OK") +

@@ -1,7 +1,7 @@
 #include "sources/eu_archive.h"
 
-#include "sources/source_test.h"
 #include "sources/wanted_names.h"
+#include "support/job_fixture.h"
 
 namespace skyreel {
 namespace {
@@ -121,9 +121,9 @@ TEST(WantedNames, ComeFromAListThatCanBeRead) {
   EXPECT_THAT(display.Lines, ElementsAre(EndsWith(" - not used: Invalid argument")));
 }
 
-class TEuArchive : public TSourceTest {
+class TEuArchive : public TJobTest {
  protected:
-  TEuArchive() : TSourceTest("2005-11-10 01:30") {}
+  TEuArchive() : TJobTest("2005-11-10 01:30") {}
 
   void RunJob(bool new_naming, TWords items) {
     TEuArchiveJob(Context, {OutputPath(), new_naming, 0, std::move(items)}).Run();

@@ -2,7 +2,7 @@
 
 #include "demo/encoders.h"
 #include "demo/lzw_encoder.h"
-#include "sources/ftp_source_test.h"
+#include "support/job_fixture.h"
 
 namespace skyreel {
 namespace {
@@ -48,9 +48,9 @@ TEST(EuDataSlots, ReachToOneDayAgoAndMidnightBelongsToTheDayBefore) {
 }
 
 /// Ten past midnight, one day back, the slot "2400" of Meteosat 7: the images of 31 January and 1 February.
-class TEuData : public TFtpSourceTest {
+class TEuData : public TJobTest {
  protected:
-  TEuData() : TFtpSourceTest("2003-02-03 00:10") {
+  TEuData() : TJobTest("2003-02-03 00:10") {
     settings_.OutputPath = OutputPath();
     settings_.UserName = "user";
     settings_.Password = "secret";
@@ -60,6 +60,8 @@ class TEuData : public TFtpSourceTest {
     settings_.StartSlot = {47, 47};
     settings_.Interval = {6, 6};
   }
+  /// The form resets the rest at the end of a run.
+  void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }
   void Expect(const std::vector<TFtpAsked>& files) {
     Session(Context.Servers.EuDA, "user", "secret", files, [this] { TEuDataJob(Context, settings_).Run(); });
   }
@@ -85,7 +87,7 @@ TEST_F(TEuData, AsksForBothSatellitesWantedSlotsOldestFirst) {
                                     kLocalSecond + "IR.GIF 1 2003-02-02 00:00"));
   EXPECT_THAT(Lines(),
               AllOf(SizeIs(10), Contains("FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z - 550 No such file")));
-  EXPECT_EQ(Panel(0), "2003-Feb-02 0000");
+  EXPECT_EQ(Display.Panel(0), "2003-Feb-02 0000");
   // What is there is not asked for again, and of the rest what is on the list of known names alone.
   Folder.Write("program/EuDAFiles.txt",
                "fes_2003-01-31_2400_m7_ir.open_mtp.z,FES_2003-01-31_2400_M7_IR.GIF\r\n");

@@ -1,6 +1,6 @@
 #include "sources/goes_gsfc.h"
 
-#include "sources/source_test.h"
+#include "support/job_fixture.h"
 
 namespace skyreel {
 namespace {
@@ -8,9 +8,9 @@ namespace {
 using namespace test;
 using namespace testing;
 
-class TGoes : public TSourceTest {
+class TGoes : public TJobTest {
  protected:
-  TGoes() : TSourceTest("2006-01-01 00:30") { settings_.OutputPath = OutputPath(); }
+  TGoes() : TJobTest("2006-01-01 00:30") { settings_.OutputPath = OutputPath(); }
   void RunJob() { TGoesJob(Context, settings_).Run(); }
 
   TGoesSettings settings_;

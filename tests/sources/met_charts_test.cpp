@@ -1,6 +1,6 @@
 #include "sources/met_charts.h"
 
-#include "sources/source_test.h"
+#include "support/job_fixture.h"
 
 namespace skyreel {
 namespace {
@@ -119,9 +119,9 @@ TEST(ChartTime, AndFileNameFollowTheRuleOfTheKind) {
     EXPECT_EQ(ChartFileName({url, 14, 1, {}}, {}), "") << url;
 }
 
-class TMetCharts : public TSourceTest {
+class TMetCharts : public TJobTest {
  protected:
-  TMetCharts() : TSourceTest("2005-11-10 14:00") {}
+  TMetCharts() : TJobTest("2005-11-10 14:00") {}
 
   void RunJob(TWords sources) { TMetChartsJob(Context, {OutputPath(), std::move(sources), Url}).Run(); }
 

@@ -1,7 +1,7 @@
 #include "sources/msfc_data.h"
 
 #include "demo/lzw_encoder.h"
-#include "sources/ftp_source_test.h"
+#include "support/job_fixture.h"
 
 namespace skyreel {
 namespace {
@@ -33,13 +33,15 @@ TEST(MsfcFiles, ComeOldestDayFirstFromAnHourAfterTheirTimeWithoutTheVisibleAtMid
   }
 }
 
-class TMsfc : public TFtpSourceTest {
+class TMsfc : public TJobTest {
  protected:
-  TMsfc() : TFtpSourceTest("2003-02-01 23:50") {
+  TMsfc() : TJobTest("2003-02-01 23:50") {
     settings_.OutputPath = OutputPath();
     settings_.Channels = {"IR"};
     settings_.Slots = MsfcSlotItems();
   }
+  /// The form resets the rest at the end of a run.
+  void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }
   void Expect(const std::vector<TFtpAsked>& files) {
     Session(Context.Servers.MSFC, "anonymous", "skyreel@quenmoor.example", files,
             [this] { TMsfcJob(Context, settings_).Run(); });

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,48 +11,43 @@ namespace skyreel::test {
 /// A child process that runs `work` with the write end of a pipe and ends.
 class TChild {
  public:
-  template <typename F>
-  explicit TChild(F work) {
-    int ends[2];
-    if (::pipe(ends) != 0) throw std::runtime_error("pipe");
+  template <typename TWork>
+  explicit TChild(TWork work) {
+    if (::pipe(pipe_) != 0) throw std::runtime_error("pipe");
     process_ = ::fork();
     if (process_ == 0) {
-      ::close(ends[0]);
-      work(ends[1]);
+      work(pipe_[1]);
       ::_exit(0);
     }
-    ::close(ends[1]);
-    read_ = ends[0];
+    ::close(pipe_[1]);
   }
   ~TChild() {
     Kill();
-    ::close(read_);
+    ::close(pipe_[0]);
   }
   /// Waits for the child's next `count` bytes; false when it ended before.
   bool Await(int count = 1) {
     char byte;
-    while (count > 0 && ::read(read_, &byte, 1) == 1) --count;
+    while (count > 0 && ::read(pipe_[0], &byte, 1) == 1) --count;
     return count == 0;
   }
   void Kill() {
-    if (process_ > 0) {
-      ::kill(process_, SIGKILL);
-      Join();
-    }
+    if (process_ > 0) ::kill(process_, SIGKILL);
+    Join();
   }
   void Join() {
-    ::waitpid(process_, nullptr, 0);
+    if (process_ > 0) ::waitpid(process_, nullptr, 0);
     process_ = 0;
   }
 
  private:
+  int pipe_[2];
   pid_t process_ = 0;
-  int read_ = -1;
 };
 
 /// Sends the byte that TChild::Await waits for.
 inline void Say(int pipe) {
-  EXPECT_EQ(::write(pipe, "x", 1), 1);
+  if (::write(pipe, "x", 1) != 1) throw std::runtime_error("write");
 }
 
 }  // namespace skyreel::test

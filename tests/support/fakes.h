@@ -12,7 +12,7 @@
 
 namespace skyreel::test {
 
-/// A clock that stands still until it is told to sleep, and then jumps.
+/// A clock that stands still. A sleep sets it forward.
 class TFakeClock : public TClock {
  public:
   explicit TFakeClock(TDateTime now) : Now(now) {}
@@ -62,6 +62,13 @@ class TRecordingDisplay : public TStatusDisplay {
   std::vector<std::string> BytesLabels;
   std::vector<std::string> Titles;
   int BusyDepth = 0;
+
+  std::string Panel(int panel) const {
+    std::string last;
+    for (const auto& [number, text] : Panels)
+      if (number == panel) last = text;
+    return last;
+  }
 
  private:
   bool begun_ = false;

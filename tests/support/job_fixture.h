@@ -1,10 +1,8 @@
 #pragma once
 
-#include <functional>
-#include <map>
-#include <string>
-#include <vector>
+#include <gmock/gmock.h>
 
+#include "base/files.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
@@ -12,34 +10,145 @@
 #include "support/scripted_server.h"
 #include "support/temp_folder.h"
 #include "transfer/transfer_ledger.h"
+#include "transfer/transfer_progress.h"
 
 namespace skyreel::test {
 
-/// All that a job or a transfer primitive works with: the real network clients against an HTTP server of
-/// this process, a clock that stands still, a display that keeps what was shown, an output folder and a
-/// program's folder that go away with the test. Every HTTP server root leads to Server; time-out 20 s.
+/// "2005-11-10 12:30", with ":59" if need be; UTC.
+inline TDateTime At(const std::string& text) {
+  int part[6] = {};
+  std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d", part, part + 1, part + 2, part + 3, part + 4, part + 5);
+  return TDateTime::FromDate(part[0], part[1], part[2], part[3], part[4], part[5]);
+}
+
+/// `size` bytes that do not look like a page.
+inline std::string Picture(std::size_t size, char fill = 'x') {
+  return std::string(size, fill);
+}
+
+/// `size` bytes as of an image: neither equal nor random.
+inline std::string ImageBytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i / 900 % 64 + i * i / 7 % 4);
+  return bytes;
+}
+
+/// All that a job or a transfer function works with: the real network clients, an HTTP server of this process
+/// that every HTTP server root leads to, a clock that stands still, a display that keeps what was shown, an
+/// output folder and a program's folder that go with the test. One day back; time-out 20 s.
 class TJobFixture {
  public:
-  explicit TJobFixture(TDateTime now = TDateTime::FromDate(2005, 11, 10, 12, 0));
+  explicit TJobFixture(const std::string& now = "2005-11-10 12:00")
+      : Clock(At(now)),
+        Ledger(Folder / "ledger.txt"),
+        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, {}}, {}, Folder / "program"} {
+    std::filesystem::create_directories(OutputPath());
+    std::filesystem::create_directories(Context.ProgramFolder);
+    Context.Shared.TimeoutSeconds = 20;
+    Context.Shared.BackDays = 1;
+    for (const TServerRootSetting& root : kServerRootSettings)
+      Context.Servers.*root.Field = root.Ftp ? root.Default : "http://" + Server.Address();
+    NMHTTPNotts.InputFileMode = true;
+    NMFTP.OnPacketRecvd = NMHTTP.OnPacketRecvd = NMHTTPNotts.OnPacketRecvd = [this](TPowersock& sender) {
+      ShowTransferProgress(Display, sender.ReceivedByteCount, sender.TransferSize);
+    };
+  }
 
-  /// The output folder as jobs get it: with a trailing separator. It exists.
-  std::string OutputPath() const;
-  /// Every file below the output folder ('/' as separator) with its size.
-  std::map<std::string, std::int64_t> Tree() const;
-  /// The names alone.
-  std::vector<std::string> Files() const;
-  /// A file below the output folder, parents included.
-  std::filesystem::path WriteOutput(const std::string& relative, const std::string& content) const;
-  std::filesystem::path Output(const std::string& relative) const;
+  // --- Folders. OutputPath is as jobs get it: with a trailing separator.
+
+  std::string OutputPath() const { return (Folder / "out/").string(); }
+  std::filesystem::path Output(const std::string& relative) const { return Folder / "out" / relative; }
+  std::filesystem::path WriteOutput(const std::string& relative, const std::string& content) const {
+    return Folder.Write("out/" + relative, content);
+  }
+  /// Every file below the output folder with its size.
+  std::map<std::string, std::int64_t> Tree() const { return Folder.Tree("out"); }
+  TWords Files() const {
+    TWords files;
+    for (const auto& [name, size] : Tree()) files.push_back(name);
+    return files;
+  }
+  /// Every file with its size and time, "2005/11/10/a.gif 2000 2005-11-10 12:30".
+  TWords Stored() const {
+    TWords files;
+    for (const auto& [name, size] : Tree())
+      files.push_back(name + " " + std::to_string(size) +
+                      FormatDateTime(" yyyy-mm-dd hh':'nn", GetFileDateTime(Output(name))));
+    return files;
+  }
+
+  // --- What happened since the last question: requests ("GET /a.gif"), their paths, and status lines.
+
+  TWords Requests() {
+    TWords requests = Server.Requests();
+    const std::size_t before = std::exchange(asked_, requests.size());
+    requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(before));
+    return requests;
+  }
+  TWords Asked() {
+    TWords paths = Requests();
+    for (std::string& path : paths) path.erase(0, path.find(' ') + 1);
+    return paths;
+  }
+  TWords Lines() { return std::exchange(Display.Lines, {}); }
   /// What must hold after every run, however it went: bar, label, title, panels and cursor at rest, watchdog
   /// stopped, as often as it was started. "" or what is wrong.
-  std::string AtRest() const;
+  std::string AtRest() const {
+    std::string wrong;
+    if (!Display.Progress.empty() && Display.Progress.back() != 0) wrong += "progress bar; ";
+    if (!Display.BytesLabels.empty() && !Display.BytesLabels.back().empty()) wrong += "bytes label; ";
+    if (!Display.Titles.empty() && Display.Titles.back() != kApplicationTitle) wrong += "title; ";
+    for (const int panel : {0, 1})
+      if (!Display.Panel(panel).empty()) wrong += "panel " + Display.Panel(panel) + "; ";
+    if (Display.BusyDepth != 0) wrong += "cursor; ";
+    if (Run.WatchdogArmed || Run.Restarts != Run.Stops) wrong += "watchdog; ";
+    if (!Display.Lines.empty() && Display.Lines.back().starts_with("Get: ")) wrong += "outcome line; ";
+    return wrong;
+  }
+
+  // --- Servers
+
+  /// Answers every path with a picture of `size` bytes, and one that begins with `page_path` with `page`.
+  /// Once a path that ends with `last` is asked for, a stop is requested.
+  void Serve(std::size_t size, const std::string& page_path = "-", const std::string& page = "",
+             const std::string& last = "-") {
+    Run.Stop = false;
+    Server.Handle("*", [=, this](const std::string& path, const std::string&) {
+      if (path.ends_with(last)) Run.Stop = true;
+      return HttpReply(path.starts_with(page_path) ? page : Picture(size), {"Last-Modified: " + Modified});
+    });
+  }
+  /// A file that an FTP session is expected to ask for, and what the server does then.
+  struct TFtpAsked {
+    std::string Path;
+    std::optional<std::string> Content;  ///< none: the server has no such file
+    std::size_t Announced = 0;           ///< bytes announced, if not those of the content
+  };
+  /// Runs the job against a server, at `root`, that expects one session in active mode in which exactly these
+  /// files are asked for.
+  void Session(std::string& root, const std::string& user, const std::string& password,
+               const std::vector<TFtpAsked>& files, const std::function<void()>& job) {
+    std::string steps = ">220 hi|USER " + user + ">331 pw|PASS " + password + ">230 in|TYPE I>200 ok|";
+    TTexts contents;
+    for (const TFtpAsked& file : files) {
+      const std::size_t size = file.Announced > 0 ? file.Announced : file.Content.value_or("").size();
+      contents[file.Path] = file.Content.value_or("");
+      steps += "open|RETR " + file.Path + ">";
+      steps += file.Content ? "150 (" + std::to_string(size) + " bytes)|data:<" + file.Path + ">|>226 done|"
+                            : "550 No such file|";
+    }
+    const TFtpServer server(false, steps + "QUIT>221 bye|close", contents);
+    root = server.Address();
+    job();
+    server.Received(1);
+  }
 
   THttpServer Server;
   TTempFolder Folder;
   TFakeClock Clock;
   TRecordingDisplay Display;
   TFakeRun Run;
+  std::string Modified = "Thu, 10 Nov 2005 13:47:00 GMT";
   std::function<void()> OnTurn;  ///< called in each turn of a client's wait, as the window's events are
   TNMFTP NMFTP{[this] { Turn(); }};
   TNMHTTP NMHTTP{[this] { Turn(); }};
@@ -51,9 +160,26 @@ class TJobFixture {
   void Turn() const {
     if (OnTurn) OnTurn();
   }
+  std::size_t asked_ = 0;
 };
 
-/// `size` bytes that look like no page.
-std::string Picture(std::size_t size, char fill = 'x');
+/// A test of a job. At its end the display must be at rest and must never have shown the "secret".
+class TJobTest : public testing::Test, public TJobFixture {
+ protected:
+  using TJobFixture::Run;  // a test has one too
+  using TJobFixture::TJobFixture;
+
+  void TearDown() override { EXPECT_EQ(AtRest(), ""); }
+  /// A stop while a path that ends with `last` is served lets no further one be asked for.
+  void ExpectStopAt(const std::string& last, const std::function<void()>& run,
+                    const std::string& page_path = "-", const std::string& page = "") {
+    Serve(20'000, page_path, page, last);
+    run();
+    EXPECT_THAT(Asked().back(), testing::EndsWith(last));
+  }
+  ~TJobTest() override {
+    EXPECT_THAT(Display.AllLines, testing::Not(testing::Contains(testing::HasSubstr("secret"))));
+  }
+};
 
 }  // namespace skyreel::test

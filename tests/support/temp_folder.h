@@ -1,28 +1,50 @@
 #pragma once
 
-#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
+#include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace skyreel::test {
 
-/// A fresh folder that is removed with everything in it at the end of the test.
+/// A fresh folder. It goes, with all that is in it, at the end of the test.
 class TTempFolder {
  public:
-  TTempFolder();
-  ~TTempFolder();
+  TTempFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "skyreel-test-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
+    path_ = pattern;
+  }
+  ~TTempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   TTempFolder(const TTempFolder&) = delete;
   TTempFolder& operator=(const TTempFolder&) = delete;
 
   const std::filesystem::path& Path() const { return path_; }
   std::filesystem::path operator/(const std::filesystem::path& relative) const { return path_ / relative; }
-
   /// Writes a file below the folder, parents included; returns its path.
-  std::filesystem::path Write(const std::filesystem::path& relative, const std::string& content) const;
-  /// Every file below the folder, relative with '/' as separator, with its size in bytes.
-  std::map<std::string, std::int64_t> Tree() const;
+  std::filesystem::path Write(const std::filesystem::path& relative, const std::string& content) const {
+    const std::filesystem::path path = path_ / relative;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+  }
+  /// Every file below the folder `below`, relative to it with '/' as separator, with its size in bytes.
+  std::map<std::string, std::int64_t> Tree(const std::filesystem::path& below = {}) const {
+    std::map<std::string, std::int64_t> files;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(path_ / below, ignored)) {
+      if (entry.is_directory()) continue;
+      const bool plain = entry.symlink_status().type() == std::filesystem::file_type::regular;
+      files[entry.path().lexically_relative(path_ / below).generic_string()] =
+          plain ? static_cast<std::int64_t>(entry.file_size()) : 0;
+    }
+    return files;
+  }
 
  private:
   std::filesystem::path path_;

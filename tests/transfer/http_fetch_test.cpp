@@ -17,7 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using enum TFileOutcome;
 using test::Picture;
-using test::TScript;
 using namespace testing;
 
 const TDateTime kTime = TDateTime::FromDate(2005, 11, 10, 11, 30);
@@ -103,7 +102,7 @@ TEST_F(THttpFetch, SizesDecideOverWhatGoesThroughAStream) {
     EXPECT_EQ(Get(), c.Line ? std::vector{std::string("/a.jpg") + c.Line} : std::vector<std::string>());
     EXPECT_EQ(FileSizeOf(job_.Output("a.jpg")), c.After);
   }
-  EXPECT_EQ(job_.Server.ConnectionCount(), 6) << "a present file is not asked for";
+  EXPECT_EQ(job_.Server.Received().size(), 6U) << "a present file is not asked for";
 }
 
 TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
@@ -128,9 +127,8 @@ TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
   };
   for (const auto& row : rows) {
     if (row.Older > 0) job_.WriteOutput("2005/11/10/a.gif", Picture(row.Older));
-    job_.Server.AnswerScript(
-        "/a.gif", TScript().Reply("HTTP/1.0 200 OK\r\n" + std::string(row.ReplyAnnounces) + "\r\n" +
-                                  Picture(row.Sent)));
+    job_.Server.Script("/a.gif",
+                       "HTTP/1.0 200 OK\r\n" + std::string(row.ReplyAnnounces) + "\r\n" + Picture(row.Sent));
     EXPECT_EQ(GetDirect(row.HeaderAnnounced).Outcome, row.Outcome);
     EXPECT_THAT(job_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", row.After)));
     EXPECT_EQ(job_.Ledger.IsNoted(direct_), row.Noted) << row.After;
@@ -214,7 +212,7 @@ TEST_F(THttpFetch, TemporaryFileKeepsItsNameAndIsPrivate) {
 
 TEST_F(THttpFetch, StreamHoldsTheLastFetchAloneAndCredentialsStayInForce) {
   std::vector<std::string> sent;
-  job_.Server.SetHandler([&](const std::string&, const std::string& request) {
+  job_.Server.Handle("*", [&](const std::string&, const std::string& request) {
     const std::size_t at = request.find("Authorization: Basic ");
     sent.push_back(at == std::string::npos ? "-" : request.substr(at + 21, request.find('\r', at) - at - 21));
     return test::HttpReply("text");
