@@ -72,7 +72,8 @@ class TFiledRun {
     context_.emplace(folder_);
     context_->Context.Shared.BackDays = kDays;
     // A request would fail at once, and count as a line.
-    context_->Context.Servers.Goes = context_->Context.Servers.EuArchiveNew = "https://nowhere";
+    for (const TServerSetting& server : {kGoesServer, kEuArchiveNewServer})
+      context_->Context.Servers.Set(server, "https://nowhere");
   }
   ~TFiledRun() { fs::remove_all(folder_); }
   TFiledRun(const TFiledRun&) = delete;

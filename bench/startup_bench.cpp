@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
   if (std::string(argv[1]) == "empty") {
     QMainWindow window;
     auto* tabs = new QTabWidget;
-    for (const auto& page : skyreel::SourcePages()) tabs->addTab(new QWidget, page.Caption);
+    for (const skyreel::TSource& source : skyreel::Sources()) tabs->addTab(new QWidget, source.Caption);
     window.setCentralWidget(tabs);
     window.resize(860, 680);
     const TFirstPaint first_paint(window);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/date_time.h"
+#include "sources/source_table.h"
 
 namespace skyreel::demo {
 
@@ -18,7 +19,7 @@ namespace skyreel::demo {
 enum class TFault {
   None,
   Cut,    ///< the connection closes in the middle of the file
-  Stall,  ///< nothing comes after the request
+  Stall,  ///< the server says nothing after the request
 };
 
 /// A file that the archive has.
@@ -27,30 +28,39 @@ struct TServedFile {
   std::string Type;    ///< MIME type
   TDateTime Modified;  ///< UTC
   TFault Fault = TFault::None;
+  bool NeedsLogin = false;  ///< only those who give a user name and a password get it
 };
 
-/// Every file that Skyreel's sources ask for, made up when it is asked for: a path that names a plausible
-/// picture time of the last hundred days gets a picture of that time. Pictures of 03:00 to 03:59 are missing,
-/// those of 09:00 to 09:59 are cut, and the EUMETSAT archive's infra-red ones of 21:00 to 21:59 never arrive.
-/// May be used by several threads; one picture is made at a time, and the last ones are kept.
+/// Every file that the servers of the sources offer, made up when a client asks for it: those of the last
+/// hundred days. Pictures of 03:00 to 03:59 are missing, those of 09:00 to 09:59 are cut, and the infra-red
+/// JPEG pictures of 21:00 to 21:59 never arrive. Several threads may use it; it makes one picture at a time
+/// and keeps the last ones.
 class TDemoArchive {
  public:
   using TNow = std::function<TDateTime()>;
   explicit TDemoArchive(TNow now) : now_(std::move(now)) {}
 
-  /// The file of a path as a server is asked for it ("/goeseast/conus/vis/0601011745G13I01.tiff", a query
-  /// included); nullopt when there is none.
+  /// The file at a path as a client asks for it ("/goeseast/conus/vis/0601011745G13I01.tiff", with its
+  /// query); nullopt when there is none.
   std::optional<TServedFile> Find(const std::string& path);
 
-  /// The names in a folder of the FTP servers, of the last two days; nullopt when there is no such folder.
-  std::optional<std::vector<std::string>> FolderNames(std::string_view folder) const;
-
-  /// Whether a path is for those alone who give a user name and a password.
-  static bool NeedsLogin(std::string_view path);
+  /// The names in a folder of the FTP servers, of the last four days; nullopt when there is no such folder.
+  std::optional<std::vector<std::string>> FolderNames(std::string_view folder);
 
  private:
+  struct TEntry {
+    const TSource* Source;
+    TOffer Offer;
+  };
+  const std::vector<TEntry>& Day(TDateTime day);
+  /// The entries of the last `days` days up to now, the oldest day first, for which `wanted` holds.
+  std::vector<TEntry> Recent(int days, const std::function<bool(const TEntry&)>& wanted);
+  std::optional<TEntry> FindEntry(const std::string& path);
+  std::optional<TServedFile> FindListing(const std::string& path);
+
   TNow now_;
   std::mutex making_;
+  std::map<TDateTime, std::vector<TEntry>> days_;
   std::map<std::string, TServedFile, std::less<>> kept_;
   std::list<std::string> kept_order_;  ///< the oldest first
   std::size_t kept_bytes_ = 0;

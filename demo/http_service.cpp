@@ -54,11 +54,10 @@ void Answer(TDemoArchive& archive, TConnection& client, const std::string& reque
   // A proxy is asked with the whole address.
   if (StartsWithText(path, "http://")) path.erase(0, std::min(path.find('/', 7), path.size()));
 
-  if (TDemoArchive::NeedsLogin(path) &&
-      login != "Basic " + Base64(kDemoUser + std::string(":") + kDemoPassword))
-    return ReplyWithText(client, "401 Unauthorized", "WWW-Authenticate: Basic realm=\"archive\"\r\n", head);
   const auto file = archive.Find(path);
   if (!file) return ReplyWithText(client, "404 Not Found", "", head);
+  if (file->NeedsLogin && login != "Basic " + Base64(kDemoUser + std::string(":") + kDemoPassword))
+    return ReplyWithText(client, "401 Unauthorized", "WWW-Authenticate: Basic realm=\"archive\"\r\n", head);
   if (file->Fault == TFault::Stall) return client.Finish(kStall);
 
   std::string_view body = *file->Content;

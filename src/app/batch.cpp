@@ -1,6 +1,7 @@
 #include "app/batch.h"
 
 #include <algorithm>
+#include <set>
 
 #include "app/process_priority.h"
 #include "base/text.h"
@@ -13,15 +14,14 @@ bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-bool Names(const TBatchGroup& group, const std::string& upper_argument) {
-  return std::ranges::any_of(group.Switches,
+bool Names(const std::string& upper_argument, const TSource& source) {
+  return std::ranges::any_of(source.Switches,
                              [&](const std::string& item) { return Contains(upper_argument, item); });
 }
 
 }  // namespace
 
-void RunBatch(const std::vector<std::string>& arguments, const std::vector<TBatchGroup>& groups,
-              bool can_dial, TBatchActions& actions) {
+void RunBatch(const std::vector<std::string>& arguments, bool can_dial, TBatchActions& actions) {
   std::string line;
   for (const std::string& argument : arguments) line += UpperCase(argument) + " ";
   const bool all = Contains(line, "-ALL");
@@ -31,16 +31,16 @@ void RunBatch(const std::vector<std::string>& arguments, const std::vector<TBatc
   if (dial) actions.Dial();
   if (minimise || all) actions.MinimiseApplication();
 
-  std::vector<bool> done(groups.size(), false);
+  std::set<const TSource*> done;
   bool closed = false;
   for (const std::string& argument : arguments) {
     const std::string upper = UpperCase(argument);
     const TPriorityClass saved = LowerPriority();
-    for (std::size_t i = 0; i < groups.size(); ++i) {
-      const bool named = Names(groups[i], upper);
-      if (done[i] || !(all || named) || actions.ClosePending()) continue;
-      actions.PressRun(i, named);
-      done[i] = true;
+    for (const TSource& source : Sources()) {
+      const bool named = Names(upper, source);
+      if (!named && (!all || source.Switches.empty())) continue;
+      if (actions.ClosePending() || !done.insert(&source).second) continue;
+      actions.PressRun(source, named);
     }
     if (!closed && (all || Contains(upper, "-CLOSE"))) {
       closed = true;
@@ -52,10 +52,10 @@ void RunBatch(const std::vector<std::string>& arguments, const std::vector<TBatc
   }
 }
 
-bool IsBatchArgument(std::string_view argument, const std::vector<TBatchGroup>& groups) {
+bool IsBatchArgument(std::string_view argument) {
   const std::string upper = UpperCase(argument);
   return Contains(upper, "-ALL") || Contains(upper, "-CLOSE") ||
-         std::ranges::any_of(groups, [&](const TBatchGroup& group) { return Names(group, upper); });
+         std::ranges::any_of(Sources(), [&](const TSource& source) { return Names(upper, source); });
 }
 
 }  // namespace skyreel

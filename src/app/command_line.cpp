@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "app/source_pages.h"
+#include "app/batch.h"
 
 namespace skyreel {
 
@@ -27,12 +27,12 @@ std::string HelpText() {
     names.resize(std::max<std::size_t>(names.size() + 2, 27), ' ');
     text += "  " + names + meaning + "\n";
   };
-  for (const TSource source : BatchSources()) {
-    const TSourcePage& page = SourcePage(source);
+  for (const TSource& source : Sources()) {
     std::string names;
-    for (const std::string& item : SwitchesOf(page)) names += (names.empty() ? "" : ", ") + item;
-    add(names, std::string("fetch \"") + page.Caption + "\"" +
-                   (page.Run == nullptr ? " (not in this version)" : ""));
+    for (const std::string& item : source.Switches) names += (names.empty() ? "" : ", ") + item;
+    if (names.empty()) continue;
+    add(names,
+        std::string("fetch \"") + source.Caption + "\"" + (source.HasJob() ? "" : " (not in this version)"));
   }
   add("-ALL", "fetch all of them, minimised, then close");
   add("-MIN", "minimise the window first");
@@ -63,9 +63,7 @@ TStartPlan PlanStart(const std::vector<std::string>& arguments,
     plan.Text = std::string("Skyreel ") + SKYREEL_VERSION + "\n";
   } else if (kDisplayNeedsVariable && variable("QT_QPA_PLATFORM").empty() && !given("-platform") &&
              !given("--platform") && !given("-display")) {
-    const std::vector<TBatchGroup> groups = BatchGroups();
-    const bool batch = std::ranges::any_of(
-        arguments, [&groups](const std::string& argument) { return IsBatchArgument(argument, groups); });
+    const bool batch = std::ranges::any_of(arguments, IsBatchArgument);
     const bool display = !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
     if (batch) {
       plan.Platforms = display ? "xcb;wayland;offscreen" : "offscreen";

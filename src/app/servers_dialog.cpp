@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <optional>
 
-#include "base/event.h"
 #include "base/text.h"
 
 namespace skyreel {
@@ -32,7 +31,8 @@ std::string ServerRootProblem(const std::string& text, bool ftp) {
   const char* form = ftp ? "Write it as host or host:port." : "Write it as http://host or http://host:port.";
   if (HasControlCharacter(text)) return std::string("It holds a control character. ") + form;
   std::string_view rest = text;
-  if (StartsWithText(rest, "https://")) return std::string("Secure servers (https) cannot be asked. ") + form;
+  if (StartsWithText(rest, "https://"))
+    return std::string("This version cannot ask secure servers (https). ") + form;
   if (!ftp) {
     if (!StartsWithText(rest, "http://")) return std::string("It does not begin with http://. ") + form;
     rest.remove_prefix(7);
@@ -44,24 +44,50 @@ std::string ServerRootProblem(const std::string& text, bool ftp) {
     return std::string("A host name has letters, digits, dots and hyphens only. ") + form;
   }
   if (colon != std::string_view::npos && !IsPort(rest.substr(colon + 1))) {
-    return std::string("The port is no number from 1 to 65535. ") + form;
+    return std::string("The port is not a number from 1 to 65535. ") + form;
   }
   return {};
 }
 
-TServersDialog::TServersDialog(QWidget* parent, const TRoots& roots) : QDialog(parent) {
+TServerSettings::TServerSettings(TRegistryStore& store) {
+  for (const TSource& source : Sources()) {
+    for (const TServerSetting& server : source.Servers)
+      choices_.push_back({server, std::make_unique<TRegistryString>(store, server.Name, "")});
+  }
+}
+
+TServerRoots TServerSettings::Roots(const TSource& source, TStatusDisplay& display) const {
+  TServerRoots roots;
+  for (const TServerSetting& server : source.Servers) {
+    const auto choice = std::ranges::find(choices_, std::string_view(server.Name),
+                                          [](const TChoice& c) { return std::string_view(c.Server.Name); });
+    const std::string root = choice->Root->Value.toStdString();
+    if (root.empty()) continue;
+    // The dialog takes no wrong server, but somebody may have edited the settings file.
+    const std::string problem = ServerRootProblem(root, server.Ftp);
+    if (problem.empty()) {
+      roots.Set(server, root);
+    } else {
+      display.AddStatusLine(std::string(server.Caption) + ": the server in the settings is not used. " +
+                            problem);
+    }
+  }
+  return roots;
+}
+
+TServersDialog::TServersDialog(QWidget* parent, TServerSettings& settings)
+    : QDialog(parent), settings_(settings) {
   setObjectName("ServersDialog");
   setWindowTitle("Servers");
   auto* form = new QFormLayout;
-  for (std::size_t i = 0; i < edits_.size(); ++i) {
-    const TServerRootSetting& setting = kServerRootSettings[i];
-    auto* edit = new QLineEdit(roots[i]);
-    edit->setObjectName(setting.Name);
-    edit->setPlaceholderText(setting.Default);
+  for (const auto& [server, root] : settings_.Choices()) {
+    auto* edit = new QLineEdit(root->Value);
+    edit->setObjectName(server.Name);
+    edit->setPlaceholderText(server.Default);
     edit->setClearButtonEnabled(true);
     edit->setMinimumWidth(edit->fontMetrics().averageCharWidth() * 44);
-    form->addRow(QString(setting.Caption) + ":", edit);
-    edits_[i] = edit;
+    form->addRow(QString(server.Caption) + ":", edit);
+    edits_.push_back(edit);
   }
   auto* hint = new QLabel(
       "An empty field means the built-in server, shown in grey. Changes take effect at the next run.");
@@ -90,23 +116,24 @@ TServersDialog::TServersDialog(QWidget* parent, const TRoots& roots) : QDialog(p
 }
 
 void TServersDialog::accept() {
-  TRoots roots;
+  std::vector<std::string> roots;
   for (std::size_t i = 0; i < edits_.size(); ++i) {
-    const TServerRootSetting& setting = kServerRootSettings[i];
+    const TServerSetting& server = settings_.Choices()[i].Server;
     // A root copied from a browser ends in a slash.
     std::string text(Trim(edits_[i]->text().toStdString()));
     while (text.ends_with('/') && text.size() > 7) text.pop_back();
-    const std::string problem = ServerRootProblem(text, setting.Ftp);
+    const std::string problem = ServerRootProblem(text, server.Ftp);
     if (!problem.empty()) {
-      problem_->setText(QString::fromStdString(std::string(setting.Caption) + ": " + problem));
+      problem_->setText(QString::fromStdString(std::string(server.Caption) + ": " + problem));
       problem_->show();
       edits_[i]->setFocus();
       edits_[i]->selectAll();
       return;
     }
-    roots[i] = QString::fromStdString(text);
+    roots.push_back(text);
   }
-  Fire(OnAccepted, roots);
+  for (std::size_t i = 0; i < roots.size(); ++i)
+    settings_.Choices()[i].Root->Value = QString::fromStdString(roots[i]);
   QDialog::accept();
 }
 

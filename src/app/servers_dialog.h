@@ -1,11 +1,13 @@
 #pragma once
 
 #include <QDialog>
-#include <array>
-#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
-#include "sources/server_roots.h"
+#include "settings/registry_variable.h"
+#include "sources/source_table.h"
+#include "transfer/transfer_context.h"
 
 class QLabel;
 class QLineEdit;
@@ -13,24 +15,39 @@ class QLineEdit;
 namespace skyreel {
 
 /// What is wrong with a server as the user typed it, in one sentence; empty when it is right. An HTTP root is
-/// "http://host[:port]", an FTP root "host[:port]"; empty text (the built-in server) is right.
+/// "http://host[:port]", an FTP root "host[:port]"; empty text means the built-in server and is right.
 std::string ServerRootProblem(const std::string& text, bool ftp);
 
-/// Tools, Servers: one edit per server, empty for the built-in one (which the edit shows in grey).
+/// The servers that the user chose for all sources.
+class TServerSettings {
+ public:
+  struct TChoice {
+    TServerSetting Server;
+    std::unique_ptr<TRegistryString> Root;  ///< empty: the built-in one
+  };
+  explicit TServerSettings(TRegistryStore& store);
+
+  /// In the order of the sources.
+  const std::vector<TChoice>& Choices() const { return choices_; }
+  /// The roots for a run of this source. A choice that is wrong gives the built-in root and a status line.
+  TServerRoots Roots(const TSource& source, TStatusDisplay& display) const;
+
+ private:
+  std::vector<TChoice> choices_;
+};
+
+/// Tools, Servers: one edit per server; empty for the built-in one, which the edit shows in grey. OK changes
+/// the settings if all edits are right.
 class TServersDialog : public QDialog {
  public:
-  using TRoots = std::array<QString, kServerRootSettings.size()>;
-
-  /// Shows `roots`, in the order of kServerRootSettings.
-  TServersDialog(QWidget* parent, const TRoots& roots);
-
-  /// Given the new roots when the user pressed OK and all of them are right.
-  std::function<void(const TRoots& roots)> OnAccepted;
+  /// The settings outlive the dialog.
+  TServersDialog(QWidget* parent, TServerSettings& settings);
 
   void accept() override;
 
  private:
-  std::array<QLineEdit*, kServerRootSettings.size()> edits_{};
+  TServerSettings& settings_;
+  std::vector<QLineEdit*> edits_;  ///< in the order of the choices
   QLabel* problem_;
 };
 

@@ -33,6 +33,19 @@ TpstEdit::TpstEdit(QWidget* parent) : TPersisted(parent) {
   connect(this, &QLineEdit::textChanged, this, [this] { Track(); });
 }
 
+void TpstEdit::Restore(TRegistryStore& store) {
+  // kept: a default that was never stored is taken for a scrambled one.
+  const QSignalBlocker no_change_handlers(this);
+  setText(Scrambled(text()));
+  TPersisted::Restore(store);
+}
+
+QString TpstEdit::Scrambled(QString text) const {
+  if (!property("Scrambled").toBool()) return text;
+  for (QChar& c : text) c = QChar(c.unicode() ^ 0x5A);
+  return text;
+}
+
 TpstComboBox::TpstComboBox(QWidget* parent) : TPersisted(parent) {
   KeepFromWheel(*this);
   connect(this, &QComboBox::activated, this, [this] { Track(); });

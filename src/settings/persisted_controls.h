@@ -66,16 +66,22 @@ class TPersisted : public TWidget, public TPersistedControl {
   std::unique_ptr<TVariable> setting_;
 };
 
-/// Bound to the text; follows every change of it.
+/// Bound to the text; follows every change of it. With its property Scrambled the settings file hides the
+/// text from whoever looks at it by chance.
 class TpstEdit : public TPersisted<QLineEdit, TRegistryString> {
   Q_OBJECT
 
  public:
   explicit TpstEdit(QWidget* parent = nullptr);
+  void Restore(TRegistryStore& store) override;
 
  protected:
-  QString BoundValue() const override { return text(); }
-  void Bind(const QString& value) override { setText(value); }
+  QString BoundValue() const override { return Scrambled(text()); }
+  void Bind(const QString& value) override { setText(Scrambled(value)); }
+
+ private:
+  /// From the text to the stored value and back.
+  QString Scrambled(QString text) const;
 };
 
 /// Bound to the selected index, -1 for none; follows the user's choice, and any when it loses the focus. An

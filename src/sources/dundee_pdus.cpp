@@ -22,18 +22,20 @@ struct TPageTable {
   const char* Caption;
   const char* Area;
   const char* Times;  ///< nullptr: every half hour in all channels
+  double Longitude;   ///< degrees east, below the satellite
 };
 
 constexpr TPageTable kPages[] = {
-    {"Europe", "Meteosat Europe", nullptr},
-    {"Met 7", "Meteosat Earth", nullptr},
-    {"GMS", "GMS", "0000IV 0300IV 0600IV 0900IV 1200I 1500I 1800I 2100IV"},
-    {"GOES-E", "GOES-E", "0000I 0300I 0600I 0900I 1200IV 1500IV 1800IV 2100IV"},
-    {"GOES-W", "GOES-W", "0030IV 0330IV 0630I 0930I 1230I 1530IV 1830IV 2130IV"},
+    {"Europe", "Meteosat Europe", nullptr, 0},
+    {"Met 7", "Meteosat Earth", nullptr, 0},
+    {"GMS", "GMS", "0000IV 0300IV 0600IV 0900IV 1200I 1500I 1800I 2100IV", 140},
+    {"GOES-E", "GOES-E", "0000I 0300I 0600I 0900I 1200IV 1500IV 1800IV 2100IV", -75},
+    {"GOES-W", "GOES-W", "0030IV 0330IV 0630I 0930I 1230I 1530IV 1830IV 2130IV", -135},
     {"Indian Ocean", "INDOEX",
      "0000I 0100I 0200IV 0230W 0300IV 0400IV 0500IV 0530W 0600IV 0700IV 0800IV 0830W 0900IV 1000IV 1100IV "
      "1230IVW 1300IV 1400IV 1430W 1500I 1530V 1600IV 1700IV 1730W 1800IV 1900I 2000I 2030W 2100I 2200I 2300I "
-     "2330W"},
+     "2330W",
+     63},
 };
 
 std::string EveryHalfHour() {
@@ -62,6 +64,8 @@ TPdusPage MakePage(const TPageTable& table) {
   }
   return page;
 }
+
+constexpr const char* kOrderPage = "/abin/filesorder?s=Date";
 
 /// No product is smaller, so a smaller announced size is a sign of a cut file.
 constexpr std::int64_t kSmallestProduct = 890120;
@@ -211,6 +215,38 @@ TPdusOrder ParseOrderPage(std::string_view page, const std::string& root,
   return order;
 }
 
+std::vector<TOffer> PdusOffers(TDateTime day) {
+  std::vector<TOffer> offers;
+  char area = 'A';
+  for (const TPageTable& table : kPages) {
+    for (const std::string& item : PdusWantedTexts(MakePage(table).Items)) {
+      const TDateTime time = day.Midnight() + std::chrono::hours(ToInteger(item.substr(0, 2))) +
+                             std::chrono::minutes(ToInteger(item.substr(2, 2)));
+      const char channel = item[item.rfind(", ") + 2];
+      TOffer offer{"/abin/pdus?name=PDUS" + FormatDateTime("yymmddhhnn", time) + area + channel, time, item,
+                   TOffer::PictureOf(channel)};
+      offer.Width = 1250;
+      offer.Height = 712;
+      offer.DataSize = kSmallestProduct;
+      offer.Longitude = table.Longitude;
+      offer.Zoom = area == 'A' ? 2 : 1;
+      offer.ListedAt = kOrderPage;
+      offers.push_back(std::move(offer));
+    }
+    ++area;
+  }
+  return offers;
+}
+
+std::string PdusOrderPage(const std::vector<TOffer>& offers) {
+  std::string page = "<html><head><title>Files by date</title></head><body><pre>\n";
+  for (const TOffer& offer : offers) {
+    page += "<a href=\"" + offer.Path + "&order=Date\">" + FormatDateTime("dd/mm/yyyy", offer.Time) + " at " +
+            offer.Title + "</a>\n";
+  }
+  return page + "</pre></body></html>\n";
+}
+
 void AnalysePdus(const std::filesystem::path& program_folder, const std::filesystem::path& current_folder) {
   std::set<std::string> found;
   for (int n = 1;; ++n) {
@@ -258,9 +294,9 @@ void TPdusJob::Run() {
 }
 
 std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
-  const std::string& root = context_.Servers.DundeePdus;
-  const THttpPage page = GetHttpPage(context_, context_.NMHTTP, root + "/abin/filesorder?s=Date",
-                                     "Getting available PDUS data list...");
+  const std::string root = context_.Servers.Root(kPdusServer);
+  const THttpPage page =
+      GetHttpPage(context_, context_.NMHTTP, root + kOrderPage, "Getting available PDUS data list...");
   context_.Display.SetPanel(1, "Parsing file list");
   if (page.ReplyCode == 401) {
     context_.Display.AddStatusLine("Dundee PDUS: the server refused the user name or the password");

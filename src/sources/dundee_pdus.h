@@ -6,8 +6,11 @@
 #include <vector>
 
 #include "sources/job_context.h"
+#include "sources/offer.h"
 
 namespace skyreel {
+
+inline constexpr TServerSetting kPdusServer{"ServerDundeePdus", "Dundee PDUS", "http://www.sat.dundee.ac.uk"};
 
 /// What the "PDUS" tab asks for.
 struct TPdusSettings {
@@ -67,6 +70,10 @@ struct TPdusOrder {
 /// ("http://host") and an unsafe file name refuse the entry. Never fails.
 TPdusOrder ParseOrderPage(std::string_view page, const std::string& root,
                           const std::vector<std::string>& wanted);
+
+/// The station's products of one day, and its order page.
+std::vector<TOffer> PdusOffers(TDateTime day);
+std::string PdusOrderPage(const std::vector<TOffer>& offers);
 
 /// Developer's tool: reads saved order pages "_PdusList0001.txt", "_PdusList0002.txt", ... from the program's
 /// folder and writes the products that they list, sorted by area, time and channel, to "_all_pdus.txt" in

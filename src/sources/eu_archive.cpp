@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <stdexcept>
 #include <unordered_set>
@@ -158,6 +159,41 @@ std::string EuArchiveListing(std::string_view item) {
   return std::string("/IDDS-cgi/listImages?") + query;
 }
 
+std::vector<TOffer> EuArchiveOffers(TDateTime day) {
+  std::vector<TOffer> offers;
+  const auto add = [&](const std::string& item, const TEuArchiveImage& image, int width,
+                       const std::string& listed_at) {
+    TOffer offer{image.RemoteName, image.Time, "METEOSAT " + item,
+                 TOffer::PictureOf(ChannelOf(item)->NewName[0])};
+    offer.Width = offer.Height = width;
+    if (IsDigit(SectorOf(item))) {
+      offer.Zoom = 2.4;
+      offer.Longitude = (SectorOf(item) - '5') * 12;
+    }
+    offer.ListedAt = listed_at;
+    offers.push_back(std::move(offer));
+  };
+  for (const std::vector<std::string>* items : {&EuArchiveSectorItems(), &EuArchiveProductItems()}) {
+    for (const std::string& item : *items) {
+      for (const TEuArchiveImage& image : EuArchiveOldImages(item, day))
+        add(item, image, 640, EuArchiveListing(item));
+      for (int msg_name = 0; msg_name < 3; ++msg_name) {
+        for (const TEuArchiveImage& image : EuArchiveNewImages(item, day, msg_name))
+          add(item, image, std::atoi(&image.RemoteName[image.RemoteName.rfind('-') + 1]), "");
+      }
+    }
+  }
+  return offers;
+}
+
+std::string EuArchiveListingPage(const std::vector<TOffer>& offers) {
+  std::string page = "<html><head><script>\nvar images = new Array();\n";
+  int frame = 0;
+  for (const TOffer& offer : offers)
+    page += "frame" + std::to_string(frame++) + " = \"" + offer.Path + "\";\n";
+  return page + "number_of_images = " + std::to_string(frame) + ";\n</script></head></html>\n";
+}
+
 TEuArchiveList KeepListedImages(std::string_view page, std::string_view server_root,
                                 std::vector<TEuArchiveImage>& images) {
   const std::size_t begin = page.find("frame0");
@@ -233,14 +269,14 @@ class TEuArchiveJob::TRun {
   }
 
   void OldNaming(const std::string& item, TDateTime day, const fs::path& folder) {
-    Fetch(item, ListedImages(item, day), folder, context_.Servers.EuArchiveOld, 10000);
+    Fetch(item, ListedImages(item, day), folder, context_.Servers.Root(kEuArchiveOldServer), 10000);
   }
 
   std::vector<TEuArchiveImage> ListedImages(const std::string& item, TDateTime day) {
     std::vector<TEuArchiveImage> images = EuArchiveOldImages(item, day);
     if (images.empty()) return images;
     const std::string day_of_item = item + FormatDateTime(" yyyymmdd", day);
-    const std::string& root = context_.Servers.EuArchiveOld;
+    const std::string root = context_.Servers.Root(kEuArchiveOldServer);
     const THttpPage page =
         GetHttpPage(context_, context_.NMHTTPNotts, root + EuArchiveListing(item),
                     "Getting file list for " + std::string(OldName(item, *ChannelOf(item))));
@@ -257,8 +293,8 @@ class TEuArchiveJob::TRun {
   }
 
   void NewNaming(const std::string& item, TDateTime day, const fs::path& folder) {
-    Fetch(item, EuArchiveNewImages(item, day, settings_.MsgName), folder, context_.Servers.EuArchiveNew,
-          3000);
+    Fetch(item, EuArchiveNewImages(item, day, settings_.MsgName), folder,
+          context_.Servers.Root(kEuArchiveNewServer), 3000);
   }
 
   /// `present`: a larger local file is not fetched again.

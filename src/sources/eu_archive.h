@@ -5,8 +5,14 @@
 #include <vector>
 
 #include "sources/job_context.h"
+#include "sources/offer.h"
 
 namespace skyreel {
+
+inline constexpr TServerSetting kEuArchiveOldServer{"ServerEuArchiveOld", "EUMETSAT images, old naming",
+                                                    "http://www.eumetsat.de"};
+inline constexpr TServerSetting kEuArchiveNewServer{"ServerEuArchiveNew", "EUMETSAT images, new naming",
+                                                    "http://oiswww.eumetsat.org"};
 
 /// What the "Eumetsat" page asks for.
 struct TEuArchiveSettings {
@@ -34,6 +40,10 @@ std::vector<TEuArchiveImage> EuArchiveNewImages(std::string_view item, TDateTime
 
 /// Path and query of the listing that names an item's pictures.
 std::string EuArchiveListing(std::string_view item);
+
+/// The pictures of both servers of one day, and the page of the old one that lists some of them.
+std::vector<TOffer> EuArchiveOffers(TDateTime day);
+std::string EuArchiveListingPage(const std::vector<TOffer>& offers);
 
 enum class TEuArchiveList {
   None,  ///< the page holds no list

@@ -97,14 +97,42 @@ std::string EuDataRemotePath(const std::string& name) {
   return "/" + Characters(name, 21, 2) + "/" + name;
 }
 
+std::vector<TOffer> EuDataOffers(TDateTime day) {
+  std::vector<TOffer> offers;
+  for (int i = 0; i < kSlotsPerDay; ++i) {
+    const TEuDataSlot slot = EuDataSlotAt(day.Midnight() + i * kSlotLength);
+    for (const int satellite : {0, 1}) {
+      for (const std::string& channel : EuDataChannelItems()) {
+        for (const std::string& format : EuDataFormatItems()) {
+          const std::string name = EuDataFileName(slot, satellite, channel, format);
+          TOffer offer{EuDataRemotePath(name), slot.Time,
+                       (satellite == 0 ? "METEOSAT-5 " : "METEOSAT-7 ") + channel,
+                       TOffer::PictureOf(channel[0])};
+          const bool visible = offer.Picture == TOffer::TPicture::Visible;
+          if (format == "GIF") {
+            offer.Width = 1250;
+          } else {
+            offer.Width = visible ? 5000 : 2500;
+            offer.DataSize = visible ? kVisibleSize : kInfraRedSize;
+          }
+          offer.Height = offer.Width;
+          offer.Longitude = satellite == 0 ? 63 : 0;
+          offers.push_back(std::move(offer));
+        }
+      }
+    }
+  }
+  return offers;
+}
+
 TEuDataJob::TEuDataJob(TJobContext& context, TEuDataSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TEuDataJob::Run() {
   const TWantedNames known =
       TWantedNames::FromFile(context_.ProgramFolder / "EuDAFiles.txt", context_.Display);
-  const TFtpLogin login{context_.Servers.EuDA, settings_.UserName, settings_.Password, settings_.Passive,
-                        settings_.UseWinInet};
+  const TFtpLogin login{context_.Servers.Root(kEuDataServer), settings_.UserName, settings_.Password,
+                        settings_.Passive, settings_.UseWinInet};
   RunFtpSession(context_, login, [&](TFtpSession& session) {
     // kept: the operating system's library fetches only the first satellite.
     const int satellites = session.UsesWinInet() ? 1 : 2;

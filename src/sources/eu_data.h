@@ -6,11 +6,15 @@
 #include <vector>
 
 #include "sources/job_context.h"
+#include "sources/offer.h"
 
 namespace skyreel {
 
 class TFtpSession;
 class TWantedNames;
+
+inline constexpr TServerSetting kEuDataServer{"ServerEuDA", "EUMETSAT data (FTP)", "data.eumetsat.example",
+                                              true};
 
 /// What the "Archive Direct" tab asks for. Index 0 is Meteosat 5, index 1 Meteosat 7.
 struct TEuDataSettings {
@@ -55,6 +59,9 @@ std::string EuDataFileName(const TEuDataSlot& slot, int satellite, std::string_v
                            std::string_view format);
 /// Where the server keeps a file. kept: a name that is too short gives a shorter or empty folder.
 std::string EuDataRemotePath(const std::string& name);
+
+/// The server's files of one day.
+std::vector<TOffer> EuDataOffers(TDateTime day);
 
 /// Fetches Meteosat image files by computed names over FTP.
 class TEuDataJob {

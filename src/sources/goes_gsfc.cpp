@@ -26,10 +26,11 @@ struct TSatellite {
   const char* LocalFolder;
   const char* Code;
   std::chrono::minutes Earlier;  ///< how long before the half hour begins a picture is taken
+  double Longitude;              ///< degrees east
 };
 
-constexpr TSatellite kEast{"GOES-E", "/goeseast", "goes-e\\", "G13", std::chrono::minutes(15)};
-constexpr TSatellite kWest{"GOES-W", "/goeswest", "goes-w\\", "G15", std::chrono::minutes(0)};
+constexpr TSatellite kEast{"GOES-E", "/goeseast", "goes-e\\", "G13", std::chrono::minutes(15), -75};
+constexpr TSatellite kWest{"GOES-W", "/goeswest", "goes-w\\", "G15", std::chrono::minutes(0), -135};
 
 struct TChannel {
   const char* Name;
@@ -51,6 +52,16 @@ struct TSeries {
 
   std::string Item() const { return std::string(Satellite->Name) + " " + Sector + " " + Channel->Name; }
 };
+
+std::string FileName(const TSeries& series, TDateTime time, bool lzw) {
+  return FormatDateTime("yymmddhhnn", time) + series.Satellite->Code + series.Channel->Code +
+         (lzw ? ".tif" : ".tiff");
+}
+
+std::string ServerPath(const TSeries& series, TDateTime time, bool lzw) {
+  return series.Satellite->ServerFolder + std::string(lzw ? "-lzw/" : "/") + series.Sector +
+         series.Channel->ServerFolder + FileName(series, time, lzw);
+}
 
 /// The series to choose from, in list order.
 const std::vector<TSeries>& Products() {
@@ -80,6 +91,33 @@ const std::vector<std::string>& GoesProductItems() {
 const std::vector<std::string>& GoesSectorNames() {
   static const std::vector<std::string> names = {"antilles", "conus", "fulldisk", "overview"};
   return names;
+}
+
+std::vector<TOffer> GoesOffers(TDateTime day) {
+  std::vector<TOffer> offers;
+  const auto add = [&](const TSatellite& satellite, TDateTime time) {
+    for (const std::string& sector : GoesSectorNames()) {
+      for (const TChannel& channel : kChannels) {
+        for (const bool lzw : {false, true}) {
+          TOffer offer{ServerPath({&satellite, sector, &channel}, time, lzw), time,
+                       std::string(satellite.Name) + " " + sector + " " + channel.Name,
+                       TOffer::PictureOf(channel.Name[0])};
+          offer.Width = 1280;
+          offer.Height = 960;
+          offer.Longitude = satellite.Longitude;
+          offer.Zoom = sector == "fulldisk" ? 1 : 2.2;
+          offers.push_back(std::move(offer));
+        }
+      }
+    }
+  };
+  for (int slot = 0; slot < kSlotsPerDay; ++slot) {
+    const TDateTime time = day.Midnight() + slot * kSlotLength;
+    for (const TSatellite* satellite : {&kEast, &kWest}) add(*satellite, time - satellite->Earlier);
+    // A daily picture is usually one of these.
+    add(kEast, time + std::chrono::minutes(2));
+  }
+  return offers;
 }
 
 /// One run of the job.
@@ -128,17 +166,15 @@ class TGoesJob::TRun {
   void Fetch(const TSeries& series, TDateTime time) {
     if (time + kPublishingDelay > context_.Clock.UtcNow()) return;
     const TSatellite& satellite = *series.Satellite;
-    const std::string name = FormatDateTime("yymmddhhnn", time) + satellite.Code + series.Channel->Code +
-                             (settings_.Lzw ? ".tif" : ".tiff");
+    const std::string name = FileName(series, time, settings_.Lzw);
     fs::path folder = settings_.OutputPath / PlatformPath(satellite.LocalFolder + series.Sector + "\\");
     if (settings_.DateInFolder) folder /= DateFolder(time);
     if (!folders_.Make(folder)) return;
     // kept: a compressed picture of 2,000 to 19,999 bytes is filed, and asked for again by the next run.
     if (FileSizeOf(folder / name) >= (settings_.Lzw ? 20'000 : 1'000'000)) return;
-    const std::string server_path = satellite.ServerFolder + std::string(settings_.Lzw ? "-lzw/" : "/") +
-                                    series.Sector + series.Channel->ServerFolder + name;
+    const std::string server_path = ServerPath(series, time, settings_.Lzw);
     THttpFileRequest request;
-    request.Url = context_.Servers.Goes + server_path;
+    request.Url = context_.Servers.Root(kGoesServer) + server_path;
     request.GetLine = "Get: " + name;
     request.Name = server_path;
     request.Product = series.Item();

@@ -5,8 +5,11 @@
 #include <vector>
 
 #include "sources/job_context.h"
+#include "sources/offer.h"
 
 namespace skyreel {
+
+inline constexpr TServerSetting kGoesServer{"ServerGoes", "GOES images, GSFC", "http://goes.gsfc.nasa.gov"};
 
 /// What the "GOES" page asks for.
 struct TGoesSettings {
@@ -23,6 +26,9 @@ struct TGoesSettings {
 const std::vector<std::string>& GoesProductItems();
 /// The server's sectors to choose from for the daily picture.
 const std::vector<std::string>& GoesSectorNames();
+
+/// The server's pictures of one day.
+std::vector<TOffer> GoesOffers(TDateTime day);
 
 /// Fetches GOES pictures from GSFC as TIFF files: half-hourly ones of the chosen products, and for each
 /// satellite once a day those of one sector at a chosen time.

@@ -17,6 +17,22 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr TServerSetting kOceanPrediction{"ServerOceanPrediction", "NOAA Ocean Prediction Center",
+                                          "http://www.opc.ncep.noaa.gov"};
+constexpr TServerSetting kWeatherFax{"ServerWeatherFax", "NOAA weather fax", "http://weather.noaa.gov"};
+constexpr TServerSetting kHurricaneCentre{"ServerHurricaneCentre", "NOAA hurricane centre",
+                                          "http://www.nhc.noaa.gov"};
+constexpr TServerSetting kRadarArchive{"ServerRadarArchive", "Dutch radar archive",
+                                       "http://radar-archive.example"};
+constexpr TServerSetting kDutchWeather{"ServerDutchWeather", "Dutch weather site",
+                                       "http://weather-site.example"};
+constexpr TServerSetting kKarlsruhe{"ServerKarlsruhe", "Karlsruhe university archive",
+                                    "http://www.wetterzentrale.de"};
+constexpr TServerSetting kNewZealand{"ServerNewZealand", "New Zealand weather service",
+                                     "http://www.metservice.co.nz"};
+constexpr TServerSetting kAustralia{"ServerAustralia", "Australian Bureau of Meteorology",
+                                    "http://www.bom.gov.au"};
+
 /// The times for which a source's charts are asked for.
 enum class TWhen {
   Once,          ///< one request, no time named
@@ -34,7 +50,7 @@ struct TChart {
 
 struct TChartSource {
   const char* Item;  ///< in upper case
-  std::string TServerRoots::*Root;
+  const TServerSetting* Server;
   TWhen When;
   int PerDay;
   std::vector<TChart> Charts;
@@ -43,45 +59,29 @@ struct TChartSource {
 // Requests go out in the order of the rows, and within a row time by time.
 const std::vector<TChartSource>& ChartSources() {
   static const std::vector<TChartSource> sources = {
-      {"MID ATLANTIC 500MB FORECAST",
-       &TServerRoots::OceanPrediction,
-       TWhen::Once,
-       1,
-       {{"'/shtml/ppag50bw.gif'", 11}}},
-      {"NORTH ATLANTIC 500MB",
-       &TServerRoots::OceanPrediction,
-       TWhen::Once,
-       1,
-       {{"'/shtml/ppaa50bw.gif'", 10}}},
-      {"CENTRAL ATLANTIC", &TServerRoots::WeatherFax, TWhen::Once, 1, {{"'/pub/fax/QPAA99.TIF'", 9}}},
-      {"EAST PACIFIC CYCLONE",
-       &TServerRoots::HurricaneCentre,
-       TWhen::Once,
-       1,
-       {{"'/tafb/PACFUL_00Zbw.gif'", 13}}},
-      {"NORTH-WEST PACIFIC CYCLONE",
-       &TServerRoots::OceanPrediction,
-       TWhen::Once,
-       1,
-       {{"'/shtml/pyba02bw.gif'", 12}}},
+      {"MID ATLANTIC 500MB FORECAST", &kOceanPrediction, TWhen::Once, 1, {{"'/shtml/ppag50bw.gif'", 11}}},
+      {"NORTH ATLANTIC 500MB", &kOceanPrediction, TWhen::Once, 1, {{"'/shtml/ppaa50bw.gif'", 10}}},
+      {"CENTRAL ATLANTIC", &kWeatherFax, TWhen::Once, 1, {{"'/pub/fax/QPAA99.TIF'", 9}}},
+      {"EAST PACIFIC CYCLONE", &kHurricaneCentre, TWhen::Once, 1, {{"'/tafb/PACFUL_00Zbw.gif'", 13}}},
+      {"NORTH-WEST PACIFIC CYCLONE", &kOceanPrediction, TWhen::Once, 1, {{"'/shtml/pyba02bw.gif'", 12}}},
       {"RAIN RADAR (CENTRAL EUROPE)",
-       &TServerRoots::DutchWeather,
+       &kDutchWeather,
        TWhen::QuarterHours,
        1,
        {{"'/daten/radar/nleurg/'yyyy/mm/ddhhnn'.gif'", 8}}},
       {"LIGHTNING (EUROPE)",
-       &TServerRoots::DutchWeather,
+       &kDutchWeather,
        TWhen::HalfHours,
        1,
        {{"'/daten/blitze/'yyyy/mm/'euro'ddhhnn'.gif'", 7}}},
       {"KARLSRUHE (LIGHTNING)",
-       &TServerRoots::Karlsruhe,
+       &kKarlsruhe,
        TWhen::PastDays,
        1,
        {{"'/wz/pics/archive/'yyyy'/sfloc/Rsfloc'yyyymmdd'.gif'", 5},
         {"'/wz/pics/archive/'yyyy'/sfloc/Rsfloc2'yyyymmdd'.gif'", 6}}},
       {"NEW ZEALAND",
-       &TServerRoots::NewZealand,
+       &kNewZealand,
        TWhen::Once,
        4,
        {{"'/data/swp_0000_anal.gif'", 1},
@@ -93,22 +93,22 @@ const std::vector<TChartSource>& ChartSources() {
         {"'/data/tnz_1200_anal.gif'", 2},
         {"'/data/tnz_1800_anal.gif'", 2}}},
       {"AUSTRALIA",
-       &TServerRoots::Australia,
+       &kAustralia,
        TWhen::MorningDate,
        2,
        {{"'/difacs/archives/'yyyy/mm'/IDX0032.'yyyymmdd'.gif'", 4}}},
       {"AUSTRALIA",
-       &TServerRoots::Australia,
+       &kAustralia,
        TWhen::EveningDate,
        2,
        {{"'/difacs/archives/'yyyy/mm'/IDX0532.'yyyymmdd'.gif'", 4}}},
       {"AUSTRALIA",
-       &TServerRoots::Australia,
+       &kAustralia,
        TWhen::MorningDate,
        2,
        {{"'/difacs/archives/'yyyy/mm'/IDX0033.'yyyymmdd'.gif'", 3}}},
       {"AUSTRALIA",
-       &TServerRoots::Australia,
+       &kAustralia,
        TWhen::EveningDate,
        2,
        {{"'/difacs/archives/'yyyy/mm'/IDX0533.'yyyymmdd'.gif'", 3}}},
@@ -196,6 +196,11 @@ std::string ChartLine(const TFileResult& result) {
 
 }  // namespace
 
+std::vector<TServerSetting> MetChartServers() {
+  return {kOceanPrediction, kWeatherFax, kHurricaneCentre, kRadarArchive,
+          kDutchWeather,    kKarlsruhe,  kNewZealand,      kAustralia};
+}
+
 const std::vector<std::string>& MetChartItems() {
   static const std::vector<std::string> items = {"Australia",
                                                  "Bracknell",
@@ -242,8 +247,8 @@ std::vector<TChartRequest> ChartRequests(std::string_view item, const TChartPlan
     if (code.empty()) return {};
     for (const TDateTime day : PastDays(plan)) {
       requests.push_back(
-          {plan.Servers.RadarArchive + "/data/gss/" + code + FormatDateTime("yymmdd", day) + ".zip", 14, 1,
-           day});
+          {plan.Servers.Root(kRadarArchive) + "/data/gss/" + code + FormatDateTime("yymmdd", day) + ".zip",
+           14, 1, day});
     }
     return requests;
   }
@@ -251,8 +256,8 @@ std::vector<TChartRequest> ChartRequests(std::string_view item, const TChartPlan
     if (wanted != source.Item) continue;
     for (const TDateTime time : TimesOf(source.When, plan)) {
       for (const TChart& chart : source.Charts) {
-        requests.push_back(
-            {plan.Servers.*source.Root + FormatDateTime(chart.Path, time), chart.Kind, source.PerDay, time});
+        requests.push_back({plan.Servers.Root(*source.Server) + FormatDateTime(chart.Path, time), chart.Kind,
+                            source.PerDay, time});
       }
     }
   }
@@ -278,6 +283,33 @@ std::string ChartFileName(const TChartRequest& request, TDateTime chart_time) {
   if (kind.Name != nullptr) return FormatDateTime(kind.Name, chart_time);
   const std::string name = request.Url.substr(request.Url.rfind('/') + 1);
   return IsSafeFileName(name) ? name : std::string();
+}
+
+std::vector<TOffer> MetChartOffers(TDateTime day) {
+  std::vector<TOffer> offers;
+  TServerRoots paths_only;
+  for (const TServerSetting& server : MetChartServers()) paths_only.Set(server, "");
+  // An hour into the next day all charts of this one are out.
+  const TDateTime midnight = day.Midnight();
+  const TChartPlan plan{paths_only, "/wz/pics/bracka.gif", 2, midnight + 1h, midnight + 25h};
+  for (const std::string& item : MetChartItems()) {
+    for (const TChartRequest& request : ChartRequests(item, plan)) {
+      TOffer offer{request.Url, request.Requested, item, TOffer::TPicture::Chart};
+      if (!request.Requested.IsZero()) {
+        offers.push_back(std::move(offer));
+        continue;
+      }
+      // A chart without a date in its path may name its time of day, "swp_0600_anal".
+      for (const auto& [hour, name] :
+           {std::pair(0h, "_0000_"), {6h, "_0600_"}, {12h, "_1200_"}, {18h, "_1800_"}}) {
+        const bool named = request.Url.find("00_anal") != std::string::npos;
+        if (named && request.Url.find(name) == std::string::npos) continue;
+        offer.Time = midnight + hour;
+        offers.push_back(offer);
+      }
+    }
+  }
+  return offers;
 }
 
 TMetChartsJob::TMetChartsJob(TJobContext& context, TMetChartsSettings settings)

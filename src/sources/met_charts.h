@@ -5,8 +5,12 @@
 #include <vector>
 
 #include "sources/job_context.h"
+#include "sources/offer.h"
 
 namespace skyreel {
+
+/// The servers that the charts come from.
+std::vector<TServerSetting> MetChartServers();
 
 /// What the "Weather data" tab asks for.
 struct TMetChartsSettings {
@@ -67,6 +71,9 @@ TDateTime ChartTime(const TChartRequest& request, TDateTime last_modified);
 
 /// The chart's file name; empty when the URL gives no safe name.
 std::string ChartFileName(const TChartRequest& request, TDateTime chart_time);
+
+/// The servers' charts of one day.
+std::vector<TOffer> MetChartOffers(TDateTime day);
 
 /// Fetches weather charts: asks for each chart's header, derives its time from it and downloads what is new
 /// into date folders.

@@ -73,14 +73,31 @@ bool IsMsfcFileOut(const TMsfcFile& file, TDateTime now) {
   return file.Time <= now - 1h;
 }
 
+std::vector<TOffer> MsfcOffers(TDateTime day) {
+  std::vector<TOffer> offers;
+  for (const std::string& channel : MsfcChannelItems()) {
+    TMsfcSettings settings;
+    settings.Channels = {channel};
+    settings.Slots = MsfcSlotItems();
+    for (const TMsfcFile& file : MsfcFiles(settings, day, 1)) {
+      TOffer offer{MsfcRemotePath(file.Name), file.Time, "METEOSAT-7 " + channel,
+                   TOffer::PictureOf(channel[0])};
+      offer.Width = offer.Height = 2500;
+      offer.DataSize = kImageSize;
+      offers.push_back(std::move(offer));
+    }
+  }
+  return offers;
+}
+
 TMsfcJob::TMsfcJob(TJobContext& context, TMsfcSettings settings)
     : context_(context), settings_(std::move(settings)) {}
 
 void TMsfcJob::Run() {
   // kept: the list is read, and reported if it cannot be, but nothing is looked up in it.
   TWantedNames::FromFile(context_.ProgramFolder / "MSFCFiles.txt", context_.Display);
-  const TFtpLogin login{context_.Servers.MSFC, "anonymous", kAnonymousPassword, settings_.Passive,
-                        settings_.UseWinInet};
+  const TFtpLogin login{context_.Servers.Root(kMsfcServer), "anonymous", kAnonymousPassword,
+                        settings_.Passive, settings_.UseWinInet};
   RunFtpSession(context_, login, [&](TFtpSession& session) {
     for (const TMsfcFile& wanted : MsfcFiles(settings_, context_.Clock.UtcNow(), context_.Shared.BackDays)) {
       if (context_.Run.StopRequested() || session.IsLost()) return;

@@ -5,8 +5,11 @@
 #include <vector>
 
 #include "sources/job_context.h"
+#include "sources/offer.h"
 
 namespace skyreel {
+
+inline constexpr TServerSetting kMsfcServer{"ServerMSFC", "MSFC data (FTP)", "ghrc.msfc.nasa.gov", true};
 
 /// What the "MSFC" tab asks for.
 struct TMsfcSettings {
@@ -35,6 +38,9 @@ std::vector<TMsfcFile> MsfcFiles(const TMsfcSettings& settings, TDateTime today,
 std::string MsfcRemotePath(const std::string& name);
 /// Whether the server has it: from an hour after its time on.
 bool IsMsfcFileOut(const TMsfcFile& file, TDateTime now);
+
+/// The server's images of one day.
+std::vector<TOffer> MsfcOffers(TDateTime day);
 
 /// Fetches Meteosat 7 images in McIDAS AREA format over anonymous FTP.
 class TMsfcJob {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include "app/process_priority.h"
-#include "app/source_pages.h"
 
 namespace skyreel {
 namespace {
@@ -14,8 +13,8 @@ class TRecordingActions : public TBatchActions {
   void MinimiseApplication() override { Done += "minimise, "; }
   void Dial() override { Done += "dial, "; }
   void HangUp() override { Done += "hang up, "; }
-  void PressRun(std::size_t group, bool named) override {
-    const std::string caption = SourcePage(BatchSources().at(group)).Caption;
+  void PressRun(const TSource& source, bool named) override {
+    const std::string caption = source.Caption;
     Done += caption + (named ? ", " : " (all), ");
     closing_ = closing_ || caption == CloseDuring;
   }
@@ -60,16 +59,16 @@ TEST(Batch, DoesWhatTheArgumentsSay) {
   for (const auto& c : cases) {
     TRecordingActions actions;
     actions.CloseDuring = c.CloseDuring;
-    RunBatch(c.Arguments, BatchGroups(), c.CanDial, actions);
+    RunBatch(c.Arguments, c.CanDial, actions);
     EXPECT_EQ(actions.Done, c.Done) << testing::PrintToString(c.Arguments);
   }
 }
 
 TEST(Batch, TellsItsArgumentsFromOthers) {
   for (const char* argument : {"-all", "-CLOSE", "-mslp", "--goes", "x-Ulm"})
-    EXPECT_TRUE(IsBatchArgument(argument, BatchGroups())) << argument;
+    EXPECT_TRUE(IsBatchArgument(argument)) << argument;
   for (const char* argument : {"-platform", "offscreen", "-style", "-stylesheet", "-min", "", "GOES"})
-    EXPECT_FALSE(IsBatchArgument(argument, BatchGroups())) << argument;
+    EXPECT_FALSE(IsBatchArgument(argument)) << argument;
   EXPECT_EQ(LowerPriority(), 0U) << "where the system has no classes of priority";
 }
 

@@ -7,7 +7,7 @@
 #include <map>
 
 #include "app/program_folder.h"
-#include "app/source_pages.h"
+#include "sources/source_table.h"
 #include "support/temp_folder.h"
 
 namespace skyreel {
@@ -47,8 +47,8 @@ TEST(StartPlan, RunsOnlyABatchWithoutADisplayAndAnswersHelpAndVersion) {
     EXPECT_EQ(plan.Text.empty(), c.Action == Run) << name;
   }
   EXPECT_EQ(Plan({"--version"}, {}).Text, std::string("Skyreel ") + SKYREEL_VERSION + "\n");
-  for (const TSource source : BatchSources()) {
-    for (const std::string& name : SwitchesOf(SourcePage(source)))
+  for (const TSource& source : Sources()) {
+    for (const std::string& name : source.Switches)
       EXPECT_THAT(Plan({"--help"}, {}).Text, testing::HasSubstr(name));
   }
 }

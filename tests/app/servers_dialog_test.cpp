@@ -6,7 +6,8 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <optional>
+
+#include "support/temp_folder.h"
 
 namespace skyreel {
 namespace {
@@ -30,11 +31,17 @@ TEST(ServerRoot, IsAHostAndMayHaveAPort) {
 }
 
 TEST(ServersDialog, TakesOnlyRootsThatAreRight) {
-  TServersDialog::TRoots roots;
-  roots[0] = "http://old.example";
-  TServersDialog dialog(nullptr, roots);
-  std::optional<TServersDialog::TRoots> accepted;
-  dialog.OnAccepted = [&](const TServersDialog::TRoots& chosen) { accepted = chosen; };
+  const test::TTempFolder folder;
+  TRegistryStore store(folder / "Skyreel.conf");
+  store.WriteString("ServerEuArchiveOld", "http://old.example");
+  TServerSettings settings(store);
+  const auto chosen = [&](const char* name) {
+    for (const auto& [server, root] : settings.Choices()) {
+      if (std::string(server.Name) == name) return root->Value.toStdString();
+    }
+    return std::string("none");
+  };
+  TServersDialog dialog(nullptr, settings);
   auto& goes = *dialog.findChild<QLineEdit*>("ServerGoes");
   auto& problem = *dialog.findChild<QLabel*>("LabelProblem");
   EXPECT_EQ(goes.placeholderText(), "http://goes.gsfc.nasa.gov");
@@ -42,15 +49,14 @@ TEST(ServersDialog, TakesOnlyRootsThatAreRight) {
 
   goes.setText("goes.example");
   dialog.accept();
-  EXPECT_FALSE(accepted);
+  EXPECT_EQ(chosen("ServerGoes"), "");
   EXPECT_FALSE(problem.isHidden());
   EXPECT_TRUE(problem.text().startsWith("GOES images, GSFC: ")) << problem.text().toStdString();
 
   goes.setText("  http://goes.example:8080/ ");
   dialog.accept();
-  ASSERT_TRUE(accepted);
-  EXPECT_EQ((*accepted)[4], "http://goes.example:8080");
-  EXPECT_EQ((*accepted)[0], "http://old.example");
+  EXPECT_EQ(chosen("ServerGoes"), "http://goes.example:8080");
+  EXPECT_EQ(chosen("ServerEuArchiveOld"), "http://old.example");
   dialog.findChild<QDialogButtonBox*>()->buttons().back()->click();
   EXPECT_EQ(goes.text(), "");
 }

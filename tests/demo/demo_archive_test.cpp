@@ -46,7 +46,7 @@ TEST_F(DemoArchive, HasWhatTheSourcesAskForAndLargeEnough) {
       {"/~idds/images/out/SDDI-20260309-1200-RGB-09-DUST-07-1237.jpg", "\xFF\xD8", 10001, noon},
       {"/goeseast-lzw/conus/vis/2603091145G13I01.tif", "II", 20000, noon - 15min},
       {"/goeswest/antilles/ir3/2603091200G15I03.tiff", "II", 1000000, noon},
-      {"/abin/pdus?name=PDUS2603091200FV&order=Date", "PDUS", 890120, noon},
+      {"/abin/pdus?name=PDUS2603091230FV&order=Date", "1230, IODC", 890120, noon + 30min},
       {"/wz/pics/bracka.gif", "GIF8", 5001, kNow.RoundedDown(6h)},
       {"/data/tnz_1800_anal.gif", "GIF8", 5001, noon + 6h},
       {"/M7/FES_2026-03-08_2400_M7_IR.OPEN_MTP.bz2", "BZh", 10001, noon - 12h},
@@ -79,7 +79,8 @@ TEST_F(DemoArchive, HasNoFileOfAnImplausibleNameAndShowsEveryOutcomeAtItsHour) {
 }
 
 TEST_F(DemoArchive, HasWhatItListsAndWhatTheChartJobAsksFor) {
-  const TServerRoots roots;
+  TServerRoots roots;
+  for (const TServerSetting& server : MetChartServers()) roots.Set(server, "");
   for (const std::string& item : MetChartItems()) {
     const auto requests = ChartRequests(item, {roots, "/wz/pics/bracka.gif", 1, kNow, kNow});
     const auto file = archive_.Find(requests.at(0).Url);
@@ -89,7 +90,7 @@ TEST_F(DemoArchive, HasWhatItListsAndWhatTheChartJobAsksFor) {
   const auto listing = archive_.Find("/IDDS-cgi/listImages?m=7,s=1,c=1,o=0,d=0,f=1");
   ASSERT_TRUE(listing);
   EXPECT_THAT(*listing->Content,
-              HasSubstr("\nframe0 = \"/~idds/images/out/20260306_000000_07_C1D_0.jpg\";\n"));
+              HasSubstr("\nframe0 = \"/~idds/images/out/20260308_000000_07_C1D_0.jpg\";\n"));
   EXPECT_THAT(*listing->Content, HasSubstr("20260310_120000_07_C1D_0.jpg\";\nnumber_of_images"));
   const auto page = archive_.Find("/abin/filesorder?s=Date");
   ASSERT_TRUE(page);

@@ -4,6 +4,8 @@
 
 #include "base/text.h"
 #include "faults/stage.h"
+#include "sources/eu_data.h"
+#include "sources/msfc_data.h"
 #include "support/failure.h"
 
 namespace skyreel {
@@ -143,7 +145,8 @@ TEST(FtpSessionFaults, GetOneLine) {
       subject.Prepare(stage);
       stage.Hit = 0;
       TScriptedServer server(row.Script);
-      stage.Context.Servers.EuDA = stage.Context.Servers.MSFC = server.Address();
+      for (const TServerSetting& setting : {kEuDataServer, kMsfcServer})
+        stage.Context.Servers.Set(setting, server.Address());
       const TOutcome seen = stage.Play(20'000, row.Line == silent ? 300 : 0);
       Judge(subject, stage, seen, {failed + row.Line, "nothing"}, "no");
     }

@@ -230,8 +230,9 @@ TEST(HttpServerFaults, ARefusedConnectionIsTold) {
     TStage stage(subject.Size);
     subject.Prepare(stage);
     stage.Server.Stop();
-    for (const TServerRootSetting& root : kServerRootSettings)
-      stage.Context.Servers.*root.Field = "http://" + stage.Server.Address();
+    for (const TSource& source : Sources())
+      for (const TServerSetting& server : source.Servers)
+        if (!server.Ftp) stage.Context.Servers.Set(server, stage.Server.Url(""));
     TOutcome seen = stage.Play();
     const std::string line = subject.Name == std::string("EUMETSAT images (old naming)")
                                  ? "D1 20051110 - failed to get file list: Connection Failed"

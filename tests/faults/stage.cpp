@@ -189,7 +189,8 @@ std::string FtpSteps(const TStage& stage, const std::string& steps) {
 
 TFtpStageServer::TFtpStageServer(TStage& stage, bool passive, const std::string& steps)
     : TFtpServer(passive, FtpSteps(stage, steps), {}, stage.OnGoodbye) {
-  stage.Context.Servers.EuDA = stage.Context.Servers.MSFC = Address();
+  for (const TServerSetting& setting : {kEuDataServer, kMsfcServer})
+    stage.Context.Servers.Set(setting, Address());
 }
 
 // --- Primitives ------------------------------------------------------------------------------------------
@@ -275,7 +276,7 @@ void FtpClient(TStage& s, bool passive) {
     const auto watchdog = Guard(s.Run);
     client.Passive = passive;
     client.Host = "127.0.0.1";
-    client.Port = ParseFtpAddress(s.Context.Servers.EuDA).Port;
+    client.Port = ParseFtpAddress(s.Context.Servers.Root(kEuDataServer)).Port;
     client.UserID = client.Password = "user";
     client.ReplyCode = 0;
     client.Connect();
@@ -288,14 +289,15 @@ void FtpFetch(TStage& s) {
   s.Hit = 0;
   for (const char* const name : {"a.gif", "b.gif"}) s.Add(name, name, name, {std::string("Get: ") + name});
   s.Work = [&s] {
-    RunFtpSession(s.Context, {s.Context.Servers.EuDA, "user", "secret"}, [&](TFtpSession& session) {
-      for (const TStageFile& f : s.Files) {
-        const auto fetch = FtpFetchFile(s.Context, session, {f.Remote, f.Remote, s.OutputPath(), "", {}});
-        if (!fetch) continue;
-        if (fetch->StillNoted) s.Ledger.End(fetch->Result.Path, TTransferEnd::Whole);
-        s.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
-      }
-    });
+    RunFtpSession(
+        s.Context, {s.Context.Servers.Root(kEuDataServer), "user", "secret"}, [&](TFtpSession& session) {
+          for (const TStageFile& f : s.Files) {
+            const auto fetch = FtpFetchFile(s.Context, session, {f.Remote, f.Remote, s.OutputPath(), "", {}});
+            if (!fetch) continue;
+            if (fetch->StillNoted) s.Ledger.End(fetch->Result.Path, TTransferEnd::Whole);
+            s.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
+          }
+        });
   };
 }
 

@@ -63,7 +63,7 @@ class TEuData : public TJobTest {
   /// The form resets the rest at the end of a run.
   void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }
   void Expect(const std::vector<TFtpAsked>& files) {
-    Session(Context.Servers.EuDA, "user", "secret", files, [this] { TEuDataJob(Context, settings_).Run(); });
+    Session(kEuDataServer, "user", "secret", files, [this] { TEuDataJob(Context, settings_).Run(); });
   }
 
   TEuDataSettings settings_;

@@ -11,12 +11,12 @@ using namespace testing;
 /// The requests of an item as "URL kind charts-per-day", with roots short enough to read in tables.
 TWords Requests(std::string_view item, const char* start, int back_days = 2) {
   TServerRoots roots;
-  roots.OceanPrediction = "opc";
-  roots.WeatherFax = "fax";
-  roots.RadarArchive = "radar";
-  roots.DutchWeather = "dutch";
-  roots.Karlsruhe = "ka";
-  roots.Australia = "au";
+  std::map<std::string, const char*> names = {
+      {"ServerOceanPrediction", "opc"}, {"ServerWeatherFax", "fax"}, {"ServerRadarArchive", "radar"},
+      {"ServerDutchWeather", "dutch"},  {"ServerKarlsruhe", "ka"},   {"ServerAustralia", "au"}};
+  for (const TServerSetting& server : MetChartServers()) {
+    if (names.contains(server.Name)) roots.Set(server, names[server.Name]);
+  }
   TWords requests;
   for (const TChartRequest& request :
        ChartRequests(item, {roots, "b/a.gif", back_days, At(start), At(start)}))

@@ -43,7 +43,7 @@ class TMsfc : public TJobTest {
   /// The form resets the rest at the end of a run.
   void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }
   void Expect(const std::vector<TFtpAsked>& files) {
-    Session(Context.Servers.MSFC, "anonymous", "skyreel@quenmoor.example", files,
+    Session(kMsfcServer, "anonymous", "skyreel@quenmoor.example", files,
             [this] { TMsfcJob(Context, settings_).Run(); });
   }
   static std::string Path(const std::string& time, const std::string& channel = "ir1") {

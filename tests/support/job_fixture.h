@@ -6,6 +6,7 @@
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
+#include "sources/source_table.h"
 #include "support/fakes.h"
 #include "support/scripted_server.h"
 #include "support/temp_folder.h"
@@ -46,8 +47,9 @@ class TJobFixture {
     std::filesystem::create_directories(Context.ProgramFolder);
     Context.Shared.TimeoutSeconds = 20;
     Context.Shared.BackDays = 1;
-    for (const TServerRootSetting& root : kServerRootSettings)
-      Context.Servers.*root.Field = root.Ftp ? root.Default : "http://" + Server.Address();
+    for (const TSource& source : Sources())
+      for (const TServerSetting& server : source.Servers)
+        if (!server.Ftp) Context.Servers.Set(server, "http://" + Server.Address());
     NMHTTPNotts.InputFileMode = true;
     NMFTP.OnPacketRecvd = NMHTTP.OnPacketRecvd = NMHTTPNotts.OnPacketRecvd = [this](TPowersock& sender) {
       ShowTransferProgress(Display, sender.ReceivedByteCount, sender.TransferSize);
@@ -124,9 +126,9 @@ class TJobFixture {
     std::optional<std::string> Content;  ///< none: the server has no such file
     std::size_t Announced = 0;           ///< bytes announced, if not those of the content
   };
-  /// Runs the job against a server, at `root`, that expects one session in active mode in which exactly these
-  /// files are asked for.
-  void Session(std::string& root, const std::string& user, const std::string& password,
+  /// Runs the job against a server, the one of that setting, that expects one session in active mode in which
+  /// exactly these files are asked for.
+  void Session(const TServerSetting& setting, const std::string& user, const std::string& password,
                const std::vector<TFtpAsked>& files, const std::function<void()>& job) {
     std::string steps = ">220 hi|USER " + user + ">331 pw|PASS " + password + ">230 in|TYPE I>200 ok|";
     TTexts contents;
@@ -138,7 +140,7 @@ class TJobFixture {
                             : "550 No such file|";
     }
     const TFtpServer server(false, steps + "QUIT>221 bye|close", contents);
-    root = server.Address();
+    Context.Servers.Set(setting, server.Address());
     job();
     server.Received(1);
   }

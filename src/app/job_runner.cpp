@@ -1,0 +1,123 @@
+#include "app/job_runner.h"
+
+#include <QCoreApplication>
+#include <QPushButton>
+
+#include "base/scope.h"
+#include "transfer/transfer_progress.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr const char* kLedgerName = "SkyreelTransfers.txt";
+
+std::unique_ptr<TWinInetTransfer> MakeWinInet() {
+  auto library = LoadWinInet();
+  return library ? std::make_unique<TWinInetTransfer>(std::move(library)) : nullptr;
+}
+
+}  // namespace
+
+TJobRunner::TJobRunner(QObject* parent, TSetup setup)
+    : QObject(parent),
+      setup_(std::move(setup)),
+      win_inet_(MakeWinInet()),
+      own_clock_([this] { LetEventsThrough(); }),
+      NMFTP_([this] { LetEventsThrough(); }),
+      NMHTTP_([this] { LetEventsThrough(); }),
+      NMHTTPNotts_([this] { LetEventsThrough(); }),
+      ledger_(setup_.ProgramFolder / kLedgerName) {
+  const auto show_progress = [this](TPowersock& sender) {
+    ShowTransferProgress(setup_.Display, sender.ReceivedByteCount, sender.TransferSize);
+  };
+  BindFtpEvents(NMFTP_, setup_.Display, ftp_listing_);
+  NMHTTP_.OnPacketRecvd = show_progress;
+  NMHTTPNotts_.OnPacketRecvd = show_progress;
+  NMHTTPNotts_.InputFileMode = true;
+  ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) {
+    setup_.Display.AddStatusLine(text);
+  };
+  TimerWatchdog_.setObjectName("TimerWatchdog");
+  TimerWatchdog_.setSingleShot(true);
+  TimerWatchdog_.setInterval(setup_.WatchdogPeriod);
+  connect(&TimerWatchdog_, &QTimer::timeout, this, &TJobRunner::TimerWatchdogTimer);
+  connect(&TimerSilence_, &QTimer::timeout, this, &TJobRunner::TimerWatchdogTimer);
+}
+
+bool TJobRunner::BeginRun(QPushButton& button) {
+  if (busy_) {
+    stop_requested_ = true;
+    button.setText("Wait");
+    waiting_buttons_.push_back(&button);
+    return true;
+  }
+  button.setText("STOP");
+  stop_requested_ = false;
+  close_when_done_ = false;
+  setup_.Display.SetBusyCursor(true);
+  setup_.Display.SetProgress(0);
+  // It may show "Complete" of the run before.
+  setup_.Display.SetPanel(0, "");
+  busy_ = true;
+  return false;
+}
+
+void TJobRunner::EndRun(QPushButton& button) {
+  busy_ = false;
+  StopWatchdog();
+  setup_.Display.SetProgress(0);
+  setup_.Display.SetBytes("", kApplicationTitle);
+  setup_.Display.SetPanel(0, "Complete");
+  setup_.Display.SetPanel(1, "");
+  setup_.Display.SetBusyCursor(false);
+  button.setText("Run");
+  for (QPushButton* waiting : waiting_buttons_) waiting->setText("Run");
+  waiting_buttons_.clear();
+  Fire(OnEnd);
+}
+
+void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
+  if (BeginRun(page.RunButton())) return;
+  try {
+    if (page.OutputPath().empty()) throw std::runtime_error("no output folder is chosen");
+    TJobContext context = JobContext(page.Source());
+    job(context);
+  } catch (const std::exception& error) {
+    setup_.Display.AddStatusLine(std::string(page.Source().Caption) + ": " + error.what());
+  }
+  EndRun(page.RunButton());
+}
+
+TJobContext TJobRunner::JobContext(const TSource& source) {
+  TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
+  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, setup_.Shared(),
+           win_inet_.get(), source.Caption},
+          setup_.Servers.Roots(source, setup_.Display),
+          setup_.ProgramFolder};
+}
+
+void TJobRunner::StopAndClose() {
+  stop_requested_ = true;
+  close_when_done_ = true;
+}
+
+void TJobRunner::EndSilence() {
+  if (TimerSilence_.isActive()) TimerSilence_.start();
+}
+
+void TJobRunner::LetEventsThrough() {
+  // An event's handler may wait itself; the wait that called it goes on letting events through.
+  if (in_event_hook_) return;
+  const TScopedValue inside(in_event_hook_, true);
+  QCoreApplication::processEvents();
+}
+
+void TJobRunner::TimerWatchdogTimer() {
+  TimerWatchdog_.stop();
+  NMFTP_.Abort();
+  NMHTTP_.Abort();
+  NMHTTPNotts_.Abort();
+}
+
+}  // namespace skyreel

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <QTimer>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "app/servers_dialog.h"
+#include "app/source_page.h"
+#include "net/nm_ftp.h"
+#include "net/nm_http.h"
+#include "transfer/ftp_fetch.h"
+#include "transfer/transfer_ledger.h"
+#include "transfer/wininet.h"
+
+namespace skyreel {
+
+/// Runs the jobs, one at a time, on the thread of the user interface. Owns the network clients, the transfer
+/// ledger and the watchdog. A job waits inside its Run button's click, and its waits let events through, so
+/// anything may happen during a job.
+class TJobRunner : public QObject, private TRunControl {
+ public:
+  struct TSetup {
+    TStatusDisplay& Display;
+    TServerSettings& Servers;
+    std::filesystem::path ProgramFolder;  ///< lists of wanted names, transfer ledger
+    TClock* Clock = nullptr;              ///< nullptr: the computer's
+    std::chrono::milliseconds WatchdogPeriod;
+    std::function<TSharedSettings()> Shared;  ///< reads the shared controls
+  };
+  TJobRunner(QObject* parent, TSetup setup);
+
+  /// The operating system's Internet library; nullptr where there is none.
+  TWinInetTransfer* WinInet() const { return win_inet_.get(); }
+  bool Busy() const { return busy_; }
+  /// Runs a page's job to its end, unless one is running: then it asks that one to stop.
+  void Run(TSourcePage& page, const TSourcePage::TJob& job);
+  /// Asks the running job to stop and the program to close after it.
+  void StopAndClose();
+  bool CloseWhenDone() const { return close_when_done_; }
+  /// From now on gives up a wait for a server that says nothing for this long.
+  void GiveUpAfterSilence(std::chrono::seconds silence) { TimerSilence_.start(silence); }
+  /// A server said something.
+  void EndSilence();
+
+  /// A job has ended and the display is back at rest.
+  std::function<void()> OnEnd;
+
+ private:
+  /// True when a job was running already.
+  bool BeginRun(QPushButton& button);
+  void EndRun(QPushButton& button);
+  TJobContext JobContext(const TSource& source);
+  void LetEventsThrough();
+  void TimerWatchdogTimer();
+
+  // TRunControl
+  bool StopRequested() const override { return stop_requested_; }
+  void RestartWatchdog() override { TimerWatchdog_.start(); }
+  void StopWatchdog() override { TimerWatchdog_.stop(); }
+
+  const TSetup setup_;
+  std::unique_ptr<TWinInetTransfer> win_inet_;
+  TSystemClock own_clock_;
+  TFtpListing ftp_listing_;
+  TNMFTP NMFTP_;
+  TNMHTTP NMHTTP_;
+  TNMHTTP NMHTTPNotts_;
+  TTransferLedger ledger_;
+  QTimer TimerWatchdog_{this};
+  QTimer TimerSilence_{this};
+
+  bool busy_ = false;
+  bool stop_requested_ = false;
+  bool close_when_done_ = false;
+  bool in_event_hook_ = false;
+  std::vector<QPushButton*> waiting_buttons_;  ///< pressed during another button's job
+};
+
+}  // namespace skyreel

@@ -1,0 +1,139 @@
+#include "app/source_page.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QTimeEdit>
+
+#include "settings/persisted_controls.h"
+
+namespace skyreel {
+
+namespace {
+
+#ifdef _WIN32
+constexpr bool kIsWindows = true;
+#else
+constexpr bool kIsWindows = false;
+#endif
+
+constexpr const char* kTimeFormat = "HH:mm";
+
+/// The control of this kind whose name matches; nullptr if there is none.
+template <typename TControl>
+TControl* Find(const QWidget& page, const char* pattern) {
+  return page.findChildren<TControl*>(QRegularExpression(pattern)).value(0);
+}
+
+/// A setting that lives as long as a control.
+class TKept : public QObject {
+ public:
+  TKept(QWidget& control, TRegistryStore& store, const char* name, const char* default_value)
+      : QObject(&control), Setting(store, name, default_value) {}
+
+  TRegistryString Setting;
+};
+
+QString DefaultOutputPath(const char* folder) {
+  const QString root = kIsWindows ? QString("C:\\") : QDir::homePath() + "/Skyreel/";
+  return root + folder + QDir::separator();
+}
+
+QStringList ToQStrings(const std::vector<std::string>& items) {
+  QStringList list;
+  for (const std::string& item : items) list << QString::fromStdString(item);
+  return list;
+}
+
+}  // namespace
+
+void TSourcePage::PrepareControls() {
+  run_ = Find<QPushButton>(*this, "^ButtonRun");
+  output_path_ = Find<QLineEdit>(*this, "^EditOutputPath");
+  output_path_->setText(DefaultOutputPath(context_.Source.OutputFolder));
+  run_->setEnabled(context_.Source.HasJob());
+  run_->setToolTip(context_.Source.HasJob()
+                       ? "Fetch the files chosen on this page (Ctrl+R)"
+                       : "This version does not fetch from this source; it keeps the settings");
+  if (auto* box = Find<QCheckBox>(*this, "UseWinInet$")) {
+    box->setVisible(kIsWindows);
+    box->setEnabled(context_.HasWinInet);
+  }
+  connect(Find<QPushButton>(*this, "^ButtonBrowse"), &QPushButton::clicked, this,
+          &TSourcePage::ButtonBrowseClick);
+  connect(output_path_, &QLineEdit::textChanged, this, &TSourcePage::EditOutputPathChange);
+}
+
+std::string TSourcePage::OutputPath() const {
+  return output_path_->text().toStdString();
+}
+
+QLineEdit* TSourcePage::UserNameEdit() const {
+  return Find<QLineEdit>(*this, "(?i)username$");
+}
+
+QLineEdit* TSourcePage::PasswordEdit() const {
+  return Find<QLineEdit>(*this, "(?i)password$");
+}
+
+void TSourcePage::KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const {
+  auto* kept = new TKept(list, context_.Store, name, default_items);
+  list.SetCheckedText(kept->Setting.Value);
+  connect(&list, &TCheckListBox::ClickCheck, kept,
+          [&list, kept] { kept->Setting.Value = list.CheckedText(); });
+}
+
+void TSourcePage::KeepTime(QTimeEdit& picker, const char* name, const char* default_time) const {
+  auto* kept = new TKept(picker, context_.Store, name, default_time);
+  const QTime time = QTime::fromString(kept->Setting.Value.trimmed(), "H:m");
+  picker.setTime(time.isValid() ? time : QTime::fromString(default_time, kTimeFormat));
+  KeepFromWheel(picker);
+  connect(&picker, &QTimeEdit::timeChanged, kept,
+          [kept](QTime chosen) { kept->Setting.Value = chosen.toString(kTimeFormat); });
+}
+
+void TSourcePage::ButtonBrowseClick() {
+  auto* dialog =
+      new QFileDialog(this, "Output folder - " + QString(context_.Source.Caption), output_path_->text());
+  dialog->setAttribute(Qt::WA_DeleteOnClose);
+  dialog->setFileMode(QFileDialog::Directory);
+  dialog->setOption(QFileDialog::ShowDirsOnly);
+  connect(dialog, &QFileDialog::fileSelected, output_path_,
+          [this](const QString& folder) { output_path_->setText(QDir::toNativeSeparators(folder)); });
+  dialog->open();
+}
+
+void TSourcePage::EditOutputPathChange() {
+  const QString text = output_path_->text();
+  // An empty edit stays empty: a lone separator would be the root folder.
+  if (text.isEmpty() || text.endsWith(QDir::separator())) return;
+  const int cursor = output_path_->cursorPosition();
+  output_path_->setText(text + QDir::separator());
+  output_path_->setCursorPosition(cursor);
+}
+
+void SetItems(TCheckListBox& list, const std::vector<std::string>& items) {
+  list.SetItems(ToQStrings(items));
+}
+
+void AddItems(QComboBox& combo, const std::vector<std::string>& items) {
+  const int index = combo.currentIndex();
+  combo.addItems(ToQStrings(items));
+  combo.setCurrentIndex(index);
+}
+
+void SelectIfNone(QComboBox& combo, int index) {
+  if (combo.currentIndex() < 0) combo.setCurrentIndex(index);
+}
+
+std::vector<std::string> CheckedTexts(const TCheckListBox& list) {
+  std::vector<std::string> texts;
+  for (const QString& text : list.CheckedItems()) texts.push_back(text.toStdString());
+  return texts;
+}
+
+}  // namespace skyreel

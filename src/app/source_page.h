@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QWidget>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/event.h"
+#include "settings/check_list_box.h"
+#include "settings/registry_store.h"
+#include "sources/job_context.h"
+#include "sources/source_table.h"
+
+class QComboBox;
+class QLineEdit;
+class QPushButton;
+class QTimeEdit;
+
+namespace skyreel {
+
+/// What a page is made from.
+struct TPageContext {
+  const TSource& Source;
+  TRegistryStore& Store;  ///< outlives the page
+  std::filesystem::path ProgramFolder;
+  bool HasWinInet = false;  ///< the operating system's Internet library is there
+};
+
+/// The page of one source in its tab. A descendant fills its item lists, keeps the settings that no persisted
+/// control keeps, and has the Run handler. What all pages have is found by its name: "ButtonRun...",
+/// "ButtonBrowse...", "EditOutputPath...", edits that end in "username" and "password", check boxes that end
+/// in "UseWinInet".
+class TSourcePage : public QWidget {
+ public:
+  using TJob = std::function<void(TJobContext& context)>;
+
+  const TSource& Source() const { return context_.Source; }
+  QPushButton& RunButton() const { return *run_; }
+  QLineEdit& OutputPathEdit() const { return *output_path_; }
+  std::string OutputPath() const;
+  /// nullptr on a page without a login.
+  QLineEdit* UserNameEdit() const;
+  QLineEdit* PasswordEdit() const;
+
+  /// Called once the persisted controls show their settings: selects an item where none is.
+  virtual void SelectMissingItems() {}
+
+  /// Runs the page's job. The job reads the page.
+  std::function<void(const TJob& job)> OnRun;
+  /// Tells the user something about a subject.
+  std::function<void(const std::string& subject, const std::string& text)> OnMessage;
+
+ protected:
+  explicit TSourcePage(TPageContext context) : context_(std::move(context)) {}
+  /// Called once the controls are there.
+  void PrepareControls();
+
+  void RunJob(const TJob& job) const { Fire(OnRun, job); }
+  /// Makes a list that is no persisted control a setting: its checked items, as comma text.
+  void KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const;
+  /// Makes a time of day a setting: "17:32".
+  void KeepTime(QTimeEdit& picker, const char* name, const char* default_time) const;
+
+  const TPageContext context_;
+
+ private:
+  void ButtonBrowseClick();
+  void EditOutputPathChange();
+
+  QPushButton* run_ = nullptr;
+  QLineEdit* output_path_ = nullptr;
+};
+
+/// A page with the controls of its form file; it needs no code of its own when it has no job.
+template <typename TUi>
+class TFormPage : public TSourcePage {
+ public:
+  explicit TFormPage(const TPageContext& context) : TSourcePage(context) {
+    ui_.setupUi(this);
+    PrepareControls();
+  }
+
+ protected:
+  TUi ui_;
+};
+
+/// Makes the page of a source from the files of its name in pages/. Throws std::logic_error if there is none.
+std::unique_ptr<TSourcePage> MakePage(const TPageContext& context);
+
+void SetItems(TCheckListBox& list, const std::vector<std::string>& items);
+/// Adds them behind the items that the form file gives.
+void AddItems(QComboBox& combo, const std::vector<std::string>& items);
+void SelectIfNone(QComboBox& combo, int index);
+std::vector<std::string> CheckedTexts(const TCheckListBox& list);
+
+}  // namespace skyreel

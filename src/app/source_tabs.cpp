@@ -1,0 +1,76 @@
+#include "app/source_tabs.h"
+
+#include <algorithm>
+
+#include "base/comma_text.h"
+
+namespace skyreel {
+
+namespace {
+
+QString CaptionsShownAtStart() {
+  std::vector<std::string> captions;
+  for (const TSource& source : Sources()) {
+    if (source.ShownAtStart) captions.push_back(source.Caption);
+  }
+  return QString::fromStdString(ToCommaText(captions));
+}
+
+}  // namespace
+
+TSourceTabs::TSourceTabs(QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
+                         const std::filesystem::path& program_folder, bool has_win_inet)
+    : tabs_(tabs), VisibleTabs_(store, "VisibleTabs", CaptionsShownAtStart()) {
+  const std::vector<std::string> shown = FromCommaText(VisibleTabs_.Value.toStdString());
+  for (const TSource& source : Sources()) {
+    TSourcePage* page = MakePage({source, store, program_folder, has_win_inet}).release();
+    pages_.push_back(page);
+    tabs_.addTab(page, source.Caption);
+    QAction* action = menu.addAction(source.Caption);
+    actions_.push_back(action);
+    action->setCheckable(true);
+    action->setChecked(std::ranges::find(shown, source.Caption) != shown.end());
+    tabs_.setTabVisible(tabs_.indexOf(page), action->isChecked());
+    QObject::connect(action, &QAction::toggled, page, [this, page](bool on) { ShowTab(*page, on); });
+  }
+  const auto first = std::ranges::find_if(pages_, [this](TSourcePage* page) { return IsShown(*page); });
+  if (first != pages_.end()) MakeCurrent(**first);
+}
+
+TSourcePage& TSourceTabs::PageOf(const TSource& source) const {
+  return **std::ranges::find_if(pages_, [&](TSourcePage* page) { return &page->Source() == &source; });
+}
+
+TSourcePage* TSourceTabs::CurrentPage() const {
+  // With all tabs hidden one of them is still the current one.
+  const int index = tabs_.currentIndex();
+  return tabs_.isTabVisible(index) ? pages_[static_cast<std::size_t>(index)] : nullptr;
+}
+
+bool TSourceTabs::IsShown(const TSourcePage& page) const {
+  return tabs_.isTabVisible(tabs_.indexOf(&page));
+}
+
+void TSourceTabs::MakeCurrent(TSourcePage& page) {
+  tabs_.setCurrentWidget(&page);
+}
+
+void TSourceTabs::ShowNext(int step) {
+  int index = tabs_.currentIndex();
+  for (int i = 0; i < tabs_.count(); ++i) {
+    index = (index + step + tabs_.count()) % tabs_.count();
+    if (tabs_.isTabVisible(index)) return tabs_.setCurrentIndex(index);
+  }
+}
+
+void TSourceTabs::ShowTab(TSourcePage& page, bool shown) {
+  tabs_.setTabVisible(tabs_.indexOf(&page), shown);
+  if (shown) MakeCurrent(page);
+  std::vector<std::string> captions;
+  for (std::size_t i = 0; i < pages_.size(); ++i) {
+    if (actions_[i]->isChecked()) captions.push_back(pages_[i]->Source().Caption);
+  }
+  VisibleTabs_.Value = QString::fromStdString(ToCommaText(captions));
+}
+
+}  // namespace skyreel

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QMenu>
+#include <QTabWidget>
+#include <memory>
+#include <vector>
+
+#include "app/source_page.h"
+#include "settings/registry_variable.h"
+
+namespace skyreel {
+
+/// The pages of all sources, each in its tab, and the menu that shows and hides the tabs.
+class TSourceTabs {
+ public:
+  /// Makes the pages. The tab widget owns them; the menu and the store outlive this object.
+  TSourceTabs(QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
+              const std::filesystem::path& program_folder, bool has_win_inet);
+
+  /// In the order of Sources().
+  const std::vector<TSourcePage*>& Pages() const { return pages_; }
+  TSourcePage& PageOf(const TSource& source) const;
+  /// The page that the user sees; nullptr when all tabs are hidden.
+  TSourcePage* CurrentPage() const;
+  bool IsShown(const TSourcePage& page) const;
+  void MakeCurrent(TSourcePage& page);
+  /// Makes the next tab (1) or the one before it (-1) the current one, round the ends; skips hidden ones.
+  void ShowNext(int step);
+
+ private:
+  void ShowTab(TSourcePage& page, bool shown);
+
+  QTabWidget& tabs_;
+  std::vector<TSourcePage*> pages_;
+  std::vector<QAction*> actions_;  ///< of the menu, in the order of the pages
+  TRegistryString VisibleTabs_;
+};
+
+}  // namespace skyreel

@@ -1,0 +1,77 @@
+#include "sources/source_table.h"
+
+#include "sources/dundee_pdus.h"
+#include "sources/eu_archive.h"
+#include "sources/eu_data.h"
+#include "sources/goes_gsfc.h"
+#include "sources/met_charts.h"
+#include "sources/msfc_data.h"
+
+namespace skyreel {
+
+const std::vector<TSource>& Sources() {
+  static const std::vector<TSource> sources = {
+      {.Caption = "Weather data",
+       .Page = "weather_data",
+       .OutputFolder = "Bracknell",
+       .Switches = {"-BRACK", "-MSLP", "-WEATHER"},
+       .ShownAtStart = true,
+       .NeedsVisibleTab = true,
+       .Servers = MetChartServers(),
+       .Offers = MetChartOffers},
+      {.Caption = "Archive Direct",
+       .Page = "archive_direct",
+       .OutputFolder = "EumetsatArchiveDirect",
+       .Switches = {"-EUAD"},
+       .ShownAtStart = true,
+       .NeedsVisibleTab = true,
+       .NeedsLogin = true,
+       .Servers = {kEuDataServer},
+       .Offers = EuDataOffers},
+      {.Caption = "Dundee",
+       .Page = "dundee",
+       .OutputFolder = "Dundee",
+       .Switches = {"-DUN"},
+       .ShownAtStart = true},
+      {.Caption = "Eumetsat",
+       .Page = "eumetsat",
+       .OutputFolder = "EumetsatArchive",
+       .Switches = {"-EUAR"},
+       .ShownAtStart = true,
+       .NeedsVisibleTab = true,
+       .Servers = {kEuArchiveOldServer, kEuArchiveNewServer},
+       .Offers = EuArchiveOffers,
+       .ListingPage = EuArchiveListingPage},
+      {.Caption = "GMS-5", .Page = "gms5", .OutputFolder = "GMS5"},
+      {.Caption = "GOES",
+       .Page = "goes",
+       .OutputFolder = "GOES",
+       .Switches = {"-GOES", "-GSFC"},
+       .ShownAtStart = true,
+       .NeedsVisibleTab = true,
+       .Servers = {kGoesServer},
+       .Offers = GoesOffers},
+      {.Caption = "GSFC", .Page = "gsfc", .OutputFolder = "GOES", .NeedsVisibleTab = true},
+      {.Caption = "MSFC",
+       .Page = "msfc",
+       .OutputFolder = "MSFC",
+       .Switches = {"-MSFC"},
+       .Servers = {kMsfcServer},
+       .Offers = MsfcOffers},
+      {.Caption = "Nottingham", .Page = "nottingham", .OutputFolder = "Nottingham"},
+      {.Caption = "PDUS",
+       .Page = "pdus",
+       .OutputFolder = "PDUS",
+       .Switches = {"-PDUS"},
+       .NeedsVisibleTab = true,
+       .NeedsLogin = true,
+       .Servers = {kPdusServer},
+       .Offers = PdusOffers,
+       .ListingPage = PdusOrderPage},
+      {.Caption = "RSS Archive", .Page = "rss_archive", .OutputFolder = "EumetsatRSS", .Switches = {"-RSS"}},
+      {.Caption = "Ulm", .Page = "ulm", .OutputFolder = "Ulm", .Switches = {"-ULM"}, .NeedsVisibleTab = true},
+  };
+  return sources;
+}
+
+}  // namespace skyreel
