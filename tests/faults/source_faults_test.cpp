@@ -1,0 +1,148 @@
+#include <gmock/gmock.h>
+
+#include "sources/dundee_pdus.h"
+#include "sources/eu_archive.h"
+#include "sources/eu_data.h"
+#include "sources/goes_gsfc.h"
+#include "sources/met_charts.h"
+#include "support/job_fixture.h"
+#include "transfer/ftp_fetch.h"
+
+namespace skyreel {
+namespace {
+
+using test::HttpReply;
+using test::Picture;
+using test::TWords;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// What a source makes of a fault that its transfer reports: two or more files, one of them hit.
+class TSourceFaults : public test::TJobTest {
+ protected:
+  TSourceFaults() : TJobTest("2005-11-10 01:44") {}
+
+  TWords EuOld() {
+    TEuArchiveJob(Context, {OutputPath(), false, 0, {"D1"}}).Run();
+    return Lines();
+  }
+  TWords Goes() {
+    TGoesJob(Context, {OutputPath(), {"GOES-E conus vis"}, 0, "", ""}).Run();
+    return Lines();
+  }
+  TWords Charts() {
+    TMetChartsJob(Context, {OutputPath(), {"Rain radar (MM) UK"}, ""}).Run();
+    return Lines();
+  }
+  TWords Pdus() {
+    TPdusJob(Context, {OutputPath(), "user", "secret", {"0200, GMS, Visible"}}).Run();
+    for (const int panel : {0, 1}) Display.SetPanel(panel, "");  // the form does so after a run
+    return Lines();
+  }
+
+  TFtpListing listing_;
+  const std::string remote_ = "/~idds/images/out/20051110_";
+  const std::string zip_ = "/data/gss/r-uk051109.zip";
+};
+
+TEST_F(TSourceFaults, AServerThatIsAwayIsReportedWhereFilesAreAskedFor) {
+  Server.Stop();
+  for (const TSource& source : Sources())
+    for (const TServerSetting& server : source.Servers)
+      if (!server.Ftp) Context.Servers.Set(server, Server.Url(""));
+  EXPECT_THAT(EuOld(), ElementsAre("D1 20051110 - failed to get file list: Connection Failed"));
+  EXPECT_THAT(Goes(), testing::AllOf(testing::SizeIs(3), testing::Each(testing::EndsWith(" - timed out"))));
+  EXPECT_THAT(Charts(), IsEmpty());
+  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - Connection Failed"));
+}
+
+TEST_F(TSourceFaults, AListThatIsCutIsUsedAndSaidToBeIncomplete) {
+  const std::string name = remote_ + "000000_07_D1_0.jpg", list = "frame0 = \"" + name + "\";\n";
+  const std::string whole = list + "number_of_images = 1;";
+  const std::pair<std::string, const char*> pages[] = {
+      {HttpReply(whole), ""},
+      {HttpReply(list), "D1 20051110 - file list incomplete"},
+      {"HTTP/1.0 200 OK\r\nContent-Length: 9999\r\n\r\n" + whole, "D1 20051110 - file list incomplete"},
+      {HttpReply("no list", {}, "404 Not Found"),
+       "D1 20051110 - failed to get file list: the page holds no list"},
+      {"<close>", "D1 20051110 - failed to get file list: Connection closed before the reply"},
+  };
+  for (const auto& [reply, line] : pages) {
+    Server.Script(EuArchiveListing("D1"), reply);
+    Server.Answer(name, Picture(12'000));
+    std::filesystem::remove_all(Output("2005"));
+    const bool fetched = reply.find("frame0") != std::string::npos;
+    TWords expected;
+    if (*line != '\0') expected.push_back(line);
+    if (fetched) expected.push_back(name + " - OK");
+    EXPECT_EQ(EuOld(), expected) << line;
+  }
+}
+
+TEST_F(TSourceFaults, OneFileOfARunIsLostAndTheOthersCome) {
+  Serve(3'000);
+  Server.Script("/goeseast-lzw/conus/vis/0511100015G13I01.tif", "HTTP/1.0 200 OK\r\n\r\nshort");
+  const TWords lines = Goes();
+  EXPECT_THAT(lines, ElementsAre("/goeseast-lzw/conus/vis/0511092345G13I01.tif - OK",
+                                 "/goeseast-lzw/conus/vis/0511100015G13I01.tif - missing or incomplete",
+                                 "/goeseast-lzw/conus/vis/0511100045G13I01.tif - OK"));
+  EXPECT_EQ(Files().size(), 2U);
+}
+
+TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {
+  const std::string url = Server.Url(zip_), date = "Last-Modified: Wed, 09 Nov 2005 12:00:00 GMT";
+  const std::string header = "HTTP/1.0 200 OK\r\nContent-Length: 6000\r\n" + date + "\r\n\r\n";
+  const struct {
+    std::string Head, Get, Line;  ///< Line goes behind the URL; empty: none
+  } rows[] = {
+      {HttpReply("", {}, "404 Not Found"), "", ""},
+      {HttpReply("", {}, "410 Gone"), "", ""},
+      {HttpReply("", {}, "405 No"), "", " - refused by the server: 405"},
+      {"HTTP/1.0 302 Found\r\nLocation: https://h/\r\n\r\n", "", " - HTTP Secure Socket is not supported"},
+      {header, header + Picture(3'000), " - missing or incomplete: received 3000 of 6000 bytes"},
+      {header, HttpReply("no", {}, "403 No"), " - missing or incomplete: the server answered 403 No"},
+      {header, "<close>", " - timed out"},
+      {header, header + Picture(6'000), " - OK"},
+  };
+  for (const auto& row : rows) {
+    Server.Script("HEAD " + zip_, row.Head);
+    Server.Script("GET " + zip_, row.Get);
+    const TWords expected = row.Line.empty() ? TWords{} : TWords{url + row.Line};
+    EXPECT_EQ(Charts(), expected);
+  }
+}
+
+TEST_F(TSourceFaults, AnOrderPageOrAProductThatIsRefusedIsReported) {
+  const std::string page = "/abin/filesorder?s=Date", product = "/pdus?f=0511101200";
+  const std::string entry = "<a href=\"" + product + "\">0200, GMS, Visible</a>\n";
+  Server.Answer(page, "", {}, "401 Who");
+  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS: the server refused the user name or the password"));
+  Server.Answer(page, entry, {}, "500 Oops");
+  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - the server answered 500 Oops"));
+  Server.Script(page, "HTTP/1.0 200 OK\r\nContent-Length: 9999\r\n\r\n" + entry);
+  Server.Answer(product, Picture(900'000));
+  // The header request fails, so nothing proves that the file is whole.
+  Server.Answer("HEAD " + product, "", {}, "404 Not Found");
+  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - incomplete", "Get: 0511101200.pdu",
+                                  "0511101200.pdu - incomplete?"));
+  EXPECT_THAT(Stored(), ElementsAre(testing::StartsWith("2005/11/10/0511101200.pdu 900000 ")));
+}
+
+TEST_F(TSourceFaults, ALoginThatIsRefusedEndsAnFtpRunWithOneLine) {
+  const test::TFtpServer server(false, ">220 hi|USER user>331 pw|PASS secret>530 secret is wrong");
+  Context.Servers.Set(kEuDataServer, server.Address());
+  BindFtpEvents(NMFTP, Display, listing_);
+  TEuDataSettings settings;
+  settings.OutputPath = OutputPath();
+  settings.UserName = "user";
+  settings.Password = "secret";
+  settings.Satellites = {true, true};
+  settings.Channels = {"IR"};
+  settings.Formats = {"GIF"};
+  TEuDataJob(Context, settings).Run();
+  EXPECT_THAT(Lines(), ElementsAre("Connection failed to: 127.0.0.1", "530 *** is wrong"));
+  EXPECT_THAT(Files(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace skyreel
