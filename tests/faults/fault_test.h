@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "support/failure.h"
 #include "support/job_fixture.h"
 #include "transfer/ftp_fetch.h"
@@ -11,24 +13,15 @@ namespace skyreel::test {
 class TFaultTest : public TJobTest {
  protected:
   static constexpr std::size_t kSize = 12'000;
-  static constexpr int kPatience = 300;  ///< milliseconds
 
   TFaultTest() {
     std::filesystem::create_directories(Folder / "tmp");
     ::setenv("TMPDIR", (Folder / "tmp").c_str(), 1);
     OnTurn = [this] {
-      const auto now = std::chrono::steady_clock::now();
-      if (std::exchange(restarts_, Run.Restarts) != Run.Restarts) armed_ = now;
-      if (!Watchdog || now < armed_ + std::chrono::milliseconds(kPatience)) return;
-      Watchdog = false;
+      if (!Watchdog || (*Stalls == stalls_ && !Endless) || ++turns_ < 20) return;
+      Watch(false);
       NMFTP.Abort();
       NMHTTP.Abort();
-    };
-    NMHTTP.OnAboutToSend = [this](TNMHTTP& client) {
-      if (Impatient && client.URL().ends_with("hit")) client.TimeOut = kPatience;
-    };
-    NMFTP.OnConnect = [this](TPowersock& client) {
-      if (Impatient) client.TimeOut = kPatience;
     };
   }
   ~TFaultTest() override {
@@ -74,12 +67,20 @@ class TFaultTest : public TJobTest {
     return Ledger.IsNoted(Output(name)) ? left + ", noted" : left;
   }
 
-  bool Impatient = false;  ///< the hit file's time-out is short
-  bool Watchdog = false;   ///< the next transfer that takes long is aborted
+  /// Lets the watchdog abort the transfer once a server stalls and everything that it sent was read.
+  void Watch(bool on) {
+    Watchdog = on;
+    stalls_ = *Stalls;
+    turns_ = 0;
+  }
+
+  const std::atomic<int>* Stalls = &Server.Stalls;  ///< of the server that Watch looks at
+  bool Watchdog = false;
+  bool Endless = false;  ///< the server does not stall but sends for ever
 
  private:
-  int restarts_ = 0;
-  std::chrono::steady_clock::time_point armed_;
+  int stalls_ = 0;
+  int turns_ = 0;
 };
 
 /// `text` over and over, more than 1 MiB of it.

@@ -1,3 +1,4 @@
+#include "base/scope.h"
 #include "base/text.h"
 #include "faults/fault_test.h"
 
@@ -79,14 +80,23 @@ class TFtpFaults : public test::TFaultTest {
         passive,
         login + steps(ReplaceAll(fault.Steps, "\n", "\r\n"), "hit") + steps(kWhole, "next") + "QUIT>221 bye",
         words, [&] { gone = true; });
-    Impatient = fault.Steps.find("ABOR") != std::string::npos;
-    Watchdog = !Impatient && fault.Steps.find("stall") != std::string::npos;
+    // A time-out that aborts starts only when everything came; without any data it is one second.
+    const bool aborts = fault.Steps.find("ABOR") != std::string::npos;
+    const std::int64_t all = fault.Steps.find("<half>") != std::string::npos ? kSize / 2 : kSize;
+    const TScopedValue packet(NMFTP.OnPacketRecvd, [&](TPowersock& data) {
+      if (aborts && data.ReceivedByteCount == all) data.TimeOut = 50;
+      if (aborts && fault.Steps.ends_with("break")) NMFTP.TimeOut = 50;
+    });
+    const bool no_data = aborts && fault.Steps.find("data:") == std::string::npos;
+    Context.Shared.TimeoutSeconds = no_data ? 1 : 20;
+    Stalls = &server.Stalls;
+    Watch(!aborts);
     const bool says_goodbye = fault.Steps.starts_with("bye");
     TFileResult result;
     RunFtpSession(Context, {server.Address(), "user", "secret", passive}, [&](TFtpSession& session) {
       while (says_goodbye && !gone) std::this_thread::yield();
       result = FetchFtp(session, "hit");
-      Impatient = false;
+      Watch(false);
       NMFTP.TimeOut = 20'000;
       EXPECT_EQ(FetchFtp(session, "next").Outcome, TFileOutcome::Saved) << "the next file comes";
     });
@@ -132,7 +142,8 @@ TEST_F(TFtpFaults, OfASessionGetOneLine) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.Script.substr(0, 40));
     test::TScriptedServer server(row.Script);
-    Watchdog = row.Line == silent;
+    Stalls = &server.Stalls;
+    Watch(true);
     EXPECT_FALSE(RunFtpSession(Context, {server.Address(), "user", "secret"},
                                [](TFtpSession&) { ADD_FAILURE() << "no session was opened"; }));
     std::string lines;
@@ -162,9 +173,9 @@ TEST_F(TFtpFaults, OfANameListing) {
     NMFTP.Host = "127.0.0.1";
     NMFTP.Port = server.Port();
     NMFTP.UserID = NMFTP.Password = "user";
-    Impatient = row.Says == kAborted;
-    NMFTP.TimeOut = 20'000;
     NMFTP.Connect();
+    Stalls = &server.Stalls;
+    Watch(true);
     EXPECT_EQ(test::Failure([&] { NMFTP.NameList(); }), row.Says);
     EXPECT_EQ(listing_.Names().size(), row.Names);
     for (const std::string& kept : listing_.Names()) EXPECT_TRUE(IsSafeFileName(kept)) << kept;

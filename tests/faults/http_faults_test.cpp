@@ -108,17 +108,15 @@ class THttpFaults : public test::TFaultTest {
                                                            {"closed", std::to_string(test::ClosedPort())}});
     Server.Script("/hit", reply);
     for (const char* const path : {"/next", "/moved"}) Server.Answer(path, body);
-    Impatient = reply.find("<stall>") != std::string::npos;
-    drips_ = reply.find("<drip>") != std::string::npos && reply.find("<go>") == std::string::npos;
+    Endless = reply.find("<drip>") != std::string::npos && reply.find("<go>") == std::string::npos;
   }
   TFileResult Fetch(TDelivery delivery) {
-    Watchdog = drips_;
+    Watch(true);
     const TFileResult result = FetchHttp("hit", delivery);
+    Watch(false);
     EXPECT_EQ(FetchHttp("next", delivery).Outcome, Saved) << "the next file comes all the same";
     return result;
   }
-
-  bool drips_ = false;
 };
 
 TEST_F(THttpFaults, CostOneFileAndAreNamed) {
@@ -142,7 +140,7 @@ TEST_F(THttpFaults, CostOneFileAndAreNamed) {
     EXPECT_EQ(direct.Reason, fault.Reason);
     EXPECT_EQ(Left("hit"), fault.Left);
 
-    Watchdog = drips_;
+    Watch(true);
     const THttpPage page = GetHttpPage(Context, NMHTTP, Server.Url("/hit"), "a page");
     EXPECT_EQ(page.Reason, fault.Page == std::string("as Direct") ? fault.Reason : fault.Page);
     EXPECT_EQ(page.Incomplete, page.Reason == "incomplete");
@@ -151,6 +149,12 @@ TEST_F(THttpFaults, CostOneFileAndAreNamed) {
     for (const bool noted : {Ledger.Begin(Output("hit"))})
       if (noted) Ledger.End(Output("hit"), TTransferEnd::Whole);
   }
+}
+
+TEST_F(THttpFaults, OfAServerThatSaysNothingEndByTheTimeOut) {
+  Server.Script("/hit", "<stall>");
+  NMHTTP.OnAboutToSend = [](TNMHTTP& client) { client.TimeOut = 100; };
+  EXPECT_EQ(FetchHttp("hit", TDelivery::Stream).Outcome, TimedOut);
 }
 
 TEST_F(THttpFaults, APageBeyond64MiBIsGivenUp) {

@@ -127,6 +127,7 @@ class TScriptedServer {
         if (mark == "<request>") ReadRequest();
         while (mark == "<wait>" && Fill()) {
         }
+        if (mark == "<stall>") ++Server.Stalls;
         while (mark == "<stall>" && !Server.released_ && ::poll(&gone, 1, 2) == 0) {
         }
         if (mark == "<half>") ::shutdown(link.Socket(), SHUT_WR);
@@ -155,6 +156,8 @@ class TScriptedServer {
   std::string Url(const std::string& path = "/") const { return "http://" + Address() + path; }
   /// Cleared: the client may do something else than is expected, or nothing.
   std::atomic<bool> Strict = true;
+  /// How many <stall> marks were reached.
+  std::atomic<int> Stalls = 0;
   /// Ends every <stall>, those to come too.
   void Release() { released_ = true; }
   /// All lines read so far, of all connections in order, without their ends.
