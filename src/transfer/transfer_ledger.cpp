@@ -153,7 +153,11 @@ void TTransferLedger::End(const fs::path& path, TTransferEnd end) {
   Change([&](TNotes& notes) {
     const auto found = notes.find(line);
     if (found == notes.end() || found->second != self_) return false;
-    keep ? void(found->second = kNobody) : void(notes.erase(found));
+    if (keep) {
+      found->second = kNobody;
+    } else {
+      notes.erase(found);
+    }
     return true;
   });
 }
