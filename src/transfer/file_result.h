@@ -9,7 +9,7 @@
 namespace skyreel {
 
 enum class TFileOutcome {
-  Saved,       ///< the whole file is in its place
+  Saved,       ///< the whole file is stored
   Incomplete,  ///< fewer bytes came than a whole file has
   Refused,     ///< the server answered with an error or a page
   TimedOut,    ///< nothing came, or the connection broke
@@ -29,7 +29,7 @@ struct TFileResult {
   std::int64_t Bytes = 0;  ///< received
   double Seconds = 0;      ///< from the request to the end
   TFileOutcome Outcome = TFileOutcome::TimedOut;
-  std::string Reason;  ///< why the file is not whole in its place; empty when it is
+  std::string Reason;  ///< why the file is not stored whole; empty when it is
 };
 
 /// The reason of a file that was given up after `limit` bytes.

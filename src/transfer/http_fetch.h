@@ -91,7 +91,7 @@ enum class TDelivery {
 struct THttpFileRequest {
   std::string Url;
   std::string GetLine;       ///< the status line while it is fetched; the outcome replaces it
-  bool KeepGetLine = false;  ///< the outcome comes as a line of its own
+  bool KeepGetLine = false;  ///< the outcome is a separate line
   std::string Name;          ///< begins the line with the outcome
   std::string Product;
   TDateTime SlotTime;
@@ -100,7 +100,7 @@ struct THttpFileRequest {
   std::int64_t GoodSize = 0;  ///< Direct: an older file of at least so many bytes, not noted as cut, is good
   std::int64_t CompleteSize = 0;  ///< a download of fewer bytes is incomplete
   bool Stamp = true;              ///< SlotTime, unless zero, becomes the file's modification time
-  /// Called when the file is in its place; may change the result's path, outcome and reason. A file that it
+  /// Called when the file is stored; may change the result's path, outcome and reason. A file that it
   /// throws for is NotDecoded.
   std::function<void(TFileResult&)> AfterSaving;
   std::string (*Line)(const TFileResult&) = PictureLine;  ///< writes the line with the outcome

@@ -114,7 +114,7 @@ class THttpFaults : public test::TFaultTest {
     Watch(true);
     const TFileResult result = FetchHttp("hit", delivery);
     Watch(false);
-    EXPECT_EQ(FetchHttp("next", delivery).Outcome, Saved) << "the next file comes all the same";
+    EXPECT_EQ(FetchHttp("next", delivery).Outcome, Saved) << "the next file comes";
     return result;
   }
 };

@@ -16,7 +16,7 @@ using enum TWinInetTransferState;
 using testing::ElementsAre;
 
 /// What the functions that play the library do and have seen. They are plain functions, so they find it by a
-/// pointer that is set for the time of a test.
+/// pointer that each test sets.
 struct TPlay {
   // What the server has, and how a download goes: runs on a thread of the library.
   bool HasFile = true, Connects = true, StartFails = false;
@@ -156,7 +156,7 @@ TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
     if (poll == 1) play_.Join();
     if (poll == 2) {
       TellBytes(99);
-      // What else the library tells is no concern of a download, and neither is nonsense.
+      // Other reports of the library, and nonsense, do not matter to a download.
       for (const std::uint32_t status : {30u, 31u, 40u, 60u, 70u, 99u}) Tell(status, 7);
       play_.Callback(&open_handle, play_.Context, 41, nullptr, 0);
       std::uint32_t count = 1;
