@@ -14,18 +14,6 @@ constexpr int kMostHeaderLines = 100;
 /// A stalled reply lasts longer than any client waits.
 constexpr auto kStall = 3600s;
 
-std::string Base64(std::string_view data) {
-  constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (std::size_t i = 0; i < data.size(); i += 3) {
-    unsigned bits = 0;
-    for (std::size_t j = i; j < i + 3; ++j)
-      bits = bits << 8 | (j < data.size() ? static_cast<unsigned char>(data[j]) : 0u);
-    for (std::size_t j = 0; j < 4; ++j) text += i + j > data.size() ? '=' : digits[bits >> (18 - 6 * j) & 63];
-  }
-  return text;
-}
-
 /// "Thu, 10 Nov 2005 12:00:00 GMT"
 std::string HttpDate(TDateTime time) {
   constexpr std::array days = {"Sat", "Sun", "Mon", "Tue", "Wed", "Thu", "Fri"};  // day 0 was a Saturday

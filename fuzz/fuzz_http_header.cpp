@@ -1,5 +1,6 @@
 // An HTTP reply's status line, header lines and chunk sizes, as a server may send them.
 
+#include "base/text.h"
 #include "net/http_parse.h"
 #include "require.h"
 

@@ -96,6 +96,21 @@ std::string WithoutControls(std::string text) {
   return text;
 }
 
+std::string Base64(std::string_view data) {
+  constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  for (std::size_t i = 0; i < data.size(); i += 3) {
+    unsigned bits = 0;
+    for (std::size_t j = i; j < i + 3; ++j) {
+      bits = bits << 8 | (j < data.size() ? static_cast<unsigned char>(data[j]) : 0U);
+    }
+    for (std::size_t j = 0; j < 4; ++j) {
+      text += i + j > data.size() ? '=' : kDigits[bits >> (18 - 6 * j) & 63];
+    }
+  }
+  return text;
+}
+
 bool IsSafeFileName(std::string_view name) {
   return !name.empty() && name.size() <= 255 && name != "." && name != ".." && !HasControlCharacter(name) &&
          name.find_first_of("/\\:") == std::string_view::npos;

@@ -10,28 +10,27 @@
 
 namespace skyreel {
 
-// Characters are bytes here, and letters those of ASCII: wire text and file names do not follow the locale.
+// Characters are bytes here, and letters are ASCII: wire text and file names do not depend on the locale.
 
 bool IsDigit(char c);
 bool IsLetterOrDigit(char c);
-/// A blank or a control character: up to and including 0x20.
+/// A blank or a control character: 0x00 to 0x20.
 bool IsBlank(char c);
 std::string UpperCase(std::string_view text);
 std::string LowerCase(std::string_view text);
-/// Equal but for the letter case.
+/// Equal, whatever the letter case.
 bool SameText(std::string_view a, std::string_view b);
-/// `text` begins with `prefix` but for the letter case.
+/// `text` begins with `prefix`, whatever the letter case.
 bool StartsWithText(std::string_view text, std::string_view prefix);
-/// Without blanks (IsBlank) at both ends.
+/// The text without blanks (IsBlank) at both ends.
 std::string_view Trim(std::string_view text);
-/// Every occurrence of `from` (not empty) replaced by `to`.
+/// The text with every occurrence of `from` (not empty) replaced by `to`.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 /// `count` characters from `position` (counted from 1), or as many of them as there are.
 std::string Characters(std::string_view text, std::size_t position, std::size_t count);
-/// The lines of a text, ended by CR LF, LF or CR; without their ends. A line end at the very end opens no
-/// further line.
+/// The lines of a text, without their ends (CR LF, LF or CR). A line end at the very end starts no new line.
 std::vector<std::string> SplitLines(std::string_view text);
-/// Calls take(std::string_view) with each of these lines in turn; for texts too large to copy.
+/// Calls take(std::string_view) with each of these lines; for texts too large to copy.
 template <typename TTake>
 void ForEachLine(std::string_view text, TTake take) {
   for (std::size_t at = 0; at < text.size();) {
@@ -40,24 +39,28 @@ void ForEachLine(std::string_view text, TTake take) {
     at = end + (text.substr(end, 2) == "\r\n" ? 2 : 1);
   }
 }
-/// The whole text as a number in digits of `base` (behind a '-', for a signed T); nothing for any other text
-/// or a number beyond T.
+/// The whole text as a number in digits of `base` (after a '-', for a signed T). Gives nothing for any other
+/// text, and `beyond` for a number that T cannot hold.
 template <typename T>
-std::optional<T> ParseNumber(std::string_view text, int base = 10) {
+std::optional<T> ParseNumber(std::string_view text, int base = 10, std::optional<T> beyond = {}) {
   T number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (end != text.data() + text.size()) return std::nullopt;
+  if (error == std::errc::result_out_of_range) return beyond;
+  if (error != std::errc()) return std::nullopt;
   return number;
 }
-/// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError otherwise.
+/// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError for other text.
 std::int32_t ToInteger(std::string_view text);
-/// A byte below 0x20 or 0x7F is in the text: it may go into no request line, header or command.
+/// Whether the text holds a byte below 0x20 or 0x7F. Such a text must not go into a request or command.
 bool HasControlCharacter(std::string_view text);
-/// The text without such bytes, fit for a status line.
+/// The text without such bytes, for a status line.
 std::string WithoutControls(std::string text);
+/// The bytes in Base64, as HTTP sends a user name and password.
+std::string Base64(std::string_view data);
 
-/// Whether a name that a server chose may stand as one component of a local path: not empty, not "." or
-/// "..", no separator of either kind, no drive colon, no control byte, no more than 255 bytes.
+/// Whether a name from a server can be used as one component of a local path: 1 to 255 bytes, not "." or
+/// "..", without slash, backslash, colon and control bytes.
 bool IsSafeFileName(std::string_view name);
 
 }  // namespace skyreel

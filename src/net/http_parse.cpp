@@ -52,20 +52,4 @@ std::int64_t ParseChunkSize(std::string_view line) {
   return size > kMaxChunk ? -1 : size;
 }
 
-std::string Base64(std::string_view data) {
-  constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string encoded;
-  while (!data.empty()) {
-    std::uint32_t group = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-      group = group << 8 | (i < data.size() ? static_cast<unsigned char>(data[i]) : 0U);
-    }
-    for (std::size_t i = 0; i < 4; ++i) {
-      encoded += i <= data.size() ? kAlphabet[group >> (18 - 6 * i) & 0x3F] : '=';
-    }
-    data.remove_prefix(std::min<std::size_t>(data.size(), 3));
-  }
-  return encoded;
-}
-
 }  // namespace skyreel

@@ -27,7 +27,4 @@ void ReadHeaderLine(std::string_view line, THttpReplyHeader& header);
 /// The size that a chunk's first line announces (hexadecimal, an extension behind ";"); -1 for no such line.
 std::int64_t ParseChunkSize(std::string_view line);
 
-/// Standard base64, without line ends.
-std::string Base64(std::string_view data);
-
 }  // namespace skyreel

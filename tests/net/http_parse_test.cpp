@@ -48,11 +48,5 @@ TEST(HttpParse, SizesOfContentsAndChunks) {
   for (const auto& [line, size] : chunks) EXPECT_EQ(ParseChunkSize(line), size) << line;
 }
 
-TEST(HttpParse, Base64) {
-  const std::pair<std::string, const char*> rows[] = {
-      {"f", "Zg=="}, {"fo", "Zm8="}, {"foobar", "Zm9vYmFy"}, {std::string("\xFF\xFE\x00", 3), "//4A"}};
-  for (const auto& [data, text] : rows) EXPECT_EQ(Base64(data), text);
-}
-
 }  // namespace
 }  // namespace skyreel
