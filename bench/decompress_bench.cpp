@@ -1,14 +1,17 @@
 // The .Z decoder and the bzip2 stream in process, into memory that is already warm.
 
 #include <benchmark/benchmark.h>
-#include <bzlib.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
+#include "base/files.h"
+#include "base/scope.h"
 #include "bench/synthetic_picture.h"
 #include "decompress/bzip2_stream.h"
 #include "decompress/uncompress.h"
+#include "demo/encoders.h"
 #include "demo/lzw_encoder.h"
 
 namespace skyreel {
@@ -26,14 +29,12 @@ void DecodeZ(benchmark::State& state, const std::string& data) {
 }
 
 void DecodeBz2(benchmark::State& state, const std::string& data) {
-  std::string packed(data.size() + data.size() / 50 + 1000, '\0');
-  unsigned size = static_cast<unsigned>(packed.size());
-  BZ2_bzBuffToBuffCompress(packed.data(), &size, const_cast<char*>(data.data()),
-                           static_cast<unsigned>(data.size()), 9, 0, 0);
-  packed.resize(size);
+  const std::filesystem::path file = std::filesystem::temp_directory_path() / "skyreel-bench.bz2";
+  WriteFileWhole(file, demo::CompressBz2(data, 9));
+  const TAtScopeEnd remove([&file] { std::filesystem::remove(file); });
   std::string output(data.size(), '\0');
   for (auto _ : state) {
-    TViewStream source(packed);
+    TFileStream source(file);
     TBZDecompressionStream stream(source);
     if (stream.Read(output.data(), static_cast<std::int64_t>(output.size())) != stream.Position()) {
       throw std::runtime_error("short read");

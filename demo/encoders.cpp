@@ -116,12 +116,12 @@ std::string EncodeTiff(const TPicture& picture, bool lzw) {
   return stream.str();
 }
 
-std::string CompressBz2(std::string_view data) {
+std::string CompressBz2(std::string_view data, int level) {
   // The most that the library says it needs.
   std::string file(data.size() + data.size() / 100 + 600, '\0');
   auto size = static_cast<unsigned>(file.size());
   if (BZ2_bzBuffToBuffCompress(file.data(), &size, const_cast<char*>(data.data()),
-                               static_cast<unsigned>(data.size()), 1, 0, 0) != BZ_OK)
+                               static_cast<unsigned>(data.size()), level, 0, 0) != BZ_OK)
     throw std::runtime_error("cannot compress with bzip2");
   file.resize(size);
   return file;

@@ -1,16 +1,20 @@
 // Any source; the first byte chooses how the stream over the rest is read and moved.
 
+#include <sys/mman.h>
+
 #include <string>
 
+#include "base/descriptor.h"
 #include "decompress/bzip2_stream.h"
 #include "require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const unsigned choice = data[0];
-  const std::string input(AsText(data, size).substr(1));
+  const skyreel::TDescriptor memory(::memfd_create("source", MFD_CLOEXEC));
+  Require(skyreel::WriteAll(memory.Get(), AsText(data, size).substr(1)));
   try {
-    skyreel::TViewStream source(input);
+    skyreel::TFileStream source("/proc/self/fd/" + std::to_string(memory.Get()));
     skyreel::TBZDecompressionStream stream(source);
     std::string buffer(1 + choice * 37, '\0');
     std::int64_t total = 0;

@@ -7,17 +7,17 @@
 
 namespace skyreel {
 
-/// The only place that reads the wall clock or sleeps. Tests put a fake one in its place.
+/// The only place that reads the wall clock or sleeps. Tests use a fake one.
 class TClock {
  public:
   virtual ~TClock() = default;
   /// The current UTC date and time.
   virtual TDateTime UtcNow() const = 0;
-  /// Waits, letting events through: once even with no time to wait.
+  /// Waits, and lets events through meanwhile: at least once, even for a span of zero.
   virtual void Sleep(std::chrono::milliseconds span) = 0;
 };
 
-/// The computer's clock. Sleep calls the event hook every few milliseconds, measured on the monotonic clock.
+/// The computer's clock. Sleep uses the monotonic clock and calls the event hook every few milliseconds.
 class TSystemClock : public TClock {
  public:
   explicit TSystemClock(TEventHook event_hook) : event_hook_(std::move(event_hook)) {}

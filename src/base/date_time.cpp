@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 
 #include "base/exceptions.h"
 #include "base/text.h"
@@ -28,27 +27,18 @@ std::string Digits(int value, std::size_t width) {
 
 }  // namespace
 
-TDateTime TDateTime::FromDays(double days) {
-  return TDateTime(static_cast<std::int64_t>(std::llround(days * static_cast<double>(kDay))));
-}
-
-TDateTime TDateTime::FromParts(const TParts& p) {
+TDateTime TDateTime::FromDate(int year, int month, int day, int hour, int minute, int second) {
   const auto within = [](int value, int low, int high) { return value >= low && value <= high; };
-  if (!within(p.Year, 1, 9999) || !within(p.Month, 1, 12) || !within(p.Day, 1, 31) ||
-      !within(p.Hour, 0, 23) || !within(p.Minute, 0, 59) || !within(p.Second, 0, 59) ||
-      !within(p.Millisecond, 0, 999)) {
+  const std::chrono::year_month_day date{std::chrono::year(year),
+                                         std::chrono::month(static_cast<unsigned>(month)),
+                                         std::chrono::day(static_cast<unsigned>(day))};
+  // ok() alone is not enough: the month and day keep only 8 bits of the number.
+  if (!date.ok() || !within(year, 1, 9999) || !within(month, 1, 12) || !within(day, 1, 31) ||
+      !within(hour, 0, 23) || !within(minute, 0, 59) || !within(second, 0, 59)) {
     throw EConvertError("Invalid date or time");
   }
-  const std::chrono::year_month_day date{std::chrono::year(p.Year),
-                                         std::chrono::month(static_cast<unsigned>(p.Month)),
-                                         std::chrono::day(static_cast<unsigned>(p.Day))};
-  if (!date.ok()) throw EConvertError("Invalid date or time");
   const std::int64_t days = (std::chrono::sys_days(date) - kDayZero).count();
-  return TDateTime(days * kDay + ((p.Hour * 60LL + p.Minute) * 60 + p.Second) * 1000 + p.Millisecond);
-}
-
-TDateTime TDateTime::FromDate(int year, int month, int day, int hour, int minute, int second) {
-  return FromParts({year, month, day, hour, minute, second, 0});
+  return TDateTime(days * kDay + ((hour * 60LL + minute) * 60 + second) * 1000);
 }
 
 double TDateTime::Days() const {
@@ -70,7 +60,6 @@ TDateTime::TParts TDateTime::Parts() const {
   parts.Hour = static_cast<int>(rest / 3'600'000);
   parts.Minute = static_cast<int>(rest / 60'000 % 60);
   parts.Second = static_cast<int>(rest / 1000 % 60);
-  parts.Millisecond = static_cast<int>(rest % 1000);
   return parts;
 }
 
@@ -91,29 +80,24 @@ std::string FormatDateTime(std::string_view pattern, TDateTime time) {
       continue;
     }
     const std::size_t run = std::min(lower.find_first_not_of(lower[i], i), lower.size()) - i;
-    const std::size_t width = run >= 2 ? 2 : 1;
     switch (lower[i]) {
       case 'y':
         text += run > 2 ? Digits(parts.Year, 4) : Digits(parts.Year % 100, 2);
         break;
       case 'm':
-        text += run > 2 ? std::string(kMonths[static_cast<std::size_t>(parts.Month - 1)])
-                        : Digits(parts.Month, width);
+        text += run > 2 ? kMonths[static_cast<std::size_t>(parts.Month - 1)] : Digits(parts.Month, 2);
         break;
       case 'd':
-        text += Digits(parts.Day, width);
+        text += Digits(parts.Day, 2);
         break;
       case 'h':
-        text += Digits(parts.Hour, width);
+        text += Digits(parts.Hour, 2);
         break;
       case 'n':
-        text += Digits(parts.Minute, width);
+        text += Digits(parts.Minute, 2);
         break;
       case 's':
-        text += Digits(parts.Second, width);
-        break;
-      case 'z':
-        text += Digits(parts.Millisecond, 3);
+        text += Digits(parts.Second, 2);
         break;
       default:
         text += pattern.substr(i, run);

@@ -8,24 +8,20 @@
 
 namespace skyreel {
 
-/// A point in time, UTC, in whole milliseconds. Its outside view is a day count: whole days since
-/// 30 December 1899, the time of day as the fraction. Arithmetic is exact, so that slot times built by
-/// addition never come out a minute early. Years 1 to 9999 can be formatted and taken apart.
+/// A point in time, UTC, in whole milliseconds. Days() gives it as a day count: days since 30 December 1899,
+/// with the time of day as the fraction. Arithmetic is exact: a slot time built by addition never comes out
+/// a minute early. Parts and FormatDateTime work for the years 1 to 9999.
 class TDateTime {
  public:
   using TSpan = std::chrono::milliseconds;
 
   /// The parts of a time in the Gregorian calendar.
   struct TParts {
-    int Year = 0, Month = 0, Day = 0, Hour = 0, Minute = 0, Second = 0, Millisecond = 0;
+    int Year = 0, Month = 0, Day = 0, Hour = 0, Minute = 0, Second = 0;
   };
 
   constexpr TDateTime() = default;
-  static constexpr TDateTime FromMilliseconds(std::int64_t milliseconds) { return TDateTime(milliseconds); }
-  /// From a day count, rounded to the nearest millisecond.
-  static TDateTime FromDays(double days);
-  /// From calendar parts. Throws EConvertError unless they name a real date (years 1 to 9999) and time.
-  static TDateTime FromParts(const TParts& parts);
+  /// From calendar parts. Throws EConvertError unless they are a real date (years 1 to 9999) and time.
   static TDateTime FromDate(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
   /// From seconds since 1 January 1970.
   static constexpr TDateTime FromUnixTime(std::int64_t seconds) {
@@ -56,9 +52,9 @@ class TDateTime {
   std::int64_t milliseconds_ = 0;
 };
 
-/// The time as text. In `pattern`, in either letter case: yyyy, yy (year), mmm (English abbreviation, "Nov"),
-/// mm, m (month), dd, d (day), hh, h (0 to 23), nn, n (minute), ss, s (second), zzz (millisecond). Text in
-/// single or double quotes and every other character stand for themselves, a backslash included.
+/// The time as text. `pattern` may hold, in either letter case: yyyy, yy (year), mmm (English abbreviation,
+/// "Nov"), mm (month), dd (day), hh (hour), nn (minute), ss (second). Text in single or double quotes and
+/// every other character are copied, a backslash too.
 std::string FormatDateTime(std::string_view pattern, TDateTime time);
 
 }  // namespace skyreel

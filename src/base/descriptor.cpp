@@ -25,6 +25,18 @@ bool TDescriptor::Close() {
   return fd < 0 || ::close(fd) == 0;
 }
 
+std::int64_t ReadAll(int fd, char* data, std::int64_t size) {
+  std::int64_t have = 0;
+  while (have < size) {
+    const ssize_t got = ::read(fd, data + have, static_cast<std::size_t>(size - have));
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return -1;
+    if (got == 0) break;
+    have += got;
+  }
+  return have;
+}
+
 bool WriteAll(int fd, std::string_view data) {
   while (!data.empty()) {
     const ssize_t written = ::write(fd, data.data(), data.size());

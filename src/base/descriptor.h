@@ -1,10 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 namespace skyreel {
 
-/// Owns one file descriptor (file, socket, timer) and closes it at the latest when it goes out of scope.
+/// Owns one file descriptor (file, socket, timer) and closes it when it goes out of scope.
 class TDescriptor {
  public:
   TDescriptor() = default;
@@ -15,16 +16,18 @@ class TDescriptor {
 
   bool IsOpen() const { return fd_ >= 0; }
   int Get() const { return fd_; }
-  /// Gives the descriptor away; the caller closes it.
+  /// Hands the descriptor to the caller, who closes it.
   int Release();
-  /// Closes now. False, with errno set, when the system lost something that was written to it.
+  /// Closes it now. False, with errno set, when the system lost written data.
   bool Close();
 
  private:
   int fd_ = -1;
 };
 
-/// Writes all of `data`, in as many calls as it takes. False, with errno set, when that is not possible.
+/// Reads until `size` bytes have arrived or the file ends. Returns how many; -1, with errno set, on failure.
+std::int64_t ReadAll(int fd, char* data, std::int64_t size);
+/// Writes all of `data`. False, with errno set, on failure.
 bool WriteAll(int fd, std::string_view data);
 
 }  // namespace skyreel

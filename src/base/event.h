@@ -5,11 +5,11 @@
 
 namespace skyreel {
 
-/// Lets the user interface process its pending events; called inside every wait. May run anything.
+/// Lets the user interface process its pending events. Every wait calls it; it may run anything.
 using TEventHook = std::function<void()>;
 
-/// Calls `event` if it is assigned. The handler is copied first, so that one that replaces or clears the
-/// event (or frees its owner's other handlers) while it runs stays alive to its end.
+/// Calls `event` if it is assigned. It calls a copy, so a handler may replace or clear the event that it
+/// handles.
 template <typename... Params, typename... Args>
 void Fire(const std::function<void(Params...)>& event, Args&&... args) {
   if (!event) return;

@@ -7,7 +7,7 @@
 
 namespace skyreel {
 
-/// A text that is not the number, date or time it should be.
+/// A text or value that is not a valid number, date or time.
 class EConvertError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -19,13 +19,13 @@ class ERangeError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Throws std::system_error for errno. `what` is the file or thing that it is about.
+/// Throws std::system_error for errno. `what` names the file.
 [[noreturn]] inline void ThrowErrno(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-/// Why something failed, short enough for a status line: of a system error the system's words alone ("No
-/// space left on device"), since the line names the file already.
+/// Why something failed, short enough for a status line. For a system error only the system's words ("No
+/// space left on device"): the status line already names the file.
 inline std::string ReasonOf(const std::exception& error) {
   const auto* const system = dynamic_cast<const std::system_error*>(&error);
   return system ? system->code().message() : error.what();

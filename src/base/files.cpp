@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// It can only be read by setting it; nothing in this program sets it for good.
+/// The system only returns the mask when a new one is set.
 mode_t UserMask() {
   static const mode_t mask = [] {
     const mode_t found = ::umask(0);
@@ -31,7 +31,7 @@ mode_t UserMask() {
   return mask;
 }
 
-/// The times of a file that was modified at `time`; when it was read last stays.
+/// Sets the modification time and keeps the time of the last access.
 std::array<timespec, 2> ModifiedAt(TDateTime time) {
   timespec stamp{};
   stamp.tv_sec = time.UnixTime();
@@ -44,24 +44,27 @@ bool IsNamedLike(std::string_view name, std::string_view pattern) {
                     [](char c, char p) { return p == 'X' ? IsLetterOrDigit(c) : c == p; });
 }
 
-/// A new file beside `path`, locked so that it is not taken for one that a killed program left; its name is
-/// put into `name`. Unique per process and call, since several copies of the program may write beside each
-/// other; short, since the name beside which it stands may already be as long as the file system allows.
-TDescriptor MakeTemporary(const fs::path& path, std::string& name) {
+struct TTemporary {
+  std::string Name;
+  TDescriptor File;
+};
+
+/// A new file in the folder of `path`, locked against RemoveAbandoned. Its name is short: that of `path` may
+/// already be as long as the file system allows.
+TTemporary MakeTemporary(const fs::path& path) {
   for (;;) {
-    name = (path.parent_path() / kTemporaryName).string();
+    std::string name = (path.parent_path() / kTemporaryName).string();
     TDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
     if (!file.IsOpen()) ThrowErrno(path.string());
-    if (LockNew(file.Get(), name)) return file;
+    if (LockNew(file.Get(), name)) return {std::move(name), std::move(file)};
   }
 }
 
-/// Makes the file `path` by way of a temporary one that `write` fills; `write` returns false, with errno set,
-/// when it failed. The file has its permissions before there is anything in it.
+/// Writes a temporary file with `write` and renames it to `path`. `write` returns false, with errno set, when
+/// it fails. The file has its permissions from the start.
 template <typename TWrite>
 void ReplaceFile(const fs::path& path, unsigned permissions, TWrite write) {
-  std::string name;
-  TDescriptor file = MakeTemporary(path, name);
+  auto [name, file] = MakeTemporary(path);
   // This second descriptor keeps the lock until the rename; the first must be closed to see a full disk.
   const TDescriptor lock(::fcntl(file.Get(), F_DUPFD_CLOEXEC, 0));
   bool whole = ::fchmod(file.Get(), permissions & ~UserMask()) == 0 && write(file.Get());
@@ -114,7 +117,7 @@ TDateTime GetFileDateTime(const fs::path& path) {
 }
 
 void ForceDirectories(const fs::path& folder) {
-  // A trailing separator would make the last component empty.
+  // With a trailing separator the last component is empty.
   fs::create_directories(folder.has_filename() ? folder : folder.parent_path());
 }
 
@@ -126,23 +129,31 @@ fs::path DateFolder(TDateTime time) {
   return PlatformPath(FormatDateTime("yyyy\\mm\\dd\\", time));
 }
 
+TDescriptor OpenToRead(const fs::path& path) {
+  TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file.IsOpen()) ThrowErrno(path.string());
+  return file;
+}
+
 std::string ReadWholeFile(const fs::path& path, std::int64_t limit) {
-  const TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::string data;
+  data.resize(ReadWholeFile(path, limit, [&data](std::size_t size) {
+    data.resize(size);
+    return data.data();
+  }));
+  return data;
+}
+
+std::size_t ReadWholeFile(const fs::path& path, std::int64_t limit,
+                          const std::function<char*(std::size_t size)>& room) {
+  const TDescriptor file = OpenToRead(path);
   struct stat info {};
-  if (!file.IsOpen() || ::fstat(file.Get(), &info) != 0) ThrowErrno(path.string());
+  if (::fstat(file.Get(), &info) != 0) ThrowErrno(path.string());
   if (!S_ISREG(info.st_mode)) throw std::system_error(EINVAL, std::generic_category(), path.string());
   if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
-  std::string data(static_cast<std::size_t>(info.st_size), '\0');
-  std::size_t have = 0;
-  while (have < data.size()) {
-    const ssize_t got = ::read(file.Get(), data.data() + have, data.size() - have);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) ThrowErrno(path.string());
-    if (got == 0) break;
-    have += static_cast<std::size_t>(got);
-  }
-  data.resize(have);
-  return data;
+  const std::int64_t got = ReadAll(file.Get(), room(static_cast<std::size_t>(info.st_size)), info.st_size);
+  if (got < 0) ThrowErrno(path.string());
+  return static_cast<std::size_t>(got);
 }
 
 bool TryLock(int descriptor, const fs::path& path) {
@@ -156,7 +167,7 @@ bool TryLock(int descriptor, const fs::path& path) {
 }
 
 bool LockNew(int descriptor, const fs::path& path) {
-  // On a file system without locks nobody removes it.
+  // A file system without locks: RemoveAbandoned cannot lock the file either.
   return TryLock(descriptor, path) || errno != EWOULDBLOCK;
 }
 

@@ -115,7 +115,7 @@ bool DecompressBz2File(const std::filesystem::path& path, const TEventHook& let_
         throw EDecompressError("File decodes to more than " + std::to_string(output_limit) + " bytes");
       }
     }
-    // A cut file just ends; only an empty one may.
+    // The library reports no cut-off file. An empty file is allowed.
     if (!stream.StreamEnded() && source.Position() > 0) Check<EBZCompressionError>(BZ_UNEXPECTED_EOF);
   }
   const TDateTime time = GetFileDateTime(path);

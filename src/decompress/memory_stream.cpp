@@ -1,18 +1,12 @@
 #include "decompress/memory_stream.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <new>
-#include <system_error>
 
-#include "base/descriptor.h"
-#include "base/exceptions.h"
+#include "base/files.h"
 
 namespace skyreel {
 
@@ -20,7 +14,7 @@ namespace {
 
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
-/// Address space for `bytes`, on a huge page's boundary so that huge pages fit; no memory yet.
+/// Address space for `bytes`, aligned for huge pages; takes no memory yet.
 char* MapAligned(std::size_t bytes) {
   const std::size_t wide = bytes + kHugePage;
   void* const mapped =
@@ -48,7 +42,7 @@ void TMemoryStream::Reserve(std::int64_t capacity) {
   char* target = MapAligned(bytes);
   if (data_ != nullptr) {
     char* const old = data_ - kHeadroom;
-    // One piece again, or the system cannot move it in one.
+    // The whole range with the same advice, or the system cannot move it in one piece.
     if (huge_ > 0) ::madvise(old, mapped_, MADV_HUGEPAGE);
     void* const wanted_place = target;
     if (::mremap(old, mapped_, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, wanted_place) == MAP_FAILED) {
@@ -68,7 +62,7 @@ void TMemoryStream::ExpectSize(std::int64_t size) {
   Reserve(size);
   const std::size_t whole = (static_cast<std::size_t>(size) + kHeadroom + kSlack) / kHugePage * kHugePage;
   if (whole <= huge_) return;
-  ::madvise(data_ - kHeadroom, std::min(whole, mapped_), MADV_HUGEPAGE);  // refused, it only costs time
+  ::madvise(data_ - kHeadroom, std::min(whole, mapped_), MADV_HUGEPAGE);  // a refusal only costs time
   huge_ = whole;
 }
 
@@ -78,26 +72,11 @@ void TMemoryStream::SetSize(std::int64_t size) {
 }
 
 void TMemoryStream::LoadFromFile(const std::filesystem::path& path, std::int64_t limit) {
-  const auto fail = [&path](int error) {
-    throw std::system_error(error, std::generic_category(), path.string());
-  };
   Clear();
-  const TDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (file.Get() < 0) fail(errno);
-  struct stat info {};
-  if (::fstat(file.Get(), &info) != 0) fail(errno);
-  if (!S_ISREG(info.st_mode)) fail(EINVAL);
-  if (info.st_size > limit) throw ERangeError(path.string() + " is too large");
-  ExpectSize(info.st_size);
-  std::size_t have = 0;
-  while (have < static_cast<std::size_t>(info.st_size)) {
-    const ssize_t got = ::read(file.Get(), data_ + have, static_cast<std::size_t>(info.st_size) - have);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail(errno);
-    if (got == 0) break;
-    have += static_cast<std::size_t>(got);
-  }
-  size_ = have;
+  size_ = ReadWholeFile(path, limit, [this](std::size_t size) {
+    ExpectSize(static_cast<std::int64_t>(size));
+    return data_;
+  });
 }
 
 }  // namespace skyreel

@@ -1,11 +1,11 @@
 // The format: bytes 0x1F 0x9D, a flags byte (bit 7: block mode, bits 0 to 4: maximum code width), then codes,
-// least significant bit first. A code is one of the bytes 0 to 255, or an earlier string plus the first byte
-// of the string that followed it; each code but the first adds such an entry until 2^maximum entries exist.
-// Codes are 9 bits wide and become one bit wider whenever the next entry's number does not fit. In block mode
-// code 256 clears the table, and the width falls back to 9 bits.
+// least significant bit first. Codes 0 to 255 mean that byte; a higher code means an earlier string plus the
+// first byte of the string after it. Each code but the first adds one such entry, up to 2^maximum entries.
+// Codes start with 9 bits and get one bit wider when the next entry's number does not fit. In block mode code
+// 256 clears the table, and the width returns to 9 bits.
 //
-// The encoder writes codes in groups of eight, that is of `width` bytes. Where the width changes, the rest of
-// a group is padding.
+// Codes come in groups of eight, which are `width` bytes. When the width changes, the rest of a group is
+// padding.
 
 #include "decompress/uncompress.h"
 
@@ -27,15 +27,15 @@ constexpr std::size_t kHeaderSize = 3;
 constexpr std::size_t kMostEntries = 65536;
 constexpr std::int64_t kMaximumBits = 16;
 constexpr std::uint32_t kFirstWidth = 9;
-/// Larger compressed files do not exist in practice, and would decode to more than is allowed.
+/// A larger file would decode to more than is allowed.
 constexpr std::int64_t kInputLimit = std::int64_t{1} << 30;
 
 [[noreturn]] void ThrowCorrupt() {
-  throw EDecompressError("File is corrupt, a code stands for no string");
+  throw EDecompressError("File is corrupt, undefined code");
 }
 
-/// Copies `length` bytes forward, in pieces of 16 that may overshoot by 31 bytes. The ranges may overlap only
-/// in the overshoot, or where the last byte of the source is the first of the destination.
+/// Copies `length` bytes in pieces of 16, and up to 31 bytes more. The ranges may overlap only in these, or
+/// when the last byte of the source is the first of the destination.
 inline void CopyForward(char* to, const char* from, std::uint32_t length) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
   for (std::uint32_t done = 16; done < length; done += 32) {
@@ -56,11 +56,11 @@ inline TString StringOf(const std::uint32_t* table, std::uint32_t code) {
   return {table[code], table[code + 1] - table[code] + (code > 255 ? 1 : 0)};
 }
 
-/// Where an input that is shorter than one load is read from.
+/// The buffer for an input shorter than one load.
 using TSmallInput = std::array<char, 16>;
 
-/// The codes of one width, which follow each other without padding. Reads eight bytes at once, never beyond
-/// the input. It holds no buffer of its own, so that the decoder's loops keep all of it in registers.
+/// Reads the codes of one width, which have no padding between them. Reads eight bytes at once, never beyond
+/// the input. It has no buffer of its own, so that the compiler keeps it in registers.
 class TCodeReader {
  public:
   TCodeReader(std::string_view input, TSmallInput& small) : begin_(input.data()), size_(input.size()) {
@@ -73,7 +73,7 @@ class TCodeReader {
     }
   }
 
-  /// The run begins at the byte `start`. Returns how many whole codes the input holds from there.
+  /// Starts a run at the byte `start`. Returns how many whole codes the input holds from there.
   std::size_t Begin(std::size_t start, std::uint32_t width) {
     start_ = std::min(start, size_);
     bit_ = std::uint64_t{start_} * 8;
@@ -91,7 +91,7 @@ class TCodeReader {
     return code;
   }
 
-  /// Where the next width's run begins: behind the whole groups from which codes were taken.
+  /// Where the run of the next width begins: behind the last group used.
   std::size_t End() const {
     const std::size_t group_bits = std::size_t{width_} * 8;
     return start_ + (bit_ - start_ * 8 + group_bits - 1) / group_bits * width_;
@@ -99,7 +99,7 @@ class TCodeReader {
 
   /// Bytes of the input read so far.
   std::size_t Consumed() const { return bit_ >> 3; }
-  /// For codes of 16 bits: the bytes not yet read, and that `count` more codes were.
+  /// For codes of 16 bits, which the caller reads itself: the rest of the input; and skips `count` codes.
   const char* Rest() const { return begin_ + (bit_ >> 3); }
   void Skip(std::size_t count) { bit_ += std::uint64_t{width_} * count; }
 
@@ -113,23 +113,23 @@ class TCodeReader {
   std::uint32_t mask_ = 0;
 };
 
-/// The place where output is written, as offsets from the single-byte strings just before it. It is opened
-/// piece by piece, so that memory is asked for as the rest of the input leads to expect.
+/// The output, addressed by offsets from the single-byte strings just before it. It opens in pieces, sized by
+/// what the rest of the input will probably need.
 class TOutput {
  public:
   TOutput(TMemoryStream& stream, std::size_t input_size, std::int64_t limit)
       : stream_(stream), input_size_(static_cast<std::int64_t>(input_size)), limit_(limit) {
-    // Room for most pictures; it takes no memory before it is used.
+    // Enough for most pictures; takes no memory until it is used.
     stream_.Reserve(std::min(input_size_ * 8 + 65536, limit_));
     Open(1, input_size_ / 2);  // two bytes make at least one
     for (int value = 0; value < 256; ++value) base_[value] = static_cast<char>(value);
   }
 
   char* Base() const { return base_; }
-  /// Offsets up to here may be written without asking; a copy may overshoot it.
+  /// Offsets below this can be written without Grow; a copy may overshoot it.
   std::uint32_t End() const { return end_; }
-  /// Moves End to `at` + `length` at least, when `consumed` bytes of input have made the output up to `at`;
-  /// Base changes.
+  /// Moves End to at least `at` + `length`, after `consumed` bytes of input gave the output up to `at`. Base
+  /// changes.
   void Grow(std::uint32_t at, std::uint32_t length, std::size_t consumed) {
     const std::int64_t have = at - static_cast<std::int64_t>(TMemoryStream::kHeadroom);
     const std::int64_t needed = have + length;
@@ -147,8 +147,8 @@ class TOutput {
  private:
   static constexpr std::int64_t kPiece = std::int64_t{4} << 20;  // whole huge pages
 
-  /// Lets at least `needed` bytes be written, up to the end of a piece: not so far that a copy overshoots
-  /// into the next one, whose memory is not asked for yet and would come in small pages.
+  /// Opens at least `needed` bytes, up to the end of a piece less the overshoot: a copy that reaches into the
+  /// next piece would take that memory in small pages.
   void Open(std::int64_t needed, std::int64_t expected) {
     constexpr std::int64_t kAround = TMemoryStream::kHeadroom + TMemoryStream::kSlack;
     const std::int64_t piece_end = (needed + kAround + kPiece - 1) / kPiece * kPiece - kAround;
@@ -165,7 +165,7 @@ class TOutput {
   std::uint32_t end_ = 0;
 };
 
-static_assert(TMemoryStream::kHeadroom == 256, "the single-byte strings fill it");
+static_assert(TMemoryStream::kHeadroom == 256, "the single-byte strings fill the headroom");
 static_assert(TMemoryStream::kSlack >= 32, "copies overshoot by up to 31 bytes");
 
 }  // namespace
@@ -178,7 +178,7 @@ std::filesystem::path UncompressedName(const std::filesystem::path& path) {
 }
 
 void TUncompressor::PrepareTable(std::size_t input_size) {
-  // One place behind the last code, where its string's end is found.
+  // One more than the codes: the end of the last string.
   const std::size_t wanted = std::min(kMostEntries, 257 + input_size) + 1;
   if (wanted <= table_size_) return;
   table_ = std::make_unique_for_overwrite<std::uint32_t[]>(wanted);
@@ -221,7 +221,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
   std::uint32_t largest = (1U << kFirstWidth) - 1;
   std::uint32_t next_free = first_free;
   TString previous{0, 0};
-  bool fresh = true;  // the table holds single bytes only, and so must the next code be one
+  bool fresh = true;  // the table holds only single bytes: the next code must be one
   std::size_t start = 0;
 
   for (;;) {  // one turn for each run of codes of the same width
@@ -233,7 +233,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
       const std::uint32_t code = codes.Next();
       --left;
       if (code == clear_code && start > 0) {
-        cleared = true;  // a clear after a clear
+        cleared = true;  // a clear right after a clear
       } else {
         if (code > 255) ThrowCorrupt();
         if (at >= output.End()) {
@@ -248,7 +248,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
       }
     }
 
-    // Each code makes one entry while there is room in the table.
+    // With `filling`, each code adds an entry.
     const auto decode = [&](auto filling, std::size_t count) {
       left -= count;
       std::uint32_t room = output.End();
@@ -262,7 +262,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
         if (code < next_free) {
           string = StringOf(table, code);
         } else if (code == next_free) {
-          string = {previous.Position, previous.Length + 1};  // it ends with its own first byte
+          string = {previous.Position, previous.Length + 1};  // ends with its own first byte
         } else {
           ThrowCorrupt();
         }
@@ -279,7 +279,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
       }
     };
     if (!cleared && next_free < code_limit) {
-      // It is known how many are read before the table or the width is full.
+      // As many codes as fit before the table is full or the width changes.
       decode(std::true_type{}, std::min<std::size_t>(left, std::min(code_limit, largest + 1) - next_free));
     }
     if (!cleared && left > 0 && next_free <= largest && next_free != kMostEntries) {
@@ -287,7 +287,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
     }
 
     if (!cleared && left > 0 && next_free == kMostEntries) {
-      // The long stretch of most files: the table is full, every code is valid and two whole bytes.
+      // Most of a large file: the table is full, every code is valid and has 16 bits.
       const char* from = codes.Rest();
       const char* const end = from + left * 2;
       std::uint32_t room = output.End();
@@ -314,7 +314,7 @@ void TUncompressor::Decode(std::string_view input, int maximum_bits, bool block_
     if (cleared) {
       width = kFirstWidth;
       largest = (1U << kFirstWidth) - 1;
-      // The first code after a clear makes an entry that nothing can name (its number is the clear code's).
+      // The first code after a clear adds no usable entry: its number would be that of the clear code.
       next_free = code_limit > kClearCode ? first_free : kClearCode;
       fresh = true;
     } else if (next_free > largest) {

@@ -10,49 +10,47 @@
 
 namespace skyreel {
 
-/// Data that is no .Z stream or a damaged one, or that decodes to more than was allowed.
+/// The data is not a .Z stream, is damaged, or decodes to more than is allowed.
 class EDecompressError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// The name beside which a decompressed file stands: `path` without its extension ("a.Z" gives "a").
-/// Throws EDecompressError for a name without one, since the output would replace its own source.
+/// The name of the decompressed file: `path` without its extension ("a.Z" gives "a"). Throws EDecompressError
+/// for a name without an extension: the output would replace its own source.
 std::filesystem::path UncompressedName(const std::filesystem::path& path);
 
-/// Decoder for the format of the Unix `compress` program (".Z", LZW). Its tables are kept from one call to
-/// the next; they grow with the input, to 256 KiB at most.
+/// Decodes the format of the Unix `compress` program (".Z", LZW). Keeps its table from one call to the next;
+/// the table grows with the input, up to 256 KiB.
 class TUncompressor {
  public:
   static constexpr std::int64_t kDefaultOutputLimit = std::int64_t{1} << 30;
   static constexpr std::int64_t kLargestOutputLimit = std::int64_t{1} << 31;
 
-  /// Decodes the whole of `input`. `output` ends with exactly the decoded bytes; what it held goes. Throws
-  /// EDecompressError for a bad signature, too many bits, a code that stands for nothing yet, and an output
-  /// larger than OutputLimit; `output` is empty then. The format has no end mark: an input that was cut
-  /// decodes up to its last complete code.
+  /// Decodes all of `input` and makes the result the content of `output`. Throws EDecompressError for a bad
+  /// signature, too many bits, an undefined code, and more output than OutputLimit; then `output` is empty.
+  /// The format has no end mark: a cut-off input decodes up to its last complete code.
   void Decompress(std::string_view input, TMemoryStream& output);
 
-  /// Bytes that an input may decode to, up to kLargestOutputLimit: a few kilobytes of input can stand for
-  /// gigabytes.
+  /// The most output in bytes, up to kLargestOutputLimit: a few kilobytes of input can decode to gigabytes.
   std::int64_t OutputLimit = kDefaultOutputLimit;
 
  private:
-  /// Room for the entries that `input_size` bytes can make.
+  /// Makes room for the entries of an input of `input_size` bytes.
   void PrepareTable(std::size_t input_size);
   void Decode(std::string_view input, int maximum_bits, bool block_mode, TMemoryStream& output);
 
-  /// Where in the output the string of each code stands. Codes are made in the order of their strings, so
-  /// that a string ends one byte behind the place where the next code's begins. Positions count from the 256
-  /// single-byte strings, which are kept just before the output and end right where the next one begins.
+  /// The position in the output of each code's string. Codes and their strings come in the same order, so a
+  /// string ends one byte behind the start of the next code's. Positions count from the 256 single-byte
+  /// strings, which are kept just before the output; each of these ends where the next one starts.
   std::unique_ptr<std::uint32_t[]> table_;
   std::size_t table_size_ = 0;
 };
 
-/// Decodes the file "name.Z" into "name" beside it, which gets the date and time of the compressed file.
-/// Nothing is written before the decode has ended, and the file appears whole, in place of an older one.
-/// True when an output was written; false when the file is missing, or decodes to nothing and nothing is
-/// written. The compressed file stays. Throws EDecompressError, std::system_error, ERangeError.
+/// Decodes the file "name.Z" to "name" in the same folder, with the date and time of the compressed file,
+/// which stays. Writes nothing until all is decoded, then replaces an older file as a whole. False, and
+/// nothing is written, when the file is missing or decodes to nothing. Throws EDecompressError,
+/// std::system_error, ERangeError.
 bool UncompressFile(const std::filesystem::path& path);
 
 }  // namespace skyreel

@@ -1,11 +1,7 @@
 #include "base/files.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <system_error>
-
-#include "base/descriptor.h"
 #include "base/exceptions.h"
 #include "support/limit_scope.h"
 #include "support/temp_folder.h"
@@ -15,66 +11,55 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(Files, StampsAreKeptToTheMillisecondAlsoBefore1970) {
+TEST(Files, AModificationTimeIsKeptToTheMillisecondAlsoBefore1970) {
   const test::TTempFolder folder;
-  const fs::path path = folder.Write("a", "x");
-  for (const TDateTime time : {TDateTime::FromDate(1969, 12, 31, 23, 59, 59),
-                               TDateTime::FromDate(2024, 2, 29) + std::chrono::milliseconds(123)}) {
-    EXPECT_TRUE(SetFileDateTime(path, time));
-    EXPECT_EQ(GetFileDateTime(path), time);
-  }
-  EXPECT_FALSE(SetFileDateTime(folder / "none", TDateTime::FromDate(2005, 11, 10)));
+  const TDateTime time = TDateTime::FromDate(1969, 12, 31, 23, 59, 59) + std::chrono::milliseconds(123);
+  EXPECT_TRUE(SetFileDateTime(folder.Write("a", "x"), time));
+  EXPECT_EQ(GetFileDateTime(folder / "a"), time);
   EXPECT_TRUE(GetFileDateTime(folder / "none").IsZero());
 }
 
-TEST(Files, AFileIsReplacedWholeOrLeftAlone) {
+TEST(Files, AFileIsReplacedWholeOrNotAtAll) {
   const test::TTempFolder folder;
-  const fs::path kept = folder.Write("kept", "precious"), plain = folder.Write("plain", "x");
-  fs::create_directory(folder / "directory");
-  const std::function<bool(const fs::path&)> ways[] = {
-      [](const fs::path& to) {
-        try {
-          return WriteFileWhole(to, "new"), true;
-        } catch (const std::system_error&) {
-          return false;
-        }
-      },
-      [&](const fs::path& to) {
-        const fs::path from = folder.Write("from", "new");
-        fs::permissions(from, fs::perms::owner_read | fs::perms::owner_write);
-        const TDescriptor file(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
-        try {
-          return MoveFileWhole(file.Get(), from, to), true;
-        } catch (const std::system_error&) {
-          return false;
-        }
-      }};
-  for (const auto& replace : ways) {
-    EXPECT_FALSE(replace(folder / "directory"));
-    EXPECT_FALSE(replace(folder / "none/x"));
-    fs::create_symlink(kept, folder / "link");
-    EXPECT_TRUE(replace(folder / "link"));
-    EXPECT_FALSE(fs::is_symlink(folder / "link"));
-    EXPECT_EQ(ReadWholeFile(folder / "link"), "new");
-    EXPECT_EQ(fs::status(folder / "link").permissions(), fs::status(plain).permissions())
-        << "as any new file";
-    fs::remove(folder / "link");
-  }
+  const fs::path kept = folder.Write("kept", "precious"), link = folder / "link";
+  const fs::perms usual = fs::status(kept).permissions();
+  fs::create_symlink(kept, link);
+  WriteFileWhole(link, "new");
+  EXPECT_EQ(ReadWholeFile(link) + ReadWholeFile(kept), "newprecious");
+  EXPECT_EQ(fs::status(link).permissions(), usual);
+  EXPECT_EQ(fs::status(folder.Write("later", "x")).permissions(), usual) << "the umask is unchanged";
+  EXPECT_THROW(WriteFileWhole(folder.Path(), "new"), std::system_error);
+
+  const TDescriptor file = OpenToRead(link);
+  fs::permissions(link, fs::perms::owner_read);
+  EXPECT_THROW(MoveFileWhole(file.Get(), link, folder / "none/x"), std::system_error);
+  MoveFileWhole(file.Get(), link, kept);
+  EXPECT_EQ(fs::status(kept).permissions(), usual);
   {
     const test::TLimitScope full_disk(RLIMIT_FSIZE, 8192);
     EXPECT_THROW(WriteFileWhole(kept, std::string(20000, 'x')), std::system_error);
   }
-  EXPECT_EQ(ReadWholeFile(kept), "precious");
-  EXPECT_EQ(folder.Tree().size(), 2u) << "nothing half-written";
+  EXPECT_EQ(ReadWholeFile(kept), "new");
+  EXPECT_EQ(folder.Tree().size(), 2u);
 }
 
-TEST(Files, AFolderIsNoFileAndWhatIsTooLargeIsNotRead) {
+TEST(Files, OnlyRegularFilesUpToALimitAreRead) {
   const test::TTempFolder folder;
   EXPECT_EQ(FileSizeOf(folder.Write("a", "12345")), 5);
   EXPECT_EQ(FileSizeOf(folder.Path()), -1);
   EXPECT_THROW(ReadWholeFile(folder.Path()), std::system_error);
   EXPECT_THROW(ReadWholeFile(folder / "a", 4), ERangeError);
   EXPECT_EQ(ReadWholeFile(folder / "a", 5), "12345");
+}
+
+TEST(Files, AbandonedFilesAreRemovedAndThoseInUseStay) {
+  const test::TTempFolder folder;
+  for (const char* name : {"~skyreel4bcXYZ", "~skyreel4bcXY", "~skyreel4bcXY."}) folder.Write(name, "x");
+  const TDescriptor used = OpenToRead(folder.Write("~skyreelInUse1", "x"));
+  ASSERT_TRUE(TryLock(used.Get(), folder / "~skyreelInUse1"));
+  RemoveAbandoned(folder.Path());
+  EXPECT_EQ(folder.Tree().size(), 3u);
+  EXPECT_EQ(FileSizeOf(folder / "~skyreel4bcXYZ"), -1);
 }
 
 }  // namespace
