@@ -1,8 +1,8 @@
 // Windows bitmap: a file header of 14 bytes (BM, file size, reserved, offset of the pixels), an information
-// header (12 bytes of the old kind, or 40 and more), for BI_BITFIELDS channel masks, a palette of blue,
-// green, red (and a fourth byte in the newer kind), then rows padded to four bytes, bottom up unless the
-// height is negative. Numbers are little endian. 1, 4, 8, 16, 24 and 32 bits per pixel; run lengths for 4
-// and 8.
+// header (12 bytes in old files, otherwise 40 or more), channel masks for BI_BITFIELDS, a palette of blue,
+// green, red (and a fourth byte in newer files), then the rows, padded to four bytes. Rows go from bottom to
+// top unless the height is negative. Numbers are little endian. There are 1, 4, 8, 16, 24 or 32 bits per
+// pixel; 4 and 8 bits may be run-length encoded.
 
 #include <algorithm>
 #include <array>
@@ -73,11 +73,11 @@ class TBmp {
 
  private:
   void ReadHeader() {
-    if (bytes_.Get(0, 2) != 0x4D42) Fail("file has no bitmap signature");
+    if (bytes_.Get(0, 2) != 0x4D42) Fail("bad signature");
     pixels_ = bytes_.Get(10, 4);
     const std::size_t header = bytes_.Get(kFileHeader, 4);
     const bool old = header == 12;
-    if (!old && (header < 40 || header > 4096)) Fail("header is of an unknown kind");
+    if (!old && (header < 40 || header > 4096)) Fail("unknown kind of header");
     std::size_t colours = 0;
     if (old) {
       width_ = bytes_.Get(18, 2);
@@ -92,30 +92,28 @@ class TBmp {
     }
     top_down_ = height_ < 0;
     if (top_down_) height_ = -height_;
+    std::uint32_t other = kUncompressed;
+    if (bits_ == 4) other = kRuns4;
+    if (bits_ == 8) other = kRuns8;
+    if (bits_ == 16 || bits_ == 32) other = kBitFields;
+    if (compression_ != kUncompressed && compression_ != other) Fail("unknown compression");
     std::size_t palette = kFileHeader + header;
     switch (bits_) {
       case 1:
       case 4:
       case 8:
-        if (compression_ != kUncompressed && !(compression_ == kRuns8 && bits_ == 8) &&
-            !(compression_ == kRuns4 && bits_ == 4)) {
-          Fail("compression is of an unknown kind");
-        }
         if (colours == 0 || colours > (1U << bits_)) colours = std::size_t{1} << bits_;
         for (std::size_t i = 0; i < colours; ++i, palette += old ? 3 : 4) {
           palette_[i] = {bytes_.Byte(palette + 2), bytes_.Byte(palette + 1), bytes_.Byte(palette)};
         }
         break;
       case 24:
-        if (compression_ != kUncompressed) Fail("compression is of an unknown kind");
         break;
       case 16:
       case 32:
         if (compression_ == kBitFields) {
-          // Behind the header of 40 bytes; later headers hold them at the same place.
+          // Longer headers hold the masks at the same place.
           for (std::size_t i = 0; i < 3; ++i) channels_[i].Mask = bytes_.Get(kFileHeader + 40 + 4 * i, 4);
-        } else if (compression_ != kUncompressed) {
-          Fail("compression is of an unknown kind");
         } else if (bits_ == 16) {
           channels_ = {{{0x7C00}, {0x03E0}, {0x001F}}};
         } else {
@@ -123,7 +121,7 @@ class TBmp {
         }
         break;
       default:
-        Fail("number of bits per pixel is not allowed");
+        Fail("bad number of bits per pixel");
     }
   }
 
@@ -155,11 +153,11 @@ class TBmp {
     return {channels_[0].Value(pixel), channels_[1].Value(pixel), channels_[2].Value(pixel)};
   }
 
-  /// Pairs of bytes: a count and a colour; or 0 and: 0 end of the row, 1 end of the picture, 2 and two bytes
-  /// to move right and up, otherwise that many pixels follow, padded to two bytes. Pixels left out are colour
-  /// 0.
+  /// Pairs of bytes: a count and a colour, or 0 and a code. Code 0 ends the row, 1 ends the picture, 2 moves
+  /// right and up by the next two bytes; a higher code is a number of pixels that follow, padded to two
+  /// bytes. Skipped pixels have colour 0.
   void ReadRuns(TExtBitmap& bitmap) {
-    if (top_down_) Fail("run lengths cannot stand from the top down");
+    if (top_down_) Fail("run lengths need rows from bottom to top");
     std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width_) * 3);
     const auto put = [&](std::size_t x, unsigned index) {
       if (x < static_cast<std::size_t>(width_)) std::copy_n(palette_[index].begin(), 3, &rgb[x * 3]);

@@ -11,7 +11,7 @@ namespace skyreel {
 void TExtBitmap::SetSize(std::int64_t width, std::int64_t height) {
   const std::int64_t most = std::numeric_limits<int>::max() / 4;
   if (width < 0 || height < 0 || width > most || height > most) {
-    throw EInvalidGraphic("Picture of an impossible size");
+    throw EInvalidGraphic("Impossible picture size");
   }
   if (width * height > PixelLimit) {
     throw EInvalidGraphic("Picture of " + std::to_string(width) + " x " + std::to_string(height) +

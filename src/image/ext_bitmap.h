@@ -6,21 +6,21 @@
 
 namespace skyreel {
 
-/// A picture file that cannot be read or written: corrupt, cut off, too large, of an unknown kind.
+/// A picture file cannot be read or written: corrupt, cut off, too large, unknown format.
 class EInvalidGraphic : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
-/// An operation that a bitmap of this kind does not take.
+/// The operation does not work for this kind of bitmap.
 class EInvalidGraphicOperation : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Bits per pixel: one grey byte, or blue, green, red (and an unused byte).
+/// Bits per pixel. 8: grey. 24: blue, green, red. 32: the same and an unused byte.
 enum class TPixelFormat { Bits8 = 8, Bits24 = 24, Bits32 = 32 };
 
-/// A picture in memory: rows from the top down, without padding or palette.
+/// A picture in memory: rows from top to bottom, without padding or palette.
 class TExtBitmap {
  public:
   static constexpr std::int64_t kLargestPixelCount = 400'000'000;
@@ -33,14 +33,14 @@ class TExtBitmap {
   bool IsEmpty() const { return width_ == 0 || height_ == 0; }
   int BytesPerPixel() const { return static_cast<int>(format_) / 8; }
 
-  /// New size in pixels; the pixels are undefined. Throws EInvalidGraphic, before memory is taken, for a side
-  /// that is negative or a picture of more than PixelLimit pixels.
+  /// Sets the size in pixels; the pixels are undefined. Throws EInvalidGraphic, before it takes memory, for a
+  /// negative side or more than PixelLimit pixels.
   void SetSize(std::int64_t width, std::int64_t height);
   std::uint8_t* ScanLine(int y) { return pixels_.get() + Offset(y); }
   const std::uint8_t* ScanLine(int y) const { return pixels_.get() + Offset(y); }
 
-  /// Fill a row from Width() pixels, converted to the pixel format (grey by luminance): grey bytes; or bytes
-  /// in the order red, green, blue, each pixel `stride` bytes after the one before (3 or 4).
+  /// Fill a row from Width() pixels and convert them to the pixel format (to grey by luminance). The pixels
+  /// are grey bytes, or red, green, blue with `stride` bytes from one pixel to the next (3 or 4).
   void SetRowFromGrey(int y, const std::uint8_t* grey);
   void SetRowFromRgb(int y, const std::uint8_t* rgb, int stride = 3);
 
@@ -57,9 +57,9 @@ class TExtBitmap {
   std::unique_ptr<std::uint8_t[]> pixels_;
 };
 
-/// Maps every pixel value v to 255 * (v / 255) ^ (1 / exponent), rounded to the nearest integer. An empty
-/// bitmap is left alone, and so is every bitmap for an exponent outside 0.2 to 5. Throws
-/// EInvalidGraphicOperation for a bitmap that is not 8 bits per pixel.
+/// Maps every pixel value v to 255 * (v / 255) ^ (1 / exponent), rounded to the nearest integer. Changes
+/// nothing in an empty bitmap, or for an exponent outside 0.2 to 5. Throws EInvalidGraphicOperation unless
+/// the bitmap has 8 bits per pixel.
 void GammaCorrect(TExtBitmap& bitmap, float exponent);
 
 }  // namespace skyreel

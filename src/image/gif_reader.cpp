@@ -1,5 +1,5 @@
-// The first picture of a GIF file, at its place on the logical screen (which is made larger when it does not
-// hold the picture), through giflib.
+// Reads the first picture of a GIF file with giflib, at its place on the logical screen. A screen that is too
+// small for the picture becomes larger.
 
 #include <gif_lib.h>
 
@@ -36,7 +36,7 @@ struct TClose {
   void operator()(GifFileType* gif) const { DGifCloseFile(gif, nullptr); }
 };
 
-/// Reads up to the first picture's description, over extensions.
+/// Skips extensions and reads the description of the first picture.
 void FindPicture(GifFileType* gif) {
   for (;;) {
     GifRecordType record = UNDEFINED_RECORD_TYPE;

@@ -18,14 +18,14 @@ auto FindReader(std::string_view extension) {
   for (const auto& reader : kReaders) {
     if (SameText(reader.Extension, extension)) return reader.Read;
   }
-  throw EInvalidGraphic("Pictures of the type \"" + std::string(extension) + "\" cannot be read");
+  throw EInvalidGraphic("Unknown picture type \"" + std::string(extension) + "\"");
 }
 
 }  // namespace
 
 void LoadImage(TExtBitmap& bitmap, const std::filesystem::path& path) {
   const std::string extension = path.extension().string();
-  FindReader(extension);  // before the file is read
+  FindReader(extension);  // throws before the file is read
   LoadImageFromMemory(bitmap, extension, ReadWholeFile(path));
 }
 

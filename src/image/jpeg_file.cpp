@@ -1,5 +1,5 @@
-// JPEG in both directions, through libjpeg-turbo. The library reports an error by a jump out of its call,
-// which must not pass over anything with a destructor: every step runs in Guarded, and owns nothing itself.
+// Reads and writes JPEG with libjpeg-turbo. The library reports an error by a longjmp, which must not skip a
+// destructor: every step runs in Guarded and owns nothing.
 
 #include <cstddef>
 #include <cstdio>
@@ -20,7 +20,7 @@ namespace skyreel {
 
 namespace {
 
-/// More passes over the picture than any real file makes; a small hostile one could keep us busy for hours.
+/// More passes than any real file has. A small hostile file could otherwise take hours.
 constexpr int kMostScans = 200;
 
 struct TErrors : jpeg_error_mgr {
@@ -34,7 +34,7 @@ struct TErrors : jpeg_error_mgr {
   std::longjmp(errors.Jump, 1);
 }
 
-/// The library only warns of damaged data and goes on with grey; here such a picture is refused.
+/// For damaged data the library only warns and fills in grey; we refuse such a picture.
 void OnMessage(j_common_ptr info, int level) {
   if (level >= 0) return;
   switch (info->err->msg_code) {
@@ -54,7 +54,7 @@ void Prepare(TErrors& errors) {
   errors.emit_message = OnMessage;
 }
 
-/// False when the library reported an error within `step`.
+/// False when the library reported an error in `step`.
 template <typename TStep>
 bool Guarded(TErrors& errors, const TStep& step) {
   if (setjmp(errors.Jump) != 0) return false;
@@ -98,7 +98,11 @@ class TReader {
         jpeg_read_scanlines(&info_, rows, 1);
       });
       if (inks) InksToRgb(row);
-      grey ? bitmap.SetRowFromGrey(y, row.data()) : bitmap.SetRowFromRgb(y, row.data(), inks ? 4 : 3);
+      if (grey) {
+        bitmap.SetRowFromGrey(y, row.data());
+      } else {
+        bitmap.SetRowFromRgb(y, row.data(), inks ? 4 : 3);
+      }
     }
     Step([&] { jpeg_finish_decompress(&info_); });
   }
@@ -150,7 +154,7 @@ struct TDestination : jpeg_destination_mgr {
     try {
       Data.append(reinterpret_cast<const char*>(Buffer.data()), count);
     } catch (const std::exception&) {
-      taken = false;  // no exception may pass through the library
+      taken = false;  // no exception may leave through the library
     }
     if (!taken) ERREXIT1(info, JERR_OUT_OF_MEMORY, 0);
   }
@@ -166,7 +170,7 @@ class TWriter {
   TWriter(const TWriter&) = delete;
   TWriter& operator=(const TWriter&) = delete;
 
-  /// False when the encoder failed.
+  /// False when the encoder fails.
   bool Write(const TExtBitmap& bitmap, int quality, const std::string& comment) {
     return Guarded(errors_, [&] {
       const bool grey = bitmap.PixelFormat() == TPixelFormat::Bits8;

@@ -1,5 +1,5 @@
-// PNG through libpng, which reports an error by a jump out of its call: every step runs guarded, and owns
-// nothing itself.
+// Reads PNG with libpng. The library reports an error by a longjmp: every step runs in Guarded and owns
+// nothing.
 
 #include <png.h>
 
@@ -59,7 +59,7 @@ class TReader {
     if (info_ == nullptr) throw std::bad_alloc();
     Step([&] {
       png_set_read_fn(png_, &state_, OnRead);
-      png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the bitmap has its own
+      png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the bitmap has a limit
       png_set_chunk_malloc_max(png_, kMostChunkMemory);
       png_set_chunk_cache_max(png_, kMostChunks);
       png_read_info(png_, info_);
@@ -77,7 +77,7 @@ class TReader {
     const std::size_t stride = channels * width;
     if (png_get_rowbytes(png_, info_) != stride) throw EInvalidGraphic("PNG: unexpected pixel format");
 
-    // Only an interlaced picture needs all its rows at once.
+    // Only an interlaced picture needs all rows at once.
     const std::size_t height = static_cast<std::size_t>(bitmap.Height());
     std::vector<std::uint8_t> rows(passes > 1 ? stride * height : stride);
     for (int pass = 1; pass < passes; ++pass) {
@@ -99,7 +99,7 @@ class TReader {
     if (!Guarded(state_, step)) throw EInvalidGraphic(std::string("PNG: ") + state_.Message);
   }
 
-  /// `row` holds grey or colour pixels, with alpha when the number of channels is even.
+  /// `row` holds grey or colour pixels, with alpha for 2 or 4 channels.
   static void PutRow(TExtBitmap& bitmap, int y, std::uint8_t* row, std::size_t channels) {
     const std::size_t colours = channels < 3 ? 1 : 3;
     if (channels != colours) {
@@ -112,7 +112,11 @@ class TReader {
         }
       }
     }
-    colours == 1 ? bitmap.SetRowFromGrey(y, row) : bitmap.SetRowFromRgb(y, row);
+    if (colours == 1) {
+      bitmap.SetRowFromGrey(y, row);
+    } else {
+      bitmap.SetRowFromRgb(y, row);
+    }
   }
 
   TState state_;

@@ -6,8 +6,8 @@
 
 namespace skyreel {
 
-/// The decoders, one file each. They fill `bitmap` from a whole file in memory, or throw EInvalidGraphic
-/// (also std::bad_alloc) and leave it in any state.
+/// The decoders, one file each. They decode a whole file in memory into `bitmap`. They throw EInvalidGraphic
+/// or std::bad_alloc; then the bitmap is undefined.
 void ReadBmp(TExtBitmap& bitmap, std::string_view data);
 void ReadGif(TExtBitmap& bitmap, std::string_view data);
 void ReadJpeg(TExtBitmap& bitmap, std::string_view data);

@@ -1,4 +1,4 @@
-// The first picture of a TIFF file, through libtiff.
+// Reads the first picture of a TIFF file with libtiff.
 
 #include <tiffio.h>
 
@@ -16,7 +16,7 @@ namespace skyreel {
 
 namespace {
 
-/// The file in memory, its position, and the first error that the library told of.
+/// The file in memory, the position in it, and the library's first error message.
 struct TSource {
   std::string_view Data;
   toff_t Position = 0;
@@ -72,7 +72,7 @@ void ReadTiff(TExtBitmap& bitmap, std::string_view data) {
   if (options == nullptr) throw std::bad_alloc();
   TIFFOpenOptionsSetErrorHandlerExtR(options.get(), OnError, &source);
   TIFFOpenOptionsSetWarningHandlerExtR(options.get(), OnWarning, nullptr);
-  // The library takes four bytes for a pixel, and no more at once than for a whole picture.
+  // The library's largest allocation is the whole picture at four bytes a pixel.
   TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(),
                                       static_cast<tmsize_t>(bitmap.PixelLimit * 4 + (1 << 20)));
   const std::unique_ptr<TIFF, TFree> tiff(TIFFClientOpenExt(
@@ -94,7 +94,6 @@ void ReadTiff(TExtBitmap& bitmap, std::string_view data) {
   if (TIFFReadRGBAImageOriented(tiff.get(), width, height, pixels.get(), ORIENTATION_TOPLEFT, 1) == 0)
     Fail(source);
 
-  // A pixel's number has red in its lowest byte.
   std::vector<std::uint8_t> row(std::size_t{width} * 3);
   for (std::uint32_t y = 0; y < height; ++y) {
     for (std::size_t x = 0; x < width; ++x) {
