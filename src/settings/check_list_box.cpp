@@ -12,7 +12,7 @@ namespace skyreel {
 
 namespace {
 
-/// Leaves room between the columns, and a little between the rows to aim at.
+/// Adds space between the columns, and a little between the rows.
 class TRoomyDelegate : public QStyledItemDelegate {
  public:
   using QStyledItemDelegate::QStyledItemDelegate;
@@ -21,7 +21,7 @@ class TRoomyDelegate : public QStyledItemDelegate {
   }
 
  protected:
-  /// Styles draw the frame of a check box in a shade of the window's colour, which a dark list swallows.
+  /// Styles draw the frame of a check box in a shade of the window's colour: invisible on a dark list.
   void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
     QStyledItemDelegate::initStyleOption(option, index);
     const QColor text = option->palette.color(QPalette::Text), base = option->palette.color(QPalette::Base);
@@ -37,7 +37,7 @@ class TRoomyDelegate : public QStyledItemDelegate {
 TCheckListBox::TCheckListBox(QWidget* parent) : QListWidget(parent) {
   setItemDelegate(new TRoomyDelegate(this));
   setResizeMode(QListView::Adjust);
-  // Columns differ in width.
+  // Columns have different widths.
   setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
   setContextMenuPolicy(Qt::ActionsContextMenu);
   for (const auto& [text, state] :
@@ -83,7 +83,7 @@ QSize TCheckListBox::minimumSizeHint() const {
 
 void TCheckListBox::rowsInserted(const QModelIndex& parent, int start, int end) {
   QListWidget::rowsInserted(parent, start, end);
-  // An item has no check mark until it is given a state.
+  // An item shows no check mark until it has a state.
   for (int i = start; i <= end; ++i)
     if (!item(i)->data(Qt::CheckStateRole).isValid()) item(i)->setCheckState(Qt::Unchecked);
   updateGeometry();

@@ -4,15 +4,15 @@
 
 namespace skyreel {
 
-/// A list whose items carry check marks. Items come from the page's form file or from SetItems; either way
-/// they can be checked from the moment the list shows them. Its context menu checks all items or none.
+/// A list of items with check marks. The items come from the page's form file or from SetItems. The context
+/// menu checks all items or none.
 class TCheckListBox : public QListWidget {
   Q_OBJECT
 
  public:
   explicit TCheckListBox(QWidget* parent = nullptr);
 
-  /// Puts these items, all unchecked, in the place of the old ones.
+  /// Replaces the items with these, all unchecked.
   void SetItems(const QStringList& items);
   /// The texts of the checked items, in list order.
   QStringList CheckedItems() const;
@@ -22,12 +22,12 @@ class TCheckListBox : public QListWidget {
 
   /// The comma text of the checked items.
   QString CheckedText() const;
-  /// Checks exactly the items whose text is in the comma text, in whatever letter case. Names of no item are
-  /// ignored.
+  /// Checks the items whose text is in the comma text, in either letter case, and unchecks the others.
+  /// Ignores unknown names.
   void SetCheckedText(const QString& comma_text);
 
  signals:
-  /// A check mark changed, by the user or through the item.
+  /// The user or the program changed a check mark.
   void ClickCheck();
 
  protected:

@@ -19,7 +19,7 @@ class TWheelGuard : public QObject {
 }  // namespace
 
 void KeepFromWheel(QWidget& control) {
-  // The default policy lets the wheel give the focus.
+  // With the default policy the wheel would take the focus.
   control.setFocusPolicy(Qt::StrongFocus);
   control.installEventFilter(new TWheelGuard(&control));
 }
@@ -69,7 +69,7 @@ int TpstRadioGroup::ItemIndex() const {
 void TpstRadioGroup::SetItemIndex(int index) {
   const QList<QRadioButton*> items = Items();
   for (int i = 0; i < items.size(); ++i) {
-    // An exclusive button that is checked refuses to be unchecked.
+    // An exclusive button that is checked cannot be unchecked.
     items[i]->setAutoExclusive(false);
     items[i]->setChecked(i == index);
   }

@@ -13,32 +13,32 @@
 
 namespace skyreel {
 
-/// A control that is a setting: it shows the stored value from Restore on, follows what the user does in
-/// memory, and saves when it is destroyed. The value name is its property NamedAs, or its object name when
-/// that is empty.
+/// A control that is a setting. Restore shows the stored value; later changes are kept in memory and saved
+/// when the control is destroyed. The value name is the property NamedAs, or the object name when that is
+/// empty.
 class TPersistedControl {
  public:
   virtual ~TPersistedControl() = default;
-  /// Reads the setting, with what the control shows now as the default, and shows it. No change signal of the
-  /// control is sent. Throws ERegistryError.
+  /// Reads the setting and shows it. The default is what the control shows now. Sends no change signal.
+  /// Throws ERegistryError.
   virtual void Restore(TRegistryStore& store) = 0;
 };
 
-/// The wheel passing over the control without the focus changes nothing from now on; what is behind it
+/// From now on the wheel changes the control only while it has the focus. Otherwise the page behind it
 /// scrolls.
 void KeepFromWheel(QWidget& control);
 
-/// Restores every persisted control below `root`, in the order of their creation. The store has to outlive
-/// them. Throws ERegistryError at the first that cannot be read; the store writes nothing any more then.
+/// Restores every persisted control below `root`, in the order of their creation. The store must outlive
+/// them. Throws ERegistryError at the first one that cannot be read; after that the store writes nothing.
 void RestorePersistedControls(QWidget& root, TRegistryStore& store);
 
-/// What the persisted controls share. TWidget is the ordinary control, TVariable the kind of setting; a
-/// descendant says which property is bound (BoundValue, Bind) and calls Track when it changes.
+/// The common part of the persisted controls. TWidget is the ordinary control, TVariable the kind of setting.
+/// A descendant chooses the bound property (BoundValue, Bind) and calls Track when it changes.
 template <typename TWidget, typename TVariable>
 class TPersisted : public TWidget, public TPersistedControl {
  public:
   explicit TPersisted(QWidget* parent) : TWidget(parent) {}
-  /// What the widget's own destructor still sends must not reach a setting that is gone.
+  /// The widget's own destructor may still send signals, but the setting is gone.
   ~TPersisted() override { this->disconnect(this); }
 
   void Restore(TRegistryStore& store) override {
@@ -54,7 +54,7 @@ class TPersisted : public TWidget, public TPersistedControl {
 
   virtual TValue BoundValue() const = 0;
   virtual void Bind(const TValue& value) = 0;
-  /// Takes the bound property's value into the setting.
+  /// Copies the bound property's value to the setting.
   void Track() {
     if (setting_) setting_->Value = BoundValue();
   }
@@ -66,8 +66,8 @@ class TPersisted : public TWidget, public TPersistedControl {
   std::unique_ptr<TVariable> setting_;
 };
 
-/// Bound to the text; follows every change of it. With its property Scrambled the settings file hides the
-/// text from whoever looks at it by chance.
+/// Bound to the text; follows every change. With the property Scrambled the stored text is not readable at a
+/// glance.
 class TpstEdit : public TPersisted<QLineEdit, TRegistryString> {
   Q_OBJECT
 
@@ -84,8 +84,8 @@ class TpstEdit : public TPersisted<QLineEdit, TRegistryString> {
   QString Scrambled(QString text) const;
 };
 
-/// Bound to the selected index, -1 for none; follows the user's choice, and any when it loses the focus. An
-/// index that the list does not have selects none.
+/// Bound to the selected index, -1 for none. Follows the user's choice, and takes the index again when it
+/// loses the focus. A stored index beyond the list selects none.
 class TpstComboBox : public TPersisted<QComboBox, TRegistryInteger> {
   Q_OBJECT
 
@@ -97,8 +97,8 @@ class TpstComboBox : public TPersisted<QComboBox, TRegistryInteger> {
   void Bind(const std::int32_t& value) override { setCurrentIndex(value < count() ? value : -1); }
 };
 
-/// A group box whose radio buttons, in the order of their creation, are the items. Bound to the index of the
-/// selected one, -1 for none; follows every change of it.
+/// A group box whose items are its radio buttons, in the order of their creation. Bound to the selected
+/// index, -1 for none; follows every change.
 class TpstRadioGroup : public TPersisted<QGroupBox, TRegistryInteger> {
   Q_OBJECT
 
@@ -106,7 +106,7 @@ class TpstRadioGroup : public TPersisted<QGroupBox, TRegistryInteger> {
   explicit TpstRadioGroup(QWidget* parent = nullptr);
 
   int ItemIndex() const;
-  /// Selects one item, or none when there is no such item.
+  /// Selects the item of this index, or none when there is no such item.
   void SetItemIndex(int index);
   void Restore(TRegistryStore& store) override;
 
@@ -121,7 +121,7 @@ class TpstRadioGroup : public TPersisted<QGroupBox, TRegistryInteger> {
   QList<QRadioButton*> Items() const;
 };
 
-/// Bound to the comma text of the checked items; follows every click on a check mark.
+/// Bound to the comma text of the checked items; follows every click.
 class TpstCheckListBox : public TPersisted<TCheckListBox, TRegistryString> {
   Q_OBJECT
   Q_PROPERTY(QString CheckedList READ CheckedList WRITE SetCheckedList)
@@ -129,9 +129,9 @@ class TpstCheckListBox : public TPersisted<TCheckListBox, TRegistryString> {
  public:
   explicit TpstCheckListBox(QWidget* parent = nullptr);
 
-  /// The stored comma text (what is checked, before Restore).
+  /// The stored comma text; before Restore, that of the checked items.
   QString CheckedList() const { return setting_ ? setting_->Value : CheckedText(); }
-  /// Stores the comma text and checks the items that it names.
+  /// Stores the comma text and checks the items in it.
   void SetCheckedList(const QString& comma_text);
 
  protected:
@@ -139,7 +139,7 @@ class TpstCheckListBox : public TPersisted<TCheckListBox, TRegistryString> {
   void Bind(const QString& value) override { SetCheckedText(value); }
 };
 
-/// Bound to whether it is checked; follows every change of it.
+/// Bound to the check mark; follows every change.
 class TpstCheckBox : public TPersisted<QCheckBox, TRegistryBoolean> {
   Q_OBJECT
 
@@ -151,7 +151,7 @@ class TpstCheckBox : public TPersisted<QCheckBox, TRegistryBoolean> {
   void Bind(const bool& value) override { setChecked(value); }
 };
 
-/// Bound to the position; follows every change of it. A stored position beyond the range is held at its end.
+/// Bound to the position; follows every change. A stored position beyond the range becomes the nearest end.
 class TpstUpDown : public TPersisted<QSpinBox, TRegistryInteger> {
   Q_OBJECT
 

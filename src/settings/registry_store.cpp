@@ -1,6 +1,5 @@
 #include "settings/registry_store.h"
 
-#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include "base/descriptor.h"
 #include "base/exceptions.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 
 namespace skyreel {
@@ -35,22 +35,17 @@ QString ToQString(const fs::path& path) {
   return QString::fromStdString(path.string());
 }
 
-/// Throws when the file exists and is none that can be read whole.
-void CheckReadable(const fs::path& file) {
-  const fs::file_type type = fs::status(file).type();
-  if (type == fs::file_type::not_found) return;
-  // A pipe would be waited for.
-  if (type != fs::file_type::regular)
-    throw std::system_error(std::make_error_code(std::errc::invalid_argument), file.string());
-  ReadWholeFile(file, kLargestFile);
+/// The file's content; empty when there is no file. Throws when it cannot be read.
+std::string Content(const fs::path& file) {
+  return fs::exists(file) ? ReadWholeFile(file, kLargestFile) : std::string();
 }
 
-/// As it is after a way through UTF-8, which has no form for half a surrogate pair.
+/// The text as it comes back from UTF-8, which cannot hold half a surrogate pair.
 QString Storable(const QString& text) {
   return QString::fromUtf8(text.toUtf8());
 }
 
-/// A value as text. A line with commas outside quotes is a list for the library, and comma text for us.
+/// A value as text. For the library, a line with commas outside quotes is a list.
 QString TextOf(const QVariant& value) {
   if (value.typeId() != QMetaType::QStringList) return Storable(value.toString());
   std::vector<std::string> items;
@@ -64,8 +59,8 @@ QMap<QString, QString> ValuesOf(const QSettings& ini) {
   return values;
 }
 
-/// The names that the library surely reads as it wrote them. A damaged file can hold others, of which it
-/// drops slashes or all.
+/// The names that the library reads as it wrote them. A damaged file can hold other names, which the library
+/// changes or drops.
 QSet<QString> PlainNames(const QMap<QString, QString>& values) {
   static const QRegularExpression plain(
       QRegularExpression::anchoredPattern("[A-Za-z0-9 ._-]+(/[A-Za-z0-9 ._-]+)*"));
@@ -76,30 +71,12 @@ QSet<QString> PlainNames(const QMap<QString, QString>& values) {
   return names;
 }
 
-/// A folder for the owner alone, beside the settings; gone with all in it at the end, and by the next copy of
-/// the program when this one is killed.
-class TPrivateFolder {
- public:
-  explicit TPrivateFolder(const fs::path& parent) {
-    RemoveAbandoned(parent);
-    std::string name = (parent / kTemporaryName).string();
-    if (::mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
-    path_ = name;
-    lock_ = TDescriptor(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    TryLock(lock_.Get(), path_);
-  }
-  ~TPrivateFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  TPrivateFolder(const TPrivateFolder&) = delete;
-  TPrivateFolder& operator=(const TPrivateFolder&) = delete;
-  fs::path operator/(const char* name) const { return path_ / name; }
-
- private:
-  fs::path path_;
-  TDescriptor lock_;
-};
+/// Makes a folder that only its owner can read.
+fs::path MakePrivateFolder(const fs::path& parent) {
+  std::string name = (parent / kTemporaryName).string();
+  if (::mkdtemp(name.data()) == nullptr) ThrowErrno(name);
+  return name;
+}
 
 fs::path MakersFolder() {
   return fs::path(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation).toStdString()) /
@@ -110,7 +87,7 @@ fs::path MakersFolder() {
 
 TRegistryStore::TRegistryStore(fs::path file) : file_(std::move(file)) {
   try {
-    CheckReadable(file_);
+    Content(file_);
     read_ = values_ = ValuesOf(QSettings(ToQString(file_), QSettings::IniFormat));
   } catch (const std::exception& error) {
     throw ERegistryError("The settings file " + file_.string() + " cannot be read: " + error.what());
@@ -137,7 +114,7 @@ std::int32_t TRegistryStore::ReadInteger(const QString& name) {
   try {
     return ToInteger(ReadString(name).toStdString());
   } catch (const EConvertError&) {
-    Fail(name, "is no whole number.");
+    Fail(name, "is not a whole number.");
   }
 }
 
@@ -179,32 +156,36 @@ bool TRegistryStore::Flush() noexcept {
 
 void TRegistryStore::Write() {
   ForceDirectories(file_.parent_path());
-  // What is replaced is the file itself, not a link to it.
+  // The file itself, not a link to it.
   const fs::path target = fs::weakly_canonical(file_);
-  // Against a copy of the program that ends at the same moment. Without the lock, as where its file cannot be
-  // made, the worst is that the last one wins everything.
+  // Another copy of the program may end at the same moment. If the lock fails, only that copy's changes can
+  // be lost.
   QLockFile lock(ToQString(target) + ".lock");
   lock.tryLock(static_cast<int>(kLongestLock.count()));
 
-  if (fs::exists(target) && ::access(target.c_str(), W_OK) != 0)
-    throw std::system_error(errno, std::generic_category(), target.string());
-  CheckReadable(target);
+  if (fs::exists(target) && ::access(target.c_str(), W_OK) != 0) ThrowErrno(target.string());
+  const std::string before = Content(target);
 
-  // The library works on a copy in a folder of its own, where a full disk can cut nothing that matters and
-  // nobody else can look. What it wrote is read again under another name (it remembers files by name) before
-  // it takes the place of the old file.
-  const TPrivateFolder folder(target.parent_path());
+  // The library changes a copy in a private folder, so that a full disk damages nothing. The result is read
+  // back under another name, because the library caches files by name.
+  RemoveAbandoned(target.parent_path());
+  const fs::path folder = MakePrivateFolder(target.parent_path());
+  const TAtScopeEnd remove([&folder] {
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+  });
+  const TDescriptor lock_of_folder = OpenToRead(folder);
+  TryLock(lock_of_folder.Get(), folder);
   const fs::path draft = folder / "draft.conf", fair = folder / "fair.conf";
-  const bool existed = fs::exists(target);
-  WriteFileWhole(draft, existed ? ReadWholeFile(target, kLargestFile) : std::string(), 0600);
+  WriteFileWhole(draft, before, 0600);
   QMap<QString, QString> expected;
   {
     QSettings ini(ToQString(draft), QSettings::IniFormat);
-    // The library looks at all lines only now.
+    // The library parses all lines only now.
     const QMap<QString, QString> found = ValuesOf(ini);
     if (ini.status() == QSettings::FormatError) {
       // The library drops the lines that it does not understand.
-      WriteFileWhole(fs::path(target) += ".damaged", ReadWholeFile(draft, kLargestFile), 0600);
+      WriteFileWhole(fs::path(target) += ".damaged", before, 0600);
     }
     for (const QString& name : written_) {
       const auto value = values_.constFind(name);
@@ -223,6 +204,9 @@ void TRegistryStore::Write() {
   for (const QString& name : written_) whole = whole && written.value(name) == expected.value(name);
   if (!whole) throw std::system_error(std::make_error_code(std::errc::io_error), target.string());
   fs::permissions(fair, fs::perms::owner_read | fs::perms::owner_write);
+  // The library sees a change by size and time only, and the clock of the file system moves in steps.
+  const TDateTime time = GetFileDateTime(target) + std::chrono::milliseconds(1);
+  if (GetFileDateTime(fair) < time) SetFileDateTime(fair, time);
   fs::rename(fair, target);
   read_ = values_ = written;
   written_.clear();
@@ -241,7 +225,7 @@ void RegisterAppPath(const fs::path& app_paths, const fs::path& executable) {
     TRegistryStore store(app_paths);
     store.WriteString(ToQString(executable.stem()), ToQString(executable));
   } catch (const ERegistryError&) {
-    // A broken record of the maker's programs is no reason not to start.
+    // The program works without it.
   }
 }
 

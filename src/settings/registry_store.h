@@ -15,23 +15,21 @@ class ERegistryError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// One settings key: named values in an ini file as QSettings reads and writes it. Names are case-sensitive;
-/// a value with commas outside quotes, as people write one by hand, is read as comma text.
+/// One settings key: named values in an ini file as QSettings reads and writes it. Names are case-sensitive.
+/// A value with commas outside quotes, written by hand, is read as comma text.
 ///
-/// The file is read once, by the constructor; values are held in memory until Flush writes all of them at
-/// once. The file is replaced as a whole, so that it is at every moment the old one or the new one, also when
-/// the disk is full (where QSettings by itself leaves a cut file), and it is readable by its owner alone. A
-/// file with lines that are no settings is kept as "<name>.damaged" before it is replaced, since those lines
-/// do not survive.
+/// The constructor reads the file; changes stay in memory until Flush writes them all. Flush replaces the
+/// whole file: at every moment it is the old one or the new one, even when the disk is full (QSettings alone
+/// would leave a cut-off file). Only the owner can read it. When the old file has lines that are not
+/// settings, it is kept as "<name>.damaged", since the new file does not have these lines.
 ///
-/// Two copies of the program: Flush reads the file again and puts in only what this copy changed (or what is
-/// not in the file any more). So each copy keeps what only the other one changed, and for a value that both
-/// changed the last to exit wins.
+/// Two copies of the program: Flush reads the file again and adds only what this copy changed or what the
+/// file has lost. So each copy keeps the other's changes; when both changed a value, the last to exit wins.
 ///
-/// After a read error nothing is written any more: what could not be understood is left as it was.
+/// After a read error the store writes nothing, so that a file that was not understood stays as it was.
 class TRegistryStore {
  public:
-  /// Reads `file`; that there is none is no error. Throws ERegistryError when it exists and cannot be read.
+  /// Reads `file`, which need not exist. Throws ERegistryError when it exists and cannot be read.
   explicit TRegistryStore(std::filesystem::path file);
   /// Flushes.
   ~TRegistryStore();
@@ -43,8 +41,8 @@ class TRegistryStore {
   bool KeyExists() const { return !values_.isEmpty(); }
   bool HasValue(const QString& name) const { return values_.contains(name); }
 
-  /// The value, as what was asked for. Each throws ERegistryError when it is missing or is something else: an
-  /// integer is decimal and has 32 bits, a boolean is true, false, 1 or 0.
+  /// The value. Each throws ERegistryError when the value is missing or has another type: an integer is
+  /// decimal and has 32 bits, a boolean is true, false, 1 or 0.
   QString ReadString(const QString& name);
   std::int32_t ReadInteger(const QString& name);
   bool ReadBoolean(const QString& name);
@@ -54,8 +52,8 @@ class TRegistryStore {
   void WriteBoolean(const QString& name, bool value);
   void DeleteValue(const QString& name);
 
-  /// Writes what changed. False when the file cannot be written; it is then as it was, and the changes are
-  /// still pending.
+  /// Writes the changes. False when the file cannot be written; then it is unchanged, and the next Flush
+  /// tries again.
   bool Flush() noexcept;
 
  private:
@@ -63,23 +61,22 @@ class TRegistryStore {
   void Write();
 
   std::filesystem::path file_;
-  QMap<QString, QString> read_;    ///< as the file had them
-  QMap<QString, QString> values_;  ///< as they are now
+  QMap<QString, QString> read_;    ///< as in the file
+  QMap<QString, QString> values_;  ///< with the changes
   QSet<QString> written_;          ///< names written or deleted since the last flush
   bool failed_ = false;
 };
 
-/// The settings file of the program of this path: <user's configuration folder>/Quenmoor/<base name>.conf,
-/// the base name being the file name without its extension.
+/// The settings file of a program: <user's configuration folder>/Quenmoor/<base name>.conf. The base name is
+/// the file name of `executable` without its extension.
 std::filesystem::path SettingsFile(const std::filesystem::path& executable);
-/// The file in which the maker's programs record where they are: <configuration folder>/Quenmoor/App
-/// Paths.conf.
+/// The file where the maker's programs record their paths: <configuration folder>/Quenmoor/App Paths.conf.
 std::filesystem::path AppPathsFile();
 
-/// Records in `app_paths` (AppPathsFile in the program) the full path of the executable, under its base name.
-/// Does nothing when that cannot be written.
+/// Records the full path of the executable under its base name, in `app_paths` (AppPathsFile in the program).
+/// Does nothing when the file cannot be read or written.
 void RegisterAppPath(const std::filesystem::path& app_paths, const std::filesystem::path& executable);
-/// The path recorded for the program of this base name; empty when there is none or it cannot be read.
+/// The recorded path of the program with this base name; empty when there is none or it cannot be read.
 QString ReadAppPath(const std::filesystem::path& app_paths, const QString& program);
 
 }  // namespace skyreel

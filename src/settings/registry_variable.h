@@ -4,8 +4,8 @@
 
 namespace skyreel {
 
-/// One setting: a value that is read from the store when the object is made and written back when it is
-/// destroyed. The store outlives it.
+/// One setting: reads its value from the store when it is created and writes it back when it is destroyed.
+/// The store must outlive it.
 class TRegistryVariable {
  public:
   virtual ~TRegistryVariable() = default;
@@ -15,18 +15,18 @@ class TRegistryVariable {
   /// Writes the value to the store.
   virtual void Save() = 0;
 
-  /// When set, the destructor takes the value out of the store (after the save).
+  /// When set, the destructor removes the value from the store (after the save).
   bool Delete = false;
   const QString Name;   ///< value name
   TRegistryStore& Key;  ///< the settings key
 
  protected:
   TRegistryVariable(TRegistryStore& key, const QString& name) : Name(name), Key(key) {}
-  /// What every descendant's destructor does.
+  /// Every descendant's destructor calls this.
   void Finish();
 };
 
-/// A text. Missing in the store, it is the default.
+/// A text. When the store does not hold it, the default.
 class TRegistryString : public TRegistryVariable {
  public:
   TRegistryString(TRegistryStore& key, const QString& name, const QString& default_value);
@@ -36,8 +36,8 @@ class TRegistryString : public TRegistryVariable {
   QString Value;
 };
 
-/// A whole number of 32 bits. The default is for a key that does not exist yet (kept: in an existing key a
-/// missing value is a read error); throws ERegistryError.
+/// A whole number of 32 bits. When the key does not exist, the default (kept: in an existing key a missing
+/// value is a read error). Throws ERegistryError.
 class TRegistryInteger : public TRegistryVariable {
  public:
   TRegistryInteger(TRegistryStore& key, const QString& name, std::int32_t default_value);
@@ -47,7 +47,7 @@ class TRegistryInteger : public TRegistryVariable {
   std::int32_t Value;
 };
 
-/// True or false; missing in the store as TRegistryInteger.
+/// True or false. A missing value is treated as in TRegistryInteger.
 class TRegistryBoolean : public TRegistryVariable {
  public:
   TRegistryBoolean(TRegistryStore& key, const QString& name, bool default_value);
