@@ -1,6 +1,6 @@
 #include "net/http_parse.h"
 
-#include <charconv>
+#include <algorithm>
 
 #include "base/text.h"
 
@@ -9,17 +9,12 @@ namespace skyreel {
 namespace {
 
 // Far beyond any body, and sums of such sizes still fit.
-constexpr std::int64_t kMaxChunk = std::int64_t{1} << 48;
+constexpr std::uint64_t kMaxChunk = std::uint64_t{1} << 48;
 
-/// A number of digits only; nothing for any other text, the greatest one when it is beyond 64 bits.
-std::optional<std::int64_t> ParseNumber(std::string_view text, int base) {
-  std::int64_t number = 0;
-  if (text.empty() || text.front() == '-') return std::nullopt;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-  if (end != text.data() + text.size()) return std::nullopt;
-  if (error == std::errc::result_out_of_range) return INT64_MAX;
-  if (error != std::errc()) return std::nullopt;
-  return number;
+/// The greatest number when the digits say more than 64 bits can hold.
+std::optional<std::int64_t> ParseLength(std::string_view text) {
+  if (text.empty() || !std::all_of(text.begin(), text.end(), IsDigit)) return std::nullopt;
+  return ParseNumber<std::int64_t>(text).value_or(INT64_MAX);
 }
 
 }  // namespace
@@ -29,7 +24,7 @@ int ReplyCodeOf(std::string_view status_line) {
   const std::size_t blank = status_line.find(' ');
   if (blank == std::string_view::npos) return 0;
   const std::string_view rest = Trim(status_line.substr(blank));
-  const std::int64_t code = ParseNumber(rest.substr(0, rest.find(' ')), 10).value_or(0);
+  const unsigned code = ParseNumber<unsigned>(rest.substr(0, rest.find(' '))).value_or(0);
   return code <= INT16_MAX ? static_cast<int>(code) : 0;
 }
 
@@ -40,7 +35,7 @@ void ReadHeaderLine(std::string_view line, THttpReplyHeader& header) {
   } else if (constexpr std::string_view kName = "Location:"; StartsWithText(line, kName)) {
     header.Location = value_of(kName);
   } else if (constexpr std::string_view kName = "Content-Length:"; StartsWithText(line, kName)) {
-    header.ContentLength = ParseNumber(value_of(kName), 10);
+    header.ContentLength = ParseLength(value_of(kName));
   } else if (constexpr std::string_view kName = "Transfer-Encoding:"; StartsWithText(line, kName)) {
     header.TransferEncoding = LowerCase(value_of(kName));
     if (header.TransferEncoding == "identity") header.TransferEncoding.clear();
@@ -48,8 +43,8 @@ void ReadHeaderLine(std::string_view line, THttpReplyHeader& header) {
 }
 
 std::int64_t ParseChunkSize(std::string_view line) {
-  const std::int64_t size = ParseNumber(Trim(line.substr(0, line.find(';'))), 16).value_or(-1);
-  return size > kMaxChunk ? -1 : size;
+  const auto size = ParseNumber<std::uint64_t>(Trim(line.substr(0, line.find(';'))), 16);
+  return size && *size <= kMaxChunk ? static_cast<std::int64_t>(*size) : -1;
 }
 
 }  // namespace skyreel

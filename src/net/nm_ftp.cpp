@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/scope.h"
 #include "base/text.h"
 #include "net/ftp_parse.h"
 
@@ -19,17 +20,6 @@ constexpr int kConnectionReset = 10054;
 constexpr std::chrono::milliseconds kLateReply{950};
 // How long a listing's data connection may stay silent and open once the final reply has come.
 constexpr std::chrono::milliseconds kListingGrace{1000};
-
-class TFlagScope {
- public:
-  explicit TFlagScope(bool& flag) : flag_(flag) { flag_ = true; }
-  ~TFlagScope() { flag_ = false; }
-  TFlagScope(const TFlagScope&) = delete;
-  TFlagScope& operator=(const TFlagScope&) = delete;
-
- private:
-  bool& flag_;
-};
 
 void CheckCommand(const std::string& command) {
   // Not the command itself: it may be the one with the password.
@@ -65,22 +55,18 @@ class TNMFTP::TDataConnection : public TPowersock {
   bool WasReset() const { return !success_; }
 };
 
-class TNMFTP::TTransferScope {
- public:
-  explicit TTransferScope(TNMFTP& client) : client_(client), running_(client.transferring_) {
-    client_.LastTransfer = {};
-    client_.data_ = std::make_unique<TDataConnection>(client_.EventHook());
-    client_.data_->TimeOut = client_.TimeOut;
-    client_.data_->OnPacketRecvd = client_.OnPacketRecvd;
-  }
-  ~TTransferScope() { client_.data_.reset(); }
-  TTransferScope(const TTransferScope&) = delete;
-  TTransferScope& operator=(const TTransferScope&) = delete;
-
- private:
-  TNMFTP& client_;
-  TFlagScope running_;
-};
+/// A transfer runs until the end of the scope that holds what this returns.
+auto TNMFTP::TransferScope() {
+  LastTransfer = {};
+  data_ = std::make_unique<TDataConnection>(EventHook());
+  data_->TimeOut = TimeOut;
+  data_->OnPacketRecvd = OnPacketRecvd;
+  transferring_ = true;
+  return TAtScopeEnd([this] {
+    data_.reset();
+    transferring_ = false;
+  });
+}
 
 TNMFTP::TNMFTP(TEventHook event_hook) : TPowersock(std::move(event_hook)) {
   Port = 21;
@@ -264,7 +250,7 @@ void TNMFTP::SetTransferType(int type) {
 }
 
 void TNMFTP::HandleTimeOut() {
-  const TFlagScope scope(in_time_out_);
+  const TScopedValue scope(in_time_out_, true);
   TPowersock::HandleTimeOut();
 }
 
@@ -282,7 +268,7 @@ void TNMFTP::RetrieveFile(const std::string& remote_name, const std::string& loc
   constexpr TCmdType kType = TCmdType::Download;
   Start();
   CheckCommand(remote_name);
-  const TTransferScope scope(*this);
+  const auto scope = TransferScope();
   const bool passive = Passive;
   Drain();
   if (!OpenDataConnection(passive, kType) || !StartTransfer("RETR " + remote_name, kType)) return;
@@ -292,7 +278,7 @@ void TNMFTP::RetrieveFile(const std::string& remote_name, const std::string& loc
 void TNMFTP::NameList() {
   constexpr TCmdType kType = TCmdType::NameList;
   Start();
-  const TTransferScope scope(*this);
+  const auto scope = TransferScope();
   Drain();
   // kept: always in active mode.
   if (OpenDataConnection(false, kType) && StartTransfer("NLST", kType))
@@ -328,7 +314,7 @@ bool TNMFTP::OpenDataConnection(bool passive, TCmdType type) {
   ::inet_ntop(AF_INET, &RemoteAddress().sin_addr, address.data(), address.size());
   data_->Host = address.data();
   data_->Port = *port;
-  const TFlagScope scope(data_waits_);
+  const TScopedValue scope(data_waits_, true);
   data_->Connect();
   return true;
 }
@@ -369,7 +355,7 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
   bool interrupted = true;
   try {
     if (!passive) {
-      const TFlagScope scope(data_waits_);
+      const TScopedValue scope(data_waits_, true);
       data_->TimerOn();
       data_->AdoptSocket(data_->Accept());
       data_->TimerOff();
@@ -377,7 +363,7 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
     data_->TransferSize = TransferSize;
     Fire(OnTransactionStart, *this);
     if (Interrupted()) throw EAbortError("Socket send aborted");
-    const TFlagScope scope(data_waits_);
+    const TScopedValue scope(data_waits_, true);
     LastTransfer.Started = true;
     receive();
     interrupted = false;

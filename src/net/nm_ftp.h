@@ -123,7 +123,8 @@ class TNMFTP : public TPowersock {
 
  private:
   class TDataConnection;
-  class TTransferScope;
+
+  auto TransferScope();
 
   void RefuseDuringTransfer() const;
   void Start();

@@ -69,26 +69,6 @@ void TExStringList::SetValue(std::string_view name, std::string_view value) {
   }
 }
 
-/// Marks that a request runs, and leaves the connection closed however it ends.
-class TNMHTTP::TRunning {
- public:
-  explicit TRunning(TNMHTTP& http) : http_(http) { http_.running_ = true; }
-  ~TRunning() {
-    http_.running_ = false;
-    http_.parsed_port_ = http_.Port;
-    try {
-      if (http_.Connected) http_.RequestCloseSocket();
-    } catch (...) {
-      // The transfer's own failure is on its way already.
-    }
-  }
-  TRunning(const TRunning&) = delete;
-  TRunning& operator=(const TRunning&) = delete;
-
- private:
-  TNMHTTP& http_;
-};
-
 void TNMHTTP::Get(const std::string& url) {
   Perform(CmdType::Get, url);
 }
@@ -150,7 +130,16 @@ THttpReply TNMHTTP::Fetch(const THttpRequest& request, const TSink& sink) {
 void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, std::string argument) {
   RefuseInsideWait();
   if (running_) throw ESockError("Busy with another operation");
-  const TRunning running(*this);
+  // However the request ends, it leaves the connection closed.
+  const TAtScopeEnd close([this] {
+    parsed_port_ = Port;
+    try {
+      if (Connected) RequestCloseSocket();
+    } catch (...) {
+      // The failure of the transfer itself is on its way already.
+    }
+  });
+  const TScopedValue running(running_, true);
   if (Port != parsed_port_) own_port_ = Port;
   url_ = url;
   data_ = std::move(data);

@@ -126,7 +126,6 @@ class TNMHTTP : public TPowersock, public THttpTransport {
     std::uint16_t Port = 0;
     bool operator==(const TOrigin&) const = default;
   };
-  class TRunning;
 
   void Perform(CmdType type, const std::string& url, std::string data = {}, std::string argument = {});
   TOrigin ParseUrl();

@@ -20,6 +20,7 @@
 #include "base/exceptions.h"
 #include "base/file_sink.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 #include "net/socket_errors.h"
 
@@ -36,23 +37,15 @@ std::atomic<int> started_components{0};
 
 }  // namespace
 
-class TPowersock::TWaitScope {
- public:
-  explicit TWaitScope(TPowersock& socket) : socket_(socket) { ++socket_.waiting_; }
-  ~TWaitScope() { --socket_.waiting_; }
-  TWaitScope(const TWaitScope&) = delete;
-  TWaitScope& operator=(const TWaitScope&) = delete;
-
- private:
-  TPowersock& socket_;
-};
-
-TPowersock::TTimerScope::~TTimerScope() {
-  try {
-    socket_.TimerOff();
-  } catch (...) {
-    // Stopping asks for nothing that the system could refuse; a handler of OnStatus may throw, though.
-  }
+auto TPowersock::TimerScope() {
+  TimerOn();
+  return TAtScopeEnd([this] {
+    try {
+      TimerOff();
+    } catch (...) {
+      // From a handler of OnStatus. The timer is off by then.
+    }
+  });
 }
 
 TPowersock::TPowersock(TEventHook event_hook)
@@ -163,23 +156,23 @@ void TPowersock::StartDueTimer() {
 }
 
 void TPowersock::TimerOff() {
-  ReportStatus(8, "Timer Off");
   timer_due_ = false;
   timer_.SetEnabled(false);
+  ReportStatus(8, "Timer Off");
 }
 
 // --- Waiting ---------------------------------------------------------------------------------------------
 
 void TPowersock::RunEventHook() {
   {
-    const TWaitScope scope(*this);
+    const TScopedValue scope(waiting_, waiting_ + 1);
     Fire(event_hook_);
   }
   last_hook_ = std::chrono::steady_clock::now();
 }
 
 void TPowersock::Notify(const TNotifyEvent& event) {
-  const TWaitScope scope(*this);
+  const TScopedValue scope(waiting_, waiting_ + 1);
   Fire(event, *this);
 }
 
@@ -190,22 +183,15 @@ void TPowersock::LetEventsThrough() {
   timer_.FireIfExpired();
 }
 
-short TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
-  std::array<pollfd, 4> wanted{{{descriptor, events, 0},
-                                {timer_.Descriptor(), POLLIN, 0},
-                                {other && other->Connected ? other->socket_.Get() : -1, POLLIN, 0},
-                                {other ? other->timer_.Descriptor() : -1, POLLIN, 0}}};
+short TPowersock::WaitTurn(int descriptor, short events) {
+  std::array<pollfd, 2> wanted{{{descriptor, events, 0}, {timer_.Descriptor(), POLLIN, 0}}};
   const bool ready = ::poll(wanted.data(), wanted.size(), kWaitMilliseconds) > 0;
-  if (!ready) {
-    // Most waits end at once: only one that does not is worth a timer.
-    StartDueTimer();
-    if (other) other->StartDueTimer();
-  }
-  // With data at hand it comes first, events after it as soon as they have waited long enough.
-  if (!ready || wanted[1].revents != 0 || wanted[3].revents != 0) {
+  // Most waits end at once: only a longer one is worth a timer.
+  if (!ready) StartDueTimer();
+  // Data come first, then the events that have waited long enough.
+  if (!ready || wanted[1].revents != 0) {
     RunEventHook();
     timer_.FireIfExpired();
-    if (other) other->timer_.FireIfExpired();
   } else {
     LetEventsThrough();
   }
@@ -216,10 +202,9 @@ short TPowersock::WaitTurn(int descriptor, short events, TPowersock* other) {
   return wanted[0].revents;
 }
 
-void TPowersock::WaitForInput(TPowersock* other) {
-  WaitTurn(Connected ? socket_.Get() : -1, POLLIN, other);
+void TPowersock::WaitForInput() {
+  WaitTurn(Connected ? socket_.Get() : -1, POLLIN);
   ProcessNotifications();
-  if (other) other->ProcessNotifications();
 }
 
 void TPowersock::ProcessNotifications() {
@@ -252,7 +237,7 @@ void TPowersock::ResolveHost() {
 
   std::optional<THostLookup> lookup;
   {
-    const TTimerScope timer(*this);
+    const auto timer = TimerScope();
     notified_ = false;
     try {
       lookup.emplace(name, LookUp);
@@ -320,7 +305,7 @@ void TPowersock::StartConnect() {
   if (!socket_.IsOpen() || listening_) ReplaceSocket();
   notified_ = false;
   success_ = true;
-  const TTimerScope timer(*this);
+  const auto timer = TimerScope();
   int error = 0;
   if (::connect(socket_.Get(), reinterpret_cast<const sockaddr*>(&remote_), sizeof remote_) != 0)
     error = errno;
@@ -409,7 +394,7 @@ void TPowersock::SendBuffer(const char* data, std::uint16_t length) {
 
 void TPowersock::SendAll(std::string_view data) {
   RefuseInsideWait();
-  const TTimerScope timer(*this);
+  const auto timer = TimerScope();
   while (!data.empty() && !canceled_) {
     const ssize_t sent = ::send(socket_.Get(), data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent == 0) break;
@@ -457,7 +442,7 @@ std::string TPowersock::Read(std::uint16_t count) {
   ReportStatus(8, "Read( " + std::to_string(count) + " )");
   std::size_t wanted = count;
   {
-    const TTimerScope timer(*this);
+    const auto timer = TimerScope();
     bool peer_closed = false;
     while (!canceled_) {
       const ssize_t waiting = ::recv(socket_.Get(), buffer_.data(), kBufferSize, MSG_PEEK | MSG_DONTWAIT);
@@ -500,7 +485,7 @@ void TPowersock::ReadLines(const std::function<bool(const std::string& line)>& t
   ReportStatus(8, "ReadLn");
   // Lines are short: looking further ahead would copy what follows the header again and again.
   constexpr std::size_t kPeek = 4096;
-  const TTimerScope timer(*this);
+  const auto timer = TimerScope();
   std::string line;
   while (!canceled_) {
     const ssize_t waiting = ::recv(socket_.Get(), buffer_.data(), kPeek, MSG_PEEK | MSG_DONTWAIT);
@@ -554,7 +539,7 @@ std::string TPowersock::Transaction(const std::string& command) {
 
 bool TPowersock::Receive(const TRoom& room, const TTake& take, const char* abort_text) {
   RefuseInsideWait();
-  const TTimerScope timer(*this);
+  const auto timer = TimerScope();
   while (!canceled_) {
     const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(room(), kBufferSize));
     if (wanted == 0) return true;

@@ -185,27 +185,15 @@ class TPowersock {
   /// Takes a chunk of what arrives; returns how many of its bytes count as received.
   using TTake = std::function<std::size_t(std::string_view chunk)>;
 
-  /// Starts the time-out for the time of a scope, and stops it however the scope is left.
-  class TTimerScope {
-   public:
-    explicit TTimerScope(TPowersock& socket) : socket_(socket) { socket.TimerOn(); }
-    ~TTimerScope();
-    TTimerScope(const TTimerScope&) = delete;
-    TTimerScope& operator=(const TTimerScope&) = delete;
-
-   private:
-    TPowersock& socket_;
-  };
-
   /// What the time-out does: sets the flags and calls Abort.
   virtual void HandleTimeOut();
   /// Stores the text in Status and hands it to OnStatus, if `level` is not above ReportLevel.
   void ReportStatus(int level, std::string_view text);
   /// Throws ESockError "Busy with another operation" when called from inside one of this component's waits.
   void RefuseInsideWait() const;
-  /// One turn of a wait for input on this socket and, if given, on another component's: at most 2 ms, then
-  /// the event hook, the time-outs and the notifications (data, close) of both.
-  void WaitForInput(TPowersock* other = nullptr);
+  /// One turn of a wait for input: at most 2 ms, then the event hook, the time-out and the notifications
+  /// (data, close).
+  void WaitForInput();
   /// Delivers what happened to the socket since: OnDataArrived; a close by the peer with nothing left to read
   /// closes the socket here too.
   void ProcessNotifications();
@@ -236,16 +224,15 @@ class TPowersock {
  private:
   static constexpr std::size_t kBufferSize = 65'536;
 
-  /// Marks that code outside the component runs inside one of its waits.
-  class TWaitScope;
-
   void StartNetwork();
   void OpenSocket();
   void ReplaceSocket();
   void CheckError(int error);
   void StartConnect();
   /// Polls for at most 2 ms, lets events through, looks at the time-out; returns what is ready.
-  short WaitTurn(int descriptor, short events, TPowersock* other = nullptr);
+  short WaitTurn(int descriptor, short events);
+  /// Starts the time-out; it stops at the end of the scope that holds what this returns.
+  auto TimerScope();
   void StartDueTimer();
   void LetEventsThrough();
   void RunEventHook();
@@ -261,7 +248,7 @@ class TPowersock {
   std::vector<char> buffer_;
   std::string last_error_message_;
   std::chrono::steady_clock::time_point last_hook_{};
-  int waiting_ = 0;
+  int waiting_ = 0;  ///< above 0: code outside the component runs inside one of its waits
   bool listening_ = false;
   bool listens_on_lookup_channel_ = false;
   bool arrival_reported_ = false;

@@ -4,15 +4,12 @@
 #include <poll.h>
 
 #include <chrono>
-#include <optional>
-
-#include "support/limit_scope.h"
 
 namespace skyreel {
 namespace {
 
-/// Whether the timer expires within `limit` milliseconds, waiting no longer than it takes.
-bool Expires(const TThreadTimer& timer, int limit) {
+/// Whether the timer expires within `limit` milliseconds.
+bool Expires(const TThreadTimer& timer, int limit = 20'000) {
   pollfd wanted{timer.Descriptor(), POLLIN, 0};
   return ::poll(&wanted, 1, limit) > 0;
 }
@@ -25,48 +22,28 @@ TEST(ThreadTimer, FiresAtEachExpiryUntilItIsStopped) {
     int fired = 0;
     TThreadTimer timer;
     timer.SetInterval(5);
+    EXPECT_FALSE(timer.FireIfExpired());
     timer.SetOnTimer([&](TThreadTimer&) { ++fired; });
-    EXPECT_FALSE(timer.FireIfExpired());
-    for (int i = 1; i <= 3; ++i) {
-      ASSERT_TRUE(Expires(timer, 5000));
-      EXPECT_TRUE(timer.FireIfExpired());
-      EXPECT_EQ(fired, i);
-    }
-    // Stopping also forgets the expiry that nobody has looked at yet.
-    ASSERT_TRUE(Expires(timer, 5000));
+    for (int i = 1; i <= 3; ++i) EXPECT_TRUE(Expires(timer) && timer.FireIfExpired() && fired == i);
+    // A stop also forgets the expiry that nobody has looked at yet.
+    ASSERT_TRUE(Expires(timer));
     stop(timer);
-    EXPECT_FALSE(Expires(timer, 30));
-    EXPECT_FALSE(timer.FireIfExpired());
+    EXPECT_FALSE(Expires(timer, 30) || timer.FireIfExpired());
   }
 }
 
 TEST(ThreadTimer, AChangeStartsTheFullIntervalAgainAndNoChangeDoesNot) {
   TThreadTimer timer;
   timer.SetInterval(1);
-  {
-    std::optional<test::TLimitScope> no_descriptors;
-    const auto start = [&] {
-      no_descriptors.emplace(RLIMIT_NOFILE, 0);
-      try {
-        timer.SetOnTimer([](TThreadTimer&) {});
-      } catch (const std::runtime_error&) {
-        // A sanitizer needs a descriptor to look at the exception.
-        no_descriptors.reset();
-        throw;
-      }
-    };
-    EXPECT_THROW(start(), std::runtime_error);
-  }
   timer.SetOnTimer([](TThreadTimer&) {});
-  ASSERT_TRUE(Expires(timer, 5000)) << "usable once the system has timers again";
+  ASSERT_TRUE(Expires(timer));
   timer.SetInterval(1);
   timer.SetEnabled(true);
   EXPECT_TRUE(Expires(timer, 0)) << "setting what is set restarts nothing";
-
   timer.SetInterval(60);
   const auto restart = std::chrono::steady_clock::now();
   timer.SetOnTimer([](TThreadTimer&) {});
-  ASSERT_TRUE(Expires(timer, 5000));
+  ASSERT_TRUE(Expires(timer));
   EXPECT_GE(std::chrono::steady_clock::now() - restart, std::chrono::milliseconds(59));
 }
 
