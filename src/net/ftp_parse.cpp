@@ -79,7 +79,7 @@ TFtpAddress ParseFtpAddress(std::string_view root) {
          });
   if (!good) {
     throw EConvertError("\"" + WithoutControls(std::string(root)) +
-                        "\" is no FTP server address (host or host:port)");
+                        "\" is not an FTP server address (host or host:port)");
   }
   return address;
 }

@@ -7,34 +7,34 @@
 
 namespace skyreel {
 
-// What FTP servers write (RFC 959), read without a socket.
+// Reads what FTP servers write (RFC 959), without a socket.
 
-/// Whether another line of the same reply follows `line`: it begins with a blank, or '-' is its fourth
-/// character ("226-...").
+/// Whether another line of the same reply follows: `line` begins with a blank, or its fourth character is '-'
+/// ("226-...").
 bool IsReplyContinuation(std::string_view line);
 
 /// Whether the line begins with three digits, as every last line of a reply does.
 bool HasReplyCode(std::string_view line);
 
-/// Finds the last line of a reply. Of one that began with "226-" and the like, some servers leave the lines
-/// in the middle bare.
+/// Finds the last line of a reply. Some servers leave out the code in the middle of a reply that began with
+/// "226-".
 class TReplyEnd {
  public:
-  /// Given the lines of one reply in turn: whether no other follows.
+  /// Takes the lines of one reply in turn. True for the last one.
   bool IsAt(std::string_view line);
 
  private:
   bool many_lines_ = false;
 };
 
-/// The port in a reply to PASV, "227 ... (h1,h2,h3,h4,p1,p2)": p1 * 256 + p2. The host numbers are not looked
-/// at. Empty unless there are six fields, the last two are 0 to 255, and the port is not 0. The brackets may
-/// be missing.
+/// The port in a reply to PASV, "227 ... (h1,h2,h3,h4,p1,p2)": p1 * 256 + p2. It ignores the host numbers;
+/// the brackets may be missing. Empty unless there are six fields, the last two are 0 to 255, and the port is
+/// not 0.
 std::optional<std::uint16_t> PasvPort(std::string_view reply);
 
-/// The size in bytes that a reply announces: the digits before the first "byte", in either letter case.
-/// "150 Opening BINARY mode data connection for a.bin (123456 bytes)." gives 123456; 0 when there is none, or
-/// one beyond 64 bits.
+/// The size in bytes that a reply announces: the number before the first "byte", in any letter case.
+/// "150 Opening BINARY mode data connection for a.bin (123456 bytes)." gives 123456. 0 when there is none or
+/// it does not fit into 64 bits.
 std::int64_t SizeFromReply(std::string_view reply);
 
 /// A line of a name listing without its line end: CR LF, or a single last character.
@@ -47,9 +47,10 @@ struct TFtpAddress {
   std::uint16_t Port = 21;
 };
 
-/// Reads "host" or "host:port"; a "ftp://" before it and a "/" behind it are let pass. Throws EConvertError
-/// with a line for the user when the host is empty or holds anything but letters, digits, '-', '.' and '_',
-/// or the port is not 1 to 65535.
+/// Reads "host" or "host:port", with or without "ftp://" before it and "/" after it. Throws EConvertError
+/// with a line for the user when the host is empty or holds other characters than letters, digits, '-', '.'
+/// and
+/// '_', or the port is not 1 to 65535.
 TFtpAddress ParseFtpAddress(std::string_view root);
 
 }  // namespace skyreel

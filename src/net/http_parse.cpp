@@ -8,10 +8,10 @@ namespace skyreel {
 
 namespace {
 
-// Far beyond any body, and sums of such sizes still fit.
+// Larger than any body, and small enough that sums do not overflow.
 constexpr std::uint64_t kMaxChunk = std::uint64_t{1} << 48;
 
-/// The greatest number when the digits say more than 64 bits can hold.
+/// A number too large for 64 bits becomes the largest one.
 std::optional<std::int64_t> ParseLength(std::string_view text) {
   if (text.empty() || !std::all_of(text.begin(), text.end(), IsDigit)) return std::nullopt;
   return ParseNumber<std::int64_t>(text).value_or(INT64_MAX);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMaxPath = 256;
 
-/// Where the server's name begins: behind "//" at the start or behind the scheme; npos without "//" there.
+/// Where the server's name begins: after "//" at the start or after the scheme; npos when there is none.
 std::size_t AuthorityStart(std::string_view url) {
   const std::size_t slash = url.find('/');
   if (slash == std::string_view::npos || url.substr(slash, 2) != "//") return std::string_view::npos;
@@ -34,11 +34,11 @@ THttpUrl ParseHttpUrl(std::string_view url) {
   const std::size_t authority = AuthorityStart(url);
   const std::size_t slash = url.find('/', authority == std::string_view::npos ? 0 : authority);
   if (slash != std::string_view::npos) {
-    // kept: behind "//server" a path is cut at 256 characters.
+    // kept: a path after "//server" is cut at 256 characters.
     parsed.Path = url.substr(slash, authority == std::string_view::npos ? url.size() : kMaxPath);
   }
 
-  // A ":" further on belongs to the path.
+  // A ":" after the first "/" belongs to the path.
   if (const std::size_t colon = url.find(':'); colon < url.find('/')) {
     const std::string scheme = LowerCase(url.substr(0, colon));
     if (scheme == "https") throw std::runtime_error("HTTP Secure Socket is not supported");

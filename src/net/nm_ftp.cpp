@@ -16,13 +16,13 @@ namespace {
 constexpr std::int32_t kVendor = 2411;
 constexpr int kServiceClosing = 421;
 constexpr int kConnectionReset = 10054;
-// How long a reply that is due may take when nothing depends on it any more.
+// How long to wait for a reply that no longer decides anything.
 constexpr std::chrono::milliseconds kLateReply{950};
-// How long a listing's data connection may stay silent and open once the final reply has come.
+// How long a listing's data connection may stay silent after the final reply.
 constexpr std::chrono::milliseconds kListingGrace{1000};
 
 void CheckCommand(const std::string& command) {
-  // Not the command itself: it may be the one with the password.
+  // The message does not quote the command: it may hold the password.
   if (command.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
     throw ESockError("Line end or NUL in an FTP command");
 }
@@ -39,23 +39,23 @@ int Code(const std::string& line) {
   return HasReplyCode(line) ? std::stoi(line.substr(0, 3)) : 0;
 }
 
-/// The code is no size, whatever word follows it.
+/// Skips the reply code: it is not a size.
 std::int64_t AnnouncedSize(const std::string& line) {
   return SizeFromReply(std::string_view(line).substr(HasReplyCode(line) ? 3 : 0));
 }
 
 }  // namespace
 
-/// A plain socket that lets the client wait for its input.
+/// A plain socket whose input the client can wait for.
 class TNMFTP::TDataConnection : public TPowersock {
  public:
   using TPowersock::TPowersock;
   using TPowersock::WaitForInput;
-  /// It has not ended in order.
+  /// The connection ended with an error.
   bool WasReset() const { return !success_; }
 };
 
-/// A transfer runs until the end of the scope that holds what this returns.
+/// Sets up a transfer. It ends with the scope that holds the returned object.
 auto TNMFTP::TransferScope() {
   LastTransfer = {};
   data_ = std::make_unique<TDataConnection>(EventHook());
@@ -81,7 +81,7 @@ void TNMFTP::RefuseDuringTransfer() const {
   if (transferring_) throw ESockError("Busy with another transfer");
 }
 
-/// What every operation on an open connection begins with.
+/// Begins every operation on an open connection.
 void TNMFTP::Start() {
   RefuseDuringTransfer();
   canceled_ = false;
@@ -92,8 +92,8 @@ void TNMFTP::Drain() {
   if (HasPendingData()) Read(0);
 }
 
-/// Runs an exchange that returns a line. One that fails, or brings none, leaves a conversation out of step:
-/// the connection is closed then.
+/// Runs an exchange that returns a line. When it fails or brings no line, the connection is closed, because
+/// the next reply could belong to an earlier command.
 std::string TNMFTP::Converse(const std::function<std::string()>& exchange) {
   RefuseInsideWait();
   std::string line;
@@ -132,8 +132,8 @@ void TNMFTP::ReadReplyContinuation(std::string& reply) {
   while (!end.IsAt(reply)) reply = NextLine(size);
 }
 
-/// Reads the rest of a reply. A server that says that it closes the connection is taken at its word, or the
-/// next command would be lost to a connection that is just going.
+/// Reads the rest of a reply. After 421 the connection is closed here too: the server is about to close it,
+/// and the next command would be lost.
 void TNMFTP::ReadRest(std::string& reply) {
   ReadReplyContinuation(reply);
   if (ReplyCode == kServiceClosing) RequestCloseSocket();
@@ -165,9 +165,9 @@ void TNMFTP::Connect() {
   ClearInput();
   TPowersock::Connect();
 
-  std::string reply = " ";  // what goes on with the next line
+  std::string reply = " ";  // a blank: another line follows
   ReadReplyContinuation(reply);
-  // kept: judged is the code of the last command of the connection before, not the greeting.
+  // kept: this is the code of the previous connection's last command, not of the greeting.
   if (ReplyCode > 400) {
     Fire(OnConnectionFailed, *this);
     throw FTPException(std::string(Trim(reply)));
@@ -190,7 +190,7 @@ void TNMFTP::Connect() {
     Fire(OnAuthenticationNeeded, *this, handled);
   }
   if (!Proxy.empty()) {
-    // kept: these replies are not judged.
+    // kept: nobody looks at these replies.
     switch (FirewallType) {
       case TFirewallType::FTUser:
         Transaction("USER " + UserID + "@" + Host);
@@ -222,7 +222,7 @@ void TNMFTP::Disconnect() {
   } catch (const EAbortError&) {
     throw;
   } catch (const ESockError&) {
-    // A server that hangs up at once has understood.
+    // The server has closed the connection, as QUIT asks.
     if (Connected) throw;
     return;
   }
@@ -285,7 +285,7 @@ void TNMFTP::NameList() {
     Transfer(false, kType, [&] { ReceiveListing(); });
 }
 
-/// The test of a reply between the commands of a transfer. kept: in a name listing OnFailure is not asked.
+/// Whether the server refuses a step of a transfer. kept: a name listing does not call OnFailure.
 bool TNMFTP::Refused(const std::string& reply, TCmdType type) {
   if (ReplyCode < 301 || ReplyCode > 599) return false;
   if (type == TCmdType::NameList) throw FTPException(std::string(Trim(reply)));
@@ -293,7 +293,7 @@ bool TNMFTP::Refused(const std::string& reply, TCmdType type) {
   return true;
 }
 
-/// Makes the server's port known, or ours to the server. False after a refusal that was handled.
+/// Connects to the server's port, or tells the server ours. False after a refusal that was handled.
 bool TNMFTP::OpenDataConnection(bool passive, TCmdType type) {
   if (!passive) {
     data_->Port = 0;
@@ -309,7 +309,7 @@ bool TNMFTP::OpenDataConnection(bool passive, TCmdType type) {
   }
   const std::optional<std::uint16_t> port = PasvPort(reply);
   if (!port) throw ESockError("No usable port in the reply: " + std::string(Trim(reply)));
-  // The host in the reply could be anybody's: the data come from where the control connection goes.
+  // The reply could name any host. Data come from the host of the control connection only.
   std::array<char, INET_ADDRSTRLEN> address{};
   ::inet_ntop(AF_INET, &RemoteAddress().sin_addr, address.data(), address.size());
   data_->Host = address.data();
@@ -319,7 +319,7 @@ bool TNMFTP::OpenDataConnection(bool passive, TCmdType type) {
   return true;
 }
 
-/// Sends the command that starts the data. False after a refusal that was handled.
+/// Sends the command that starts the transfer. False after a refusal that was handled.
 bool TNMFTP::StartTransfer(const std::string& command, TCmdType type) {
   ReportStatus(1, command);
   TransferSize = 0;
@@ -341,7 +341,7 @@ bool TNMFTP::StartTransfer(const std::string& command, TCmdType type) {
     Fail(reply, type);
   }
   LastTransfer.Announced = announced;
-  // kept: the size in the last line is the one that counts for the display, even if it has none.
+  // kept: the display takes the size of the last line, 0 when it has none.
   TransferSize = AnnouncedSize(reply);
   return true;
 }
@@ -350,7 +350,7 @@ bool TNMFTP::Interrupted() const {
   return canceled_ || timed_out_ || data_->Canceled() || data_->TimedOut();
 }
 
-/// Receives the data, reads the final reply, and tells how it went.
+/// Receives the data, reads the final reply and fills LastTransfer.
 void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& receive) {
   bool interrupted = true;
   try {
@@ -374,7 +374,7 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
     interrupted&& type == TCmdType::Download ? SendAbor() : ReadLateReply();
     throw;
   } catch (...) {
-    // The local file, or a handler: the server is still sending.
+    // The local file or a handler failed, while the server is still sending.
     EndData();
     ReadLateReply();
     throw;
@@ -407,7 +407,7 @@ void TNMFTP::ReceiveListing() {
     if (!data_->HasPendingData()) {
       if (!data_->Connected && data_->WasReset()) throw ESockError(GetErrorMessage(kConnectionReset));
       if (!data_->Connected) break;
-      // The final reply may overtake the last names.
+      // The final reply may arrive before the last names.
       if (HasPendingData() && TMonotonic::now() - last_data > kListingGrace) break;
       continue;
     }
@@ -436,7 +436,7 @@ void TNMFTP::ReadFinalReply() {
   LastTransfer.FinalReply = Trim(reply);
 }
 
-/// Waits for input on the control connection (0 milliseconds: for ever). False when none came.
+/// Waits for input on the control connection (0 milliseconds: without limit). False when none came.
 bool TNMFTP::AwaitReply(std::chrono::milliseconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
   while (Connected && !canceled_ && !HasPendingData()) {
@@ -446,14 +446,14 @@ bool TNMFTP::AwaitReply(std::chrono::milliseconds limit) {
   return Connected && !canceled_;
 }
 
-/// After data that failed, the server has something to say about it: said now, it is not taken for the reply
-/// to the next command.
+/// Reads the server's reply to a failed transfer now. Otherwise it would look like the reply to the next
+/// command.
 void TNMFTP::ReadLateReply() {
   canceled_ = false;
   try {
     if (AwaitReply(kLateReply)) ReadFinalReply();
   } catch (const ESockError&) {
-    // What failed before is what the caller gets to know.
+    // The caller gets the first failure.
   }
 }
 
@@ -464,16 +464,16 @@ void TNMFTP::SendAbor() {
     Drain();
     ReportStatus(1, "ABOR");
     Writeln("ABOR");
-    // A server that has gone silent must not hold up the run any longer than it did with its data.
+    // A silent server may delay the run by one more time-out, not longer.
     if (!AwaitReply(std::chrono::milliseconds(std::max(TimeOut, 0)))) {
       RequestCloseSocket();
       return;
     }
-    // Usually two: one about the transfer, one about the command.
+    // Usually there are two: one about the transfer, one about the command.
     ReadLateReply();
     if (LastTransfer.FinalReply.starts_with('4')) ReadLateReply();
   } catch (const ESockError&) {
-    // What failed before is what the caller gets to know.
+    // The caller gets the first failure.
   }
 }
 

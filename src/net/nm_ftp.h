@@ -11,13 +11,13 @@
 
 namespace skyreel {
 
-/// A server's refusal; carries its reply line, without the line end.
+/// A server's refusal. The message is its reply line without the line end.
 class FTPException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// How the target host is named to a proxy.
+/// How the client tells a proxy the target host.
 enum class TFirewallType : std::uint8_t {
   FTUser,  ///< "USER user@host"
   FtOpen,  ///< "OPEN host"
@@ -36,18 +36,17 @@ enum class TCmdType : std::uint8_t {
   PrintDir = 15,
 };
 
-/// An FTP client (RFC 959): the component itself is the control connection, and each transfer opens a data
-/// connection of its own. Downloads go through active or passive mode, name listings through active mode.
+/// An FTP client (RFC 959). The component itself is the control connection. Each transfer opens its own data
+/// connection: downloads in active or passive mode, name listings in active mode.
 ///
-/// Failures: a refusal calls OnFailure and throws FTPException unless the handler sets `handled`; what goes
-/// wrong below that is ESockError, EAbortError for cancellations, std::runtime_error "Not Connected", and
-/// std::system_error for the local file. A control connection that the server closes is ESockError
-/// "Connection closed by server"; a reply of 421 to a command closes it here at once. A command with CR, LF
-/// or NUL in it is refused with ESockError before anything is sent. After each failure the component is
-/// usable again.
+/// A refusal calls OnFailure and throws FTPException unless the handler sets `handled`. Other failures throw
+/// ESockError, EAbortError when cancelled, std::runtime_error "Not Connected", and std::system_error for the
+/// local file. When the server closes the control connection, the message is "Connection closed by server".
+/// After a reply of 421 the client closes it at once. A command with CR, LF or NUL is refused with ESockError
+/// before anything is sent. After each failure the component is usable again.
 ///
-/// TimeOut bounds lookup, connecting and each silence of a data connection. kept: it does not end the wait
-/// for a reply on the control connection; Abort does.
+/// TimeOut limits the lookup, the connecting and each silence of a data connection. kept: it does not end the
+/// wait for a reply on the control connection; Abort does.
 class TNMFTP : public TPowersock {
  public:
   using TFailureEvent = std::function<void(TNMFTP& sender, bool& handled, TCmdType type)>;
@@ -55,8 +54,7 @@ class TNMFTP : public TPowersock {
   using TUnsupportedEvent = std::function<void(TNMFTP& sender, TCmdType type)>;
   using TNMListItem = std::function<void(TNMFTP& sender, const std::string& listing)>;
 
-  /// All lines of one reply may hold so many bytes; past it the connection is closed, ESockError "Reply too
-  /// large".
+  /// Most bytes in all lines of one reply. A longer one closes the connection: ESockError "Reply too large".
   static constexpr std::size_t kMaxReply = 1024 * 1024;
 
   explicit TNMFTP(TEventHook event_hook = {});
@@ -64,18 +62,18 @@ class TNMFTP : public TPowersock {
 
   std::string UserID;
   std::string Password;
-  bool Passive = false;  ///< downloads open the data connection to the server, not the other way round
+  bool Passive = false;  ///< in a download the client opens the data connection
   TFirewallType FirewallType = TFirewallType::FTUser;
   std::string FWUserID;
   std::string FWPassword;
   bool FWAuthenticate = false;  ///< log in to the firewall first
   std::int32_t Vendor = 2411;   ///< Disconnect sets it back to 2411
   bool ParseList = false;       ///< for configuration only
-  // TransferSize (inherited): the size that the server announced, and after the transfer the bytes received.
+  // TransferSize (inherited): the announced size, and after the transfer the bytes received.
 
   TNotifyEvent OnConnect;  ///< logged in
   TNotifyEvent OnTransactionStart;
-  TNotifyEvent OnTransactionStop;  ///< kept: called twice in a download, after the data and after the reply
+  TNotifyEvent OnTransactionStop;  ///< kept: a download calls it twice, after the data and after the reply
   TSuccessEvent OnSuccess;
   TFailureEvent OnFailure;
   TUnsupportedEvent OnUnSupportedFunction;  ///< the server answered 500 to 502
@@ -83,39 +81,38 @@ class TNMFTP : public TPowersock {
   THandlerEvent OnAuthenticationFailed;     ///< kept: never called
   TNMListItem OnListItem;                   ///< one line of a name listing
 
-  /// What became of the last RetrieveFile or NameList, however it ended.
+  /// How the last RetrieveFile or NameList ended.
   struct TTransfer {
-    bool Started = false;  ///< the data connection was there, so the local file may have been changed
-    bool Whole = false;    ///< clean end of the data and of the reply, and no byte of those announced missing
-    std::int64_t Announced = 0;  ///< bytes; 0 when the server did not say
+    bool Started = false;        ///< the data connection was open, so the local file may have changed
+    bool Whole = false;          ///< data and reply ended well, and no announced byte is missing
+    std::int64_t Announced = 0;  ///< bytes; 0: the server did not say
     std::int64_t Received = 0;   ///< bytes
     bool TimedOut = false;       ///< the data connection did not come or fell silent
-    std::string FinalReply;      ///< the reply after the data, without its line end; empty when none came
+    std::string FinalReply;      ///< the reply after the data without its line end; empty: none came
   };
   TTransfer LastTransfer;
 
-  /// Connects and logs in; nothing when connected already. kept: the greeting is not judged; the code left
-  /// from the command before it is, so that after a refusal (above 400) Connect fails.
+  /// Connects and logs in; does nothing when connected. kept: Connect fails when the last command before it
+  /// was refused (a code above 400), whatever the greeting says.
   void Connect() override;
-  /// QUIT, and closes. A refusal of the QUIT leaves the connection open.
+  /// Sends QUIT and closes. When the server refuses QUIT, the connection stays open.
   void Disconnect() override;
-  /// Sends one command line and judges the reply: 400 to 599 is a failure.
+  /// Sends one command line. A reply of 400 to 599 is a failure.
   void SendCommand(const std::string& command);
   void ChangeDirectory(const std::string& directory) { SendCommand("CWD " + directory); }
   /// 1 "TYPE A", 2 "TYPE I", 3 "TYPE L 8"; any other number sends nothing.
   void SetTransferType(int type);
   /// Downloads `remote_name` to `local_name` (empty: the same name). The local file is created or emptied
-  /// once the data connection is there: a refusal leaves it alone. kept: a refusal after the data is no
-  /// failure here; LastTransfer tells.
+  /// when the data connection is open, so a refusal leaves it alone. kept: a refusal after the data does not
+  /// throw; see LastTransfer.
   void RetrieveFile(const std::string& remote_name, const std::string& local_name = "");
-  /// Lists the names in the current directory; each goes to OnListItem. At most 64 MiB.
+  /// Lists the names in the current directory and calls OnListItem for each. At most 64 MiB.
   void NameList();
-  /// Ends the running transfer as cancelled; after a download the server is sent ABOR. While it is the
-  /// control connection that waits, for a reply, that wait ends instead, and the connection is closed, since
-  /// the reply may still come and would be taken for the next command's.
+  /// Cancels the running transfer; a download also sends ABOR. While the client waits for a reply, it cancels
+  /// that wait and closes the connection, because a late reply would look like the next command's.
   void Abort() override;
-  /// Sends a command and reads the whole reply. Returns its last line; LastReply and ReplyCode are from the
-  /// first.
+  /// Sends a command and reads the whole reply. Returns the last line and sets LastReply and ReplyCode from
+  /// the first.
   std::string Transaction(const std::string& command) override;
 
  protected:
@@ -149,9 +146,9 @@ class TNMFTP : public TPowersock {
   void ReadLateReply();
   void SendAbor();
 
-  std::unique_ptr<TDataConnection> data_;  ///< exists while a transfer opens and uses it
+  std::unique_ptr<TDataConnection> data_;  ///< exists during a transfer
   bool transferring_ = false;
-  bool data_waits_ = false;  ///< it is the data connection that the transfer waits on, not the control one
+  bool data_waits_ = false;  ///< the transfer waits on the data connection
   bool in_time_out_ = false;
 };
 

@@ -42,7 +42,7 @@ constexpr std::array<TMethod, 12> kMethods = {{
     {"TRACE ", true, true, nullptr},
 }};
 
-/// The line that ends a header or a trailer; nothing at all when the server closed inside it.
+/// The line that ends a header or a trailer. An empty one means that the server has closed.
 bool IsLastLine(std::string_view line) {
   return line.empty() || line == "\n" || line == "\r\n";
 }
@@ -130,13 +130,13 @@ THttpReply TNMHTTP::Fetch(const THttpRequest& request, const TSink& sink) {
 void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, std::string argument) {
   RefuseInsideWait();
   if (running_) throw ESockError("Busy with another operation");
-  // However the request ends, it leaves the connection closed.
+  // Closes the connection however the request ends.
   const TAtScopeEnd close([this] {
     parsed_port_ = Port;
     try {
       if (Connected) RequestCloseSocket();
     } catch (...) {
-      // The failure of the transfer itself is on its way already.
+      // The caller gets the failure of the transfer itself.
     }
   });
   const TScopedValue running(running_, true);
@@ -183,7 +183,7 @@ TNMHTTP::TOrigin TNMHTTP::ParseUrl() {
   url_ = parsed.Url;
   path_ = parsed.Path;
   if (!parsed.Host.empty()) {
-    // A port goes with the server it was named for, not on to the next one.
+    // A port belongs to the server that it was named with, not to the next one.
     Port = own_port_;
     Host = parsed.Host;
   }
@@ -203,17 +203,17 @@ std::int64_t TNMHTTP::DataSize(CmdType type) const {
 void TNMHTTP::BuildRequest(CmdType type, const TOrigin& server, bool may_authenticate) {
   const TMethod& method = MethodOf(type);
   request_.Clear();
-  // A blank would end the URL for the server.
+  // A blank would end the URL.
   const std::string target = ReplaceAll(Proxy.empty() ? path_ : url_, " ", "%20");
   request_.Add(method.Name + target + " HTTP/1.0");
   if (!Proxy.empty()) request_.Add("Proxy-Connection: Keep-Alive");
   request_.SetValue("Host", Host);
   request_.Add("Accept: www/source, text/html, video/mpeg, image/jpeg, image/x-tiff");
   request_.Add("Accept: image/x-rgb, image/x-xbm, image/gif, */*, application/postscript");
-  // kept: these two are crossed.
+  // kept: these two are swapped.
   request_.SetValue("User-Agent", HeaderInfo.LocalMailAddress);
   request_.SetValue("From", HeaderInfo.LocalProgram);
-  // What the owner set is for the server that was asked, a server's cookie for that server.
+  // The owner's cookie goes to the server that was asked first, a server's cookie to that server alone.
   const bool from_server = !server_cookie_.empty() && HeaderInfo.Cookie == server_cookie_;
   if (from_server ? server == server_cookie_origin_ : may_authenticate) {
     request_.SetValue("Cookie", HeaderInfo.Cookie);
@@ -232,7 +232,7 @@ void TNMHTTP::SendRequest(CmdType type) {
   for (const std::string& line : request_.Lines()) lines += line + "\r\n";
   SendAll(lines + "\r\n");
   if (!MethodOf(type).SendsData) return;
-  // All of the data, NUL bytes too, since its whole length was announced.
+  // Sends NUL bytes too: the whole length was announced.
   OutputFileMode ? SendFile(data_) : SendAll(data_);
 }
 
@@ -275,13 +275,13 @@ void TNMHTTP::ReadBody(CmdType type) {
       (ReplyCode >= 100 && ReplyCode <= 199)) {
     return;
   }
-  // kept in file mode: the capture of a file carries the send wording.
+  // kept: in file mode the message speaks of sending.
   const char* const abort_text = InputFileMode && !sink_ ? "Socket send aborted" : "Socket capture aborted";
   const bool redirect = ReplyCode >= 299 && ReplyCode <= 399;
   const bool to_file = InputFileMode && !sink_ && !redirect;
   std::string& text = InputFileMode || sink_ ? redirect_page_ : Body;
   std::optional<TFileSink> file;
-  // kept: CaptureString's loss of a single byte is not shared here, a body is stored whole.
+  // Unlike CaptureString this does not drop a single byte.
   const auto take = [&](std::string_view chunk) {
     if (sink_ && !redirect) {
       (*sink_)(chunk);
@@ -300,7 +300,7 @@ void TNMHTTP::ReadBody(CmdType type) {
   } else {
     ReceiveBytes(reply_.ContentLength.value_or(kNoLimit), take, abort_text);
   }
-  // A file that is empty at the server is an empty file here.
+  // An empty body gives an empty file.
   if (to_file && !file && ReplyCode < 299 && TransferSize == 0) file.emplace(Body);
   if (file) file->Close();
 }
@@ -337,7 +337,7 @@ void TNMHTTP::Finish(CmdType type) {
 }
 
 bool TNMHTTP::Follow(const TOrigin& server) {
-  // A reply of 303 or above, or without a location, repeats the request as it was.
+  // Any other reply repeats the request unchanged.
   if (ReplyCode >= 300 && ReplyCode <= 302 && !reply_.Location.empty()) {
     url_ = ResolveLocation(reply_.Location, Host, Port);
   }

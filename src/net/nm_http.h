@@ -13,15 +13,15 @@
 
 namespace skyreel {
 
-/// What every request says about its sender. None of it may hold a control character, except UserId and
-/// Password.
+/// What every request says about its sender. Only UserId and Password may hold control characters.
 struct THeaderInfo {
   std::string LocalMailAddress;
   std::string LocalProgram;
-  /// Sent to any server when the owner set it; one that a redirect's reply set goes to that server alone.
+  /// The owner's cookie goes to the server that is asked; the cookie of a redirect's reply to that server
+  /// alone.
   std::string Cookie;
   std::string Referer;
-  std::string UserId;  ///< sent, with Password, when both are set
+  std::string UserId;  ///< sent with Password when both are set
   std::string Password;
 };
 
@@ -30,7 +30,7 @@ class TExStringList {
  public:
   void Clear() { lines_.clear(); }
   void Add(std::string line) { lines_.push_back(std::move(line)); }
-  /// Replaces the line of that name by "name: value", or adds one; an empty value deletes it.
+  /// Sets the line of that name to "name: value"; an empty value deletes it.
   void SetValue(std::string_view name, std::string_view value);
   const std::vector<std::string>& Lines() const { return lines_; }
 
@@ -56,16 +56,17 @@ enum class CmdType : std::uint8_t {
 
 /// An HTTP/1.0 client: one request per connection, proxy, Basic authentication, cookies, redirects.
 ///
-/// Each method returns when the reply has come whole or the server closed the connection, and throws when the
-/// transfer failed: ESockError and EAbortError as the socket, plus "Too many redirects" (20 repeats), "Header
-/// too long" (1 MiB), "Line too long" (64 KiB), "Reply too large" (64 MiB kept in memory), "Not an HTTP
-/// reply", "Connection closed before the reply", "Connection closed inside the reply" and "Damaged chunk in
-/// the reply" (chunked), "Transfer encoding not supported"; std::runtime_error for what the caller gave:
-/// "Empty URL", "HTTP Secure Socket is not supported", "Bad port in URL", "Control character in URL",
-/// "Control character in the request"; std::system_error for files.
+/// Each method returns when the whole reply came or the server closed the connection. It throws
+/// - ESockError and EAbortError as the socket does, and ESockError "Too many redirects" (20 repeats), "Header
+///   too long" (1 MiB), "Line too long" (64 KiB), "Reply too large" (64 MiB kept in memory), "Not an HTTP
+///   reply", "Connection closed before the reply", "Connection closed inside the reply" and "Damaged chunk in
+///   the reply" (chunked), "Transfer encoding not supported",
+/// - std::runtime_error "Empty URL", "HTTP Secure Socket is not supported", "Bad port in URL", "Control
+///   character in URL", "Control character in the request",
+/// - std::system_error for files.
 ///
-/// An error reply (404) is no exception: see ReplyCode, OnFailure. A body that was announced longer than what
-/// came is none either: then ReceivedByteCount is below TransferSize (0 when nothing was announced).
+/// An error reply (404) does not throw: see ReplyCode and OnFailure. Nor does a body shorter than announced:
+/// then ReceivedByteCount is below TransferSize (0 when nothing was announced).
 class TNMHTTP : public TPowersock, public THttpTransport {
  public:
   using TNotifyHttpEvent = std::function<void(TNMHTTP& sender)>;
@@ -74,12 +75,12 @@ class TNMHTTP : public TPowersock, public THttpTransport {
 
   explicit TNMHTTP(TEventHook event_hook = {}) : TPowersock(std::move(event_hook)) {}
 
-  // Port: 0, or the port of servers whose URL names neither scheme nor port. A request writes the port that
-  // it used into it, which the next request does not take for its own.
+  // Port: the port for URLs that name neither scheme nor port; 0: 80. A request leaves the port that it used
+  // there. The next request does not take it for the owner's.
 
   THeaderInfo HeaderInfo;
-  /// The reply's body, or the name of the file that it is written to (InputFileMode). The file is opened when
-  /// the first byte of a body arrives, so a refused request leaves an older file alone.
+  /// The reply's body, or the name of its file (InputFileMode). The file is opened when the first byte of a
+  /// body arrives, so a refused request leaves an older file alone.
   std::string Body = "Default.htm";
   /// The reply's header, or the name of its file (OutputFileMode).
   std::string Header = "Head.txt";
@@ -87,11 +88,11 @@ class TNMHTTP : public TPowersock, public THttpTransport {
   bool OutputFileMode = false;  ///< the header goes to a file, and request data names the file to send
   bool EncodePostData = true;   ///< Post encodes string data (UrlEncode)
 
-  TNotifyHttpEvent OnAboutToSend;  ///< the request is built, the connection not made
-  TNotifyHttpEvent OnRequestSent;  ///< the request is sent; what is done now is done while the server works
-  TResultEvent OnSuccess;          ///< a reply below 299
-  TResultEvent OnFailure;          ///< a reply of 400 or above
-  TRedirectEvent OnRedirect;       ///< a redirect; handled stops following it
+  TNotifyHttpEvent OnAboutToSend;           ///< the request is built, the connection not made
+  TNotifyHttpEvent OnRequestSent;           ///< the request is sent, the server works on it
+  TResultEvent OnSuccess;                   ///< a reply below 299
+  TResultEvent OnFailure;                   ///< a reply of 400 or above
+  TRedirectEvent OnRedirect;                ///< a redirect; handled stops following it
   TNotifyHttpEvent OnAuthenticationNeeded;  ///< a 401 reply
 
   void Get(const std::string& url);
@@ -111,7 +112,7 @@ class TNMHTTP : public TPowersock, public THttpTransport {
   /// Get or Head whose body goes to `sink`, whatever InputFileMode says. OutputFileMode must be off.
   THttpReply Fetch(const THttpRequest& request, const TSink& sink) override;
 
-  /// The URL of the last request; after a redirect, of the one it led to.
+  /// The URL of the last request, after a redirect the one that it led to.
   const std::string& URL() const { return url_; }
   /// The value of the last reply's Set-Cookie and Location lines.
   const std::string& ReceivedCookie() const { return reply_.Cookie; }
@@ -149,8 +150,8 @@ class TNMHTTP : public TPowersock, public THttpTransport {
   std::uint16_t parsed_port_ = 0;  ///< the Port that the last request left behind
   TExStringList request_;
   THttpReplyHeader reply_;
-  std::string redirect_page_;  ///< a redirect's body in file mode, until it is known whether it is followed
-  std::string server_cookie_;  ///< the cookie that a redirect's reply set, and by whom
+  std::string redirect_page_;  ///< a redirect's body until it is known whether the redirect is followed
+  std::string server_cookie_;  ///< the cookie that a redirect's reply set
   TOrigin server_cookie_origin_;
 };
 

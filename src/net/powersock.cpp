@@ -29,10 +29,10 @@ namespace skyreel {
 namespace {
 
 constexpr int kWaitMilliseconds = 2;
-// How long events may wait while data streams in without a pause.
+// The longest time that events wait while data keep coming.
 constexpr std::chrono::milliseconds kEventPeriod{10};
 
-/// How many components this process has started so far.
+/// The number of components that this process has started.
 std::atomic<int> started_components{0};
 
 }  // namespace
@@ -43,7 +43,7 @@ auto TPowersock::TimerScope() {
     try {
       TimerOff();
     } catch (...) {
-      // From a handler of OnStatus. The timer is off by then.
+      // A handler of OnStatus has thrown. The timer is off by then.
     }
   });
 }
@@ -55,11 +55,11 @@ TPowersock::TPowersock(TEventHook event_hook)
   StartNetwork();
 }
 
-// No event is called from here on: who would get it may be gone already.
+// Calls no event: the handler's owner may be gone already.
 TPowersock::~TPowersock() = default;
 
 void TPowersock::StartNetwork() {
-  // kept: only the first component of the process lists what it found.
+  // kept: only the first component of the process fills the list.
   if (++started_components == 1) {
     rlimit files{};
     ::getrlimit(RLIMIT_NOFILE, &files);
@@ -71,7 +71,7 @@ void TPowersock::StartNetwork() {
                    "Max Udp pack size= 65507"};
   }
   OpenSocket();
-  // kept: the first socket is reset when it is closed, later ones are closed in order.
+  // kept: closing the first socket resets the connection; later sockets close in order.
   const linger reset{1, 0};
   ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
 }
@@ -79,7 +79,7 @@ void TPowersock::StartNetwork() {
 void TPowersock::OpenSocket() {
   socket_ = TDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
   if (!socket_.IsOpen()) CheckError(errno);
-  // A request in several sends must not wait for the acknowledgement of the first.
+  // Without this the second part of a request waits until the server has acknowledged the first.
   const int on = 1;
   ::setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   listening_ = false;
@@ -186,9 +186,9 @@ void TPowersock::LetEventsThrough() {
 short TPowersock::WaitTurn(int descriptor, short events) {
   std::array<pollfd, 2> wanted{{{descriptor, events, 0}, {timer_.Descriptor(), POLLIN, 0}}};
   const bool ready = ::poll(wanted.data(), wanted.size(), kWaitMilliseconds) > 0;
-  // Most waits end at once: only a longer one is worth a timer.
+  // Most waits end at once. Only a longer one needs the timer.
   if (!ready) StartDueTimer();
-  // Data come first, then the events that have waited long enough.
+  // Data come first. Events run after them once they have waited for kEventPeriod.
   if (!ready || wanted[1].revents != 0) {
     RunEventHook();
     timer_.FireIfExpired();
@@ -227,7 +227,7 @@ void TPowersock::ResolveHost() {
   ReportStatus(8, "Resolve Host");
   const std::string name = Proxy.empty() ? Host : Proxy;
   remote_.sin_addr.s_addr = 0;
-  // A name that would be cut short at a NUL must not be asked for.
+  // The resolver would cut the name at a NUL and look up another host.
   if (HasControlCharacter(name)) throw ESockError("Host Lookup Failed");
   const in_addr_t dotted = ::inet_addr(name.c_str());
   if (dotted != INADDR_NONE) {
@@ -254,7 +254,7 @@ void TPowersock::ResolveHost() {
   }
   if (timed_out_) throw ESockError("Host Lookup Timed Out");
   if (canceled_) throw ESockError("Host Lookup Canceled");
-  // Abort may set the notification flag of a lookup that is not done yet.
+  // Abort may set notified_ before the lookup is done.
   if (!lookup->IsDone() || !success_) {
     if (lookup->IsDone()) LastSocketError = SocketErrorFromLookup(lookup->Error());
     throw ESockError("Host Lookup Failed");
@@ -284,7 +284,7 @@ void TPowersock::Connect() {
   try {
     StartConnect();
   } catch (...) {
-    // A socket with a half-made connection is of no use to the next attempt.
+    // The next attempt cannot use a socket that has started to connect.
     ReplaceSocket();
     throw;
   }
@@ -314,7 +314,7 @@ void TPowersock::StartConnect() {
     if (events == 0) continue;
     error = 0;
     socklen_t size = sizeof error;
-    // Writable and nothing else is connected.
+    // A socket that is only writable is connected.
     if (events != POLLOUT && ::getsockopt(socket_.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0)
       error = errno;
   }
@@ -322,7 +322,7 @@ void TPowersock::StartConnect() {
   switch (error) {
     case 0:
       break;
-    // What the network answered is the outcome of the attempt, however quickly it came.
+    // These mean that the attempt failed, whether they come at once or later.
     case ECONNREFUSED:
     case ECONNRESET:
     case ENETUNREACH:
@@ -354,7 +354,7 @@ void TPowersock::EnsureConnected() {
 void TPowersock::RequestCloseSocket() {
   ReportStatus(4, "Request Close Socket");
   if (waiting_ > 0) {
-    // The waiting operation still uses the socket: it ends first, as cancelled.
+    // The waiting operation still uses the socket, so it has to end first.
     canceled_ = true;
     return;
   }
@@ -362,7 +362,7 @@ void TPowersock::RequestCloseSocket() {
   if (!socket_.IsOpen()) return;
   if (!socket_.Close()) CheckError(errno);
   Fire(OnDisconnect, *this);
-  // A handler may have connected again already.
+  // A handler may have connected again.
   if (!keep_closed_ && !socket_.IsOpen()) OpenSocket();
 }
 
@@ -371,7 +371,7 @@ void TPowersock::RequestCloseSocket() {
 void TPowersock::Write(std::string_view text) {
   RefuseInsideWait();
   ReportStatus(8, "Write");
-  // kept: the text goes through the buffer as a NUL-terminated one, so that a NUL ends what is sent.
+  // kept: a NUL ends the text.
   const std::size_t length = text.copy(buffer_.data(), kBufferSize);
   buffer_[length] = '\0';
   SendBuffer(buffer_.data(), 0);
@@ -453,11 +453,11 @@ std::string TPowersock::Read(std::uint16_t count) {
         break;
       }
       if (waiting >= static_cast<ssize_t>(wanted)) break;
-      // The rest can not come any more.
+      // The peer has closed, so the rest will not come.
       if (peer_closed) return "";
       pollfd state{socket_.Get(), POLLRDHUP, 0};
       peer_closed = ::poll(&state, 1, 0) > 0;
-      // Some bytes are there already, so readiness for input would not make this a wait.
+      // With some bytes there POLLIN would return at once, over and over.
       if (!peer_closed) WaitTurn(socket_.Get(), waiting > 0 ? POLLRDHUP : POLLIN);
     }
   }
@@ -483,7 +483,7 @@ std::string TPowersock::ReadLn() {
 void TPowersock::ReadLines(const std::function<bool(const std::string& line)>& take) {
   RefuseInsideWait();
   ReportStatus(8, "ReadLn");
-  // Lines are short: looking further ahead would copy what follows the header again and again.
+  // Lines are short. A longer peek would copy the body behind them many times.
   constexpr std::size_t kPeek = 4096;
   const auto timer = TimerScope();
   std::string line;
@@ -513,7 +513,7 @@ void TPowersock::ReadLines(const std::function<bool(const std::string& line)>& t
       ReportStatus(8, "ReadLn");
       TimerOn();
     }
-    // What was looked at is taken up to the end of the last line that was wanted.
+    // Removes from the socket what was used; the rest stays there.
     ::recv(socket_.Get(), buffer_.data(), static_cast<std::size_t>(next - buffer_.data()), MSG_DONTWAIT);
     arrival_reported_ = false;
     if (!more) return;
@@ -574,12 +574,12 @@ void TPowersock::CaptureString(std::string& text, std::int64_t maximum) {
   ReportStatus(8, "Capture String");
   ReceivedByteCount = 0;
   text.clear();
-  // The last receive may take the text beyond the maximum.
+  // The last receive may pass the maximum.
   const auto room = [&]() -> std::int64_t {
     return maximum != -1 && static_cast<std::int64_t>(text.size()) >= maximum ? 0 : kNoLimit;
   };
   const auto take = [&](std::string_view chunk) -> std::size_t {
-    // kept: a receive of exactly one byte is neither appended nor counted.
+    // kept: a single byte is dropped.
     return chunk.size() < 2 ? 0 : KeepInMemory(text, chunk);
   };
   Receive(room, take, "Socket capture aborted");
@@ -631,7 +631,7 @@ int TPowersock::Accept() {
         notified_ = true;
         success_ = (events & POLLIN) != 0;
         Connected = success_;
-        // kept: on the lookup channel an incoming connection is told through OnDisconnect.
+        // kept: the lookup channel reports an incoming connection through OnDisconnect.
         Notify(listens_on_lookup_channel_ ? OnDisconnect : OnIncoming);
       }
     }
@@ -641,7 +641,7 @@ int TPowersock::Accept() {
     const int accepted =
         ::accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&remote_), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (accepted >= 0) return accepted;
-    // The peer may have gone again before it was let in: wait for the next.
+    // The peer has gone before it was accepted. Wait for the next one.
     if (errno != ECONNABORTED && errno != EINTR) CheckError(errno);
     notified_ = false;
   }

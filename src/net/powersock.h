@@ -20,25 +20,25 @@
 
 namespace skyreel {
 
-/// A failed socket operation; carries the message alone.
+/// A failed socket operation.
 class ESockError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// An operation that ended because it was cancelled, by Cancel, Abort or the time-out.
+/// An operation that Cancel, Abort or the time-out has ended.
 class EAbortError : public ESockError {
  public:
   using ESockError::ESockError;
 };
 
-/// A TCP client socket (IPv4) whose operations look blocking. Every wait inside them polls the socket for at
-/// most 2 ms, calls the event hook given to the constructor, and looks at the cancel and time-out flags: the
-/// user interface stays live, and Cancel or Abort may be called from anywhere inside the hook.
+/// A TCP client socket (IPv4). Its operations block, but every wait inside them polls the socket for at most
+/// 2 ms, calls the event hook given to the constructor, and checks the cancel and time-out flags. So the user
+/// interface stays live, and the hook may call Cancel or Abort.
 ///
-/// Inside a wait (the event hook, OnPacketRecvd, OnPacketSent, OnDataArrived) nothing else may be started on
-/// the same component: that throws ESockError "Busy with another operation". The component must not be
-/// destroyed there. All failures are exceptions, after each of which the component is usable again.
+/// Inside a wait (the event hook, OnPacketRecvd, OnPacketSent, OnDataArrived) the component refuses another
+/// operation with ESockError "Busy with another operation", and nobody may destroy it. Failures are
+/// exceptions. After each of them the component is usable again.
 class TPowersock {
  public:
   using TNotifyEvent = std::function<void(TPowersock& sender)>;
@@ -63,24 +63,24 @@ class TPowersock {
   // Where to.
   std::string Host;             ///< name or dotted IPv4 address
   std::uint16_t Port = 0;       ///< remote port; for Listen the local one
-  std::string Proxy;            ///< when not empty, resolved and connected to in place of Host
+  std::string Proxy;            ///< when not empty, the component connects to it instead of Host
   std::uint16_t ProxyPort = 0;  ///< used when Proxy is not empty
 
-  /// Milliseconds that every wait may take; 0 (or less) means for ever. While a stream is captured it bounds
-  /// the silence between two packets.
+  /// Limit of every wait in milliseconds; 0 or less: no limit. For a captured stream it limits the silence
+  /// between two packets.
   std::int32_t TimeOut = 0;
-  /// The highest level of status texts that OnStatus gets: 1 reply lines and commands, 4 socket steps, 8 all.
+  /// Highest level of the status texts for OnStatus: 1 reply lines and commands, 4 socket steps, 8 all.
   std::int32_t ReportLevel = 0;
 
   // Events.
-  TNotifyEvent OnDataArrived;          ///< the socket became readable
-  TNotifyEvent OnIncoming;             ///< a connection came in on a listening socket
-  TNotifyEvent OnConnect;              ///< connected
-  TNotifyEvent OnDisconnect;           ///< the socket was closed
-  TOnErrorEvent OnError;               ///< a socket error, just before the exception
-  THandlerEvent OnInvalidHost;         ///< the host has no address; may correct Host and set handled
-  TOnHostResolved OnHostResolved;      ///< a lookup found the address
-  THandlerEvent OnConnectionRequired;  ///< a connection is needed; may connect and set handled
+  TNotifyEvent OnDataArrived;      ///< the socket became readable
+  TNotifyEvent OnIncoming;         ///< a connection came in on a listening socket
+  TNotifyEvent OnConnect;          ///< connected
+  TNotifyEvent OnDisconnect;       ///< the socket was closed
+  TOnErrorEvent OnError;           ///< a socket error, just before the exception
+  THandlerEvent OnInvalidHost;     ///< the host has no address; the handler may correct Host and set handled
+  TOnHostResolved OnHostResolved;  ///< a lookup found the address
+  THandlerEvent OnConnectionRequired;  ///< a connection is needed; the handler may connect and set handled
   TOnStatus OnStatus;                  ///< status text, filtered by ReportLevel
   TNotifyEvent OnConnectionFailed;     ///< a connect attempt failed, timed out or was cancelled
   TNotifyEvent OnPacketRecvd;          ///< after each chunk received by a capture
@@ -92,7 +92,7 @@ class TPowersock {
   std::vector<std::string> NetworkInfo;  ///< six lines about the socket library, in the first component only
   std::int64_t SentByteCount = 0;        ///< bytes sent by SendFile
   std::int64_t ReceivedByteCount = 0;    ///< bytes received by the running or last capture
-  std::int64_t TransferSize = 0;         ///< bytes that the server announced for it; 0 when it did not say
+  std::int64_t TransferSize = 0;         ///< bytes that the server announced; 0: it did not say
   int LastSocketError = 0;               ///< number as in GetErrorMessage; lookups 11001 to 11004
   std::string LastReply;                 ///< last reply line read by Transaction
   std::int16_t ReplyCode = 0;            ///< the number at its start, 0 for none
@@ -106,11 +106,12 @@ class TPowersock {
   virtual void Connect();
   /// Closes the connection.
   virtual void Disconnect();
-  /// Makes the running wait, or else the next operation, end as cancelled.
+  /// Cancels the running wait, or else the next operation.
   void Cancel();
-  /// Cancel, and whatever else a descendant has running. The time-out calls it too.
+  /// Cancels this component and, in a descendant, whatever else it has running. The time-out calls it too.
   virtual void Abort();
-  /// Throws std::runtime_error "Not Connected" unless connected; OnConnectionRequired gets one chance to.
+  /// Throws std::runtime_error "Not Connected" unless connected. OnConnectionRequired gets one chance to
+  /// connect.
   void EnsureConnected();
 
   /// Sends the text up to its first NUL. Throws ERangeError when that is more than 65,535 bytes.
@@ -120,47 +121,47 @@ class TPowersock {
   /// Sends `length` bytes; 0 means up to the first NUL, at most 65,535 bytes (ERangeError beyond). Throws
   /// EAbortError "Socket send aborted".
   void SendBuffer(const char* data, std::uint16_t length);
-  /// Waits for `count` bytes and returns them; "" when the peer closes before. 0 means what is there now.
+  /// Waits for `count` bytes and returns them; "" when the peer closes first. 0: returns what is there now.
   /// Throws EAbortError "Socket send aborted".
   std::string Read(std::uint16_t count);
-  /// One line with its line end; nothing behind it is taken from the socket. "" when the peer closed, even
-  /// within a line. Throws EAbortError "Socket readln aborted", ESockError "Line too long".
+  /// Reads one line with its line end and nothing after it. "" when the peer closed, even inside a line.
+  /// Throws EAbortError "Socket readln aborted", ESockError "Line too long".
   std::string ReadLn();
   /// Sends a command line, reads one reply line and sets LastReply and ReplyCode from it.
   virtual std::string Transaction(const std::string& command);
   /// Sends the whole file. Throws EAbortError "Socket send aborted", std::system_error for the file.
   void SendFile(const std::string& file_name);
-  /// Creates the file and writes to it all that arrives until the peer closes. Throws EAbortError "Socket
-  /// send aborted", std::system_error for the file (a full disk, say).
+  /// Creates the file and writes into it all that arrives until the peer closes. Throws EAbortError "Socket
+  /// send aborted", std::system_error for the file, for example when the disk is full.
   void CaptureFile(const std::string& file_name);
-  /// Replaces `text` by all that arrives until the peer closes, or until it holds `maximum` bytes or more
-  /// (-1: no such limit). Throws EAbortError "Socket capture aborted", ESockError "Reply too large".
+  /// Puts into `text` all that arrives until the peer closes or `text` holds `maximum` bytes or more (-1: no
+  /// limit). Throws EAbortError "Socket capture aborted", ESockError "Reply too large".
   void CaptureString(std::string& text, std::int64_t maximum = -1);
 
-  /// Listens at Port (0: the system chooses one) of all local addresses. `use_lookup_channel`: an incoming
-  /// connection sets the notification flag that Accept waits for and calls OnDisconnect; else OnIncoming.
+  /// Listens at Port (0: the system chooses one) on all local addresses. An incoming connection calls
+  /// OnDisconnect when `use_lookup_channel` is set, else OnIncoming.
   void Listen(bool use_lookup_channel);
   /// Waits for an incoming connection; returns its descriptor, which the caller owns (AdoptSocket). Does not
   /// start the time-out: call TimerOn before and TimerOff after. Throws ESockError "Accepting Canceled",
   /// "Error creating Data Connection".
   virtual int Accept();
-  /// Puts a connected socket in the place of the component's own, which is closed without an event.
+  /// Takes over a connected socket. The component's own socket is closed without an event.
   void AdoptSocket(int descriptor);
 
-  /// Finds the address of the proxy, else of the host. Throws ESockError "Host Lookup Timed Out", "Host
-  /// Lookup Canceled", "Host Lookup Failed".
+  /// Finds the address of the proxy, or of the host when there is no proxy. Throws ESockError "Host Lookup
+  /// Timed Out", "Host Lookup Canceled", "Host Lookup Failed".
   void ResolveHost();
   /// At least one byte is waiting.
   bool HasPendingData();
-  /// Throws away up to 65,536 bytes that are waiting.
+  /// Drops the bytes that are waiting, at most 65,536.
   void ClearInput();
-  /// Closes the socket and makes a fresh one for the next Connect. Inside a wait it cancels the waiting
-  /// operation instead.
+  /// Closes the socket and makes a new one for the next Connect. Inside a wait it only cancels the waiting
+  /// operation.
   void RequestCloseSocket();
   /// "10061:Connection refused", "" for 0, "Unknown Error No. 12345".
   std::string GetErrorMessage(int error_number);
-  /// Clears the timed-out flag and starts the full TimeOut anew, counted from the next wait on: data that is
-  /// there already costs no timer.
+  /// Clears the timed-out flag and restarts the full TimeOut. It counts from the next wait on, so data that
+  /// are there already need no timer.
   void TimerOn();
   void TimerOff();
 
@@ -171,7 +172,7 @@ class TPowersock {
   /// The peer of the last Connect or Accept; address 0 while not resolved.
   const sockaddr_in& RemoteAddress() const { return remote_; }
 
-  /// The n-th field (from 1); every delimiter ends one, so fields may be empty. "" when there are fewer.
+  /// The n-th field (from 1). Every delimiter ends a field, so fields may be empty. "" when there are fewer.
   static std::string FieldAt(std::string_view text, char delimiter, int n);
   /// The position (from 1) of the n-th occurrence; length + 1 when there are fewer.
   static std::size_t NthCharPosition(std::string_view text, char character, int n);
@@ -180,46 +181,46 @@ class TPowersock {
   bool TimedOut() const { return timed_out_; }
 
  protected:
-  /// How many bytes may be received next; 0 when it is enough.
+  /// How many bytes may be received next; 0: enough.
   using TRoom = std::function<std::int64_t()>;
-  /// Takes a chunk of what arrives; returns how many of its bytes count as received.
+  /// Takes a received chunk and returns how many of its bytes count as received.
   using TTake = std::function<std::size_t(std::string_view chunk)>;
 
-  /// What the time-out does: sets the flags and calls Abort.
+  /// Called at the time-out. Sets the flags and calls Abort.
   virtual void HandleTimeOut();
-  /// Stores the text in Status and hands it to OnStatus, if `level` is not above ReportLevel.
+  /// Stores the text in Status and calls OnStatus, unless `level` is above ReportLevel.
   void ReportStatus(int level, std::string_view text);
-  /// Throws ESockError "Busy with another operation" when called from inside one of this component's waits.
+  /// Throws ESockError "Busy with another operation" inside one of this component's waits.
   void RefuseInsideWait() const;
   /// One turn of a wait for input: at most 2 ms, then the event hook, the time-out and the notifications
   /// (data, close).
   void WaitForInput();
-  /// Delivers what happened to the socket since: OnDataArrived; a close by the peer with nothing left to read
-  /// closes the socket here too.
+  /// Calls OnDataArrived for new data. Closes the socket when the peer has closed and nothing is left to
+  /// read.
   void ProcessNotifications();
-  /// Receives until the peer closes (false), `room` says 0 (true), or the operation is cancelled (EAbortError
-  /// with `abort_text`). Adds to ReceivedByteCount what `take` returns; after each chunk calls OnPacketRecvd
-  /// and restarts the time-out.
+  /// Receives until the peer closes (returns false) or `room` returns 0 (returns true). Adds what `take`
+  /// returns to ReceivedByteCount. After each chunk it calls OnPacketRecvd and restarts the time-out. Throws
+  /// EAbortError with `abort_text`.
   bool Receive(const TRoom& room, const TTake& take, const char* abort_text);
-  /// ReadLn for one line after the other, until `take` returns false; its argument is the line, or what
-  /// ReadLn returns when the connection ends, which is the last. Each line has the whole of TimeOut.
+  /// Reads lines as ReadLn does until `take` returns false. When the connection ends, `take` gets "" as the
+  /// last line. Each line may take the full TimeOut.
   void ReadLines(const std::function<bool(const std::string& line)>& take);
   /// Appends and returns the chunk's size. Throws ESockError "Reply too large" beyond kMaxKept.
   static std::size_t KeepInMemory(std::string& text, std::string_view chunk);
-  /// Sends all bytes, NUL or not, however many.
+  /// Sends all bytes, NUL bytes too.
   void SendAll(std::string_view data);
   /// Clears the cancel flag and throws EAbortError.
   [[noreturn]] void ThrowAborted(const char* text);
-  /// The event hook, for components that belong to this one.
+  /// The event hook, for components that this one owns.
   const TEventHook& EventHook() const { return event_hook_; }
 
   static constexpr std::int64_t kNoLimit = INT64_MAX;
 
-  bool canceled_ = false;     ///< set by Cancel; cleared by Connect and by what throws EAbortError
+  bool canceled_ = false;     ///< set by Cancel; cleared by Connect and with each EAbortError
   bool timed_out_ = false;    ///< set by the time-out; cleared by TimerOn
-  bool notified_ = false;     ///< the awaited lookup, incoming connection or time-out came
+  bool notified_ = false;     ///< the lookup, the connection or the time-out has come
   bool success_ = true;       ///< false when the last notification carried an error
-  bool keep_closed_ = false;  ///< RequestCloseSocket makes no fresh socket
+  bool keep_closed_ = false;  ///< RequestCloseSocket makes no new socket
 
  private:
   static constexpr std::size_t kBufferSize = 65'536;
@@ -229,9 +230,9 @@ class TPowersock {
   void ReplaceSocket();
   void CheckError(int error);
   void StartConnect();
-  /// Polls for at most 2 ms, lets events through, looks at the time-out; returns what is ready.
+  /// Polls for at most 2 ms, lets events through and checks the time-out. Returns the poll's events.
   short WaitTurn(int descriptor, short events);
-  /// Starts the time-out; it stops at the end of the scope that holds what this returns.
+  /// Starts the time-out. It stops with the scope that holds the returned object.
   auto TimerScope();
   void StartDueTimer();
   void LetEventsThrough();
@@ -242,13 +243,13 @@ class TPowersock {
 
   TEventHook event_hook_;
   TThreadTimer timer_;
-  bool timer_due_ = false;  ///< TimerOn was called; the timer starts with the first wait that lasts
+  bool timer_due_ = false;  ///< TimerOn was called; the timer starts with the next longer wait
   TDescriptor socket_;
   sockaddr_in remote_{};
   std::vector<char> buffer_;
   std::string last_error_message_;
   std::chrono::steady_clock::time_point last_hook_{};
-  int waiting_ = 0;  ///< above 0: code outside the component runs inside one of its waits
+  int waiting_ = 0;  ///< above 0: a handler or the hook runs inside a wait
   bool listening_ = false;
   bool listens_on_lookup_channel_ = false;
   bool arrival_reported_ = false;

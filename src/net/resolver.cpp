@@ -14,7 +14,7 @@
 
 namespace skyreel {
 
-/// Shared by the waiting side and the thread; whoever lets go last frees it.
+/// The waiting side and the thread share this.
 struct THostLookup::TState {
   TDescriptor Event{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   std::atomic<bool> Done{false};
@@ -37,7 +37,7 @@ int LookUpHost(const std::string& host, in_addr& address) {
 
 THostLookup::THostLookup(std::string host, TLookupFunction look_up) : state_(std::make_shared<TState>()) {
   if (!state_->Event.IsOpen()) ThrowErrno("eventfd");
-  // Signals are for the threads that know what to do with them.
+  // The new thread must not handle the program's signals.
   sigset_t all, before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
@@ -61,7 +61,7 @@ int THostLookup::Descriptor() const {
 bool THostLookup::IsDone() const {
   return state_->Done.load(std::memory_order_acquire);
 }
-// Asking IsDone also makes what the thread wrote visible here.
+// IsDone also makes the thread's results visible here.
 int THostLookup::Error() const {
   return IsDone() ? state_->Error : EAI_AGAIN;
 }

@@ -8,15 +8,15 @@
 
 namespace skyreel {
 
-/// Finds the first IPv4 address of a host name. Returns 0, or the EAI_... code of the failure. Runs on a
-/// thread of its own and may block as long as it likes.
+/// Finds the first IPv4 address of a host name. Returns 0, or the EAI_... code of the failure. It runs on its
+/// own thread and may block.
 using TLookupFunction = std::function<int(const std::string& host, in_addr& address)>;
 
 /// The system's resolver (getaddrinfo, IPv4 only).
 int LookUpHost(const std::string& host, in_addr& address);
 
-/// One running lookup. Destroying it abandons the lookup: the thread then finishes by itself, holds up
-/// nothing (not even the end of the program) and touches only what it owns.
+/// One running lookup. Destroying it abandons the lookup: its thread finishes by itself, delays nothing, not
+/// even the end of the program, and uses only its own memory.
 class THostLookup {
  public:
   /// Starts looking up `host`. Throws std::system_error when the system has no thread or descriptor left.

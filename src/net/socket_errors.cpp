@@ -11,7 +11,7 @@ namespace {
 
 struct TSocketError {
   int Number;
-  int Errno;  ///< the system's number of the same failure; 0 when it has none
+  int Errno;  ///< the system's number for the same failure; 0: none
   const char* Text;
 };
 
@@ -72,7 +72,7 @@ constexpr std::array<TSocketError, 51> kSocketErrors = {{
 }  // namespace
 
 int SocketErrorFromErrno(int error) {
-  // Failures with a name of their own here that the table files under another.
+  // Failures that the table holds under another name.
   switch (error) {
     case 0:
       return 0;

@@ -40,7 +40,7 @@ void TThreadTimer::Rearm() {
   if (!descriptor_.IsOpen()) {
     descriptor_ = TDescriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
   }
-  // A time of zero stops the timer and forgets an expiry that nobody has read yet.
+  // A time of zero stops the timer and drops an expiry that nobody has read.
   itimerspec time{};
   if (run) {
     time.it_interval.tv_sec = interval_ / 1000;

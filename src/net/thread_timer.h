@@ -7,8 +7,8 @@
 
 namespace skyreel {
 
-/// A periodic timer. It is no thread: it runs in the system, and whoever waits polls Descriptor() and calls
-/// FireIfExpired(). Every change of a property starts the full interval again.
+/// A periodic timer of the system, without a thread. Whoever waits polls Descriptor() and calls
+/// FireIfExpired(). Each change of a property restarts the full interval.
 class TThreadTimer {
  public:
   using TTimerEvent = std::function<void(TThreadTimer& sender)>;
@@ -16,17 +16,17 @@ class TThreadTimer {
   bool Enabled() const { return enabled_; }
   std::uint32_t Interval() const { return interval_; }
 
-  /// Default true. Setting the value it has changes nothing.
-  /// This and the two below throw std::runtime_error "No Timer" when the system gives none.
+  /// Default true. Setting the same value changes nothing.
+  /// This and the next two throw std::runtime_error "No Timer" when the system gives none.
   void SetEnabled(bool enabled);
-  /// Milliseconds, default 1000; 0 stops the timer. Setting the value it has changes nothing.
+  /// Milliseconds, default 1000; 0 stops the timer. Setting the same value changes nothing.
   void SetInterval(std::uint32_t milliseconds);
-  /// Called at each expiry; without it the timer does not run.
+  /// Called at each expiry. Without it the timer does not run.
   void SetOnTimer(TTimerEvent event);
 
-  /// Readable once the interval has passed; -1 before the timer ran for the first time.
+  /// Readable when the interval has passed; -1 before the first run.
   int Descriptor() const { return descriptor_.Get(); }
-  /// Calls OnTimer, once however many intervals have passed since the last call; false when none has.
+  /// Calls OnTimer once if at least one interval has passed since the last call; false if none has.
   bool FireIfExpired();
 
  private:

@@ -133,7 +133,7 @@ TEST_F(FtpFetch, ASessionThatCannotBeOpenedSaysSoAndDoesNoWork) {
       {nullptr, {failed}},
       {">220 hi|USER user>331 pw|PASS secret>530 secret is wrong", {failed, "530 *** is wrong"}},
       {">220 hi|USER user>230 in|TYPE I>504 no", {failed + " - 504 no"}},
-      {"", {"\"host:0\" is no FTP server address (host or host:port)"}, "host:0"},
+      {"", {"\"host:0\" is not an FTP server address (host or host:port)"}, "host:0"},
   };
   for (const auto& row : rows) {
     TFtpServer server(false, row.Talk ? row.Talk : "");
