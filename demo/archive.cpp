@@ -17,8 +17,8 @@ constexpr std::size_t kMostDaysInMemory = 8;
 constexpr std::size_t kMostKeptBytes = 64 << 20;
 constexpr std::size_t kLongestPath = 500;
 
-/// The days to which a path may belong: those whose date is in it, with the day after each, and the last two
-/// for a path without a date.
+/// The days of which a path may be: each day whose date is in it, the day after that, and the last two for a
+/// path without a date.
 std::set<TDateTime> DaysOf(const std::string& path, TDateTime now) {
   std::string digits;
   for (const char c : path) {

@@ -31,8 +31,8 @@ struct TServedFile {
   bool NeedsLogin = false;  ///< only those who give a user name and a password get it
 };
 
-/// Every file that the servers of the sources offer, made up when a client asks for it: those of the last
-/// hundred days. Pictures of 03:00 to 03:59 are missing, those of 09:00 to 09:59 are cut, and the infra-red
+/// Makes up every file that the sources' servers offered in the last hundred days, when a client asks for it.
+/// Pictures of 03:00 to 03:59 are missing, those of 09:00 to 09:59 are cut, and the infra-red
 /// JPEG pictures of 21:00 to 21:59 never arrive. Several threads may use it; it makes one picture at a time
 /// and keeps the last ones.
 class TDemoArchive {

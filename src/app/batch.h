@@ -8,12 +8,12 @@
 
 namespace skyreel {
 
-/// What a batch does to the program. The main form does it; tests record it.
+/// What a batch does to the program.
 class TBatchActions {
  public:
   virtual ~TBatchActions() = default;
   virtual void MinimiseApplication() = 0;
-  /// Dials the default Internet connection, unattended; hangs it up.
+  /// Dials the default Internet connection without asking the user.
   virtual void Dial() = 0;
   virtual void HangUp() = 0;
   /// Shows the source's tab and presses its Run button; returns when the job has ended. `named` is false when

@@ -19,14 +19,14 @@ struct TStartPlan {
   std::string Platforms;
 };
 
-/// Plans the start from the arguments (without the program's name, Qt's own still among them) and the
-/// environment. "--help" and "--version" go before everything else. A batch that finds no display, or one
-/// that is gone or refuses it, runs on the platform that draws nowhere; anything else would wait for a user
-/// who sees nothing. `variable` gives an environment variable, "" when unset.
+/// Plans the start from the arguments (with those for Qt, without the program's name) and the environment.
+/// "--help" and "--version" come first. A batch without a usable display runs on the platform that draws
+/// nothing; without a batch the program does not start, since nobody would see it. `variable` gives an
+/// environment variable, "" when unset.
 TStartPlan PlanStart(const std::vector<std::string>& arguments,
                      const std::function<std::string(const char* name)>& variable);
 
-/// Writes the text and a line end to a descriptor at once; what cannot be written (a closed pipe) is lost.
+/// Writes the text and a line end to a descriptor at once. Drops what a closed pipe does not take.
 void WriteLine(int descriptor, const std::string& text);
 
 }  // namespace skyreel

@@ -107,7 +107,7 @@ void TJobRunner::EndSilence() {
 }
 
 void TJobRunner::LetEventsThrough() {
-  // An event's handler may wait itself; the wait that called it goes on letting events through.
+  // An event's handler may wait, too. The outer wait lets the events through.
   if (in_event_hook_) return;
   const TScopedValue inside(in_event_hook_, true);
   QCoreApplication::processEvents();

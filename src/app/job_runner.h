@@ -18,7 +18,7 @@
 namespace skyreel {
 
 /// Runs the jobs, one at a time, on the thread of the user interface. Owns the network clients, the transfer
-/// ledger and the watchdog. A job waits inside its Run button's click, and its waits let events through, so
+/// ledger and the watchdog. A job waits inside its Run button's click, and its waits let events through. So
 /// anything may happen during a job.
 class TJobRunner : public QObject, private TRunControl {
  public:
@@ -42,7 +42,7 @@ class TJobRunner : public QObject, private TRunControl {
   bool CloseWhenDone() const { return close_when_done_; }
   /// From now on gives up a wait for a server that says nothing for this long.
   void GiveUpAfterSilence(std::chrono::seconds silence) { TimerSilence_.start(silence); }
-  /// A server said something.
+  /// Counts the silence anew: a server said something.
   void EndSilence();
 
   /// A job has ended and the display is back at rest.

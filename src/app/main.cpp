@@ -74,11 +74,11 @@ int main(int argc, char** argv) {
   }
   if (!plan.Platforms.empty()) {
     qputenv("QT_QPA_PLATFORM", plan.Platforms.c_str());
-    // Qt's remarks about a display that is not there would be mailed with every batch.
+    // Otherwise cron would mail Qt's remarks about the missing display with every batch.
     QLoggingCategory::setFilterRules("*.warning=false\nqt.qpa.plugin.info=false");
   }
 #ifdef SIGPIPE
-  // A reader of the status lines that goes away must not end the run.
+  // The run goes on when the reader of the status lines is gone.
   std::signal(SIGPIPE, SIG_IGN);
 #endif
   TSignalWatcher signal_watcher;

@@ -69,7 +69,7 @@ void TFormMain::BuildStatusArea() {
   panels_ = {new QLabel, new QLabel};
   panels_[0]->setMinimumWidth(100);
   panels_[1]->setMinimumWidth(50);
-  // A long URL is cut, it does not widen the window.
+  // A long URL is cut and does not widen the window.
   panels_[1]->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   ui_->StatusBar->addWidget(panels_[0]);
   ui_->StatusBar->addWidget(panels_[1], 1);
@@ -152,7 +152,7 @@ void TFormMain::FormCloseQuery() {
       Fire(environment_.ErrorOutput, text);
       return;
     }
-    // Without a parent it stays when the window goes.
+    // Without a parent it outlives the window.
     auto* box =
         new QMessageBox(QMessageBox::Warning, "Skyreel", QString::fromStdString(text), QMessageBox::Ok);
     box->setAttribute(Qt::WA_DeleteOnClose);
@@ -317,10 +317,10 @@ void TFormMain::ButtonCloseClick() {
 
 void TFormMain::CloseSoon() {
   told_to_end_ = true;
-  // A message box that the close left open must not keep the program.
+  // A message box may still be open.
   if (closed_) return QApplication::closeAllWindows();
   ButtonCloseClick();
-  // A little longer than the waits that time out by themselves.
+  // Most waits time out by themselves a little earlier.
   if (Busy()) runner_->GiveUpAfterSilence(std::chrono::seconds(ui_->UpDownTimeout->value() + 1));
 }
 

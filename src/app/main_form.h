@@ -24,7 +24,7 @@ class TFormMain;
 
 namespace skyreel {
 
-/// What the form needs from outside; main gives it the real things, tests their own.
+/// What the form needs from outside.
 struct TFormEnvironment {
   TRegistryStore& Store;  ///< the settings key; outlives the form
   std::filesystem::path
@@ -32,7 +32,7 @@ struct TFormEnvironment {
   std::filesystem::path AppPaths;       ///< the file that records it
   std::filesystem::path ProgramFolder;  ///< report, transfer ledger, lists of wanted names
   std::vector<std::string> Arguments;   ///< of the command line, without the program's name and Qt's own
-  /// Nobody sees the window: messages go to the log, and the program closes when the batch is over.
+  /// Nobody sees the window: messages go to the log, and the program closes after the batch.
   bool Headless = false;
   TClock* Clock = nullptr;     ///< nullptr: the computer's
   std::function<void()> Bell;  ///< sounds the default beep; empty: the application's beep
@@ -53,11 +53,10 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
 
   bool Busy() const { return runner_->Busy(); }
 
-  /// Closes the program. While a job runs, asks it to stop and closes after it. Any number of calls, at any
-  /// time.
+  /// Closes the program. While a job runs, asks it to stop and closes after it. May be called again.
   void ButtonCloseClick();
-  /// As ButtonCloseClick, for one who will not wait for long: gives up a wait for a server that says nothing
-  /// soon after the network time-out.
+  /// As ButtonCloseClick, but does not wait for long: when a server says nothing, gives up soon after the
+  /// network time-out.
   void CloseSoon();
 
   const TStatusLog& Log() const { return *log_; }

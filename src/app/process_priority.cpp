@@ -9,7 +9,7 @@ namespace skyreel {
 #ifdef _WIN32
 
 TPriorityClass LowerPriority() {
-  // kept: the process number where a handle belongs; the query usually fails and nothing changes.
+  // kept: a process number instead of a handle. The query usually fails, and nothing changes.
   const auto id = reinterpret_cast<HANDLE>(static_cast<std::uintptr_t>(GetCurrentProcessId()));
   const TPriorityClass saved = GetPriorityClass(id);
   if (saved != 0) SetPriorityClass(GetCurrentProcess(), IDLE_PRIORITY_CLASS);

@@ -7,9 +7,8 @@ namespace skyreel {
 /// A priority class of the operating system; 0 for none.
 using TPriorityClass = std::uint32_t;
 
-/// Asks for the process's priority class and, when there is one, lets the process run when nothing else wants
-/// to. Returns the class before, or 0 when nothing was changed: always so where the system has no such
-/// classes.
+/// Lets the process run only when no other wants to, if it has a priority class. Returns its class from
+/// before; 0 if nothing changed, as on every system without such classes.
 TPriorityClass LowerPriority();
 /// Sets the class that LowerPriority returned; 0 changes nothing.
 void RestorePriority(TPriorityClass saved);

@@ -26,7 +26,7 @@ fs::path ProgramFolder(const fs::path& executable, const fs::path& data_folder) 
   const fs::path own = executable.parent_path();
   const bool writable = QFileInfo(QString::fromStdString(own.string())).isWritable();
   if (writable && !UnderSystemPrefix(own)) return own;
-  // A folder that cannot be made shows when the report is written.
+  // If it cannot be made, writing the report tells.
   std::error_code ignored;
   fs::create_directories(data_folder, ignored);
   return data_folder;

@@ -16,7 +16,7 @@ sigset_t ClosingSignals() {
   sigset_t set;
   ::sigemptyset(&set);
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-    // Blocked, an ignored signal would come through the descriptor all the same.
+    // An ignored signal that is blocked would still come through the descriptor.
     struct sigaction action {};
     if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) ::sigaddset(&set, number);
   }
@@ -32,7 +32,7 @@ TSignalWatcher::TSignalWatcher() {
 }
 
 TSignalWatcher::~TSignalWatcher() {
-  // The signals stay blocked: one more of them must not end the program while it saves its settings.
+  // The signals stay blocked: another one must not end the program while it saves its settings.
   notifier_.reset();
   if (descriptor_ >= 0) ::close(descriptor_);
 }

@@ -6,10 +6,10 @@
 
 namespace skyreel {
 
-/// Turns SIGTERM, SIGINT and SIGHUP into calls of a function on the user interface's thread, inside waits
-/// too. To be made before any thread is started, since the signals are taken from the whole process; a signal
-/// that comes before Start waits for it. A signal that was ignored when the program started (nohup) stays so.
-/// On systems without signals it does nothing.
+/// Turns SIGTERM, SIGINT and SIGHUP into calls of a function on the user interface's thread, also inside
+/// waits. Make it before any thread starts: it takes the signals from the whole process. A signal that comes
+/// before Start waits for it. A signal that was ignored at the program's start (nohup) stays ignored. Does
+/// nothing on systems without signals.
 class TSignalWatcher {
  public:
   TSignalWatcher();
@@ -17,8 +17,7 @@ class TSignalWatcher {
   TSignalWatcher(const TSignalWatcher&) = delete;
   TSignalWatcher& operator=(const TSignalWatcher&) = delete;
 
-  /// Needs the application object. `on_signal` may be called any number of times. A later call takes the
-  /// place of an earlier one.
+  /// Needs the application object. Calls `on_signal` once or more. A later Start replaces the function.
   void Start(std::function<void()> on_signal);
 
  private:
@@ -26,8 +25,8 @@ class TSignalWatcher {
   std::unique_ptr<QSocketNotifier> notifier_;
 };
 
-/// For the start of another program, which would inherit that the signals are held back and could not be
-/// ended by them. One that comes just then ends this program at once.
+/// Lets the signals through while `action` runs. Use it to start another program: that one would inherit the
+/// block and could not be ended by them. A signal that comes during the action ends this program at once.
 void WithSignalsLetThrough(const std::function<void()>& action);
 
 }  // namespace skyreel

@@ -44,7 +44,7 @@ class TSourcePage : public QWidget {
   QLineEdit* UserNameEdit() const;
   QLineEdit* PasswordEdit() const;
 
-  /// Called once the persisted controls show their settings: selects an item where none is.
+  /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 
   /// Runs the page's job. The job reads the page.
@@ -54,11 +54,11 @@ class TSourcePage : public QWidget {
 
  protected:
   explicit TSourcePage(TPageContext context) : context_(std::move(context)) {}
-  /// Called once the controls are there.
+  /// Call it once the controls are there.
   void PrepareControls();
 
   void RunJob(const TJob& job) const { Fire(OnRun, job); }
-  /// Makes a list that is no persisted control a setting: its checked items, as comma text.
+  /// Makes the checked items of a plain list a setting, as comma text.
   void KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const;
   /// Makes a time of day a setting: "17:32".
   void KeepTime(QTimeEdit& picker, const char* name, const char* default_time) const;
@@ -90,7 +90,7 @@ class TFormPage : public TSourcePage {
 std::unique_ptr<TSourcePage> MakePage(const TPageContext& context);
 
 void SetItems(TCheckListBox& list, const std::vector<std::string>& items);
-/// Adds them behind the items that the form file gives.
+/// Adds them after the items from the form file.
 void AddItems(QComboBox& combo, const std::vector<std::string>& items);
 void SelectIfNone(QComboBox& combo, int index);
 std::vector<std::string> CheckedTexts(const TCheckListBox& list);

@@ -112,12 +112,12 @@ void TStatusLog::Flush() {
 void TStatusLog::Insert(std::size_t row, const std::string& line) {
   lines_.Insert(row, line);
   if (Lines().size() > maximum_) {
-    // Many at once: taking lines from the front is slow.
+    // Many at once, since it is slow to take lines from the front.
     const std::size_t count = maximum_ / 10 + 1;
     lines_.RemoveFirst(count);
     dropped_ += count;
   }
-  // Not through the view: that takes a Ctrl or Shift held just now for a wish to select more.
+  // Not through the view: it would extend the selection while the user holds Ctrl or Shift.
   const QModelIndex newest = lines_.index(lines_.rowCount() - 1);
   view_.selectionModel()->setCurrentIndex(newest, QItemSelectionModel::ClearAndSelect);
   view_.scrollTo(newest);

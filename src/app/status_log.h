@@ -25,11 +25,10 @@ class TStatusLines : public QAbstractListModel {
   std::vector<std::string> lines_;
 };
 
-/// The log of this run of the program: one line per event, never cleared. Shown by a table of one column,
-/// which takes a new line in the same time however long the log is (a list view lays out all its lines
-/// again). The newest line is selected, so that the view scrolls to it. Control characters in a line become
-/// blanks, a line of more than 4,000 bytes is cut. Of a log that grows beyond 200,000 lines the oldest go,
-/// and the report says how many.
+/// The log of this run of the program: one line per event. A table of one column shows it, since a list view
+/// lays out all lines again for each new one. The newest line is selected, so that the view scrolls to it.
+/// Control characters in a line become blanks; a line of more than 4,000 bytes is cut. Beyond 200,000 lines
+/// the log drops the oldest, and the report says how many.
 class TStatusLog {
  public:
   /// `view` shows the log and outlives it.
@@ -38,11 +37,11 @@ class TStatusLog {
   TStatusLog(const TStatusLog&) = delete;
   TStatusLog& operator=(const TStatusLog&) = delete;
 
-  /// Adds a line that stays as it is. A line that stands for a transfer stays the newest.
+  /// Adds a line. The line of a transfer stays the newest.
   void Add(const std::string& text);
-  /// Adds a line that stands for a transfer, until End puts its outcome in its place.
+  /// Adds the line of a transfer. End replaces it.
   void Begin(const std::string& text);
-  /// Adds the line where no transfer was begun.
+  /// Replaces the line of the transfer by its outcome, or adds the outcome if none was begun.
   void End(const std::string& text);
 
   bool IsEmpty() const { return lines_.Lines().empty(); }
@@ -50,9 +49,10 @@ class TStatusLog {
   /// The whole log, every line ended by CR LF.
   std::string Report() const;
 
-  /// Given each line once it is final: at Add and at End; what was only begun, at the next Begin or at Flush.
+  /// Gets each line once it is final: at Add, at End, or, if a transfer has no end, at the next Begin or
+  /// Flush.
   std::function<void(const std::string& line)> OnFinalLine;
-  /// A transfer that was begun does not end any more: its line is final.
+  /// The transfer that was begun has no end: its line is final.
   void Flush();
 
  private:
@@ -62,7 +62,7 @@ class TStatusLog {
   const std::size_t maximum_;
   TStatusLines lines_;
   std::size_t dropped_ = 0;
-  bool begun_ = false;  ///< the newest line stands for a transfer
+  bool begun_ = false;  ///< the newest line is that of a transfer
 };
 
 }  // namespace skyreel
