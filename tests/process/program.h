@@ -3,11 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -18,10 +18,18 @@
 
 namespace skyreel::test {
 
+/// Looks every 2 ms until `condition` holds, for at most `limit`. True when it holds.
+inline bool WaitUntil(std::chrono::milliseconds limit, const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!condition() && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  return condition();
+}
+
 /// The program in a folder of its own, with a home, settings and a temporary folder there.
 class TPlace {
  public:
-  /// `settings`: lines "Name=value". Throws std::runtime_error when the program does not know one of them.
+  /// `settings`: lines "Name=value". Throws std::runtime_error when the program knows no setting of a name.
   TPlace(const std::string& http_root, const std::string& ftp_root, const std::string& settings) {
     folder_.Write("tmp/.keep", "");
     folder_.Write("wanted", settings);
@@ -32,15 +40,12 @@ class TPlace {
     if (std::system(command.c_str()) != 0) throw std::runtime_error("the program could not be set up");
   }
 
-  const std::filesystem::path& Folder() const { return folder_.Path(); }
-  std::filesystem::path Out() const { return folder_ / "home/Skyreel"; }
+  const TTempFolder& Folder() const { return folder_; }
   /// A file's content; empty when there is no such file.
   std::string Text(const std::string& name) const {
     return FileSizeOf(folder_ / name) < 0 ? "" : ReadWholeFile(folder_ / name);
   }
-  std::string Report() const { return Text("bin/SkyreelReport.txt"); }
-  std::string Ledger() const { return Text("bin/SkyreelTransfers.txt"); }
-  /// Temporary files, those in temporary folders, and locks, anywhere in the folder; a line each.
+  /// Temporary files and locks anywhere in the folder, one a line.
   std::string Leftovers() const {
     std::string found;
     for (const auto& [name, size] : folder_.Tree()) {
@@ -58,17 +63,14 @@ class TPlace {
 /// One run of a place's program.
 class TRun {
  public:
-  /// `environment`: "NAME=value" and so on, added to what cron would give it (and what a thread sanitizer is
-  /// to leave out).
+  /// `environment`: "NAME=value" and so on, added to what cron would give it.
   TRun(const TPlace& place, const std::string& switches, const std::string& environment = "")
       : place_(place) {
-    static std::atomic<int> number = 0;
-    output_ = "output" + std::to_string(++number);
-    const std::string command = "cd " + place.Folder().string() +
+    const std::string command = "cd " + place.Folder().Path().string() +
                                 "; exec env -i TSAN_OPTIONS=\"$TSAN_OPTIONS\" HOME=$PWD/home "
                                 "XDG_CONFIG_HOME=$PWD/home/.config TMPDIR=$PWD/tmp " +
                                 "XDG_RUNTIME_DIR=$PWD/runtime " + environment + " bin/Skyreel " + switches +
-                                " > " + output_ + " 2>&1";
+                                " > output$$ 2>&1";
     process_ = ::fork();
     if (process_ == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
   }
@@ -78,30 +80,24 @@ class TRun {
     ::waitpid(process_, nullptr, 0);
   }
   TRun(const TRun&) = delete;
-  TRun& operator=(const TRun&) = delete;
 
   pid_t Process() const { return process_; }
   void Signal(int number) const { ::kill(process_, number); }
-  /// The exit code, or minus the number of the signal that ended it; none when it goes on beyond the time.
+  /// The exit code, or minus the number of the signal that ended it; nothing when it is still running then.
   std::optional<int> Wait(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    for (int status = 0; !result_;) {
-      if (::waitpid(process_, &status, WNOHANG) == process_) {
+    WaitUntil(limit, [&] {
+      int status = 0;
+      if (!result_ && ::waitpid(process_, &status, WNOHANG) == process_)
         result_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-      } else if (std::chrono::steady_clock::now() > end) {
-        break;
-      } else {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-      }
-    }
+      return result_.has_value();
+    });
     return result_;
   }
   /// What it wrote to its standard outputs.
-  std::string Output() const { return place_.Text(output_); }
+  std::string Output() const { return place_.Text("output" + std::to_string(process_)); }
 
  private:
   const TPlace& place_;
-  std::string output_;
   pid_t process_;
   std::optional<int> result_;
 };
