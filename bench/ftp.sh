@@ -2,22 +2,18 @@
 # Compares the FTP client with curl on the same vsftpd: one file of 100 MB, and 500 files of 20 KB over one
 # session, passive and active. Prints the best of several rounds, which alternate between the two.
 #   bench/ftp.sh [<ftp_get of a release build>] [rounds]
-# All files are in memory (tmpfs), where the creation of a file always takes as long. Needs vsftpd and curl, and
-# must be started as root (vsftpd changes its user).
+# All files are in memory (tmpfs), where creating a file always takes the same time. Needs vsftpd and curl, and
+# must be run as root (vsftpd changes its user).
 set -euo pipefail
 
 get=$(realpath "${1:-$(dirname "$0")/../build/release/bench/ftp_get}")
 rounds=${2:-5}
 if [ -z "${TMPDIR:-}" ] && [ -w /dev/shm ]; then export TMPDIR=/dev/shm; fi
 work=$(mktemp -d)
-server=
-finish() {
-  [ -z "$server" ] || kill "$server" 2>/dev/null || true
-  rm -rf "$work"
-}
-trap finish EXIT
+. "$(dirname "$0")/../scripts/local-servers.sh"
+trap 'stop_servers; rm -rf "$work"' EXIT
 
-mkdir -p "$work/www" "$work/out" "$work/empty"
+mkdir "$work/www" "$work/out"
 chmod 755 "$work" "$work/www"
 head -c 100000000 /dev/urandom >"$work/www/large"
 names=()
@@ -26,32 +22,7 @@ for n in $(seq 500); do
   head -c 20000 /dev/urandom >"$work/www/small$n"
 done
 
-for port in $(shuf -i 20000-60000 -n 20); do
-  cat >"$work/vsftpd.conf" <<CONF
-listen=YES
-listen_address=127.0.0.1
-listen_port=$port
-background=NO
-anonymous_enable=YES
-anon_root=$work/www
-no_anon_password=NO
-local_enable=NO
-connect_from_port_20=NO
-pasv_address=127.0.0.1
-secure_chroot_dir=$work/empty
-seccomp_sandbox=NO
-CONF
-  /usr/sbin/vsftpd "$work/vsftpd.conf" &
-  server=$!
-  for _ in $(seq 50); do
-    if curl -s "ftp://127.0.0.1:$port/" >/dev/null; then break 2; fi
-    kill -0 "$server" 2>/dev/null || break
-    sleep 0.1
-  done
-  kill "$server" 2>/dev/null || true
-  server=
-done
-[ -n "$server" ] || { echo "vsftpd does not start" >&2; exit 1; }
+start_vsftpd "$work/vsftpd" "$work/www"
 
 # curl's list of transfers, all over one connection.
 for name in "${names[@]}"; do

@@ -1,42 +1,25 @@
 #!/usr/bin/env bash
 # bench/http.sh [rounds]
-# Fetches 100 MB from a local nginx, in turn with curl --http1.0 and with the program's own HTTP client in
-# file mode, and prints the best and the middle time of each and their ratios (below 1: faster than curl).
-# The same beside an open window, where both count the transfer alone and not the start of the program.
-# Then the processor share of a transfer that stalls.
+# Fetches 100 MB from a local nginx, in turn with curl --http1.0 and with the program's own HTTP client writing
+# to a file. Prints the best and the middle time of each and their ratios (below 1: faster than curl). Does the
+# same with a window open; there both count the transfer alone and not the start of the program. Then prints the
+# processor share of a transfer that stalls.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-15}
 
 cmake --preset release > /dev/null
-cmake --build build/release --target bench_http bench_http_window > build/release/bench_http.log || { cat build/release/bench_http.log; exit 1; }
+cmake --build build/release --target bench_http bench_http_window > build/release/bench_http.log ||
+  { cat build/release/bench_http.log; exit 1; }
 bench=build/release/bench/bench_http
 
 folder=$(mktemp -d)
-trap '[ -f "$folder/pid" ] && kill "$(cat "$folder/pid")"; rm -rf "$folder"' EXIT
+. scripts/local-servers.sh
+trap 'stop_servers; rm -rf "$folder"' EXIT
 mkdir "$folder/www"
 head -c 100000000 /dev/urandom > "$folder/www/file"
 chmod -R a+rX "$folder"
-
-# A port that nobody has is found by trying.
-for _ in {1..50}; do
-  port=$((20000 + RANDOM))
-  cat > "$folder/nginx.conf" << CONF
-pid $folder/pid;
-error_log $folder/error.log;
-worker_processes 1;
-events {}
-http {
-  access_log off;
-  sendfile on;
-  client_body_temp_path $folder/body; proxy_temp_path $folder/proxy; fastcgi_temp_path $folder/fastcgi;
-  uwsgi_temp_path $folder/uwsgi; scgi_temp_path $folder/scgi;
-  server { listen 127.0.0.1:$port; root $folder/www; }
-}
-CONF
-  if nginx -p "$folder" -c "$folder/nginx.conf" 2> "$folder/start.log"; then break; fi
-done
-[ -f "$folder/pid" ] || { cat "$folder/start.log"; exit 1; }
+start_nginx "$folder/nginx" "$folder/www"
 url=http://127.0.0.1:$port/file
 
 # microseconds COMMAND...: how long it takes

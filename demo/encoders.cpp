@@ -41,7 +41,7 @@ int WriteToString(GifFileType* gif, const GifByteType* data, int size) {
 }  // namespace
 
 std::string EncodeJpeg(const TPicture& picture) {
-  // Errors end the program through the library's default handler; this input gives it no cause for any.
+  // The library's default handler ends the program on an error; this input causes none.
   jpeg_error_mgr errors;
   jpeg_compress_struct jpeg;
   jpeg.err = jpeg_std_error(&errors);
