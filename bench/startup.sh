@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# How long the program takes to its first paint, and how much memory it holds when idle, beside an empty Qt main
-# window with a tab bar. Runs both in turn under Xvfb; medians of several runs.
+# How long the program takes to its first paint and how much memory it holds when idle, compared with an empty Qt
+# main window with a tab bar. Runs both in turn under Xvfb and prints medians.
 #
 #   bench/startup.sh [build folder, default build/release] [runs, default 9]
 set -eu

@@ -1,5 +1,5 @@
 // The archive's listing page: whatever it holds, what is left are images that were asked about, in their
-// order, and none when it is no list.
+// order, and none when the page is not a list.
 
 #include "require.h"
 #include "sources/eu_archive.h"

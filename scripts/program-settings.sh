@@ -1,6 +1,6 @@
-# Sourced by the scripts that run the program with settings of their own, in a folder of their own.
+# Sourced by scripts that run the program with its own settings in a folder of its own.
 
-# run_program FOLDER ARGUMENT... : the program as cron would start it, with FOLDER as its home.
+# run_program FOLDER ARGUMENT... : runs the program as cron would, with its home in FOLDER.
 run_program() {
   local folder=$1
   shift
@@ -10,17 +10,17 @@ run_program() {
     XDG_CONFIG_HOME="$folder/home/.config" XDG_RUNTIME_DIR="$folder/runtime" "$folder/bin/Skyreel" "$@"
 }
 
-# install_program FOLDER EXECUTABLE : gives FOLDER a program and lets it write its default settings.
+# install_program FOLDER EXECUTABLE : puts the program into FOLDER and lets it write its default settings.
 install_program() {
   local folder=$1 executable=$2
   mkdir -p "$folder/bin"
-  # A link where that works: the program's folder is where its own file is, so a symbolic link will not do.
+  # A hard link saves the copy. A symbolic link will not do: the program's folder is that of its own file.
   ln -f "$executable" "$folder/bin/Skyreel" 2>/dev/null || cp -f "$executable" "$folder/bin/Skyreel"
   run_program "$folder" -CLOSE >/dev/null 2>&1
 }
 
-# set_values FOLDER < lines "Name=value" : puts these values in the place of the stored ones. Fails when the
-# program knows no setting of a name.
+# set_values FOLDER < lines "Name=value" : replaces these settings. Fails when the program knows no setting of
+# a name.
 set_values() {
   local file=$1/home/.config/Quenmoor/Skyreel.conf line
   while IFS= read -r line; do
@@ -32,7 +32,7 @@ set_values() {
   done
 }
 
-# point_at FOLDER HTTP_ROOT FTP_ROOT : lets every source ask these servers.
+# point_at FOLDER HTTP_ROOT FTP_ROOT : makes every source use these servers.
 point_at() {
   local file=$1/home/.config/Quenmoor/Skyreel.conf name
   {
