@@ -4,9 +4,7 @@
 //
 // bench/http.sh runs both and compares the first with curl.
 
-#include <arpa/inet.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 
 #include <chrono>
 #include <cstdio>
@@ -14,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/descriptor.h"
+#include "demo/tcp_server.h"
 #include "net/nm_http.h"
 
 namespace {
@@ -43,23 +41,14 @@ int Get(const std::string& url, const std::string& file) {
 
 int Stall(int milliseconds) {
   // The system takes the connection and the request; nobody ever looks at them.
-  const TDescriptor listener(::socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto* const raw = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(listener.Get(), raw, size) != 0 || ::listen(listener.Get(), 1) != 0 ||
-      ::getsockname(listener.Get(), raw, &size) != 0) {
-    return 1;
-  }
+  const demo::TListener listener(0);
   long turns = 0;
   TNMHTTP http([&] { ++turns; });
   http.TimeOut = milliseconds;
   const double before = ProcessorSeconds();
   const auto start = std::chrono::steady_clock::now();
   try {
-    http.Get("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/");
+    http.Get("http://127.0.0.1:" + std::to_string(listener.Port()) + "/");
     return 1;
   } catch (const EAbortError&) {
   }

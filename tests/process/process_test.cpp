@@ -7,13 +7,13 @@
 #include <map>
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "base/clock.h"
 #include "base/text.h"
 #include "demo/ftp_service.h"
 #include "demo/http_service.h"
 #include "process/program.h"
+#include "support/scripted_server.h"
 
 namespace skyreel::test {
 namespace {
@@ -156,25 +156,19 @@ TEST_F(Process, AClockSetByADayDuringARunCostsNoFile) {
 
 struct TWait {
   const char *Name, *Switch;
-  /// The server's replies, divided by '|': the first one to the connection, each other one to a line. SELF is
-  /// the server's own port and DEAF one where nothing comes. After them the server is silent.
+  /// What the server sends before it falls silent; PASV names the data server.
   std::string Replies;
+  const char* Data = "";  ///< what the data server sends
 };
 
 void StopDuring(const TWait& wait) {
   SCOPED_TRACE(wait.Name);
-  const demo::TListener deaf(0);
   std::atomic<int> silences = 0;
-  const demo::TTcpServer server(0, [&](demo::TConnection& client) {
-    std::istringstream replies(wait.Replies);
-    for (std::string reply; std::getline(replies, reply, '|');) {
-      for (const auto& [name, port] : {std::pair("SELF", server.Port()), std::pair("DEAF", deaf.Port())})
-        reply = ReplaceAll(reply, name, std::to_string(port / 256) + "," + std::to_string(port % 256));
-      client.Write(reply + "\r\n");
-      if (!replies.eof() && !client.ReadLine()) return;
-    }
+  const TScriptedServer data(wait.Data + std::string("<wait>"));
+  const TScriptedServer server([&](TScriptedServer::TPeer& peer) {
+    peer.Play(ReplaceAll(wait.Replies, "PASV", PasvReply(data.Port())));
     ++silences;
-    while (client.ReadLine()) continue;
+    peer.Play("<wait>");
   });
   const TCustomer place(server.Port(), server.Port());
   TRun run(place, std::string(wait.Switch) + " -CLOSE");
@@ -192,14 +186,16 @@ void StopDuring(const TWait& wait) {
 TEST(ProcessStop, EndsEachWaitWithReportAndSettings) {
   const std::string half =
       "HTTP/1.0 200 OK\r\nLast-Modified: Thu, 26 Nov 2026 00:00:00 GMT\r\nContent-Length: 9\r\n\r\nhalf";
+  const std::string fetch =
+      "220 Ready\n<line>331 Password\n<line>230 In\n<line>200 OK\n<line>PASV\n<line>150 "
+      "Here\n";
   const TWait waits[] = {
       {"header", "-EUAR", ""},
       {"body", "-EUAR", half},
       {"greeting", "-EUAD", ""},
-      {"answer to a command", "-EUAD", "220 Ready"},
-      {"first byte of a file", "-EUAD",
-       "220 Ready|331 Password|230 In|200 Binary|227 (127,0,0,1,DEAF)|150 Here"},
-      {"rest of a file", "-EUAD", "220 Ready|331 Password|230 In|200 Binary|227 (127,0,0,1,SELF)|150 Here"},
+      {"answer to a command", "-EUAD", "220 Ready\n"},
+      {"first byte of a file", "-EUAD", fetch},
+      {"rest of a file", "-EUAD", fetch, "half"},
   };
   std::vector<std::jthread> threads;
   for (const TWait& wait : waits) threads.emplace_back(StopDuring, std::cref(wait));
