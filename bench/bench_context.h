@@ -11,7 +11,7 @@
 
 namespace skyreel::bench {
 
-/// Shows nothing, and counts what is said.
+/// Shows nothing and counts the lines.
 class TQuietDisplay : public TStatusDisplay {
  public:
   void AddStatusLine(const std::string& text) override {
@@ -46,7 +46,7 @@ class TFixedClock : public TSystemClock {
   TDateTime now_;
 };
 
-/// All that a job works with, at 23:50 of a day, with the real clients.
+/// All that a job works with, at 23:50 on a fixed day, with the real clients.
 struct TBenchContext {
   explicit TBenchContext(const std::filesystem::path& folder)
       : Ledger(folder / "ledger.txt"),

@@ -2,7 +2,7 @@
 # bench/decompress.sh [rounds]
 # Decodes a synthetic picture of 25,354,344 bytes, noise and zeros of the same size, in turn with the program's
 # decoders and with gzip -dc and bzip2 -dc. Prints the best time of each, the ratio (below 1: faster than the
-# tool) and the peak memory beyond input and output; then the speed of the .Z decoder in process.
+# tool), the peak memory beyond input and output, and the speed of the .Z decoder inside a process.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-15}
@@ -22,7 +22,7 @@ done
 bzip2 -c "$folder/picture" > "$folder/picture.bz2"
 "$bench/skyreel_zcat" "$folder/picture.bz2" | cmp - "$folder/picture"
 
-# Microseconds of one command, its output to the file named first.
+# time_of FILE COMMAND... : the microseconds of the command, whose output goes to FILE.
 time_of() {
   local out=$1 begin=${EPOCHREALTIME/./}
   shift
@@ -31,8 +31,8 @@ time_of() {
 }
 best() { sort -n | head -n 1; }
 
-# compare NAME TOOL FILE TARGET LIMIT: to a target other than /dev/null, ours writes whole by itself. The target is
-# new each time, as a fetched file's is: to replace one, the file system waits for the disk.
+# compare NAME TOOL FILE TARGET LIMIT: ours writes a target other than /dev/null itself. The target is new each
+# time, like a fetched file: when a file is replaced, the file system waits for the disk.
 compare() {
   local name=$1 tool=$2 file=$3 target=$4 limit=$5 ours=() theirs=() own=("$bench/skyreel_zcat" "$3") a b
   if [ "$target" != /dev/null ]; then own+=("$target"); fi
@@ -54,14 +54,14 @@ compare "noise.Z to /dev/null" gzip "$folder/noise.Z" /dev/null 0.4
 compare "zeros.Z to /dev/null" gzip "$folder/zeros.Z" /dev/null 0.4
 compare "picture.bz2 to /dev/null" bzip2 "$folder/picture.bz2" /dev/null 1.05
 
-# Against the same program that decodes a single byte.
+# Compared with the same program when it decodes a single byte.
 printf '\x1f\x9d\x90\x41\x00' > "$folder/tiny.Z"
 peak() { "$bench/skyreel_zcat" --peak "$1" 2>&1 > /dev/null; }
 used=$((($(peak "$folder/picture.Z") - $(peak "$folder/tiny.Z")) * 1024))
 echo "| picture.Z, peak memory beyond input and output" \
   "| $(((used - $(stat -c '%s' "$folder/picture.Z") - 25354344) / 1024)) KiB | - | - | <= 2048 KiB |"
 
-# Of the output, a second of processor time, the best of five; the rest of bench_decompress is run by hand.
+# Bytes of output for a second of processor time, the best of five. Run the rest of bench_decompress by hand.
 "$bench/bench_decompress" --benchmark_filter=DecodeZ/picture --benchmark_repetitions=5 --benchmark_format=csv \
   2> /dev/null | awk -F, '$1 ~ /picture"?$/ && $5 == "ms" && $6 > best { best = $6 } END {
     printf "| picture.Z in process, best of 5 | %.0f MB/s | - | - | >= 800 MB/s |\n", best / 1e6 }'

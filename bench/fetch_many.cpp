@@ -1,5 +1,5 @@
-// Fetches many files through GetHttpFile, as a job does, and prints how many seconds it took and, when there
-// are more than 1,000 files, by how many KiB the resident memory grew from the thousandth to the last.
+// Fetches many files through GetHttpFile, as a job does. Prints the seconds that it took and, for more than
+// 1,000 files, by how many KiB the resident memory grew from the thousandth to the last.
 //   fetch_many <server root> <count> <output folder>
 // The files are "/0.jpg", "/1.jpg", ...
 #include <unistd.h>

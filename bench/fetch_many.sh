@@ -23,7 +23,7 @@ start_nginx "$work/nginx" "$work/www"
 root="http://127.0.0.1:$port"
 for ((i = 0; i < count; i++)); do echo "$root/$i.jpg"; done > "$work/list"
 
-# A new folder each time, and nothing deleted before the end.
+# Each round gets a new folder; nothing is deleted before the end.
 folders=0
 fresh() { out=$work/out$((++folders)); mkdir "$out"; }
 elapsed() { awk -v a="$1" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.3f\n", b - a }'; }

@@ -43,7 +43,7 @@ for ((i = 0; i < rounds; ++i)); do
   curl_transfer >> "$folder/curl_transfer"
   fetch_window >> "$folder/window"
 done
-# compare WHAT OWN CURL FACTOR LIMIT: the files hold one time a line; times FACTOR they are milliseconds.
+# compare WHAT OWN CURL FACTOR LIMIT: the files hold one time a line; FACTOR turns it into milliseconds.
 compare() {
   paste <(sort -n "$2") <(sort -n "$3") | awk -v what="$1" -v factor="$4" -v limit="$5" -v rounds="$rounds" '
     NR == 1 || NR == int(rounds / 2) + 1 {

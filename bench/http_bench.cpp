@@ -1,6 +1,6 @@
-// bench_http get URL FILE: fetches the URL into the file, as a transfer of the program would.
-// bench_http stall MILLISECONDS: waits that long for a server that never answers, and prints the share of one
-// processor that the wait took, in per cent.
+// bench_http get URL FILE: fetches the URL into the file, as a transfer of the program does.
+// bench_http stall MILLISECONDS: waits that long for a server that never answers, and prints how many per
+// cent of one processor the wait took.
 //
 // bench/http.sh runs both and compares the first with curl.
 
@@ -40,7 +40,7 @@ int Get(const std::string& url, const std::string& file) {
 }
 
 int Stall(int milliseconds) {
-  // The system takes the connection and the request; nobody ever looks at them.
+  // The system takes the connection and the request; nobody reads them.
   const demo::TListener listener(0);
   long turns = 0;
   TNMHTTP http([&] { ++turns; });

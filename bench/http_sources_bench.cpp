@@ -1,4 +1,4 @@
-// How long the HTTP sources take to find out what there is to fetch.
+// How long the HTTP sources take to find out what to fetch.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -47,7 +47,7 @@ void BM_ArchiveWantedList(benchmark::State& state) {
 }
 BENCHMARK(BM_ArchiveWantedList)->ArgName("new")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
-/// A listing page of 50 MB: of frames that name nothing wanted, and of slashes.
+/// A listing page of 50 MB, full of frames that name nothing wanted, or of slashes.
 void BM_ArchiveHostileListing(benchmark::State& state) {
   std::string page = "frame0\n";
   const std::string piece = state.range(0) == 0 ? "frame00 = \"/x\";\n" : "////////////////";
@@ -62,7 +62,7 @@ BENCHMARK(BM_ArchiveHostileListing)->ArgName("slashes")->Arg(0)->Arg(1)->Unit(be
 
 constexpr int kDays = 90;
 
-/// A folder with a run's files, which have size and no content; removed at the end.
+/// A folder with the files of a run, which have a size but no content. It is removed at the end.
 class TFiledRun {
  public:
   TFiledRun() {
@@ -71,7 +71,7 @@ class TFiledRun {
     folder_ = pattern;
     context_.emplace(folder_);
     context_->Context.Shared.BackDays = kDays;
-    // A request would fail at once, and count as a line.
+    // A request would fail at once and count as a line.
     for (const TServerSetting& server : {kGoesServer, kEuArchiveNewServer})
       context_->Context.Servers.Set(server, "https://nowhere");
   }
@@ -124,7 +124,7 @@ void BM_GoesAllPresent(benchmark::State& state) {
   settings.Sectors = GoesProductItems();
   run.Measure<TGoesJob>(state, settings);
 }
-// A fixed number of rounds, as the files are made anew each time that the library tries another.
+// A fixed number of rounds: the library would make the files anew each time it tries another number.
 BENCHMARK(BM_GoesAllPresent)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 /// The archive by its new naming over 90 days, all items, everything on disk.

@@ -31,7 +31,7 @@ class TWindowDisplay : public bench::TQuietDisplay {
   }
 
  private:
-  // The window goes last: its children have taken themselves out of it by then.
+  // The window is destroyed last, when its children have left it.
   QMainWindow window_;
   QProgressBar bar_;
   QLabel bytes_;

@@ -13,7 +13,7 @@ std::vector<std::string> AllWanted() {
   return PdusWantedTexts(items);
 }
 
-/// 20,000 links; `every` how many of them one is a product of the tables.
+/// 20,000 links; one in `every` is a product of the tables.
 std::string OrderPage(int every) {
   const std::vector<std::string> wanted = AllWanted();
   std::string page = "<html><body><pre>\n";
@@ -38,7 +38,7 @@ void BM_OrderPage(benchmark::State& state) {
 }
 BENCHMARK(BM_OrderPage)->Arg(1)->Arg(1000)->Unit(benchmark::kMillisecond);
 
-/// The same with one plain search for each line and product.
+/// Does the same with one plain search for each line and product.
 void BM_OrderPagePlainSearch(benchmark::State& state) {
   const std::vector<std::string> wanted = AllWanted();
   const std::string page = OrderPage(static_cast<int>(state.range(0)));
@@ -50,7 +50,7 @@ void BM_OrderPagePlainSearch(benchmark::State& state) {
 }
 BENCHMARK(BM_OrderPagePlainSearch)->Arg(1)->Arg(1000)->Unit(benchmark::kMillisecond);
 
-/// 50 MB of digits: the worst that a page can ask of the search.
+/// 50 MB of digits: the worst page for the search.
 void BM_HostilePage(benchmark::State& state) {
   const std::vector<std::string> wanted = AllWanted();
   std::string page = "/pdus ";

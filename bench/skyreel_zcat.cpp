@@ -1,6 +1,6 @@
-// skyreel_zcat [--peak] FILE.Z|FILE.bz2 [OUTPUT]: decodes a file with the program's decoders, to standard
-// output, or a .Z whole to a file; the counterpart of `gzip -dc` and `bzip2 -dc` for bench/decompress.sh.
-// --peak prints the most memory it held, in KiB, on standard error.
+// skyreel_zcat [--peak] FILE.Z|FILE.bz2 [OUTPUT]: decodes a file with the program's decoders to standard
+// output, or a .Z to the file OUTPUT. bench/decompress.sh compares it with `gzip -dc` and `bzip2 -dc`.
+// --peak prints the most memory that it held, in KiB, on standard error.
 
 #include <sys/resource.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # bench/sources.sh [build folder, default build/release]
-# How long the sources take to find out what there is to fetch: processor time inside the program.
+# How much processor time the sources take to find out what to fetch.
 set -euo pipefail
 bench=${1:-$(dirname "$0")/../build/release}/bench
 
@@ -10,7 +10,7 @@ measure() { # PROGRAM FILTER
   "$bench/$1" --benchmark_filter="$2" --benchmark_format=csv 2>"$times.log" >>"$times" ||
     { cat "$times.log" >&2; exit 1; }
 }
-# One by one: as CSV the library refuses benchmarks with different counters in one run.
+# One by one: the library writes no CSV for benchmarks with different counters in one run.
 measure bench_http_sources ArchiveWantedList
 measure bench_http_sources GoesAllPresent
 measure bench_order_page 'OrderPage'

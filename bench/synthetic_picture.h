@@ -5,7 +5,7 @@
 
 namespace skyreel::bench {
 
-/// Bytes of a full-disc picture of 10 bits a pixel, as the data source delivers it.
+/// The size of a full-disc picture, 10 bits a pixel, as the data source delivers it.
 inline constexpr std::size_t kPictureSize = 25'354'344;
 
 /// Bytes without any pattern; the same on every run.

@@ -117,7 +117,7 @@ std::string EncodeTiff(const TPicture& picture, bool lzw) {
 }
 
 std::string CompressBz2(std::string_view data, int level) {
-  // The most that the library says it needs.
+  // As much as the library may need.
   std::string file(data.size() + data.size() / 100 + 600, '\0');
   auto size = static_cast<unsigned>(file.size());
   if (BZ2_bzBuffToBuffCompress(file.data(), &size, const_cast<char*>(data.data()),
@@ -133,7 +133,7 @@ std::string StoreZip(std::string_view name, std::string_view data, TDateTime tim
   const auto dos_date =
       static_cast<std::uint32_t>(std::max(parts.Year - 1980, 0) << 9 | parts.Month << 5 | parts.Day);
   const auto size = static_cast<std::uint32_t>(data.size());
-  std::string common;              // what the file's header and its entry in the directory share
+  std::string common;              // the same in the file's header and in its directory entry
   PutLittleEndian(common, 10, 2);  // version needed
   PutLittleEndian(common, 0, 2);   // flags
   PutLittleEndian(common, 0, 2);   // method: stored

@@ -7,7 +7,7 @@
 
 namespace skyreel::demo {
 
-// A picture or data as a whole file, in memory. Each throws std::runtime_error when the library refuses.
+// Each returns a whole file in memory, and throws std::runtime_error when the library fails.
 
 std::string EncodeJpeg(const TPicture& picture);
 std::string EncodeGif(const TPicture& picture);

@@ -11,8 +11,8 @@ namespace {
 constexpr std::uint32_t kClearCode = 256;
 constexpr std::int64_t kCheckGap = 10'000;
 
-/// Writes codes as a reader will read them: it keeps the reader's count of table entries, from which the
-/// width of the next code follows, and fills up a group of eight codes wherever the width changes.
+/// Writes codes as a reader will read them. It counts the reader's table entries, which set the width of the
+/// next code, and fills up a group of eight codes wherever the width changes.
 class TCodeWriter {
  public:
   TCodeWriter(std::string& out, const TLzwOptions& options)
@@ -78,7 +78,7 @@ class TStringTable {
   TStringTable() : slots_(kSlots) {}
   void Clear() { ++generation_; }
 
-  /// The code of the string `prefix` + `byte`; 0 when it has none, and then `code` becomes its code unless 0.
+  /// The code of the string `prefix` + `byte`. Without one it returns 0, and the string gets `code` unless 0.
   std::uint32_t FindOrAdd(std::uint32_t prefix, unsigned char byte, std::uint32_t code) {
     const std::uint32_t key = prefix << 8 | byte;
     for (std::uint32_t slot = key * 2654435761U >> (32 - kSlotBits);; slot = (slot + 1) % kSlots) {

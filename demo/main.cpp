@@ -23,14 +23,13 @@ using namespace skyreel::demo;
 
 constexpr const char* kHelp =
     "skyreel-demo-archive [--now \"yyyy-mm-dd hh:nn\"] [--http-port N] [--ftp-port N]\n"
-    "    Serves the archive on 127.0.0.1 until SIGTERM or SIGINT. Port 0, the default, takes a free one. "
-    "Prints\n"
-    "    http_port=N and ftp_port=N, a line each, once both ports are open.\n"
+    "    Serves the archive on 127.0.0.1 until SIGTERM or SIGINT. Port 0, the default, is any free one.\n"
+    "    Prints http_port=N and ftp_port=N, a line each, once both ports are open.\n"
     "skyreel-demo-archive [--now TIME] --export FOLDER PATH...\n"
-    "    Writes the files of these server paths below FOLDER, with their modification times; a query is no\n"
-    "    part of a file's name. Ends with 1 when there is no file of one of the paths.\n"
+    "    Writes the files of these server paths below FOLDER, with their modification times and without the\n"
+    "    query in their names. Ends with 1 when a path has no file.\n"
     "Pages behind a login take user name \"demo\" and password \"demo\"; FTP takes \"anonymous\" too.\n"
-    "TIME is the archive's time of day, UTC; by default it is the clock's.\n";
+    "TIME is the archive's time, UTC; the default is the clock's.\n";
 
 /// What the command line asks for.
 struct TOptions {

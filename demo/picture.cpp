@@ -146,7 +146,7 @@ TPicture DrawEarth(const TEarthView& view, int width, int height) {
             break;
           }
           case TChannel::Infrared:
-            // Cold is bright: high clouds stand out, warm land is darker than the sea.
+            // Cold is bright: high clouds are white, warm land is darker than the sea.
             value = Mix(land ? 0.24 : 0.36, 0.93, cloud * cloud) * (0.75 + 0.25 * limb);
             break;
           case TChannel::WaterVapour:
@@ -164,7 +164,7 @@ TPicture DrawEarth(const TEarthView& view, int width, int height) {
 TPicture DrawChart(unsigned area, TDateTime time, int width, int height) {
   const double drift = time.Days();
   TPicture picture{width, height, std::string(static_cast<std::size_t>(width) * height, '\xFF')};
-  // A line is where the value changes its class towards the right or lower neighbour.
+  // A line runs where the right or lower neighbour is of another class.
   const auto draw_lines = [&](auto classify, char grey) {
     std::vector<int> above(static_cast<std::size_t>(width) + 1), row(above.size());
     for (int y = 0; y <= height; ++y) {

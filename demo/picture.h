@@ -21,17 +21,17 @@ enum class TChannel { Visible, Infrared, WaterVapour };
 struct TEarthView {
   TChannel Channel = TChannel::Visible;
   double Longitude = 0;  ///< degrees east, below the satellite
-  double Zoom = 1;       ///< 1: the whole disc fills the picture; larger: a part from its northern half
+  double Zoom = 1;       ///< 1: the whole disc fills the picture; larger: a part of its northern half
   TDateTime Time;        ///< UTC; moves the sun and the clouds
 };
 
-/// The earth with seas, land, clouds and darkening towards its limb. The same view gives the same picture.
+/// The earth with seas, land, clouds and a darker edge. The same view gives the same picture.
 TPicture DrawEarth(const TEarthView& view, int width, int height);
 
 /// A weather chart: coast lines and isobars, black on white. `area` chooses another part of the world.
 TPicture DrawChart(unsigned area, TDateTime time, int width, int height);
 
-/// Every pixel repeated `factor` times both ways, with a little sensor noise, as real pictures have it.
+/// Every pixel repeated `factor` times both ways, with a little sensor noise like that of real pictures.
 TPicture Enlarge(const TPicture& picture, int factor);
 
 /// Writes `text` in a small built-in font (capitals, digits and -:./_ ; anything else is a blank) into a

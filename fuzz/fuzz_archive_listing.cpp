@@ -1,5 +1,5 @@
-// The archive's listing page: whatever it holds, what is left are images that were asked about, in their
-// order, and none when the page is not a list.
+// The archive's listing page. Whatever it holds, only images that were asked about are kept, in their order,
+// and none when the page is not a list.
 
 #include "require.h"
 #include "sources/eu_archive.h"

@@ -1,4 +1,4 @@
-// Any source; the first byte chooses how the stream over the rest is read and moved.
+// Any bytes as a bzip2 stream; the first byte chooses how the stream over the rest is read and moved.
 
 #include <sys/mman.h>
 

@@ -1,5 +1,5 @@
-// Response headers: whatever they hold, the parser returns, and a date that it read is one that can be
-// written and read again.
+// Response headers. Whatever they hold, the parser returns, and a date that it has read can be written and
+// read again.
 
 #include <string>
 

@@ -1,4 +1,4 @@
-// The order page of the PDUS station: whatever it holds, no entry leads off the server or out of the folder.
+// The order page of the PDUS station. Whatever it holds, no entry leads off the server or out of the folder.
 
 #include "base/text.h"
 #include "require.h"

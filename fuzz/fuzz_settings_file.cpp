@@ -13,8 +13,8 @@ using namespace skyreel;
 
 namespace {
 
-/// One for the whole run; the library remembers files by name, size and a time that may not have moved on, so
-/// each input gets names of its own, one to write and one to read.
+/// One folder for the whole run. The library remembers files by name, size and a coarse time, so each input
+/// gets file names of its own, one to write and one to read.
 std::filesystem::path Folder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "skyreel-fuzz-XXXXXX").string();
   Require(::mkdtemp(pattern.data()) != nullptr);

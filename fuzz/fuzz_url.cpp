@@ -1,4 +1,5 @@
-// A URL or a redirect's location: what is taken names a server, a port and a path without control characters.
+// A URL or a redirect's location. One that is accepted has a server, a port and a path without control
+// characters.
 
 #include <stdexcept>
 #include <string>

@@ -1,5 +1,5 @@
-// Feeds every file of the folders given to the fuzz target, so that a fault found once stays mended. Takes
-// the place of libFuzzer's main in an ordinary build.
+// Feeds every file of the given folders to the fuzz target, so that a fault found once does not come back. An
+// ordinary build uses this main instead of libFuzzer's.
 
 #include <cstdint>
 #include <cstdio>
@@ -17,7 +17,7 @@ int main(int argc, char** argv) try {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
       if (!entry.is_regular_file()) continue;
       std::printf("%s\n", entry.path().c_str());
-      std::fflush(stdout);  // so that the file's name stands before a crash
+      std::fflush(stdout);  // a crash must not swallow the name
       std::ifstream file(entry.path(), std::ios::binary);
       // Exactly as large as the input: a read behind its end is seen by the address sanitizer.
       std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
-/// Ends the process, which the fuzzer takes for a find, unless what a target promises holds.
+/// Ends the process unless a promise of the target holds; the fuzzer keeps the input then.
 inline void Require(bool holds) {
   if (!holds) std::abort();
 }
