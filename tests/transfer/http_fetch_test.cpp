@@ -1,14 +1,12 @@
 #include "transfer/http_fetch.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <cstdlib>
 
 #include "base/files.h"
 #include "image/image_file.h"
 #include "net/nm_http.h"
-#include "support/child_process.h"
 #include "support/job_fixture.h"
 
 namespace skyreel {
@@ -116,10 +114,7 @@ TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
     bool Noted;
   } rows[] = {
       {0, 700, "", 701, Incomplete, 700, true},
-      {0, 600, "Content-Length: 900\r\n", 0, Incomplete, 600, true},  // a noted file is not a good one
-      {0, 50, "Content-Length: 50\r\n", 701, Incomplete, 50, true},
-      {0, 50, "Content-Length: 50\r\n", 50, Saved, 50, false},
-      {100, 600, "Content-Length: 900\r\n", 0, Incomplete, 100, false},
+      {0, 50, "Content-Length: 50\r\n", 50, Saved, 50, false},  // a noted file is not a good one
       {100, 600, "Content-Length: 600\r\n", 900, Incomplete, 100, false},
       {100, 99, "Content-Length: 99\r\n", 99, Incomplete, 100, false},
       {100, 600, "Content-Length: 600\r\n", 500, Saved, 600, false},
@@ -144,17 +139,6 @@ TEST_F(THttpFetch, AnEndlessBodyIsGivenUpAndNotKept) {
   EXPECT_THAT(job_.Tree(), IsEmpty());
 }
 
-TEST_F(THttpFetch, AFileThatAnotherCopyWritesIsLeftToIt) {
-  test::TChild other([&](int pipe) {
-    TTransferLedger ledger(job_.Folder / "ledger.txt");
-    if (ledger.Begin(direct_)) test::Say(pipe);
-    ::pause();
-  });
-  ASSERT_TRUE(other.Await());
-  EXPECT_EQ(GetDirect().Reason, "another copy of the program is fetching it");
-  EXPECT_THAT(job_.Server.Paths(), IsEmpty());
-}
-
 TEST_F(THttpFetch, MissingTemporaryFolderSaysWhyAndAShortFileDeletesNoFolder) {
   job_.Server.Answer("/a.jpg", Picture(10));
   fs::create_directories(job_.Output("a.jpg"));
@@ -164,21 +148,18 @@ TEST_F(THttpFetch, MissingTemporaryFolderSaysWhyAndAShortFileDeletesNoFolder) {
   EXPECT_THAT(Get(), ElementsAre(StartsWith("/a.jpg - not saved: ")));
 }
 
-TEST_F(THttpFetch, ReencodedPictureIsCorrectedAndStampedUnderItsNewName) {
+TEST_F(THttpFetch, ReencodedPictureIsStampedUnderItsNewName) {
   TExtBitmap bitmap(TPixelFormat::Bits8);
   bitmap.SetSize(256, 256);
-  // A grey field to look at, and noise so that the file is large enough.
+  // Noise, so that the file is large enough.
   std::uint32_t noise = 1;
-  for (int y = 0; y < 256; ++y)
-    for (int x = 0; x < 256; ++x)
-      bitmap.ScanLine(y)[x] =
-          y < 32 ? 100 : static_cast<std::uint8_t>((noise = noise * 1'664'525 + 1'013'904'223) >> 24);
+  for (int i = 0; i < 256 * 256; ++i)
+    bitmap.ScanLine(i / 256)[i % 256] = static_cast<std::uint8_t>((noise = noise * 1'664'525 + 1) >> 24);
   SaveAsJpeg(bitmap, job_.Folder / "source.jpg", 100, "");
   job_.Server.Answer("/a.jpeg", ReadWholeFile(job_.Folder / "source.jpg"));
   EXPECT_THAT(Get("/a.jpeg", "a.jpeg", true), ElementsAre("/a.jpeg - OK"));
   EXPECT_EQ(GetFileDateTime(job_.Output("a.jpg")), kTime);
-  LoadImage(bitmap, job_.Output("a.jpg"));
-  EXPECT_NEAR(bitmap.ScanLine(8)[128], 39, 1) << "255 * (100 / 255) ^ 2";
+  EXPECT_EQ(job_.Display.Results.back().Path, job_.Output("a.jpg"));
 
   job_.Server.Answer("/b.jpeg", Picture(10000));
   EXPECT_THAT(Get("/b.jpeg", "b.jpeg", true),

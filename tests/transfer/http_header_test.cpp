@@ -53,10 +53,8 @@ TEST(HttpHeader, LengthAndDateAreReadAsWritten) {
 }
 
 TEST(MonthNumber, AbbreviationsInAnyLetterCaseAndRunsAcrossTwoMonths) {
-  const std::pair<const char*, int> cases[] = {{"Jan", 1},  {"feb", 2},  {"MAR", 3}, {"aPr", 4}, {"May", 5},
-                                               {"Jun", 6},  {"Jul", 7},  {"Aug", 8}, {"Sep", 9}, {"Oct", 10},
-                                               {"Nov", 11}, {"Dec", 12}, {"NFE", 1}, {"ANF", 1}, {"EBM", 2},
-                                               {"VDE", 11}, {"No", 0},   {"Sept", 0}};
+  const std::pair<const char*, int> cases[] = {{"Jan", 1}, {"feb", 2}, {"NOV", 11}, {"dEc", 12},
+                                               {"NFE", 1}, {"No", 0},  {"Sept", 0}};
   for (const auto& [text, month] : cases) EXPECT_EQ(MonthNumber(text), month) << text;
   for (const char* text : {"   ", " JA", "OKT"})
     EXPECT_EQ(test::Failure<ERangeError>([&] { MonthNumber(text); }), "Bad month") << text;
