@@ -98,7 +98,7 @@ class TScriptedServer {
     ///   <later> sends what follows after a pause     <request>  reads an HTTP request
     ///   <go>    sends what follows at once again     <wait>     reads until the client closes
     ///   <stall> waits for Release, or until the client closes
-    ///   <half>  sends no more from here on
+    ///   <shut>  sends no more from here on
     ///   <reset> breaks the connection                <close>    closes it in order, as the end of a text
     ///   does
     void Play(std::string_view text) {
@@ -107,7 +107,7 @@ class TScriptedServer {
     /// Of the FTP data connection; false when it is over.
     bool Play(std::string_view text, demo::TConnection& link) {
       constexpr std::string_view kMarks[] = {"<drip>", "<later>", "<go>",   "<line>",  "<request>",
-                                             "<wait>", "<stall>", "<half>", "<reset>", "<close>"};
+                                             "<wait>", "<stall>", "<shut>", "<reset>", "<close>"};
       const sockaddr nobody{};
       pollfd gone{link.Socket(), POLLRDHUP, 0};
       for (std::string_view pace, mark; !text.empty(); text.remove_prefix(mark.size())) {
@@ -130,7 +130,7 @@ class TScriptedServer {
         if (mark == "<stall>") ++Server.Stalls;
         while (mark == "<stall>" && !Server.released_ && ::poll(&gone, 1, 2) == 0) {
         }
-        if (mark == "<half>") ::shutdown(link.Socket(), SHUT_WR);
+        if (mark == "<shut>") ::shutdown(link.Socket(), SHUT_WR);
         if (mark == "<reset>") ::connect(link.Socket(), &nobody, sizeof nobody);
         if (mark == "<reset>" || mark == "<close>") return false;
       }
@@ -313,7 +313,7 @@ class TFtpServer : public TScriptedServer {
               peer.Play(std::string_view(step).substr(5), *data);
               data->Finish(20s);
             } else if (step == "bye") {
-              peer.Play("421 idle\r\n<half>");
+              peer.Play("421 idle\r\n<shut>");
               goodbye();
             } else if (mark == step.npos) {
               peer.Play("<" + step + ">");
