@@ -48,9 +48,8 @@ struct TFtpAddress {
 };
 
 /// Reads "host" or "host:port", with or without "ftp://" before it and "/" after it. Throws EConvertError
-/// with a line for the user when the host is empty or holds other characters than letters, digits, '-', '.'
-/// and
-/// '_', or the port is not 1 to 65535.
+/// with a line for the user when the host is empty or holds anything but letters, digits, '-', '.' and '_',
+/// or the port is not 1 to 65535.
 TFtpAddress ParseFtpAddress(std::string_view root);
 
 }  // namespace skyreel

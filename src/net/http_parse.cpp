@@ -11,12 +11,6 @@ namespace {
 // Larger than any body, and small enough that sums do not overflow.
 constexpr std::uint64_t kMaxChunk = std::uint64_t{1} << 48;
 
-/// A number too large for 64 bits becomes the largest one.
-std::optional<std::int64_t> ParseLength(std::string_view text) {
-  if (text.empty() || !std::all_of(text.begin(), text.end(), IsDigit)) return std::nullopt;
-  return ParseNumber<std::int64_t>(text).value_or(INT64_MAX);
-}
-
 }  // namespace
 
 int ReplyCodeOf(std::string_view status_line) {
@@ -35,7 +29,9 @@ void ReadHeaderLine(std::string_view line, THttpReplyHeader& header) {
   } else if (constexpr std::string_view kName = "Location:"; StartsWithText(line, kName)) {
     header.Location = value_of(kName);
   } else if (constexpr std::string_view kName = "Content-Length:"; StartsWithText(line, kName)) {
-    header.ContentLength = ParseLength(value_of(kName));
+    header.ContentLength.reset();
+    if (const auto length = ParseNumber<std::uint64_t>(value_of(kName), 10, UINT64_MAX))
+      header.ContentLength = static_cast<std::int64_t>(std::min<std::uint64_t>(*length, INT64_MAX));
   } else if (constexpr std::string_view kName = "Transfer-Encoding:"; StartsWithText(line, kName)) {
     header.TransferEncoding = LowerCase(value_of(kName));
     if (header.TransferEncoding == "identity") header.TransferEncoding.clear();
