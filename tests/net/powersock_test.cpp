@@ -291,12 +291,14 @@ TEST(Powersock, NothingElseStartsInsideAWait) {
   TScriptedServer server("<stall><line>all\r\n");
   TClient socket(server.Port());
   const std::function<void()> starts[] = {
-      [&] { socket.Connect(); }, [&] { socket.Write(std::string(60'000, 'x')); }, [&] { socket.ReadLn(); },
+      [&] { socket.Connect(); }, [&] { socket.Write(std::string(65'000, 'x')); }, [&] { socket.ReadLn(); },
       [&] { socket.Read(1); },   [&] { socket.CaptureFile("/nonexistent/x"); },   [&] { socket.Accept(); },
   };
+  std::int64_t sent = -1;
   socket.InWait = [&] {
     for (const auto& start : starts) EXPECT_EQ(Failure<ESockError>(start), "Busy with another operation");
-    server.Release();
+    // Not before the sending has come to a halt inside a block.
+    if (std::exchange(sent, socket.SentByteCount) == socket.SentByteCount) server.Release();
   };
   socket.SendFile(folder.Write("file", content));
   socket.InWait = {};
