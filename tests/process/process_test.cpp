@@ -24,8 +24,7 @@ using namespace std::chrono_literals;
 constexpr auto kLongEnough = 120s;
 /// Files that come straight under their names (charts) and by a rename (images), and unpacked ones (data).
 constexpr auto kAllSources = "-MSLP -EUAR -EUAD -CLOSE";
-constexpr auto kSettings = R"(Timeout=5
-MSLPsources="\"New Zealand\""
+constexpr auto kSettings = R"(MSLPsources="\"New Zealand\""
 EumetsatNewNaming=true
 WantedEuArSectors=CTOT
 EuDAUsername=demo
@@ -41,9 +40,10 @@ const auto Now = [] { return TSystemClock({}).UtcNow(); };
 
 /// The program with these settings, and two servers to ask.
 struct TCustomer : TPlace {
-  TCustomer(int http_port, int ftp_port)
+  /// `time_out` in seconds.
+  TCustomer(int http_port, int ftp_port, const std::string& time_out)
       : TPlace("http://127.0.0.1:" + std::to_string(http_port), "127.0.0.1:" + std::to_string(ftp_port),
-               kSettings) {
+               kSettings + ("Timeout=" + time_out + "\n")) {
     Folder().Write("bin/EuDAFiles.txt", DataFiles[0] + "," + DataFiles[1]);
     Folder().Write("bin/EuArchive.txt", "CTOT_12,CTOT_24");
   }
@@ -108,7 +108,7 @@ class Process : public ::testing::Test {
   demo::TDemoArchive archive_{[] { return Now().Midnight(); }};
   const demo::TTcpServer http_{0, [this](demo::TConnection& client) { demo::ServeHttp(archive_, client); }};
   const demo::TTcpServer ftp_{0, [this](demo::TConnection& client) { demo::ServeFtp(archive_, client); }};
-  const TCustomer place_{http_.Port(), ftp_.Port()};
+  const TCustomer place_{http_.Port(), ftp_.Port(), "100"};
   std::map<fs::path, TDateTime> whole_;
   std::set<std::string> known_;
 };
@@ -170,7 +170,7 @@ void StopDuring(const TWait& wait) {
     ++silences;
     peer.Play("<wait>");
   });
-  const TCustomer place(server.Port(), server.Port());
+  const TCustomer place(server.Port(), server.Port(), "5");
   TRun run(place, std::string(wait.Switch) + " -CLOSE");
   EXPECT_TRUE(WaitUntil(kLongEnough, [&] { return silences > 0; }));
   run.Signal(SIGTERM);
