@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t kBlock = 64 * 1024;
 constexpr auto kStall = 3600s;
 
-/// The port of "127,0,0,1,p1,p2"; 0 when it is none. The address is not followed: only this machine is
+/// The port of "127,0,0,1,p1,p2"; 0 for any other text. The address is not followed: only this machine is
 /// connected to.
 int PortOf(std::string_view numbers) {
   int port = 0;

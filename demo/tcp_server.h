@@ -66,7 +66,7 @@ std::unique_ptr<TConnection> ConnectLocally(int port);
 class TTcpServer {
  public:
   using THandler = std::function<void(TConnection&)>;
-  /// Throws std::system_error when the port cannot be had.
+  /// Throws std::system_error when the port is not free.
   TTcpServer(int port, THandler handler);
   /// Interrupts all connections and waits for their threads.
   ~TTcpServer();
