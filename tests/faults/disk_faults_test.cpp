@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include "faults/fault_test.h"
-#include "support/limit_scope.h"
 
 namespace skyreel {
 namespace {
@@ -76,11 +75,6 @@ TEST_F(TDiskFaults, CostTheFileAndNothingElse) {
          fs::create_symlink(Folder.Write("victim", "precious"), hit);
          return true;
        }},
-      {"a link to nothing", "",
-       [this](const fs::path& hit) {
-         fs::create_symlink(Folder / "none", hit);
-         return true;
-       }},
       {"a pipe", "No such device or address",
        [](const fs::path& hit) { return ::mkfifo(hit.c_str(), 0600) == 0; }, ""},
       {"full disk", "No space left on device",
@@ -111,7 +105,6 @@ TEST_F(TDiskFaults, CostTheFileAndNothingElse) {
       EXPECT_THAT(result.Reason, testing::EndsWith(reason));
       EXPECT_EQ(result.Outcome, reason.empty() ? TFileOutcome::Saved : TFileOutcome::NotSaved);
       EXPECT_EQ(FileSizeOf(Output("hit")), reason.empty() ? static_cast<std::int64_t>(kLarge) : -1);
-      EXPECT_FALSE(fs::exists(Folder / "none"));
       if (fs::exists(Folder / "victim")) {
         EXPECT_EQ(ReadWholeFile(Folder / "victim"), "precious");
       }
@@ -119,14 +112,6 @@ TEST_F(TDiskFaults, CostTheFileAndNothingElse) {
       fs::remove_all(OutputPath());
       fs::remove_all(Folder / "ledger.txt");
     }
-  }
-}
-
-TEST_F(TDiskFaults, AFileBeyondTheSystemsLimitIsNotKept) {
-  for (const TWay way : {TWay::Stream, TWay::Direct, TWay::Ftp}) {
-    const test::TLimitScope limit(RLIMIT_FSIZE, 4 * kSize);
-    EXPECT_THAT(Fetch(way, true).Reason, testing::EndsWith("File too large"));
-    EXPECT_EQ(Left("hit"), "nothing");
   }
 }
 

@@ -112,34 +112,5 @@ TEST_F(TFtpFaults, CostOneFileAndAreNamed) {
   EndFtpRun();
 }
 
-/// A session that cannot be opened costs the run and gets one line.
-TEST_F(TFtpFaults, OfASessionGetOneLine) {
-  const std::string failed = "Connection failed to: 127.0.0.1", closed = " - Connection closed by server";
-  const std::string silent = std::string(" - ") + kAborted;
-  const struct {
-    std::string Script, Line;
-  } rows[] = {
-      {"", closed},
-      {"421 full\r\n", closed},
-      {Repeated("220-welcome\r\n"), " - Reply too large"},
-      {"<stall>", silent},
-      {"220 hi\r\n<stall>", silent},
-      {"220 hi\r\n<line><stall>", silent},
-      {"220-welcome\r\n220 \0\0\r\n<line>530 no secret\r\n"s, "|530 no ***"},
-      {"\xfe\xff\x01\r\n<line>530 no\r\n", "|530 no"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.Script.substr(0, 40));
-    test::TScriptedServer server(row.Script);
-    Stalls = &server.Stalls;
-    Watch(true);
-    EXPECT_FALSE(RunFtpSession(Context, {server.Address(), "user", "secret"},
-                               [](TFtpSession&) { ADD_FAILURE() << "no session was opened"; }));
-    std::string lines;
-    for (const std::string& line : Lines()) lines += (lines.empty() ? "" : "|") + line;
-    EXPECT_EQ(lines, failed + row.Line);
-  }
-}
-
 }  // namespace
 }  // namespace skyreel

@@ -2,11 +2,9 @@
 
 #include "sources/dundee_pdus.h"
 #include "sources/eu_archive.h"
-#include "sources/eu_data.h"
 #include "sources/goes_gsfc.h"
 #include "sources/met_charts.h"
 #include "support/job_fixture.h"
-#include "transfer/ftp_fetch.h"
 
 namespace skyreel {
 namespace {
@@ -40,7 +38,6 @@ class TSourceFaults : public test::TJobTest {
     return Lines();
   }
 
-  TFtpListing listing_;
   const std::string remote_ = "/~idds/images/out/20051110_";
   const std::string zip_ = "/data/gss/r-uk051109.zip";
 };
@@ -126,22 +123,6 @@ TEST_F(TSourceFaults, AnOrderPageOrAProductThatIsRefusedIsReported) {
   EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - incomplete", "Get: 0511101200.pdu",
                                   "0511101200.pdu - incomplete?"));
   EXPECT_THAT(Stored(), ElementsAre(testing::StartsWith("2005/11/10/0511101200.pdu 900000 ")));
-}
-
-TEST_F(TSourceFaults, ALoginThatIsRefusedEndsAnFtpRunWithOneLine) {
-  const test::TFtpServer server(false, ">220 hi|USER user>331 pw|PASS secret>530 secret is wrong");
-  Context.Servers.Set(kEuDataServer, server.Address());
-  BindFtpEvents(NMFTP, Display, listing_);
-  TEuDataSettings settings;
-  settings.OutputPath = OutputPath();
-  settings.UserName = "user";
-  settings.Password = "secret";
-  settings.Satellites = {true, true};
-  settings.Channels = {"IR"};
-  settings.Formats = {"GIF"};
-  TEuDataJob(Context, settings).Run();
-  EXPECT_THAT(Lines(), ElementsAre("Connection failed to: 127.0.0.1", "530 *** is wrong"));
-  EXPECT_THAT(Files(), IsEmpty());
 }
 
 }  // namespace

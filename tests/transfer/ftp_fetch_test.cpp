@@ -121,30 +121,26 @@ TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
   EXPECT_THAT(job_.Files(), ElementsAre("file"));
 }
 
-// --- Sessions --------------------------------------------------------------------------------------------
-
 TEST_F(FtpFetch, ASessionThatCannotBeOpenedSaysSoAndDoesNoWork) {
   const std::string failed = "Connection failed to: 127.0.0.1";
   const struct {
-    const char* Talk;  // null: nobody listens
+    const char* Talk;
     TLines Lines;
-    const char* Server = nullptr;
+    std::string Server = "";
   } rows[] = {
-      {nullptr, {failed}},
+      {"", {failed}, "127.0.0.1:" + std::to_string(test::ClosedPort())},
+      {">421 full|close", {failed + " - Connection closed by server"}},
       {">220 hi|USER user>331 pw|PASS secret>530 secret is wrong", {failed, "530 *** is wrong"}},
       {">220 hi|USER user>230 in|TYPE I>504 no", {failed + " - 504 no"}},
       {"", {"\"host:0\" is not an FTP server address (host or host:port)"}, "host:0"},
   };
   for (const auto& row : rows) {
-    TFtpServer server(false, row.Talk ? row.Talk : "");
-    job_.Display.Lines.clear();
+    TFtpServer server(false, row.Talk);
     TFtpLogin login = Login(server);
-    if (!row.Talk) login.Server = "127.0.0.1:" + std::to_string(test::ClosedPort());
-    if (row.Server) login.Server = row.Server;
+    if (!row.Server.empty()) login.Server = row.Server;
     EXPECT_FALSE(RunFtpSession(job_.Context, login, [](TFtpSession&) { ADD_FAILURE(); }));
-    EXPECT_EQ(job_.Display.Lines, row.Lines);
-    EXPECT_FALSE(job_.NMFTP.Connected);
-    EXPECT_FALSE(job_.Run.WatchdogArmed);
+    EXPECT_EQ(job_.Lines(), row.Lines);
+    EXPECT_FALSE(job_.NMFTP.Connected || job_.Run.WatchdogArmed);
   }
 }
 
@@ -164,43 +160,29 @@ TEST_F(FtpFetch, ABrokenSessionIsOpenedAgainButNotForEver) {
   EXPECT_EQ(job_.Display.Lines.back(), "FTP session given up: the connection broke 4 times in a row");
 }
 
-// --- Listing and events ----------------------------------------------------------------------------------
-
-TEST(FtpListing, KeepsNamesOfFourteenCharactersAndMoreAndAHundredAndTwentyFillTheBar) {
-  const std::pair<const char*, TLines> rows[] = {
-      {"abc def/ghi:jkl\\m", {}},
-      {"abc def/ghi:jkl\\mn", {"abcdefghijklmn"}},
-      {"../../etc/passwd-.Z_9\xc3\xa4", {"....etcpasswd-.Z_9"}},
-  };
-  for (const auto& [line, names] : rows) {
-    test::TRecordingDisplay display;
-    TFtpListing listing;
-    listing.Add(display, line);
-    EXPECT_EQ(listing.Names(), names) << line;
-  }
-  test::TRecordingDisplay display;
-  TFtpListing listing;
-  for (int n = 0; n < 200; ++n) listing.Add(display, "abcdefghijklmn");
-  EXPECT_EQ(display.Progress[60], 50);
-  EXPECT_EQ(display.Progress[199], 100);
-  listing.Clear();
-  EXPECT_THAT(listing.Names(), IsEmpty());
-}
-
-TEST_F(FtpFetch, ClientEventsShowAsLinesAndPanels) {
-  job_.NMFTP.OnStatus(job_.NMFTP, "226-a\tb\r\n");
-  job_.NMFTP.Host = "far.example";
-  job_.NMFTP.OnConnectionFailed(job_.NMFTP);
-  job_.NMFTP.OnListItem(job_.NMFTP, "abcdefghijklmn");
-  EXPECT_THAT(job_.Display.Lines, ElementsAre("226-ab", "Connection failed to: far.example"));
-  EXPECT_THAT(listing_.Names(), ElementsAre("abcdefghijklmn"));
+TEST_F(FtpFetch, ClientEventsShowAsLinesPanelsAndNames) {
+  TNMFTP& client = job_.NMFTP;
+  client.OnStatus(client, "226-a\tb\r\n");
+  client.Host = "far.example";
+  client.OnConnectionFailed(client);
+  EXPECT_THAT(job_.Lines(), ElementsAre("226-ab", "Connection failed to: far.example"));
   for (int type = 0; type <= 15; ++type) {
     bool handled = false;
-    job_.NMFTP.OnFailure(job_.NMFTP, handled, static_cast<TCmdType>(type));
-    job_.NMFTP.OnSuccess(job_.NMFTP, static_cast<TCmdType>(type));
+    client.OnFailure(client, handled, static_cast<TCmdType>(type));
+    client.OnSuccess(client, static_cast<TCmdType>(type));
     EXPECT_EQ(handled, type == 8);
   }
   EXPECT_THAT(job_.Display.Panels, ElementsAre(std::pair(1, "Transfer failed"), std::pair(1, "")));
+
+  client.OnListItem(client, "abc def/ghi:jkl\\m");  // 13 characters are kept of it
+  client.OnListItem(client, "../../etc/passwd-.Z_9\xc3\xa4");
+  EXPECT_THAT(listing_.Names(), ElementsAre("....etcpasswd-.Z_9"));
+  for (int n = 1; n < 200; ++n) client.OnListItem(client, "abc def/ghi:jkl\\mn");
+  EXPECT_EQ(listing_.Names().back(), "abcdefghijklmn");
+  EXPECT_EQ(job_.Display.Progress[61], 50);
+  EXPECT_EQ(job_.Display.Progress.back(), 100);
+  listing_.Clear();
+  EXPECT_THAT(listing_.Names(), IsEmpty());
 }
 
 }  // namespace

@@ -210,29 +210,22 @@ TEST_F(THttpFetch, StreamHoldsTheLastFetchAloneAndCredentialsStayInForce) {
 }
 
 TEST_F(THttpFetch, AProxyStaysInEffectAndAnUnusablePortIsReportedOnce) {
-  const struct {
-    bool UseProxy;
-    const char *Port, *Result;
-  } cases[] = {
-      {false, "81", ""},
-      {true, " 8080 ", "host:8080"},
-      {true, "", "host:8080"},
-      {true, "65536", "host:8080"},
-      {true, "-1", "host:8080"},
-      {false, "81", "host:8080"},
-      {true, "+65535", "host:65535"},
+  const std::tuple<bool, const char*, const char*> cases[] = {
+      {false, "81", ":0"},        {true, " 8080 ", "host:8080"},  {true, "65536", "host:8080"},
+      {false, "81", "host:8080"}, {true, "+65535", "host:65535"},
   };
   THttpStream stream;
-  for (const auto& c : cases) {
-    job_.Context.Shared.UseProxy = c.UseProxy;
-    job_.Context.Shared.ProxyServer = "host";
-    job_.Context.Shared.ProxyPort = c.Port;
+  TSharedSettings& shared = job_.Context.Shared;
+  for (const auto& [use, port, result] : cases) {
+    shared.UseProxy = use;
+    shared.ProxyServer = "host";
+    shared.ProxyPort = port;
     GetHttpToStream(job_.Context, "", stream);
-    const TNMHTTP& client = job_.NMHTTP;
-    EXPECT_EQ(client.Proxy.empty() ? "" : client.Proxy + ":" + std::to_string(client.ProxyPort), c.Result);
+    EXPECT_EQ(job_.NMHTTP.Proxy + ":" + std::to_string(job_.NMHTTP.ProxyPort), result);
   }
   job_.NMHTTP.Proxy.clear();
-  job_.Context.Shared = {.TimeoutSeconds = 20, .UseProxy = true, .ProxyServer = "host", .ProxyPort = "http"};
+  shared.UseProxy = true;
+  shared.ProxyPort = "http";
   job_.Server.Answer("/a.jpg", Picture(10000));
   EXPECT_THAT(Get(), ElementsAre("Proxy not set: port \"http\" is not a port number", "/a.jpg - OK"));
   EXPECT_THAT(Get("/a.jpg", "b.jpg"), ElementsAre("/a.jpg - OK"));

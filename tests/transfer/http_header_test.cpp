@@ -23,13 +23,9 @@ TEST(HttpHeader, LengthAndDateAreReadAsWritten) {
        kSunday},
       {"Last-Modified: Sun, 06 Nov 1994 08:49:37 EST\n", kNone, kSunday},  // the zone word is ignored
       {"lAST-mODIFIED: sun, 06 nOV 1994 08:49:37 gmt\ncONTENT-lENGTH: 9\n", 9, kSunday},
-      {"Last-Modified:   Sun,  06   Nov  1994   08:49:37  GMT", kNone, kSunday},
       {"Last-Modified: x, 29 Feb 2000 23:59:59", kNone, TDateTime::FromDate(2000, 2, 29, 23, 59, 59)},
       {" Content-Length: 5\nX-Content-Length: 6\nX: Last-Modified: Xyz"},
       {"Content-Length: 5\r\nContent-Length: 6\r\n", 6},
-      {"Content-Length: 2147483647", 2147483647},
-      {"\x01\x02\r\r\n\n:::\n\xff"},
-      {std::string(1 << 20, '\r')},
   };
   for (const auto& c : whole) {
     std::int32_t length = kNone;

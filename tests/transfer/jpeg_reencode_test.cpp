@@ -27,8 +27,7 @@ class JpegReencode : public testing::Test {
 
 TEST_F(JpegReencode, WritesTheCorrectedPictureAndDeletesTheDownload) {
   // 255 * (100 / 255) ^ gamma, for a gamma of use
-  const std::pair<float, int> cases[] = {{2.0F, 39},  {0.5F, 160},          {0.0F, 100},    {0.1F, 100},
-                                         {6.0F, 100}, {std::nanf(""), 100}, {INFINITY, 100}};
+  const std::pair<float, int> cases[] = {{2.0F, 39}, {0.0F, 100}, {6.0F, 100}, {std::nanf(""), 100}};
   for (const auto& [gamma, value] : cases) {
     std::filesystem::path name;
     ConvertToJpeg(Write("a.b.jpeg"), name, gamma);

@@ -85,26 +85,6 @@ TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
   EXPECT_TRUE(ledger_.Present(picture_));
 }
 
-TEST_F(TransferLedger, TwoCopiesDoNotLoseEachOthersNotes) {
-  constexpr int kFiles = 100;
-  const auto name = [&](int copy, int n) { return folder_ / std::to_string(copy * kFiles + n); };
-  // Every third transfer is left cut.
-  const auto work = [&](int copy) {
-    return [&, copy](int) {
-      TTransferLedger ledger(file_);
-      for (int n = 0; n < kFiles; ++n) {
-        if (!ledger.Begin(name(copy, n))) ::_exit(1);
-        std::ofstream(name(copy, n)) << n;
-        ledger.End(name(copy, n), n % 3 == 0 ? TTransferEnd::Cut : TTransferEnd::Whole);
-      }
-    };
-  };
-  TChild one(work(1)), two(work(2));
-  one.Join();
-  two.Join();
-  for (int n = 0; n < 2 * kFiles; ++n) EXPECT_EQ(ledger_.Present(name(1, n)), n % kFiles % 3 != 0) << n;
-}
-
 TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
   // A full disk, another copy that holds the lock and does not go on, and a folder in the ledger's place.
   for (const std::string reason : {"File too large", "Resource temporarily unavailable", "Is a directory"}) {
