@@ -2,7 +2,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include "faults/fault_test.h"
+#include "transfer/fetch_test.h"
 
 namespace skyreel {
 namespace {
@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 enum class TWay { Stream, Direct, Ftp };
 
-class TDiskFaults : public test::TFaultTest {
+class TDiskFaults : public test::TFetchTest {
  protected:
   static constexpr std::size_t kLarge = 8 * kSize;
 
@@ -42,8 +42,8 @@ class TDiskFaults : public test::TFaultTest {
                               {{"hit", large}, {"next", body}});
       server.Strict = false;  // a file that cannot be kept is aborted, or not asked for
       RunFtpSession(Context, {server.Address(), "user", "secret"}, [&](TFtpSession& session) {
-        hit = FetchFtp(session, "hit");
-        next = FetchFtp(session, "next");
+        hit = FetchFtp(session, "hit").Result;
+        next = FetchFtp(session, "next").Result;
       });
     } else {
       const TDelivery delivery = way == TWay::Stream ? TDelivery::Stream : TDelivery::Direct;

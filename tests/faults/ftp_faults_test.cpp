@@ -1,6 +1,6 @@
 #include "base/scope.h"
 #include "base/text.h"
-#include "faults/fault_test.h"
+#include "transfer/fetch_test.h"
 
 namespace skyreel {
 namespace {
@@ -50,7 +50,7 @@ struct TFtpFault {
 
 };
 
-class TFtpFaults : public test::TFaultTest {
+class TFtpFaults : public test::TFetchTest {
  protected:
   TFtpFaults() { BindFtpEvents(NMFTP, Display, listing_); }
 
@@ -84,10 +84,10 @@ class TFtpFaults : public test::TFaultTest {
     TFileResult result;
     RunFtpSession(Context, {server.Address(), "user", "secret", passive}, [&](TFtpSession& session) {
       while (says_goodbye && !gone) std::this_thread::yield();
-      result = FetchFtp(session, "hit");
+      result = FetchFtp(session, "hit").Result;
       Watch(false);
       NMFTP.TimeOut = 20'000;
-      EXPECT_EQ(FetchFtp(session, "next").Outcome, TFileOutcome::Saved) << "the next file comes";
+      EXPECT_EQ(FetchFtp(session, "next").Result.Outcome, TFileOutcome::Saved) << "the next file comes";
     });
     return result;
   }

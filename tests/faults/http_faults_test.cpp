@@ -1,5 +1,5 @@
-#include "faults/fault_test.h"
 #include "net/http_parse.h"
+#include "transfer/fetch_test.h"
 #include "transfer/http_header.h"
 
 namespace skyreel {
@@ -67,7 +67,7 @@ const THttpFault kFaults[] = {
     {"redirect to itself", "<found>/hit\n\n", TimedOut, TimedOut, "Too many redirects"},
 };
 
-class THttpFaults : public test::TFaultTest {
+class THttpFaults : public test::TFetchTest {
  protected:
   void Serve(const THttpFault& fault) {
     const std::string body = test::Picture(kSize), half = body.substr(kSize / 2);

@@ -2,12 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-
 #include "base/files.h"
 #include "image/image_file.h"
-#include "net/nm_http.h"
-#include "support/job_fixture.h"
+#include "transfer/fetch_test.h"
 
 namespace skyreel {
 namespace {
@@ -17,65 +14,40 @@ using enum TFileOutcome;
 using test::Picture;
 using namespace testing;
 
-const TDateTime kTime = TDateTime::FromDate(2005, 11, 10, 11, 30);
+const TDateTime kTime = test::At("2005-11-10 11:30");
 
-/// Gives the fetches a temporary folder of their own, which must be empty again after each.
-class THttpFetch : public testing::Test {
+class THttpFetch : public test::TFetchTest {
  protected:
-  THttpFetch() {
-    fs::create_directories(temporary_);
-    ::setenv("TMPDIR", temporary_.c_str(), 1);
-  }
-  ~THttpFetch() override {
-    EXPECT_EQ(job_.AtRest(), "");
-    EXPECT_TRUE(fs::is_empty(temporary_));
-    ::unsetenv("TMPDIR");
-  }
-
   /// Fetches `name` into a file of the output folder; the lines that it left.
-  std::vector<std::string> Get(const std::string& name = "/a.jpg", const std::string& local = "a.jpg",
-                               bool reencode = false) {
-    job_.Display.Lines.clear();
-    GetHttpFile(job_.Context, root_, name, job_.Output(local), 2, reencode, kTime, "D1");
-    return job_.Display.Lines;
-  }
-  TFileResult GetDirect(std::int64_t announced = 0) {
-    THttpFileRequest request;
-    request.Url = root_ + "/a.gif";
-    request.SlotTime = kTime;
-    request.LocalPath = direct_;
-    request.Delivery = TDelivery::Direct;
-    request.GoodSize = 100;
-    request.CompleteSize = announced;
-    return FetchHttpFile(job_.Context, request);
+  test::TWords Get(const std::string& name = "/a.jpg", const std::string& local = "a.jpg",
+                   bool reencode = false) {
+    GetHttpFile(Context, root_, name, Output(local), 2, reencode, kTime, "D1");
+    return Lines();
   }
 
-  test::TJobFixture job_;
-  const std::string root_ = "http://" + job_.Server.Address();
-  const fs::path temporary_ = job_.Folder / "tmp";
-  const fs::path direct_ = job_.Output("2005/11/10/a.gif");
+  const std::string root_ = Server.Url("");
 };
 
 TEST_F(THttpFetch, AFetchShowsItsProgressUnderTheWatchdogAndEndsWithOneValue) {
-  job_.Server.Answer("/a.jpg", Picture(20000));
-  job_.Context.Source = "GOES";
-  job_.Context.Shared.TimeoutSeconds = 17;
-  const auto shown = job_.NMHTTP.OnPacketRecvd;
-  job_.NMHTTP.OnPacketRecvd = [&](TPowersock& sender) {
+  Server.Answer("/a.jpg", Picture(20000));
+  Context.Source = "GOES";
+  Context.Shared.TimeoutSeconds = 17;
+  const auto shown = NMHTTP.OnPacketRecvd;
+  NMHTTP.OnPacketRecvd = [&](TPowersock& sender) {
     shown(sender);
-    EXPECT_EQ(job_.Display.BusyDepth, 1);
-    EXPECT_EQ(job_.Display.Panels.back().second, root_ + "/a.jpg");
-    EXPECT_TRUE(job_.Run.WatchdogArmed);
+    EXPECT_EQ(Display.BusyDepth, 1);
+    EXPECT_EQ(Display.Panels.back().second, root_ + "/a.jpg");
+    EXPECT_TRUE(Run.WatchdogArmed);
     EXPECT_EQ(sender.TimeOut, 17'000);
   };
   Get();
-  EXPECT_EQ(GetFileDateTime(job_.Output("a.jpg")), kTime);
-  EXPECT_THAT(job_.Display.AllLines, ElementsAre("Get: /a.jpg", "/a.jpg - OK"));
-  EXPECT_THAT(job_.Display.BytesLabels, AllOf(Contains("0 bytes"), Contains("100%")));
-  ASSERT_EQ(job_.Display.Results.size(), 1U);
-  const TFileResult& result = job_.Display.Results[0];
+  EXPECT_EQ(GetFileDateTime(Output("a.jpg")), kTime);
+  EXPECT_THAT(Display.AllLines, ElementsAre("Get: /a.jpg", "/a.jpg - OK"));
+  EXPECT_THAT(Display.BytesLabels, AllOf(Contains("0 bytes"), Contains("100%")));
+  ASSERT_EQ(Display.Results.size(), 1U);
+  const TFileResult& result = Display.Results[0];
   EXPECT_EQ(result.Source + " " + result.Product + " " + result.Address, "GOES D1 " + root_ + "/a.jpg");
-  EXPECT_EQ(result.Path, job_.Output("a.jpg"));
+  EXPECT_EQ(result.Path, Output("a.jpg"));
   EXPECT_EQ(result.SlotTime, kTime);
   EXPECT_EQ(result.Bytes, 20000);
 }
@@ -94,13 +66,13 @@ TEST_F(THttpFetch, SizesDecideOverWhatGoesThroughAStream) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.Local << " " << c.Served);
-    fs::remove(job_.Output("a.jpg"));
-    if (c.Local >= 0) job_.WriteOutput("a.jpg", Picture(static_cast<std::size_t>(c.Local), 'o'));
-    job_.Server.Answer("/a.jpg", Picture(c.Served));
+    fs::remove(Output("a.jpg"));
+    if (c.Local >= 0) WriteOutput("a.jpg", Picture(static_cast<std::size_t>(c.Local), 'o'));
+    Server.Answer("/a.jpg", Picture(c.Served));
     EXPECT_EQ(Get(), c.Line ? std::vector{std::string("/a.jpg") + c.Line} : std::vector<std::string>());
-    EXPECT_EQ(FileSizeOf(job_.Output("a.jpg")), c.After);
+    EXPECT_EQ(FileSizeOf(Output("a.jpg")), c.After);
   }
-  EXPECT_EQ(job_.Server.Received().size(), 6U) << "a present file is not asked for";
+  EXPECT_EQ(Server.Received().size(), 6U) << "a present file is not asked for";
 }
 
 TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
@@ -121,30 +93,30 @@ TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
       {99, 600, "Content-Length: 900\r\n", 0, Incomplete, 600, true},
   };
   for (const auto& row : rows) {
-    if (row.Older > 0) job_.WriteOutput("2005/11/10/a.gif", Picture(row.Older));
-    job_.Server.Script("/a.gif",
-                       "HTTP/1.0 200 OK\r\n" + std::string(row.ReplyAnnounces) + "\r\n" + Picture(row.Sent));
-    EXPECT_EQ(GetDirect(row.HeaderAnnounced).Outcome, row.Outcome);
-    EXPECT_THAT(job_.Tree(), ElementsAre(Pair("2005/11/10/a.gif", row.After)));
-    EXPECT_EQ(job_.Ledger.IsNoted(direct_), row.Noted) << row.After;
-    EXPECT_EQ(GetFileDateTime(direct_) == kTime, row.Outcome == Saved) << row.After;
+    if (row.Older > 0) WriteOutput("a.gif", Picture(row.Older));
+    Server.Script("/a.gif",
+                  "HTTP/1.0 200 OK\r\n" + std::string(row.ReplyAnnounces) + "\r\n" + Picture(row.Sent));
+    EXPECT_EQ(FetchHttp("a.gif", TDelivery::Direct, row.HeaderAnnounced, 100).Outcome, row.Outcome);
+    EXPECT_THAT(Tree(), ElementsAre(Pair("a.gif", row.After)));
+    EXPECT_EQ(Ledger.IsNoted(Output("a.gif")), row.Noted) << row.After;
+    EXPECT_EQ(GetFileDateTime(Output("a.gif")) == Clock.Now, row.Outcome == Saved) << row.After;
   }
 }
 
 TEST_F(THttpFetch, AnEndlessBodyIsGivenUpAndNotKept) {
-  job_.Context.LargestDownload = 2 << 20;
-  for (const char* const path : {"/a.jpg", "/a.gif"}) job_.Server.Answer(path, Picture((2 << 20) + 1));
+  Context.LargestDownload = 2 << 20;
+  for (const char* const path : {"/a.jpg", "/a.gif"}) Server.Answer(path, Picture((2 << 20) + 1));
   EXPECT_THAT(Get(), ElementsAre("/a.jpg - not saved: given up: larger than 2 MiB"));
-  EXPECT_EQ(GetDirect().Reason, "given up: larger than 2 MiB");
-  EXPECT_THAT(job_.Tree(), IsEmpty());
+  EXPECT_EQ(FetchHttp("a.gif", TDelivery::Direct, 0).Reason, "given up: larger than 2 MiB");
+  EXPECT_THAT(Tree(), IsEmpty());
 }
 
 TEST_F(THttpFetch, MissingTemporaryFolderSaysWhyAndAShortFileDeletesNoFolder) {
-  job_.Server.Answer("/a.jpg", Picture(10));
-  fs::create_directories(job_.Output("a.jpg"));
+  Server.Answer("/a.jpg", Picture(10));
+  fs::create_directories(Output("a.jpg"));
   Get();
-  EXPECT_TRUE(fs::is_directory(job_.Output("a.jpg")));
-  ::setenv("TMPDIR", (job_.Folder / "no such folder").c_str(), 1);
+  EXPECT_TRUE(fs::is_directory(Output("a.jpg")));
+  ::setenv("TMPDIR", (Folder / "no such folder").c_str(), 1);
   EXPECT_THAT(Get(), ElementsAre(StartsWith("/a.jpg - not saved: ")));
 }
 
@@ -155,58 +127,58 @@ TEST_F(THttpFetch, ReencodedPictureIsStampedUnderItsNewName) {
   std::uint32_t noise = 1;
   for (int i = 0; i < 256 * 256; ++i)
     bitmap.ScanLine(i / 256)[i % 256] = static_cast<std::uint8_t>((noise = noise * 1'664'525 + 1) >> 24);
-  SaveAsJpeg(bitmap, job_.Folder / "source.jpg", 100, "");
-  job_.Server.Answer("/a.jpeg", ReadWholeFile(job_.Folder / "source.jpg"));
+  SaveAsJpeg(bitmap, Folder / "source.jpg", 100, "");
+  Server.Answer("/a.jpeg", ReadWholeFile(Folder / "source.jpg"));
   EXPECT_THAT(Get("/a.jpeg", "a.jpeg", true), ElementsAre("/a.jpeg - OK"));
-  EXPECT_EQ(GetFileDateTime(job_.Output("a.jpg")), kTime);
-  EXPECT_EQ(job_.Display.Results.back().Path, job_.Output("a.jpg"));
+  EXPECT_EQ(GetFileDateTime(Output("a.jpg")), kTime);
+  EXPECT_EQ(Display.Results.back().Path, Output("a.jpg"));
 
-  job_.Server.Answer("/b.jpeg", Picture(10000));
+  Server.Answer("/b.jpeg", Picture(10000));
   EXPECT_THAT(Get("/b.jpeg", "b.jpeg", true),
               ElementsAre(StartsWith("/b.jpeg - saved as it came, not re-encoded: ")));
-  EXPECT_THAT(job_.Files(), ElementsAre("a.jpg", "b.jpeg"));
+  EXPECT_THAT(Files(), ElementsAre("a.jpg", "b.jpeg"));
 }
 
 TEST_F(THttpFetch, TemporaryFileKeepsItsNameAndIsPrivate) {
-  job_.Server.Answer("/a.jpg", Picture(10000));
+  Server.Answer("/a.jpg", Picture(10000));
   std::vector<std::string> names;
-  job_.NMHTTP.OnPacketRecvd = [&](TPowersock&) {
-    for (const auto& entry : fs::directory_iterator(temporary_)) {
+  NMHTTP.OnPacketRecvd = [&](TPowersock&) {
+    for (const auto& entry : fs::directory_iterator((Folder / "tmp"))) {
       names.push_back(entry.path().filename());
       EXPECT_EQ(entry.status().permissions(), fs::perms::owner_read | fs::perms::owner_write);
     }
   };
   THttpStream stream;
-  EXPECT_EQ(GetHttpToStream(job_.Context, root_ + "/a.jpg", stream), 10000);
+  EXPECT_EQ(GetHttpToStream(Context, root_ + "/a.jpg", stream), 10000);
   ASSERT_FALSE(names.empty());
   const std::string first = names.front();
   EXPECT_THAT(first, ContainsRegex("^~Skyreel~[0-9A-F]{8}\\.~tmp$"));
   stream.Clear();
 
   // A link left under that name is removed, never followed.
-  const fs::path victim = job_.WriteOutput("victim", "precious");
-  fs::create_symlink(victim, temporary_ / first);
-  EXPECT_EQ(GetHttpToStream(job_.Context, root_ + "/a.jpg", stream), 10000);
+  const fs::path victim = WriteOutput("victim", "precious");
+  fs::create_symlink(victim, (Folder / "tmp") / first);
+  EXPECT_EQ(GetHttpToStream(Context, root_ + "/a.jpg", stream), 10000);
   EXPECT_THAT(names, Each(first));
   EXPECT_EQ(ReadWholeFile(victim), "precious");
 }
 
 TEST_F(THttpFetch, StreamHoldsTheLastFetchAloneAndCredentialsStayInForce) {
   std::vector<std::string> sent;
-  job_.Server.Handle("*", [&](const std::string&, const std::string& request) {
+  Server.Handle("*", [&](const std::string&, const std::string& request) {
     const std::size_t at = request.find("Authorization: Basic ");
     sent.push_back(at == std::string::npos ? "-" : request.substr(at + 21, request.find('\r', at) - at - 21));
     return test::HttpReply("text");
   });
   THttpStream stream;
   for (const auto& [user, word] : {std::pair("", ""), {"user", "word"}, {"", ""}, {"other", ""}})
-    EXPECT_EQ(GetHttpToStream(job_.Context, root_ + "/", stream, user, word), 4);
+    EXPECT_EQ(GetHttpToStream(Context, root_ + "/", stream, user, word), 4);
   EXPECT_THAT(sent, ElementsAre("-", "dXNlcjp3b3Jk", "dXNlcjp3b3Jk", "b3RoZXI6d29yZA=="));
-  stream.MoveTo(job_.Output("moved"), kTime);
-  EXPECT_EQ(ReadWholeFile(job_.Output("moved")), "text");
-  EXPECT_EQ(GetHttpToStream(job_.Context, root_ + "/", stream), 4);
-  EXPECT_EQ(GetHttpToStream(job_.Context, "", stream), 0) << "no bytes of the fetch before";
-  EXPECT_THAT(job_.Display.Lines, IsEmpty()) << "lines are the callers' matter";
+  stream.MoveTo(Output("moved"), kTime);
+  EXPECT_EQ(ReadWholeFile(Output("moved")), "text");
+  EXPECT_EQ(GetHttpToStream(Context, root_ + "/", stream), 4);
+  EXPECT_EQ(GetHttpToStream(Context, "", stream), 0) << "no bytes of the fetch before";
+  EXPECT_THAT(Display.Lines, IsEmpty()) << "lines are the callers' matter";
 }
 
 TEST_F(THttpFetch, AProxyStaysInEffectAndAnUnusablePortIsReportedOnce) {
@@ -215,18 +187,19 @@ TEST_F(THttpFetch, AProxyStaysInEffectAndAnUnusablePortIsReportedOnce) {
       {false, "81", "host:8080"}, {true, "+65535", "host:65535"},
   };
   THttpStream stream;
-  TSharedSettings& shared = job_.Context.Shared;
+  TSharedSettings& shared = Context.Shared;
   for (const auto& [use, port, result] : cases) {
     shared.UseProxy = use;
     shared.ProxyServer = "host";
     shared.ProxyPort = port;
-    GetHttpToStream(job_.Context, "", stream);
-    EXPECT_EQ(job_.NMHTTP.Proxy + ":" + std::to_string(job_.NMHTTP.ProxyPort), result);
+    GetHttpToStream(Context, "", stream);
+    EXPECT_EQ(NMHTTP.Proxy + ":" + std::to_string(NMHTTP.ProxyPort), result);
   }
-  job_.NMHTTP.Proxy.clear();
+  NMHTTP.Proxy.clear();
+  Lines();
   shared.UseProxy = true;
   shared.ProxyPort = "http";
-  job_.Server.Answer("/a.jpg", Picture(10000));
+  Server.Answer("/a.jpg", Picture(10000));
   EXPECT_THAT(Get(), ElementsAre("Proxy not set: port \"http\" is not a port number", "/a.jpg - OK"));
   EXPECT_THAT(Get("/a.jpg", "b.jpg"), ElementsAre("/a.jpg - OK"));
 }

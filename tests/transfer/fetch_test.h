@@ -9,12 +9,12 @@
 
 namespace skyreel::test {
 
-/// A fault hits the file "hit"; the file "next" is whole.
-class TFaultTest : public TJobTest {
+/// Fetches files into the output folder. Fault tables hit the file "hit"; the file "next" is whole.
+class TFetchTest : public TJobTest {
  protected:
   static constexpr std::size_t kSize = 12'000;
 
-  TFaultTest() {
+  TFetchTest() {
     std::filesystem::create_directories(Folder / "tmp");
     ::setenv("TMPDIR", (Folder / "tmp").c_str(), 1);
     OnTurn = [this] {
@@ -24,37 +24,41 @@ class TFaultTest : public TJobTest {
       NMHTTP.Abort();
     };
   }
-  ~TFaultTest() override {
+  ~TFetchTest() override {
     EXPECT_TRUE(std::filesystem::is_empty(Folder / "tmp"));
     ::unsetenv("TMPDIR");
   }
 
-  TFileResult FetchHttp(const std::string& name, TDelivery delivery) {
+  TFileResult FetchHttp(const std::string& name, TDelivery delivery, std::int64_t complete = kSize,
+                        std::int64_t good = 4) {
     THttpFileRequest request;
     request.Url = Server.Url("/" + name);
     request.GetLine = "Get: " + name;
     request.Name = name;
+    request.SlotTime = Clock.Now;
     request.LocalPath = Output(name);
     request.Delivery = delivery;
-    request.GoodSize = 4;
-    request.CompleteSize = delivery == TDelivery::Direct ? kSize : 10'000;
+    request.GoodSize = good;
+    request.CompleteSize = delivery == TDelivery::Direct ? complete : 10'000;
     return FetchHttpFile(Context, request);
   }
-  TFileResult FetchFtp(TFtpSession& session, const std::string& name) {
-    const auto fetch = FtpFetchFile(Context, session, {name, "/" + name, OutputPath(), "", {}});
+  /// Ends the file as the sources do. What FtpFetchFile gave; Received is false when it gave nothing.
+  TFtpFetch FetchFtp(TFtpSession& session, const std::string& name, const std::string& folder = "") {
+    const auto fetch = FtpFetchFile(Context, session, {name, "/" + name, Output(folder), "", {}});
     if (!fetch) return {};
-    if (fetch->StillNoted) Ledger.End(Output(name), TTransferEnd::Whole);
+    if (fetch->StillNoted) Ledger.End(fetch->Result.Path, TTransferEnd::Whole);
     Display.EndFile(fetch->Result, FtpLine(fetch->Result));
-    return fetch->Result;
+    return *fetch;
   }
   /// Ends an FTP run as the form does: a session leaves its last file's progress, and a failed transfer
   /// leaves the watchdog, to the end of the run.
   void EndFtpRun() {
     Display.SetPanel(1, "");
     Display.SetProgress(0);
-    EXPECT_FALSE(std::exchange(Run.WatchdogArmed, false));
+    Display.SetBytes("", kApplicationTitle);
+    Run.WatchdogArmed = false;
     Run.Stops = Run.Restarts;
-    Lines();
+    Display.Lines.clear();
   }
   /// What is on the disk under a name: "nothing", "whole", "half", "older" or its size; ", noted".
   std::string Left(const std::string& name) {
