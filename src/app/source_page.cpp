@@ -6,7 +6,6 @@
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QTimeEdit>
 
 #include "settings/persisted_controls.h"
@@ -23,10 +22,12 @@ constexpr bool kIsWindows = false;
 
 constexpr const char* kTimeFormat = "HH:mm";
 
-/// The control of this kind whose name matches; nullptr if there is none.
+/// The control of this kind with `part` in its name; nullptr if there is none.
 template <typename TControl>
-TControl* Find(const QWidget& page, const char* pattern) {
-  return page.findChildren<TControl*>(QRegularExpression(pattern)).value(0);
+TControl* Find(const QWidget& page, const char* part) {
+  for (TControl* control : page.findChildren<TControl*>())
+    if (control->objectName().contains(QLatin1String(part), Qt::CaseInsensitive)) return control;
+  return nullptr;
 }
 
 /// A setting that lives as long as a control.
@@ -52,18 +53,18 @@ QStringList ToQStrings(const std::vector<std::string>& items) {
 }  // namespace
 
 void TSourcePage::PrepareControls() {
-  run_ = Find<QPushButton>(*this, "^ButtonRun");
-  output_path_ = Find<QLineEdit>(*this, "^EditOutputPath");
+  run_ = Find<QPushButton>(*this, "ButtonRun");
+  output_path_ = Find<QLineEdit>(*this, "EditOutputPath");
   output_path_->setText(DefaultOutputPath(context_.Source.OutputFolder));
   run_->setEnabled(context_.Source.HasJob());
   run_->setToolTip(context_.Source.HasJob()
                        ? "Fetch the files chosen on this page (Ctrl+R)"
                        : "This version does not fetch from this source; it keeps the settings");
-  if (auto* box = Find<QCheckBox>(*this, "UseWinInet$")) {
+  if (auto* box = Find<QCheckBox>(*this, "UseWinInet")) {
     box->setVisible(kIsWindows);
     box->setEnabled(context_.HasWinInet);
   }
-  connect(Find<QPushButton>(*this, "^ButtonBrowse"), &QPushButton::clicked, this,
+  connect(Find<QPushButton>(*this, "ButtonBrowse"), &QPushButton::clicked, this,
           &TSourcePage::ButtonBrowseClick);
   connect(output_path_, &QLineEdit::textChanged, this, &TSourcePage::EditOutputPathChange);
 }
@@ -73,11 +74,11 @@ std::string TSourcePage::OutputPath() const {
 }
 
 QLineEdit* TSourcePage::UserNameEdit() const {
-  return Find<QLineEdit>(*this, "(?i)username$");
+  return Find<QLineEdit>(*this, "Username");
 }
 
 QLineEdit* TSourcePage::PasswordEdit() const {
-  return Find<QLineEdit>(*this, "(?i)password$");
+  return Find<QLineEdit>(*this, "Password");
 }
 
 void TSourcePage::KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const {

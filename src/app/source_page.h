@@ -30,8 +30,7 @@ struct TPageContext {
 
 /// The page of one source in its tab. A descendant fills its item lists, keeps the settings that no persisted
 /// control keeps, and has the Run handler. What all pages have is found by its name: "ButtonRun...",
-/// "ButtonBrowse...", "EditOutputPath...", edits that end in "username" and "password", check boxes that end
-/// in "UseWinInet".
+/// "ButtonBrowse...", "EditOutputPath...", "...Username", "...Password", "...UseWinInet".
 class TSourcePage : public QWidget {
  public:
   using TJob = std::function<void(TJobContext& context)>;

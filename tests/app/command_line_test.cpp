@@ -12,27 +12,26 @@ namespace {
 
 TEST(StartPlan, RunsOnlyABatchWithoutADisplayAndAnswersHelpAndVersion) {
   const std::string batch = "xcb;wayland;offscreen";
-  const struct {
-    const char *Arguments, *Variable;
-    std::string Text;  // how it begins, or what a run draws with
-  } cases[] = {{"", "DISPLAY", ""},
-               {"-goes -close", "DISPLAY", batch},
-               {"-all", "WAYLAND_DISPLAY", batch},
-               {"-min x-Ulm", "", "offscreen"},
-               {"-CLOSE", "", "offscreen"},
-               {"-goes", "QT_QPA_PLATFORM", ""},
-               {"-platform offscreen -goes", "", ""},
-               {"", "", "Skyreel: there is no display"},
-               {"-style fusion GOES -min", "", "Skyreel: there is no display"},
-               {"-ALL --help", "DISPLAY", "Skyreel fetches"},
-               {"--version", "", "Skyreel " SKYREEL_VERSION "\n"}};
-  for (const auto& c : cases) {
-    std::istringstream in(c.Arguments);
+  // The arguments, the variable that is set, and how the text begins or what a run draws with.
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"", "DISPLAY", ""},
+      {"-goes -close", "DISPLAY", batch},
+      {"-all", "WAYLAND_DISPLAY", batch},
+      {"-min x-Ulm", "", "offscreen"},
+      {"-CLOSE", "", "offscreen"},
+      {"-goes", "QT_QPA_PLATFORM", ""},
+      {"-platform offscreen -goes", "", ""},
+      {"", "", "Skyreel: there is no display"},
+      {"-style fusion GOES -min", "", "Skyreel: there is no display"},
+      {"-ALL --help", "DISPLAY", "Skyreel fetches"},
+      {"--version", "", "Skyreel " SKYREEL_VERSION "\n"}};
+  for (const auto& [arguments, variable, text] : cases) {
+    std::istringstream in(arguments);
     const TStartPlan plan =
         PlanStart({std::istream_iterator<std::string>(in), {}},
-                  [&](const std::string& name) { return name == c.Variable ? ":0" : ""; });
-    EXPECT_THAT(plan.Text + plan.Platforms, testing::StartsWith(c.Text)) << c.Arguments << c.Variable;
-    EXPECT_EQ(plan.Action == TStartPlan::TAction::Run, plan.Text.empty()) << c.Arguments;
+                  [&, set = variable](const std::string& name) { return name == set ? ":0" : ""; });
+    EXPECT_THAT(plan.Text + plan.Platforms, testing::StartsWith(text)) << arguments << variable;
+    EXPECT_EQ(plan.Action == TStartPlan::TAction::Run, plan.Text.empty()) << arguments;
     EXPECT_EQ(plan.Action == TStartPlan::TAction::NoDisplay, plan.Text.find("no display") < 20);
   }
   EXPECT_THAT(PlanStart({"--help"}, {}).Text, testing::HasSubstr("-GOES, -GSFC"));
