@@ -3,16 +3,8 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
-#include <QApplication>
-#include <QComboBox>
-#include <QFileDialog>
-#include <QLabel>
-#include <QMessageBox>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QShortcut>
 #include <QTest>
-#include <QTimeEdit>
+#include <QtWidgets>
 #include <future>
 
 #include "app/signal_watcher.h"

@@ -2,11 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include <QAction>
-#include <QClipboard>
-#include <QGuiApplication>
-#include <QTableView>
 #include <QTest>
+#include <QtWidgets>
 
 namespace skyreel {
 namespace {
