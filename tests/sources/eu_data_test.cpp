@@ -4,148 +4,85 @@
 #include "demo/lzw_encoder.h"
 #include "support/job_fixture.h"
 
-namespace skyreel {
+namespace skyreel::test {
 namespace {
 
-using demo::CompressBz2;
-using namespace test;
 using namespace testing;
 
-TEST(EuDataWantedSlots, AreEverySoManyRoundTheClock) {
-  const struct {
-    int Start, Interval;
-    TWords Slots;
-  } cases[] = {
-      {0, 3, {"0030", "0330", "0630", "0930", "1230", "1530", "1830", "2130"}},
-      {46, 4, {"0530", "1130", "1730", "2330"}},
-      {47, 5, {"1200", "2400"}},
-      {5, 6, {"0300"}},
-      {-1, 6, {"0030"}},  // a combo box without a choice
-  };
-  for (const auto& c : cases) EXPECT_EQ(EuDataWantedSlots(c.Start, c.Interval), c.Slots) << c.Start;
-  for (const auto& [interval, count] : {std::pair(-1, 48u), {0, 48u}, {1, 24u}, {2, 12u}, {7, 48u}})
-    EXPECT_EQ(EuDataWantedSlots(7, interval).size(), count) << interval;
-}
-
-TEST(EuDataSlots, ReachToOneDayAgoAndMidnightBelongsToTheDayBefore) {
-  const struct {
-    const char *Now, *Name, *File, *Folder;
-  } cases[] = {
-      {"2003-02-02 12:59:59", "1230", "FES_2003-02-01_1230_M7_IR.GIF", "2003/02/01"},
-      {"2003-02-03 00:10", "2400", "FES_2003-02-01_2400_M7_IR.GIF", "2003/02/01"},
-      {"2004-03-02 00:29:59", "2400", "FES_2004-02-29_2400_M7_IR.GIF", "2004/02/29"},
-      {"2004-03-01 00:30", "0030", "FES_2004-02-29_0030_M7_IR.GIF", "2004/02/29"},
-      {"2003-01-02 00:00", "2400", "FES_2002-12-31_2400_M7_IR.GIF", "2002/12/31"},
-  };
-  for (const auto& c : cases) {
-    const std::vector<TEuDataSlot> slots = EuDataSlots(At(c.Now), 2);
-    ASSERT_EQ(slots.size(), 100u);
-    EXPECT_EQ(slots[0].Time + 99 * std::chrono::minutes(30), slots[99].Time);
-    EXPECT_EQ(slots[99].Name, c.Name);
-    EXPECT_EQ(EuDataFileName(slots[99], 1, "IR", "GIF"), c.File);
-    EXPECT_EQ(FormatDateTime("yyyy/mm/dd", slots[99].Day), c.Folder);
+TEST(EuDataPlan, WantsEverySoManySlotsRoundTheClock) {
+  std::string plan;
+  for (const auto& [start, interval] :
+       {std::pair(0, 3), {46, 4}, {47, 5}, {-1, 6}, {7, -1}, {7, 0}, {7, 1}, {7, 2}, {7, 7}}) {
+    const TWords slots = EuDataWantedSlots(start, interval);
+    plan += std::to_string(slots.size()) + ": " + slots.front() + " " + slots.back() + "; ";
   }
+  EXPECT_EQ(plan,
+            "8: 0030 2130; 4: 0530 2330; 2: 1200 2400; 1: 0030 0030; 48: 0030 2400; 48: 0030 2400; 24: 0100 "
+            "2400; 12: 0200 2400; 48: 0030 2400; ");
 }
 
-/// Ten past midnight, one day back, the slot "2400" of Meteosat 7: the images of 31 January and 1 February.
+/// Ten past midnight, one day back, the slot "2230" of Meteosat 5 and "2400" of Meteosat 7, twice each.
 class TEuData : public TJobTest {
  protected:
-  TEuData() : TJobTest("2003-02-03 00:10") {
-    settings_.OutputPath = OutputPath();
-    settings_.UserName = "user";
-    settings_.Password = "secret";
-    settings_.Satellites = {false, true};
-    settings_.Channels = {"IR"};
-    settings_.Formats = {"GIF"};
-    settings_.StartSlot = {47, 47};
-    settings_.Interval = {6, 6};
-  }
-  /// The form resets the rest at the end of a run.
-  void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }
+  TEuData() : TJobTest("2004-03-03 00:10") {}
+  void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }  // the form resets the rest
   void Expect(const std::vector<TFtpAsked>& files) {
     Session(kEuDataServer, "user", "secret", files, [this] { TEuDataJob(Context, settings_).Run(); });
   }
-
   TEuDataSettings settings_;
-  const std::string kFirst = "/M7/FES_2003-01-31_2400_M7_", kSecond = "/M7/FES_2003-02-01_2400_M7_";
-  const std::string kLocalFirst = "2003/01/31" + kFirst.substr(3),
-                    kLocalSecond = "2003/02/01" + kSecond.substr(3);
+  const std::string kFirst = "/M7/FES_2004-02-29_2400_M7_", kSecond = "/M7/FES_2004-03-01_2400_M7_";
 };
 
-TEST_F(TEuData, AsksForBothSatellitesWantedSlotsOldestFirst) {
-  settings_.Satellites = {true, true};
-  settings_.StartSlot = {5, 47};
-  settings_.Formats = {"GIF", "OPEN_MTP.Z"};
-  const std::string fifth = "/M5/FES_2003-02-01_0300_M5_IR.";
-  Expect({{fifth + "GIF", {}},
-          {fifth + "OPEN_MTP.Z", {}},
+TEST_F(TEuData, AsksForTheWantedSlotsUpToOneDayAgoOldestFirst) {
+  settings_ = {OutputPath(),          "user",   "secret", false, false, false, {true, true}, {"IR"},
+               {"GIF", "OPEN_MTP.Z"}, {44, 47}, {6, 6}};
+  const std::string z = "IR.OPEN_MTP.Z";
+  Expect({{"/M5/FES_2004-02-29_2230_M5_IR.GIF", {}},
+          {"/M5/FES_2004-02-29_2230_M5_" + z, {}},
+          {"/M5/FES_2004-03-01_2230_M5_IR.GIF", {}},
+          {"/M5/FES_2004-03-01_2230_M5_" + z, {}},
           {kFirst + "IR.GIF", "GIF89a"},
-          {kFirst + "IR.OPEN_MTP.Z", {}},
+          {kFirst + z, {}},
           {kSecond + "IR.GIF", "G"},
-          {kSecond + "IR.OPEN_MTP.Z", {}}});
-  EXPECT_THAT(Stored(), ElementsAre(kLocalFirst + "IR.GIF 6 2003-02-01 00:00",
-                                    kLocalSecond + "IR.GIF 1 2003-02-02 00:00"));
-  EXPECT_THAT(Lines(),
-              AllOf(SizeIs(10), Contains("FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z - 550 No such file")));
-  EXPECT_EQ(Display.Panel(0), "2003-Feb-02 0000");
-  // What is there is not asked for again, and of the rest what is on the list of known names alone.
-  Folder.Write("program/EuDAFiles.txt",
-               "fes_2003-01-31_2400_m7_ir.open_mtp.z,FES_2003-01-31_2400_M7_IR.GIF\r\n");
-  Expect({{kFirst + "IR.OPEN_MTP.Z", {}}});
+          {kSecond + z, {}}});
+  EXPECT_THAT(Stored(), ElementsAre("2004/02/29/FES_2004-02-29_2400_M7_IR.GIF 6 2004-03-01 00:00",
+                                    "2004/03/01/FES_2004-03-01_2400_M7_IR.GIF 1 2004-03-02 00:00"));
+  EXPECT_EQ(Results()[5], "Tab: M7 IR OPEN_MTP.Z 2004-03-01 0000, ftp://server" + kFirst + z +
+                              " > 2004/02/29/FES_2004-02-29_2400_M7_" + z + " - timed out: 550 No such file");
+  EXPECT_EQ(Display.Panel(0), "2004-Mar-02 0000");
+  // What is there is not asked for again, of the rest only what is known, and nothing after a stop.
+  Folder.Write(
+      "program/EuDAFiles.txt",
+      "fes_2004-02-29_2400_m7_ir.open_mtp.z\nFES_2004-02-29_2400_M7_IR.GIF," + kSecond.substr(4) + z);
+  Clock.OnSleep = [this] { Run.Stop = true; };
+  Expect({{kFirst + z, {}}});
 }
 
 TEST_F(TEuData, AWholeImageTakesThePlaceOfItsCompressedFileAndNoOther) {
-  constexpr std::size_t infra_red = 6'475'860, visible = 25'354'344;
-  settings_.Uncompress = true;
-  settings_.Channels = {"VISSN", "IR"};
-  settings_.Formats = {"OPEN_MTP.Z", "OPEN_MTP.bz2"};
-  const std::string whole = ImageBytes(infra_red), packed = CompressBz2(whole);
-  std::string small = LzwEncode("of no use");
-  small.resize(10'000);
-  Expect({{kFirst + "VISSN.OPEN_MTP.Z", LzwEncode(ImageBytes(visible))},
-          {kFirst + "IR.OPEN_MTP.Z", LzwEncode(whole.substr(1))},
-          {kSecond + "VISSN.OPEN_MTP.Z", std::string(10'001, 'x')},
-          {kSecond + "VISSN.OPEN_MTP.bz2", packed},
-          {kSecond + "IR.OPEN_MTP.Z", small},
-          {kSecond + "IR.OPEN_MTP.bz2", packed}});
-  EXPECT_THAT(Files(), ElementsAre(kLocalFirst + "IR.OPEN_MTP", kLocalFirst + "IR.OPEN_MTP.Z",
-                                   kLocalFirst + "VISSN.OPEN_MTP", kLocalSecond + "IR.OPEN_MTP",
-                                   kLocalSecond + "IR.OPEN_MTP.Z", kLocalSecond + "VISSN.OPEN_MTP",
-                                   kLocalSecond + "VISSN.OPEN_MTP.Z", kLocalSecond + "VISSN.OPEN_MTP.bz2"));
-  EXPECT_EQ(ReadWholeFile(Output(kLocalSecond + "IR.OPEN_MTP")), whole);
-  EXPECT_EQ(GetFileDateTime(Output(kLocalSecond + "IR.OPEN_MTP")), At("2003-02-02"));
-  TWords kept;
-  for (const std::string& line : Lines()) {
-    if (!line.starts_with("Get: ")) kept.push_back(line);
-  }
-  EXPECT_THAT(kept, ElementsAre("FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z - kept: uncompressed to 6475859 bytes, "
-                                "expected 6475860",
-                                StartsWith("FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.Z - not uncompressed: "),
-                                "FES_2003-02-01_2400_M7_VISSN.OPEN_MTP.bz2 - kept: uncompressed to 6475860 "
-                                "bytes, expected 25354344"));
-  EXPECT_THAT(Display.Panels, Contains(std::pair(1, "Uncompressing:  FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z")));
-  Expect({});  // an image stands for its compressed forms
-}
-
-TEST_F(TEuData, ACutDownloadIsNotDecodedAndIsFetchedAgain) {
-  settings_.Uncompress = true;
-  settings_.Formats = {"OPEN_MTP.Z"};
-  Folder.Write("program/EuDAFiles.txt", "FES_2003-01-31_2400_M7_IR.OPEN_MTP.Z");
-  const std::string whole = LzwEncode(ImageBytes(6'475'860));
-  // It would decode without an error, only shorter.
-  Expect({{kFirst + "IR.OPEN_MTP.Z", whole.substr(0, 20'000), whole.size()}});
-  EXPECT_THAT(Files(), ElementsAre(kLocalFirst + "IR.OPEN_MTP.Z"));
-  Expect({{kFirst + "IR.OPEN_MTP.Z", whole}});
-  EXPECT_THAT(Files(), ElementsAre(kLocalFirst + "IR.OPEN_MTP"));
-}
-
-TEST_F(TEuData, AFolderThatCannotBeMadeCostsItsSlotAloneAndAStopEndsTheRun) {
-  WriteOutput("2003/01/31", "a file where the folder should be");
-  settings_.Channels = {"VISSN", "IR"};
-  Clock.OnSleep = [this] { Run.Stop = true; };
-  Expect({{kSecond + "VISSN.GIF", "GIF"}});
-  EXPECT_THAT(Lines(), ElementsAre(StartsWith("Cannot file into "), "Get: FES_2003-02-01_2400_M7_VISSN.GIF"));
+  settings_ = {OutputPath(),         "user",  "secret", false, false, true, {false, true}, {"VISSN", "IR"},
+               {"MTP.Z", "MTP.bz2"}, {0, 47}, {0, 6}};
+  const std::string whole = ImageBytes(6'475'860), packed = LzwEncode(whole);
+  // The cut file would decode without an error, only shorter.
+  Expect({{kFirst + "VISSN.MTP.Z", packed.substr(0, 20'000), packed.size()},
+          {kFirst + "VISSN.MTP.bz2", Picture(10'000)},
+          {kFirst + "IR.MTP.Z", LzwEncode(whole.substr(1))},
+          {kSecond + "VISSN.MTP.Z", Picture(10'001)},
+          {kSecond + "VISSN.MTP.bz2", demo::CompressBz2(whole)},
+          {kSecond + "IR.MTP.Z", packed}});
+  EXPECT_EQ(ReadWholeFile(Output("2004/03/01" + kSecond.substr(3) + "IR.MTP")), whole);
+  TWords files;
+  for (const std::string& file : Stored()) files.push_back(file.substr(34));
+  EXPECT_THAT(files, ElementsAre("IR.MTP 6475859 2004-03-01 00:00", StartsWith("IR.MTP.Z "),
+                                 "VISSN.MTP.Z 20000 2004-03-01 00:00", "VISSN.MTP.bz2 10000 2004-03-01 00:00",
+                                 "IR.MTP 6475860 2004-03-02 00:00", "VISSN.MTP 6475860 2004-03-02 00:00",
+                                 "VISSN.MTP.Z 10001 2004-03-02 00:00", StartsWith("VISSN.MTP.bz2 ")));
+  EXPECT_THAT(Lines(),
+              IsSupersetOf({EndsWith("IR.MTP.Z - kept: uncompressed to 6475859 bytes, expected 6475860"),
+                            EndsWith("bz2 - kept: uncompressed to 6475860 bytes, expected 25354344")}));
+  EXPECT_THAT(Display.Panels, Contains(Pair(1, "Uncompressing:  FES_2004-02-29_2400_M7_IR.MTP.Z")));
+  // An image stands for its compressed forms; the cut file is fetched again.
+  Expect({{kFirst + "VISSN.MTP.Z", "short"}});
 }
 
 }  // namespace
-}  // namespace skyreel
+}  // namespace skyreel::test

@@ -45,6 +45,7 @@ class TJobFixture {
         Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, {}}, {}, Folder / "program"} {
     std::filesystem::create_directories(OutputPath());
     std::filesystem::create_directories(Context.ProgramFolder);
+    Context.Source = "Tab";
     Context.Shared.TimeoutSeconds = 20;
     Context.Shared.BackDays = 1;
     for (const TSource& source : Sources())
@@ -93,6 +94,18 @@ class TJobFixture {
     return paths;
   }
   TWords Lines() { return std::exchange(Display.Lines, {}); }
+  /// What became of each file: "Tab: product slot, address > file - OK", with the reason when it failed.
+  TWords Results() {
+    TWords results;
+    for (const TFileResult& r : std::exchange(Display.Results, {})) {
+      const std::string outcome = PictureLine(r).substr(r.Name.size()), at = r.Address;
+      results.push_back(r.Source + ": " + r.Product + FormatDateTime(" yyyy-mm-dd hhnn, ", r.SlotTime) +
+                        ReplaceAll(ReplaceAll(at, Server.Address(), "server"), ftp_address_, "server") +
+                        " > " + r.Path.lexically_relative(OutputPath()).generic_string() + outcome +
+                        (outcome.ends_with(r.Reason) ? "" : ": " + r.Reason));
+    }
+    return results;
+  }
   /// What must hold after every run, however it went: bar, label, title, panels and cursor at rest, watchdog
   /// stopped, as often as it was started. "" or what is wrong.
   std::string AtRest() const {
@@ -140,7 +153,7 @@ class TJobFixture {
                             : "550 No such file|";
     }
     const TFtpServer server(false, steps + "QUIT>221 bye|close", contents);
-    Context.Servers.Set(setting, server.Address());
+    Context.Servers.Set(setting, ftp_address_ = server.Address());
     job();
     server.Received(1);
   }
@@ -163,6 +176,7 @@ class TJobFixture {
     if (OnTurn) OnTurn();
   }
   std::size_t asked_ = 0;
+  std::string ftp_address_ = "none";
 };
 
 /// A test of a job. At its end the display must be at rest and must never have shown the "secret".
