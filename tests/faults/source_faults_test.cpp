@@ -42,17 +42,6 @@ class TSourceFaults : public test::TJobTest {
   const std::string zip_ = "/data/gss/r-uk051109.zip";
 };
 
-TEST_F(TSourceFaults, AServerThatIsAwayIsReportedWhereFilesAreAskedFor) {
-  Server.Stop();
-  for (const TSource& source : Sources())
-    for (const TServerSetting& server : source.Servers)
-      if (!server.Ftp) Context.Servers.Set(server, Server.Url(""));
-  EXPECT_THAT(EuOld(), ElementsAre("D1 20051110 - failed to get file list: Connection Failed"));
-  EXPECT_THAT(Goes(), testing::AllOf(testing::SizeIs(3), testing::Each(testing::EndsWith(" - timed out"))));
-  EXPECT_THAT(Charts(), IsEmpty());
-  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - Connection Failed"));
-}
-
 TEST_F(TSourceFaults, AListThatIsCutIsUsedAndSaidToBeIncomplete) {
   const std::string name = remote_ + "000000_07_D1_0.jpg", list = "frame0 = \"" + name + "\";\n";
   const std::string whole = list + "number_of_images = 1;";
@@ -123,6 +112,9 @@ TEST_F(TSourceFaults, AnOrderPageOrAProductThatIsRefusedIsReported) {
   EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - incomplete", "Get: 0511101200.pdu",
                                   "0511101200.pdu - incomplete?"));
   EXPECT_THAT(Stored(), ElementsAre(testing::StartsWith("2005/11/10/0511101200.pdu 900000 ")));
+  Server.Stop();
+  Context.Servers.Set(kPdusServer, Server.Url(""));
+  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - Connection Failed"));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -24,7 +23,6 @@ struct TPlay {
   std::function<void()> Download = [] {};  ///< runs on a thread of the library
 
   std::ostringstream Calls;
-  std::string LocalPath;
   TWinInetApi::TStatusCallback Callback = nullptr;
   TWinInetApi::TContext Context = 0;
   std::vector<std::thread> Threads;
@@ -72,8 +70,8 @@ class TPlayedLibrary : public TWinInetLibrary {
     };
     Api.FtpGetFileA = [](void*, const char* remote, const char* local, int fail_if_exists,
                          std::uint32_t attributes, std::uint32_t flags, std::uintptr_t context) {
-      play->Calls << "get " << remote << fail_if_exists << attributes << ' ' << std::hex << flags << '|';
-      play->LocalPath = local;
+      play->Calls << "get " << remote << (std::string(local).ends_with("/out/f")) << fail_if_exists
+                  << attributes << ' ' << std::hex << flags << '|';
       play->Context = context;
       play->LastError = play->StartFails ? 12031 : 997;
       if (!play->StartFails) play->Threads.emplace_back(play->Download);
@@ -94,70 +92,70 @@ class WinInet : public testing::Test {
  protected:
   WinInet() {
     play = &play_;
-    // A thread of the library runs between two polls, as far as it wants to.
-    job_.Clock.OnSleep = [this] { on_poll_ ? on_poll_(++polls_) : play_.Join(); };
+    job_.Clock.OnSleep = [this] {
+      play_.Join();
+      if (polls_ < on_polls_.size()) on_polls_[polls_]();
+      ++polls_;
+    };
     connection_ = wininet_->Connect("host", 21, "user", "secret", true);
   }
   ~WinInet() override {
     connection_.reset();
     wininet_.reset();
   }
-  bool Get() { return wininet_->WinInetFtpGet(job_.Context, &handle, "/f", job_.Output("f")); }
+  /// Downloads a file; each poll runs the next of these.
+  bool Get(std::vector<std::function<void()>> on_polls) {
+    on_polls_ = std::move(on_polls);
+    polls_ = 0;
+    return wininet_->WinInetFtpGet(job_.Context, &handle, "/f", job_.Output("f"));
+  }
 
   test::TJobFixture job_;
   TPlay play_;
-  std::function<void(int)> on_poll_;
-  int polls_ = 0;
+  std::vector<std::function<void()>> on_polls_;
+  std::size_t polls_ = 0;
   std::unique_ptr<TWinInetTransfer> wininet_ =
       std::make_unique<TWinInetTransfer>(std::make_unique<TPlayedLibrary>());
   std::unique_ptr<TWinInetTransfer::TConnection> connection_;
 };
 
 TEST(WinInetLoader, GivesNothingUnlessAllThirteenEntryPointsAreThere) {
-  std::vector<std::string> names;
-  int something = 0;
-  const auto all = [&](const char* name) -> void* {
-    names.push_back(name);
-    return &something;
-  };
   TWinInetApi api;
-  EXPECT_TRUE(ResolveWinInet(api, all));
-  EXPECT_EQ(names.size(), 13u);
-  for (const std::string& missing : std::vector<std::string>(names)) {
-    EXPECT_FALSE(ResolveWinInet(api, [&](const char* name) { return missing == name ? nullptr : all(name); }))
-        << missing;
+  for (int missing = 1; missing <= 14; ++missing) {
+    int asked = 0;
+    EXPECT_EQ(
+        ResolveWinInet(api, [&](const char*) -> void* { return ++asked == missing ? nullptr : &asked; }),
+        missing == 14);
+    EXPECT_EQ(asked, std::min(missing, 13));
   }
 }
 
 TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
-  on_poll_ = [&](int poll) {
-    if (poll == 1) play_.Join();
-    if (poll == 2) {
-      Tell(41, 99U);
-      // Other reports of the library, and nonsense, do not matter to a download.
-      for (const std::uint32_t status : {30u, 31u, 40u, 60u, 70u, 99u}) Tell(status, 7);
-      play_.Callback(&handle, play_.Context, 41, nullptr, 0);
-      std::uint32_t count = 1;
-      play_.Callback(&handle, 0, 41, &count, sizeof count);
-      Tell(41, count, 1);
-      Tell(100, count);
-    }
-    if (poll != 3) return;
+  const auto some = [&] {
+    Tell(41, 99U);
+    // Other reports of the library, and nonsense, do not matter to a download.
+    for (const std::uint32_t status : {30u, 31u, 40u, 60u, 70u, 99u}) Tell(status, 7);
+    play_.Callback(&handle, play_.Context, 41, nullptr, 0);
+    std::uint32_t count = 1;
+    play_.Callback(&handle, 0, 41, &count, sizeof count);
+    Tell(41, count, 1);
+    Tell(100, count);
+  };
+  const auto rest = [&] {
     Tell(41, 101U);
     job_.WriteOutput("f", std::string(200, 'x'));
     Tell(100, TEnd{1, 0});
   };
-  EXPECT_TRUE(Get());
+  EXPECT_TRUE(Get({[] {}, some, rest}));
   connection_.reset();
   EXPECT_EQ(wininet_->LastState(), wtsDone);
   EXPECT_EQ(play_.Calls.str(),
-            "open Skyreel010000000|host 21usersecret1 8000000|find /f 800000000|close|get /f00 80000002|"
+            "open Skyreel010000000|host 21usersecret1 8000000|find /f 800000000|close|get /f100 80000002|"
             "close|close|");
-  EXPECT_EQ(play_.LocalPath, job_.Output("f").string());
   EXPECT_THAT(job_.Display.Progress, ElementsAre(0, 0, 50, 0));
   EXPECT_THAT(job_.Display.BytesLabels, ElementsAre("0 bytes", "0 bytes", "99 bytes", "99 bytes"));
   EXPECT_EQ(job_.Display.Titles.back(), kApplicationTitle);
-  EXPECT_THAT(job_.Display.Lines, ElementsAre("Got 200 bytes"));
+  EXPECT_THAT(job_.Lines(), ElementsAre("Got 200 bytes"));
 }
 
 TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
@@ -166,23 +164,20 @@ TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
     bool HasFile, StartFails;
     std::uint32_t LastError, EndError;
     std::size_t Written;
-    TWinInetTransferState State;
-    std::vector<std::string> Lines;
+    test::TWords Lines;
   } rows[] = {
-      {"", false, false, 0, 0, 0, wtsNoFile, {"File does not exist"}},
-      {"", true, false, 18, 0, 0, wtsNoFile, {"File does not exist"}},  // no more files
-      {"", true, true, 0, 0, 0, wtsFailed, {"Transfer failed"}},
-      {"ignored", true, false, 0, 12002, 100, wtsFailed, {"Transfer failed"}},
-      {"550-no\r\n550\x01 such\r\n", true, false, 0, 12003, 0, wtsFailed, {"550-no", "550 such"}},
-      {"550 no\r\n550 no\r\n", true, false, 0, 12003, 0, wtsFailed, {"550 no"}},
-      {"550 no", true, false, 0, 12003, 0, wtsFailed, {"550 no"}},
-      {"", true, false, 0, 12003, 0, wtsFailed, {"Transfer failed"}},
-      {"", true, false, 0, 0, 100, wtsDone, {"Got 100 bytes", "f - received 100 of 200 bytes"}},
-      {"", true, false, 0, 0, 200, wtsDone, {"Got 200 bytes"}},
+      {"", false, false, 0, 0, 0, {"File does not exist"}},
+      {"", true, false, 18, 0, 0, {"File does not exist"}},  // no more files
+      {"", true, true, 0, 0, 0, {"Transfer failed"}},
+      {"ignored", true, false, 0, 12002, 100, {"Transfer failed"}},
+      {"550-no\r\n550\x01 such\r\n", true, false, 0, 12003, 0, {"550-no", "550 such"}},
+      {"550 no\r\n550 no\r\n", true, false, 0, 12003, 0, {"550 no"}},
+      {"", true, false, 0, 12003, 0, {"Transfer failed"}},
+      {"", true, false, 0, 0, 100, {"Got 100 bytes", "f - received 100 of 200 bytes"}},
+      {"", true, false, 0, 0, 200, {"Got 200 bytes"}},
   };
   job_.Context.WinInet = wininet_.get();
   const auto session = [&](const std::function<void(TFtpSession&)>& work) {
-    job_.Lines();
     return RunFtpSession(job_.Context, {"host:2121", "user", "secret", false, true}, work);
   };
   for (const auto& row : rows) {
@@ -193,58 +188,43 @@ TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
     play_.LastError = row.LastError;
     play_.Response = row.Response;
     play_.Download = [&] {
-      std::ofstream(play->LocalPath) << std::string(row.Written, 'x');
+      job_.WriteOutput("f", std::string(row.Written, 'x'));
       Tell(100, TEnd{1, row.EndError});
     };
     EXPECT_TRUE(session([&](TFtpSession& open) {
       const auto fetch = FtpFetchFile(job_.Context, open, {"f", "f", job_.OutputPath(), "", {}});
-      EXPECT_EQ(fetch->Received, row.State == wtsDone);
+      EXPECT_EQ(fetch->Received, row.Lines[0].starts_with("Got"));
       if (fetch->StillNoted) job_.Ledger.End(job_.Output("f"), TTransferEnd::Whole);
       job_.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
     }));
-    EXPECT_EQ(wininet_->LastState(), row.State);
-    job_.Display.Lines.erase(job_.Display.Lines.begin());  // "Get: f"
-    EXPECT_EQ(job_.Display.Lines, row.Lines);
-    EXPECT_EQ(job_.Ledger.IsNoted(job_.Output("f")), row.State != wtsNoFile && row.Written < 200);
-    EXPECT_FALSE(job_.Run.WatchdogArmed);
+    test::TWords lines = row.Lines;
+    lines.insert(lines.begin(), "Get: f");
+    EXPECT_EQ(job_.Lines(), lines);
+    EXPECT_EQ(job_.Ledger.IsNoted(job_.Output("f")), !row.Lines[0].starts_with("File") && row.Written < 200);
   }
   EXPECT_THAT(play_.Calls.str(), testing::HasSubstr("|host 2121usersecret1 0|"));
   play_.Connects = false;
   EXPECT_FALSE(session([](TFtpSession&) {}));
-  EXPECT_THAT(job_.Display.Lines,
+  EXPECT_THAT(job_.Lines(),
               ElementsAre("Connection failed to: host - no connection from the Internet library"));
 }
 
 TEST_F(WinInet, AnEndThatComesTooLateConcernsNobody) {
   job_.Context.Shared.TimeoutSeconds = 1;
-  on_poll_ = [](int) {};
-  EXPECT_FALSE(Get());
+  // 1000 ms and 50 ms of grace, in steps of 250; in the last step an end is too late already.
+  EXPECT_FALSE(Get({[] {}, [] {}, [] {}, [] {}, [] { Tell(100, TEnd{1, 0}); }}));
+  EXPECT_EQ(wininet_->LastState(), wtsTimedOut);
   EXPECT_THAT(job_.Lines(), ElementsAre("Transfer timed out"));
-  // 1000 ms and 50 ms of grace, in steps of 250.
   EXPECT_EQ(job_.Clock.Slept, std::chrono::milliseconds(1250));
 
-  // The library still writes to the record of the first request while a second one runs.
+  // The library still writes to the record of a request that timed out while another one runs.
+  EXPECT_FALSE(Get({}));
   const TWinInetApi::TContext first = play_.Context;
-  play_.Download = [&] {
-    std::uint32_t count = 1000;
+  EXPECT_TRUE(Get({[&] {
     TEnd end{0, 12002};
-    play_.Callback(&handle, first, 41, &count, sizeof count);
     play_.Callback(&handle, first, 100, &end, sizeof end);
     Tell(100, TEnd{1, 0});
-  };
-  job_.WriteOutput("f", "abc");
-  on_poll_ = {};
-  EXPECT_TRUE(Get());
-  EXPECT_THAT(job_.Lines(), ElementsAre("Got 3 bytes"));
-
-  // In the last step an end is too late already.
-  play_.Download = [] {};
-  polls_ = 0;
-  on_poll_ = [&](int poll) {
-    if (poll == 5) Tell(100, TEnd{1, 0});
-  };
-  EXPECT_FALSE(Get());
-  EXPECT_EQ(wininet_->LastState(), wtsTimedOut);
+  }}));
 }
 
 }  // namespace
