@@ -47,6 +47,7 @@ TEST_F(TMsfc, EachRunAsksForEachFileWhateverItsListUntilAStop) {
 
 TEST_F(TMsfc, OnlyAWholeAreaReplacesItsCompressedFileOfMoreThan200000Bytes) {
   settings_ = {OutputPath(), false, false, true, {"IR", "WV"}, {"0000", "0600"}};
+  Folder.Write("program/MSFCFiles.txt", std::string(1, '\0'));
   // A kill came between a whole image and the deletion of its compressed file.
   WriteOutput("2003/02/01/ME7-200302010000.ir1.ara", Picture(6'321'008));
   const auto compressed = WriteOutput("2003/02/01/ME7-200302010000.ir1.ara.Z", "area");
@@ -58,7 +59,8 @@ TEST_F(TMsfc, OnlyAWholeAreaReplacesItsCompressedFileOfMoreThan200000Bytes) {
                                     "2003/02/01/ME7-200302010000.ir2.ara.Z 200000 2003-02-01 00:00",
                                     StartsWith("2003/02/01/ME7-200302010600.ir1.ara 4 "),
                                     "2003/02/01/ME7-200302010600.ir2.ara.Z 200001 2003-02-01 06:00"));
-  EXPECT_THAT(Lines(), ElementsAre(_, _, StartsWith("ME7-200302010600.ir2.ara.Z - not uncompressed: ")));
+  EXPECT_THAT(Lines(), ElementsAre("MSFCFiles.txt - not used: not a text file", _, _,
+                                   StartsWith("ME7-200302010600.ir2.ara.Z - not uncompressed: ")));
 }
 
 }  // namespace
