@@ -78,9 +78,8 @@ TEST_F(TSourceFaults, OneFileOfARunIsLostAndTheOthersCome) {
 TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {
   const std::string url = Server.Url(zip_), date = "Last-Modified: Wed, 09 Nov 2005 12:00:00 GMT";
   const std::string header = "HTTP/1.0 200 OK\r\nContent-Length: 6000\r\n" + date + "\r\n\r\n";
-  const struct {
-    std::string Head, Get, Line;  ///< Line goes behind the URL; empty: none
-  } rows[] = {
+  // The replies to HEAD and GET, and what goes behind the URL; empty: no line.
+  const std::tuple<std::string, std::string, std::string> rows[] = {
       {HttpReply("", {}, "404 Not Found"), "", ""},
       {HttpReply("", {}, "410 Gone"), "", ""},
       {HttpReply("", {}, "405 No"), "", " - refused by the server: 405"},
@@ -90,10 +89,10 @@ TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {
       {header, "<close>", " - timed out"},
       {header, header + Picture(6'000), " - OK"},
   };
-  for (const auto& row : rows) {
-    Server.Script("HEAD " + zip_, row.Head);
-    Server.Script("GET " + zip_, row.Get);
-    const TWords expected = row.Line.empty() ? TWords{} : TWords{url + row.Line};
+  for (const auto& [head, get, line] : rows) {
+    Server.Script("HEAD " + zip_, head);
+    Server.Script("GET " + zip_, get);
+    const TWords expected = line.empty() ? TWords{} : TWords{url + line};
     EXPECT_EQ(Charts(), expected);
   }
 }

@@ -112,23 +112,19 @@ TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
 
 TEST_F(FtpFetch, ASessionThatCannotBeOpenedSaysSoAndDoesNoWork) {
   const std::string failed = "Connection failed to: 127.0.0.1";
-  const struct {
-    const char* Talk;
-    test::TWords Lines;
-    std::string Server = "";
-  } rows[] = {
+  const std::tuple<const char*, test::TWords, std::string> rows[] = {
       {"", {failed}, "127.0.0.1:" + std::to_string(test::ClosedPort())},
-      {">421 full|close", {failed + " - Connection closed by server"}},
-      {">220 hi|USER user>331 pw|PASS secret>530 secret is wrong", {failed, "530 *** is wrong"}},
-      {">220 hi|USER user>230 in|TYPE I>504 no", {failed + " - 504 no"}},
+      {">421 full|close", {failed + " - Connection closed by server"}, ""},
+      {">220 hi|USER user>331 pw|PASS secret>530 secret is wrong", {failed, "530 *** is wrong"}, ""},
+      {">220 hi|USER user>230 in|TYPE I>504 no", {failed + " - 504 no"}, ""},
       {"", {"\"host:0\" is not an FTP server address (host or host:port)"}, "host:0"},
   };
-  for (const auto& row : rows) {
-    TFtpServer server(false, row.Talk);
+  for (const auto& [talk, lines, other] : rows) {
+    TFtpServer server(false, talk);
     TFtpLogin login = Login(server);
-    if (!row.Server.empty()) login.Server = row.Server;
+    if (!other.empty()) login.Server = other;
     EXPECT_FALSE(RunFtpSession(Context, login, [](TFtpSession&) { ADD_FAILURE(); }));
-    EXPECT_EQ(Lines(), row.Lines);
+    EXPECT_EQ(Lines(), lines);
     EXPECT_FALSE(NMFTP.Connected || Run.WatchdogArmed);
   }
 }

@@ -53,53 +53,43 @@ TEST_F(THttpFetch, AFetchShowsItsProgressUnderTheWatchdogAndEndsWithOneValue) {
 }
 
 TEST_F(THttpFetch, SizesDecideOverWhatGoesThroughAStream) {
-  const struct {
-    std::int64_t Local;  // size of the file that is there already; -1 none
-    std::size_t Served;
-    std::int64_t After;  // size of the local file afterwards; -1 none
-    const char* Line;
-  } cases[] = {
+  // The local file's size (-1: there is none), what is served, the local file's size afterwards, the line.
+  const std::tuple<std::int64_t, std::size_t, std::int64_t, const char*> cases[] = {
       {-1, 10000, 10000, " - OK"},   {-1, 9999, -1, " - missing or incomplete"},
       {-1, 0, -1, " - timed out"},   {1000, 20000, 1000, nullptr},
       {999, 10000, 10000, " - OK"},  {999, 9999, -1, " - missing or incomplete"},
       {999, 0, 999, " - timed out"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.Local << " " << c.Served);
+  for (const auto& [local, served, after, line] : cases) {
+    SCOPED_TRACE(testing::Message() << local << " " << served);
     fs::remove(Output("a.jpg"));
-    if (c.Local >= 0) WriteOutput("a.jpg", Picture(static_cast<std::size_t>(c.Local), 'o'));
-    Server.Answer("/a.jpg", Picture(c.Served));
-    EXPECT_EQ(Get(), c.Line ? std::vector{std::string("/a.jpg") + c.Line} : std::vector<std::string>());
-    EXPECT_EQ(FileSizeOf(Output("a.jpg")), c.After);
+    if (local >= 0) WriteOutput("a.jpg", Picture(static_cast<std::size_t>(local), 'o'));
+    Server.Answer("/a.jpg", Picture(served));
+    EXPECT_EQ(Get(), line ? test::TWords{std::string("/a.jpg") + line} : test::TWords());
+    EXPECT_EQ(FileSizeOf(Output("a.jpg")), after);
   }
   EXPECT_EQ(Server.Received().size(), 6U) << "a present file is not asked for";
 }
 
 TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
-  const struct {
-    std::size_t Older;  // 0: what the row before left
-    std::size_t Sent;
-    const char* ReplyAnnounces;
-    std::int64_t HeaderAnnounced;
-    TFileOutcome Outcome;
-    std::int64_t After;
-    bool Noted;
-  } rows[] = {
-      {0, 700, "", 701, Incomplete, 700, true},
-      {0, 50, "Content-Length: 50\r\n", 50, Saved, 50, false},  // a noted file is not a good one
-      {100, 600, "Content-Length: 600\r\n", 900, Incomplete, 100, false},
-      {100, 99, "Content-Length: 99\r\n", 99, Incomplete, 100, false},
-      {100, 600, "Content-Length: 600\r\n", 500, Saved, 600, false},
-      {99, 600, "Content-Length: 900\r\n", 0, Incomplete, 600, true},
+  // The older file's size (0: what the row before left), bytes sent and announced by the reply (0: not
+  // announced), announced by the file's header, the outcome, the size afterwards, and whether it is noted.
+  const std::tuple<std::size_t, std::size_t, int, std::int64_t, TFileOutcome, std::int64_t, bool> rows[] = {
+      {0, 700, 0, 701, Incomplete, 700, true},
+      {0, 50, 50, 50, Saved, 50, false},  // a noted file is not a good one
+      {100, 600, 600, 900, Incomplete, 100, false},
+      {100, 99, 99, 99, Incomplete, 100, false},
+      {100, 600, 600, 500, Saved, 600, false},
+      {99, 600, 900, 0, Incomplete, 600, true},
   };
-  for (const auto& row : rows) {
-    if (row.Older > 0) WriteOutput("a.gif", Picture(row.Older));
-    Server.Script("/a.gif",
-                  "HTTP/1.0 200 OK\r\n" + std::string(row.ReplyAnnounces) + "\r\n" + Picture(row.Sent));
-    EXPECT_EQ(FetchHttp("a.gif", TDelivery::Direct, row.HeaderAnnounced, 100).Outcome, row.Outcome);
-    EXPECT_THAT(Tree(), ElementsAre(Pair("a.gif", row.After)));
-    EXPECT_EQ(Ledger.IsNoted(Output("a.gif")), row.Noted) << row.After;
-    EXPECT_EQ(GetFileDateTime(Output("a.gif")) == Clock.Now, row.Outcome == Saved) << row.After;
+  for (const auto& [older, sent, by_reply, by_header, outcome, after, noted] : rows) {
+    if (older > 0) WriteOutput("a.gif", Picture(older));
+    const std::string length = by_reply > 0 ? "Content-Length: " + std::to_string(by_reply) + "\r\n" : "";
+    Server.Script("/a.gif", "HTTP/1.0 200 OK\r\n" + length + "\r\n" + Picture(sent));
+    EXPECT_EQ(FetchHttp("a.gif", TDelivery::Direct, by_header, 100).Outcome, outcome);
+    EXPECT_THAT(Tree(), ElementsAre(Pair("a.gif", after)));
+    EXPECT_EQ(Ledger.IsNoted(Output("a.gif")), noted) << after;
+    EXPECT_EQ(GetFileDateTime(Output("a.gif")) == Clock.Now, outcome == Saved) << after;
   }
 }
 
@@ -109,15 +99,6 @@ TEST_F(THttpFetch, AnEndlessBodyIsGivenUpAndNotKept) {
   EXPECT_THAT(Get(), ElementsAre("/a.jpg - not saved: given up: larger than 2 MiB"));
   EXPECT_EQ(FetchHttp("a.gif", TDelivery::Direct, 0).Reason, "given up: larger than 2 MiB");
   EXPECT_THAT(Tree(), IsEmpty());
-}
-
-TEST_F(THttpFetch, MissingTemporaryFolderSaysWhyAndAShortFileDeletesNoFolder) {
-  Server.Answer("/a.jpg", Picture(10));
-  fs::create_directories(Output("a.jpg"));
-  Get();
-  EXPECT_TRUE(fs::is_directory(Output("a.jpg")));
-  ::setenv("TMPDIR", (Folder / "no such folder").c_str(), 1);
-  EXPECT_THAT(Get(), ElementsAre(StartsWith("/a.jpg - not saved: ")));
 }
 
 TEST_F(THttpFetch, ReencodedPictureIsStampedUnderItsNewName) {

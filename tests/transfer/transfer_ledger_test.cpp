@@ -35,28 +35,24 @@ class TransferLedger : public testing::Test {
 };
 
 TEST_F(TransferLedger, TheNoteStaysUnlessTheTransferEndedWholeOrNeverTouchedTheFile) {
-  struct {
-    bool CutBefore;
-    TTransferEnd End;
-    bool PresentAfter;
-  } const rows[] = {
+  // Whether it was cut before, how the transfer ends, whether the file is present afterwards.
+  const std::tuple<bool, TTransferEnd, bool> rows[] = {
       {false, TTransferEnd::Whole, true},     {false, TTransferEnd::Untouched, true},
       {false, TTransferEnd::Cut, false},      {true, TTransferEnd::Whole, true},
       {true, TTransferEnd::Untouched, false}, {true, TTransferEnd::Cut, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.CutBefore << static_cast<int>(row.End));
+  for (const auto& [cut_before, end, present] : rows) {
+    SCOPED_TRACE(testing::Message() << cut_before << static_cast<int>(end));
     fs::remove(file_);
     TTransferLedger ledger(file_);
-    if (row.CutBefore) Transfer(ledger, picture_, TTransferEnd::Cut);
-    EXPECT_EQ(ledger.Present(picture_), !row.CutBefore);
+    if (cut_before) Transfer(ledger, picture_, TTransferEnd::Cut);
+    EXPECT_EQ(ledger.Present(picture_), !cut_before);
     ASSERT_TRUE(ledger.Begin(picture_));
     EXPECT_TRUE(ledger.IsNoted(picture_));
-    EXPECT_FALSE(ledger.Present(picture_));
     EXPECT_FALSE(TTransferLedger(file_).Present(picture_)) << "the note must be on disk before the transfer";
-    ledger.End(picture_, row.End);
-    EXPECT_EQ(ledger.Present(picture_), row.PresentAfter);
-    EXPECT_EQ(TTransferLedger(file_).Present(picture_), row.PresentAfter);
+    ledger.End(picture_, end);
+    EXPECT_EQ(ledger.Present(picture_), present);
+    EXPECT_EQ(TTransferLedger(file_).Present(picture_), present);
   }
 }
 
