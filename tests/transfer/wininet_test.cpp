@@ -14,11 +14,12 @@ namespace {
 using enum TWinInetTransferState;
 using testing::ElementsAre;
 
-/// What the functions that play the library do and have seen. They are plain functions, so they find it by a
-/// pointer that each test sets.
+int handle = 0;
+
+/// What the functions that play the library do and have seen.
 struct TPlay {
   bool HasFile = true, Connects = true, StartFails = false;
-  std::uint32_t LastError = 0, Size = 200;
+  std::uint32_t LastError = 0;
   std::string Response;
   std::function<void()> Download = [] {};  ///< runs on a thread of the library
 
@@ -26,13 +27,17 @@ struct TPlay {
   TWinInetApi::TStatusCallback Callback = nullptr;
   TWinInetApi::TContext Context = 0;
   std::vector<std::thread> Threads;
+  /// Notes a call; returns a handle.
+  void* Note(auto... words) {
+    ((Calls << std::hex << words << ' '), ...);
+    return &handle;
+  }
   void Join() {
     for (std::thread& thread : std::exchange(Threads, {})) thread.join();
   }
 };
-
+/// Plain functions play the library, so they find it by this pointer, which each test sets.
 TPlay* play = nullptr;
-int handle = 0;
 
 /// Reports `status` as the library does.
 template <typename T>
@@ -47,42 +52,37 @@ struct TEnd {
 class TPlayedLibrary : public TWinInetLibrary {
  public:
   TPlayedLibrary() {
-    Api.InternetOpenA = [](const char* agent, std::uint32_t access, const char* proxy, const char* bypass,
-                           std::uint32_t flags) -> void* {
-      play->Calls << "open " << agent << access << std::hex << flags << (proxy || bypass ? "proxy|" : "|");
-      return &handle;
+    Api.InternetOpenA = [](auto agent, auto access, auto proxy, auto bypass, auto flags) {
+      return play->Note("open", agent, access, proxy || bypass, flags);
     };
-    Api.InternetConnectA = [](void*, const char* host, std::uint16_t port, const char* user, const char* word,
-                              std::uint32_t service, std::uint32_t flags, std::uintptr_t) -> void* {
-      play->Calls << host << ' ' << std::dec << port << user << word << service << ' ' << std::hex << flags
-                  << '|';
+    Api.InternetConnectA = [](auto, auto host, auto port, auto user, auto word, auto service, auto flags,
+                              auto) -> void* {
+      play->Note("connect", host, port, user, word, service, flags);
       return play->Connects ? &handle : nullptr;
     };
-    Api.InternetSetStatusCallback = [](void*, TWinInetApi::TStatusCallback callback) {
+    Api.InternetSetStatusCallback = [](auto, auto callback) {
       return std::exchange(play->Callback, callback);
     };
-    Api.InternetCloseHandle = [](void*) { return play->Calls << "close|", 1; };
-    Api.FtpFindFirstFileA = [](void*, const char* path, TWinInetFindData* data, std::uint32_t flags,
-                               std::uintptr_t context) -> void* {
-      play->Calls << "find " << path << ' ' << std::hex << flags << context << '|';
-      data->FileSizeLow = play->Size;
+    Api.InternetCloseHandle = [](auto) { return play->Note("close") ? 1 : 0; };
+    Api.FtpFindFirstFileA = [](auto, auto path, auto data, auto flags, auto context) -> void* {
+      play->Note("find", path, flags, context);
+      data->FileSizeLow = 200;
       return play->HasFile ? &handle : nullptr;
     };
-    Api.FtpGetFileA = [](void*, const char* remote, const char* local, int fail_if_exists,
-                         std::uint32_t attributes, std::uint32_t flags, std::uintptr_t context) {
-      play->Calls << "get " << remote << (std::string(local).ends_with("/out/f")) << fail_if_exists
-                  << attributes << ' ' << std::hex << flags << '|';
+    Api.FtpGetFileA = [](auto, auto remote, auto local, auto fail_if_exists, auto attributes, auto flags,
+                         auto context) {
+      play->Note("get", remote, std::string(local).ends_with("/out/f"), fail_if_exists, attributes, flags);
       play->Context = context;
       play->LastError = play->StartFails ? 12031 : 997;
       if (!play->StartFails) play->Threads.emplace_back(play->Download);
       return 0;
     };
-    Api.InternetGetLastResponseInfoA = [](std::uint32_t* error, char* buffer, std::uint32_t* length) {
+    Api.InternetGetLastResponseInfoA = [](auto error, auto buffer, auto length) {
       *error = 0;
       *length = static_cast<std::uint32_t>(play->Response.copy(buffer, *length));
       return 1;
     };
-    Api.GetLastError = []() { return play->LastError; };
+    Api.GetLastError = [] { return play->LastError; };
   }
   /// Unloading waits for the library's threads.
   ~TPlayedLibrary() override { play->Join(); }
@@ -150,8 +150,8 @@ TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
   connection_.reset();
   EXPECT_EQ(wininet_->LastState(), wtsDone);
   EXPECT_EQ(play_.Calls.str(),
-            "open Skyreel010000000|host 21usersecret1 8000000|find /f 800000000|close|get /f100 80000002|"
-            "close|close|");
+            "open Skyreel 0 0 10000000 connect host 15 user secret 1 8000000 find /f 80000000 0 close "
+            "get /f 1 0 0 80000002 close close ");
   EXPECT_THAT(job_.Display.Progress, ElementsAre(0, 0, 50, 0));
   EXPECT_THAT(job_.Display.BytesLabels, ElementsAre("0 bytes", "0 bytes", "99 bytes", "99 bytes"));
   EXPECT_EQ(job_.Display.Titles.back(), kApplicationTitle);
@@ -199,7 +199,7 @@ TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
     EXPECT_EQ(job_.Lines(), lines);
     EXPECT_EQ(job_.Ledger.IsNoted(job_.Output("f")), !told[0].starts_with("File") && written < 200);
   }
-  EXPECT_THAT(play_.Calls.str(), testing::HasSubstr("|host 2121usersecret1 0|"));
+  EXPECT_THAT(play_.Calls.str(), testing::HasSubstr(" connect host 849 user secret 1 0 "));
   play_.Connects = false;
   EXPECT_FALSE(session([](TFtpSession&) {}));
   EXPECT_THAT(job_.Lines(),
