@@ -119,6 +119,7 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
   for (const char* hidden : {"ButtonAnalysePDUS", "CheckBoxEuDAUseWinInet", "CheckBoxMSFCUseWinInet"})
     EXPECT_TRUE(Get(hidden).isHidden()) << hidden;
   EXPECT_EQ(form_->windowTitle(), "Quenmoor's Skyreel - automated Web file retriever - V" SKYREEL_VERSION);
+  EXPECT_EQ(form_->windowIconText(), "Skyreel - from Quenmoor");
   for (const int key : {Qt::Key_PageUp, Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_PageDown}) {
     PressControl(key);
     seen += tabs.tabText(tabs.currentIndex()).toStdString() + ", ";
@@ -278,6 +279,7 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
     Server.Handle(kFirstChart, [&](auto&...) {
       InTheWait([&] {
         for (const char* dialog : {"MenuItemAbout", "MenuItemServers"}) Get<QAction>(dialog).trigger();
+        EXPECT_NE(form_->findChild<QMessageBox*>(), nullptr);
         way();
         during = Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Text("ButtonClose") + Phase();
       });
@@ -330,6 +332,7 @@ TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
   for (const auto& [arguments, jobs] : cases) {
     Open(arguments);
     for (int i = 0; i < 12; ++i) Page(i).OutputPathEdit().clear();
+    Get<QLineEdit>("EditEuDAUsername").clear();  // told in the log, since nobody reads a message box
     Get<QComboBox>("ComboBoxNotify").setCurrentIndex(1);
     UntilClosed();
     std::string told;
