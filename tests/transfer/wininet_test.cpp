@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <sstream>
-#include <thread>
 
 #include "support/job_fixture.h"
 #include "transfer/ftp_fetch.h"
@@ -18,32 +17,24 @@ int handle = 0;
 
 /// What the functions that play the library do and have seen.
 struct TPlay {
-  bool HasFile = true, Connects = true, StartFails = false;
+  bool HasFile = true, Connects = true;
   std::uint32_t LastError = 0;
   std::string Response;
-  std::function<void()> Download = [] {};  ///< runs on a thread of the library
-
   std::ostringstream Calls;
   TWinInetApi::TStatusCallback Callback = nullptr;
   TWinInetApi::TContext Context = 0;
-  std::vector<std::thread> Threads;
+
   /// Notes a call; returns a handle.
   void* Note(auto... words) {
     ((Calls << std::hex << words << ' '), ...);
     return &handle;
   }
-  void Join() {
-    for (std::thread& thread : std::exchange(Threads, {})) thread.join();
-  }
+  /// Reports `status` as the library does.
+  void Tell(std::uint32_t status, auto info) { Callback(&handle, Context, status, &info, sizeof info); }
 };
 /// Plain functions play the library, so they find it by this pointer, which each test sets.
 TPlay* play = nullptr;
 
-/// Reports `status` as the library does.
-template <typename T>
-void Tell(std::uint32_t status, T info, std::uint32_t length = sizeof(T)) {
-  play->Callback(&handle, play->Context, status, &info, length);
-}
 struct TEnd {
   std::uintptr_t Result;
   std::uint32_t Error;
@@ -73,8 +64,7 @@ class TPlayedLibrary : public TWinInetLibrary {
                          auto context) {
       play->Note("get", remote, std::string(local).ends_with("/out/f"), fail_if_exists, attributes, flags);
       play->Context = context;
-      play->LastError = play->StartFails ? 12031 : 997;
-      if (!play->StartFails) play->Threads.emplace_back(play->Download);
+      play->LastError = play->LastError == 0 ? 997 : 12031;
       return 0;
     };
     Api.InternetGetLastResponseInfoA = [](auto error, auto buffer, auto length) {
@@ -84,39 +74,37 @@ class TPlayedLibrary : public TWinInetLibrary {
     };
     Api.GetLastError = [] { return play->LastError; };
   }
-  /// Unloading waits for the library's threads.
-  ~TPlayedLibrary() override { play->Join(); }
 };
 
 class WinInet : public testing::Test {
  protected:
   WinInet() {
     play = &play_;
+    job_.Context.WinInet = &wininet_;
     job_.Clock.OnSleep = [this] {
-      play_.Join();
-      if (polls_ < on_polls_.size()) on_polls_[polls_]();
-      ++polls_;
+      // The pauses behind a file come after its end.
+      if (polls_ < on_polls_.size()) on_polls_[polls_++]();
     };
-    connection_ = wininet_->Connect("host", 21, "user", "secret", true);
   }
-  ~WinInet() override {
-    connection_.reset();
-    wininet_.reset();
-  }
-  /// Downloads a file; each poll runs the next of these.
-  bool Get(std::vector<std::function<void()>> on_polls) {
+  /// Fetches a file in a session; each poll runs the next of these. Whether it was received.
+  bool Fetch(std::vector<std::function<void()>> on_polls, bool passive = false) {
     on_polls_ = std::move(on_polls);
     polls_ = 0;
-    return wininet_->WinInetFtpGet(job_.Context, &handle, "/f", job_.Output("f"));
+    bool received = false;
+    RunFtpSession(job_.Context, {"host:2121", "user", "secret", passive, true}, [&](TFtpSession& session) {
+      const auto fetch = FtpFetchFile(job_.Context, session, {"f", "f", job_.OutputPath(), "", {}});
+      if (fetch->StillNoted) job_.Ledger.End(job_.Output("f"), TTransferEnd::Whole);
+      job_.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
+      received = fetch->Received;
+    });
+    return received;
   }
 
   test::TJobFixture job_;
   TPlay play_;
+  TWinInetTransfer wininet_{std::make_unique<TPlayedLibrary>()};
   std::vector<std::function<void()>> on_polls_;
   std::size_t polls_ = 0;
-  std::unique_ptr<TWinInetTransfer> wininet_ =
-      std::make_unique<TWinInetTransfer>(std::make_unique<TPlayedLibrary>());
-  std::unique_ptr<TWinInetTransfer::TConnection> connection_;
 };
 
 TEST(WinInetLoader, GivesNothingUnlessAllThirteenEntryPointsAreThere) {
@@ -132,76 +120,61 @@ TEST(WinInetLoader, GivesNothingUnlessAllThirteenEntryPointsAreThere) {
 
 TEST_F(WinInet, ADownloadAsksAsAgreedAndShowsItsProgress) {
   const auto some = [&] {
-    Tell(41, 99U);
+    play_.Tell(41, 99U);
     // Other reports of the library, and nonsense, do not matter to a download.
-    for (const std::uint32_t status : {30u, 31u, 40u, 60u, 70u, 99u}) Tell(status, 7);
+    for (const std::uint32_t status : {30u, 31u, 40u, 60u, 70u, 99u, 100u}) play_.Tell(status, 7);
+    play_.Tell(41, 'x');
     play_.Callback(&handle, play_.Context, 41, nullptr, 0);
-    std::uint32_t count = 1;
-    play_.Callback(&handle, 0, 41, &count, sizeof count);
-    Tell(41, count, 1);
-    Tell(100, count);
+    play_.Callback(&handle, 0, 41, &handle, sizeof handle);
   };
   const auto rest = [&] {
-    Tell(41, 101U);
+    play_.Tell(41, 101U);
     job_.WriteOutput("f", std::string(200, 'x'));
-    Tell(100, TEnd{1, 0});
+    play_.Tell(100, TEnd{1, 0});
   };
-  EXPECT_TRUE(Get({[] {}, some, rest}));
-  connection_.reset();
-  EXPECT_EQ(wininet_->LastState(), wtsDone);
+  EXPECT_TRUE(Fetch({[] {}, some, rest}, true));
   EXPECT_EQ(play_.Calls.str(),
-            "open Skyreel 0 0 10000000 connect host 15 user secret 1 8000000 find /f 80000000 0 close "
-            "get /f 1 0 0 80000002 close close ");
+            "open Skyreel 0 0 10000000 connect host 849 user secret 1 8000000 find f 80000000 0 close "
+            "get f 1 0 0 80000002 close close ");
   EXPECT_THAT(job_.Display.Progress, ElementsAre(0, 0, 50, 0));
-  EXPECT_THAT(job_.Display.BytesLabels, ElementsAre("0 bytes", "0 bytes", "99 bytes", "99 bytes"));
-  EXPECT_EQ(job_.Display.Titles.back(), kApplicationTitle);
-  EXPECT_THAT(job_.Lines(), ElementsAre("Got 200 bytes"));
+  EXPECT_THAT(job_.Display.BytesLabels, ElementsAre("0 bytes", "0 bytes", "99 bytes", "99 bytes", ""));
+  EXPECT_EQ(job_.Display.Titles[3], kApplicationTitle);
+  EXPECT_THAT(job_.Lines(), ElementsAre("Get: f", "Got 200 bytes"));
 }
 
-TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
-  using TRow = std::tuple<const char*, bool, bool, std::uint32_t, std::uint32_t, std::size_t, test::TWords>;
-  // The server's response, whether the file is there, whether the start fails, the last error, the error of
-  // the end, the bytes written, the lines.
+TEST_F(WinInet, EveryOutcomeHasItsLines) {
+  using TRow = std::tuple<bool, std::uint32_t, std::uint32_t, const char*, std::size_t, test::TWords>;
+  // Whether the file is there, the error before it is asked for, the error of the end, the server's response,
+  // the bytes written, the lines.
   const TRow rows[] = {
-      {"", false, false, 0, 0, 0, {"File does not exist"}},
-      {"", true, false, 18, 0, 0, {"File does not exist"}},  // no more files
-      {"", true, true, 0, 0, 0, {"Transfer failed"}},
-      {"ignored", true, false, 0, 12002, 100, {"Transfer failed"}},
-      {"550-no\r\n550\x01 such\r\n", true, false, 0, 12003, 0, {"550-no", "550 such"}},
-      {"550 no\r\n550 no\r\n", true, false, 0, 12003, 0, {"550 no"}},
-      {"", true, false, 0, 12003, 0, {"Transfer failed"}},
-      {"", true, false, 0, 0, 100, {"Got 100 bytes", "f - received 100 of 200 bytes"}},
-      {"", true, false, 0, 0, 200, {"Got 200 bytes"}},
+      {false, 0, 0, "", 0, {"File does not exist"}},
+      {true, 18, 0, "", 0, {"File does not exist"}},  // no more files
+      {true, 1, 0, "", 0, {"Transfer failed"}},
+      {true, 0, 12002, "ignored", 100, {"Transfer failed"}},
+      {true, 0, 12003, "550-no\r\n550\x01 such\r\n", 0, {"550-no", "550 such"}},
+      {true, 0, 12003, "550 no\r\n550 no\r\n", 0, {"550 no"}},
+      {true, 0, 12003, "", 0, {"Transfer failed"}},
+      {true, 0, 0, "", 100, {"Got 100 bytes", "f - received 100 of 200 bytes"}},
+      {true, 0, 0, "", 200, {"Got 200 bytes"}},
   };
-  job_.Context.WinInet = wininet_.get();
-  const auto session = [&](const std::function<void(TFtpSession&)>& work) {
-    return RunFtpSession(job_.Context, {"host:2121", "user", "secret", false, true}, work);
-  };
-  for (const auto& [response, has_file, start_fails, last_error, end_error, written, told] : rows) {
-    SCOPED_TRACE(testing::Message() << response << end_error);
+  for (const auto& [has_file, error, end, response, written, told] : rows) {
+    SCOPED_TRACE(testing::Message() << response << end << told[0]);
     std::filesystem::remove(job_.Output("f"));
     play_.HasFile = has_file;
-    play_.StartFails = start_fails;
-    play_.LastError = last_error;
+    play_.LastError = error;
     play_.Response = response;
-    play_.Download = [&, size = written, error = end_error] {
+    Fetch({[&, size = written, error_of_end = end] {
+      if (wininet_.LastState() == wtsNoFile || play_.LastError != 997) return;
       job_.WriteOutput("f", std::string(size, 'x'));
-      Tell(100, TEnd{1, error});
-    };
-    EXPECT_TRUE(session([&](TFtpSession& open) {
-      const auto fetch = FtpFetchFile(job_.Context, open, {"f", "f", job_.OutputPath(), "", {}});
-      EXPECT_EQ(fetch->Received, wininet_->LastState() == wtsDone);
-      if (fetch->StillNoted) job_.Ledger.End(job_.Output("f"), TTransferEnd::Whole);
-      job_.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
-    }));
+      play_.Tell(100, TEnd{1, error_of_end});
+    }});
     test::TWords lines = told;
     lines.insert(lines.begin(), "Get: f");
     EXPECT_EQ(job_.Lines(), lines);
     EXPECT_EQ(job_.Ledger.IsNoted(job_.Output("f")), !told[0].starts_with("File") && written < 200);
   }
-  EXPECT_THAT(play_.Calls.str(), testing::HasSubstr(" connect host 849 user secret 1 0 "));
   play_.Connects = false;
-  EXPECT_FALSE(session([](TFtpSession&) {}));
+  Fetch({});
   EXPECT_THAT(job_.Lines(),
               ElementsAre("Connection failed to: host - no connection from the Internet library"));
 }
@@ -209,18 +182,20 @@ TEST_F(WinInet, EveryOutcomeOfASessionsFileHasItsLines) {
 TEST_F(WinInet, AnEndThatComesTooLateConcernsNobody) {
   job_.Context.Shared.TimeoutSeconds = 1;
   // 1000 ms and 50 ms of grace, in steps of 250; in the last step an end is too late already.
-  EXPECT_FALSE(Get({[] {}, [] {}, [] {}, [] {}, [] { Tell(100, TEnd{1, 0}); }}));
-  EXPECT_EQ(wininet_->LastState(), wtsTimedOut);
-  EXPECT_THAT(job_.Lines(), ElementsAre("Transfer timed out"));
-  EXPECT_EQ(job_.Clock.Slept, std::chrono::milliseconds(1250));
+  EXPECT_FALSE(Fetch({[] {}, [] {}, [] {}, [] {}, [&] { play_.Tell(100, TEnd{1, 0}); }}));
+  EXPECT_EQ(job_.Clock.Slept, std::chrono::milliseconds(1250 + 600));
+  EXPECT_THAT(job_.Lines(), ElementsAre("Get: f", "Transfer timed out"));
 
   // The library still writes to the record of a request that timed out while another one runs.
-  EXPECT_FALSE(Get({}));
+  play_.LastError = 0;
+  EXPECT_FALSE(Fetch({}));
   const TWinInetApi::TContext first = play_.Context;
-  EXPECT_TRUE(Get({[&] {
+  play_.LastError = 0;
+  EXPECT_TRUE(Fetch({[&] {
     TEnd end{0, 12002};
     play_.Callback(&handle, first, 100, &end, sizeof end);
-    Tell(100, TEnd{1, 0});
+    job_.WriteOutput("f", std::string(200, 'x'));
+    play_.Tell(100, TEnd{1, 0});
   }}));
 }
 
