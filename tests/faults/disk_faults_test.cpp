@@ -11,6 +11,9 @@ namespace fs = std::filesystem;
 
 enum class TWay { Stream, Direct, Ftp };
 
+const bool kMayMount =
+    ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+
 class TDiskFaults : public test::TFetchTest {
  protected:
   static constexpr std::size_t kLarge = 8 * kSize;
@@ -20,13 +23,10 @@ class TDiskFaults : public test::TFetchTest {
     ::umount2(OutputPath().c_str(), MNT_DETACH);
     ::umount2((Folder / "tmp").c_str(), MNT_DETACH);
   }
-  /// A file system of so many bytes and files at `folder`, which only this process sees. False where that is
-  /// not allowed.
-  static bool MountSmall(const fs::path& folder, std::size_t size) {
-    static const bool allowed =
-        ::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  /// Mounts a file system of so many bytes, which only this process sees.
+  static void MountSmall(const fs::path& folder, std::size_t size) {
     const std::string options = "size=" + std::to_string(size);
-    return allowed && ::mount("none", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
+    EXPECT_EQ(::mount("none", folder.c_str(), "tmpfs", 0, options.c_str()), 0);
   }
 
   /// Fetches the hit file, which is large, and the next one. The result of the hit file.
@@ -60,55 +60,41 @@ class TDiskFaults : public test::TFetchTest {
 };
 
 TEST_F(TDiskFaults, CostTheFileAndNothingElse) {
-  const struct {
-    const char* Name;
-    const char* Reason;  ///< empty: the file comes
-    /// Makes the trouble at the path of the hit file; false when this user may not.
-    std::function<bool(const fs::path& hit)> Make;
-    const char* ByStream = "same";  ///< the reason when a temporary file is renamed
-    bool NextComes = true;
-  } faults[] = {
-      {"a folder of that name", "Is a directory",
-       [](const fs::path& hit) { return fs::create_directory(hit); }},
-      {"a link to a file outside", "",
-       [this](const fs::path& hit) {
-         fs::create_symlink(Folder.Write("victim", "precious"), hit);
-         return true;
+  const std::string out = OutputPath(), full = "No space left on device";
+  const fs::path hit = Output("hit"), tmp = Folder / "tmp";
+  // The fault, the reason (empty: the file comes), the reason when a temporary file is renamed, whether the
+  // next file comes, and what makes the trouble.
+  const std::tuple<const char*, std::string, std::string, bool, std::function<void()>> faults[] = {
+      {"a folder of that name", "Is a directory", "Is a directory", true, [&] { fs::create_directory(hit); }},
+      {"a link to a file outside", "", "", true,
+       [&] { fs::create_symlink(Folder.Write("victim", "precious"), hit); }},
+      {"a pipe", "No such device or address", "", true, [&] { ::mkfifo(hit.c_str(), 0600); }},
+      {"full disk", full, full, true, [&] { MountSmall(out, 4 * kSize); }},
+      {"full temporary folder", "", full, true, [&] { MountSmall(tmp, 4 * kSize); }},
+      {"temporary folder on another disk", "", "", true, [&] { MountSmall(tmp, 100 * kSize); }},
+      {"read-only disk", "Read-only file system", "Read-only file system", false,
+       [&] {
+         MountSmall(out, kSize);
+         ::mount(nullptr, out.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
        }},
-      {"a pipe", "No such device or address",
-       [](const fs::path& hit) { return ::mkfifo(hit.c_str(), 0600) == 0; }, ""},
-      {"full disk", "No space left on device",
-       [this](const fs::path&) { return MountSmall(OutputPath(), 4 * kSize); }},
-      {"full temporary folder", "", [this](const fs::path&) { return MountSmall(Folder / "tmp", 4 * kSize); },
-       "No space left on device"},
-      {"temporary folder on another disk", "",
-       [this](const fs::path&) { return MountSmall(Folder / "tmp", 100 * kSize); }},
-      {"read-only disk", "Read-only file system",
-       [this](const fs::path&) {
-         return MountSmall(OutputPath(), kSize) &&
-                ::mount(nullptr, OutputPath().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-       },
-       "same", false},
-      {"ledger that cannot be written", "",
-       [this](const fs::path&) { return fs::create_directory(Folder / "ledger.txt"); }},
+      {"ledger that cannot be written", "", "", true, [&] { fs::create_directory(Folder / "ledger.txt"); }},
   };
-  for (const auto& fault : faults) {
+  if (!kMayMount) GTEST_SKIP() << "this user may not mount a disk";
+  for (const auto& [name, by_write, by_rename, next_comes, make] : faults) {
     for (const TWay way : {TWay::Stream, TWay::Direct, TWay::Ftp}) {
-      SCOPED_TRACE(std::string(fault.Name) + ", " + std::to_string(static_cast<int>(way)));
-      fs::create_directories(OutputPath());
-      if (!fault.Make(Output("hit"))) GTEST_SKIP() << "this user may not mount a disk";
-      const bool stream = way == TWay::Stream && fault.ByStream != std::string("same");
-      const std::string reason = stream ? fault.ByStream : fault.Reason;
-      const TFileResult result = Fetch(way, fault.NextComes);
+      SCOPED_TRACE(std::string(name) + ", " + std::to_string(static_cast<int>(way)));
+      fs::create_directories(out);
+      make();
+      const std::string reason = way == TWay::Stream ? by_rename : by_write;
+      const TFileResult result = Fetch(way, next_comes);
       EXPECT_THAT(result.Reason, testing::EndsWith(reason));
       EXPECT_EQ(result.Outcome, reason.empty() ? TFileOutcome::Saved : TFileOutcome::NotSaved);
-      EXPECT_EQ(FileSizeOf(Output("hit")), reason.empty() ? static_cast<std::int64_t>(kLarge) : -1);
+      EXPECT_EQ(FileSizeOf(hit), reason.empty() ? static_cast<std::int64_t>(kLarge) : -1);
       if (fs::exists(Folder / "victim")) {
         EXPECT_EQ(ReadWholeFile(Folder / "victim"), "precious");
       }
       Unmount();
-      fs::remove_all(OutputPath());
-      fs::remove_all(Folder / "ledger.txt");
+      for (const fs::path& path : {fs::path(out), Folder / "ledger.txt"}) fs::remove_all(path);
     }
   }
 }
