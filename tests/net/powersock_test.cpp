@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <netdb.h>
 
 #include <array>
 #include <future>
@@ -40,7 +39,7 @@ std::uint16_t PortOf(const TPowersock& socket) {
 }
 
 TEST(Powersock, EveryOutcomeOfConnectHasItsMessageAndLeavesTheComponentUsable) {
-  TScriptedServer good("hello\r\n", 20);
+  TScriptedServer good("hello\r\n");
   // Connections beyond these two are neither taken nor refused: the queue is full.
   TPowersock full;
   full.Listen(true);
@@ -48,32 +47,25 @@ TEST(Powersock, EveryOutcomeOfConnectHasItsMessageAndLeavesTheComponentUsable) {
   std::promise<void> answer;
   const auto look_up = [slow = answer.get_future().share()](const std::string& host, in_addr& address) {
     if (host == "slow.example") slow.wait();
-    if (host == "localhost" || host == "a..b") return LookUpHost(host, address);
-    address.s_addr = htonl(INADDR_LOOPBACK);
-    return host == "sky.example" ? 0 : host == "again.example" ? EAI_AGAIN : EAI_NONAME;
+    return LookUpHost(host, address);
   };
   enum class TEnd { None, TimeOut, Cancel };
   const struct {
-    const char *Message, *Host, *Proxy;
+    const char *Message, *Host;
     std::uint16_t Port;
-    const char* Events = "";  // resolved, connected, failed
+    const char* Events;  // resolved, connected, failed
     int LastSocketError = 0;
     TEnd End = TEnd::None;
   } rows[] = {
-      {"", "127.0.0.1", "", good.Port(), "c"},
-      {"", "sky.example", "", good.Port(), "rc"},
-      {"", "localhost", "", good.Port(), "rc"},
-      {"", "no.example", "127.0.0.1", good.Port(), "c"},
-      {"", "127.0.0.1", "sky.example", good.Port(), "rc"},
-      {"Connection Failed", "127.0.0.1", "", ClosedPort(), "f", 10061},
-      {"Connection Timed out", "127.0.0.1", "", PortOf(full), "f", 0, TEnd::TimeOut},
-      {"Connection Canceled", "127.0.0.1", "", PortOf(full), "f", 0, TEnd::Cancel},
-      {"Host Lookup Timed Out", "slow.example", "", 80, "", 0, TEnd::TimeOut},
-      {"Host Lookup Canceled", "slow.example", "", 80, "", 0, TEnd::Cancel},
-      {"Host Lookup Failed", "a..b", "", 80, "", 11001},
-      {"Host Lookup Failed", "again.example", "", 80, "", 11002},
-      {"Host Lookup Failed", "127.0.0.1\n", "", 80},
-      {"Null Remote Address", "0.0.0.0", "", 80},
+      {"", "localhost", good.Port(), "rc"},
+      {"Connection Failed", "127.0.0.1", ClosedPort(), "f", 10061},
+      {"Connection Timed out", "127.0.0.1", PortOf(full), "f", 0, TEnd::TimeOut},
+      {"Connection Canceled", "127.0.0.1", PortOf(full), "f", 0, TEnd::Cancel},
+      {"Host Lookup Timed Out", "slow.example", 80, "", 0, TEnd::TimeOut},
+      {"Host Lookup Canceled", "slow.example", 80, "", 0, TEnd::Cancel},
+      {"Host Lookup Failed", "a..b", 80, "", 11001},
+      {"Host Lookup Failed", "127.0.0.1\n", 80, ""},
+      {"Null Remote Address", "0.0.0.0", 80, ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.Host + std::string(row.Message));
@@ -83,23 +75,18 @@ TEST(Powersock, EveryOutcomeOfConnectHasItsMessageAndLeavesTheComponentUsable) {
     socket.OnConnect = [&](TPowersock&) { events += "c"; };
     socket.OnConnectionFailed = [&](TPowersock&) { events += "f"; };
     socket.Host = row.Host;
-    socket.Proxy = row.Proxy;
-    if (!socket.Proxy.empty()) socket.ProxyPort = std::exchange(socket.Port, 1);
     socket.LookUp = look_up;
     if (row.End == TEnd::TimeOut) socket.TimeOut = 40;
     if (row.End == TEnd::Cancel) socket.InWait = [&] { socket.Cancel(); };
     EXPECT_EQ(Failure<ESockError>([&] { socket.Connect(); }), row.Message);
     EXPECT_EQ(events, row.Events);
     EXPECT_EQ(socket.LastSocketError, row.LastSocketError);
-    if (socket.Connected) {
-      EXPECT_EQ(Failure<ESockError>([&] { socket.Connect(); }), "Already connected");
-      socket.Disconnect();
-    }
+    EXPECT_EQ(socket.Connected, row.Message == ""s);
+    if (socket.Connected) socket.Disconnect();
     socket.InWait = {};
-    socket.Proxy = "";
-    socket.Host = "127.0.0.1";
-    socket.Port = good.Port();
     socket.TimeOut = 0;
+    socket.Proxy = "127.0.0.1";
+    socket.ProxyPort = good.Port();
     socket.Connect();
     EXPECT_EQ(socket.ReadLn(), "hello\r\n");
   }
@@ -107,7 +94,7 @@ TEST(Powersock, EveryOutcomeOfConnectHasItsMessageAndLeavesTheComponentUsable) {
 }
 
 TEST(Powersock, HandlersOfAnInvalidHostAndOfAMissingConnectionGetOneChance) {
-  TScriptedServer server("<wait>");
+  TScriptedServer server("<stall>");
   TClient socket(server.Port(), false);
   socket.Host = "0.0.0.0";
   int asked = 0;
@@ -116,50 +103,39 @@ TEST(Powersock, HandlersOfAnInvalidHostAndOfAMissingConnectionGetOneChance) {
     handled = ++asked > 1;
     if (asked == 3) sender.Host = "127.0.0.1";
   };
-  socket.OnConnectionRequired = [&](TPowersock& sender, bool& handled) {
-    handled = asked > 1;
-    if (asked > 1) sender.Connect();
-  };
+  for (int n = 0; n < 2; ++n) EXPECT_EQ(Failure([&] { socket.Connect(); }), "Null Remote Address");
   EXPECT_EQ(Failure([&] { socket.EnsureConnected(); }), "Not Connected");
-  for (int n = 0; n < 2; ++n)
-    EXPECT_EQ(Failure<ESockError>([&] { socket.Connect(); }), "Null Remote Address");
+  socket.OnConnectionRequired = [&](TPowersock& sender, bool& handled) { sender.Connect(), handled = true; };
   socket.EnsureConnected();
 }
 
 TEST(Powersock, AnArrivalIsToldOnceAndACloseOnlyWhenTheDataAreRead) {
-  TScriptedServer server("one\r\n<stall>last words\r\n");
+  TScriptedServer server("one\r\n<line>last words\r\n");
   TClient socket(server.Port());
   int arrived = 0, disconnected = 0;
   socket.OnDataArrived = [&](TPowersock&) { ++arrived; };
   socket.OnDisconnect = [&](TPowersock&) { ++disconnected; };
-  while (arrived == 0) socket.WaitForInput();
-  socket.WaitForInput();
+  for (int turns = 0; arrived == 0 || turns < 2; ++turns) socket.WaitForInput();
   EXPECT_EQ(arrived, 1);
-  EXPECT_EQ(socket.ReadLn(), "one\r\n");
-  server.Release();
+  EXPECT_EQ(socket.Transaction("go"), "one\r\n");
   while (arrived == 1) socket.WaitForInput();
   socket.EnsureConnected();
   EXPECT_EQ(socket.ReadLn(), "last words\r\n");
-  EXPECT_EQ(arrived, 2);
   while (socket.Connected) socket.WaitForInput();
   EXPECT_EQ(disconnected, 1);
 }
 
 TEST(Powersock, AnAcceptedSocketReplacesTheListeningOne) {
-  for (const bool lookup_channel : {true, false}) {
-    TPowersock data;
-    std::string events;
-    data.OnIncoming = [&](TPowersock&) { events += "incoming"; };
-    data.OnDisconnect = [&](TPowersock&) { events += "disconnected"; };
-    data.Listen(lookup_channel);
-    TClient peer(PortOf(data)), late(PortOf(data), false);
-    EXPECT_EQ(peer.LocalAddressWithCommas(), "127,0,0,1");
-    data.AdoptSocket(data.Accept());
-    EXPECT_EQ(events, lookup_channel ? "disconnected" : "incoming");
-    peer.Writeln("through");
-    EXPECT_EQ(data.ReadLn(), "through\r\n");
-    EXPECT_EQ(Failure<ESockError>([&] { late.Connect(); }), "Connection Failed") << "no longer listening";
-  }
+  TPowersock data;
+  bool incoming = false;
+  data.OnIncoming = [&](TPowersock&) { incoming = true; };
+  data.Listen(false);
+  TClient peer(PortOf(data)), late(PortOf(data), false);
+  data.AdoptSocket(data.Accept());
+  EXPECT_TRUE(incoming);
+  peer.Writeln("through");
+  EXPECT_EQ(data.ReadLn(), "through\r\n");
+  EXPECT_EQ(Failure([&] { late.Connect(); }), "Connection Failed") << "no longer listening";
 }
 
 using TOperation = std::function<std::string(TClient&)>;
@@ -170,36 +146,34 @@ TOperation Capture(std::int64_t maximum) {
   return [=](TClient& s) {
     std::string text = "older";
     s.CaptureString(text, maximum);
-    EXPECT_EQ(s.ReceivedByteCount, static_cast<std::int64_t>(text.size()));
     return text;
   };
 }
 
 TEST(Powersock, LinesBytesAndStreamsAreReceived) {
-  const TOperation line = &TClient::ReadLn;
+  const TOperation line = &TClient::ReadLn, go = [](TClient&s) { return s.Writeln("go"), ""; };
   const TOperation clear = [](TClient& s) {
     while (!s.HasPendingData()) s.WaitForInput();
     return s.ClearInput(), s.Read(0);
   };
-  const TOperation write = [](TClient& s) { return s.Writeln("go"), ""; };
   const std::string longest = std::string(TPowersock::kMaxLine - 1, 'x') + "\n";
   const struct {
     std::string Server;
     std::vector<std::pair<TOperation, std::string>> Steps;  ///< what comes of each, or its failure
   } rows[] = {
       {"1\r\n2\n<drip>3 three\r\npart", {{line, "1\r\n"}, {line, "2\n"}, {line, "3 three\r\n"}, {line, ""}}},
-      {"noise<line>" + longest + "y" + longest + "<wait>",
-       {{clear, ""}, {write, ""}, {line, longest}, {line, "Line too long"}}},
-      {"<drip>abcdefgh<line><go>ij",
-       {{Read(5), "abcde"}, {Read(3), "fgh"}, {write, ""}, {Read(3), ""}, {Read(0), "ij"}, {Read(1), ""}}},
+      {"noise<line>" + longest + "y" + longest + "<stall>",
+       {{clear, ""}, {go, ""}, {line, longest}, {line, "Line too long"}}},
+      {"<drip>abcdefgh<line>ij",
+       {{Read(5), "abcde"}, {Read(3), "fgh"}, {go, ""}, {Read(3), ""}, {Read(0), "ij"}}},
       // A single byte is dropped, and the last receive may pass the maximum.
       {"x", {{Capture(-1), ""}}},
-      {"abcdef<line>", {{Capture(6), "abcdef"}, {write, ""}}},
+      {"abcdef<line>", {{Capture(6), "abcdef"}, {go, ""}}},
       {"abcdef", {{Capture(1), "abcdef"}, {Capture(0), ""}}},
       {"<line><reset>",
-       {{write, ""},
+       {{go, ""},
         {Capture(-1), "10054:Connection reset by peer"},
-        {write, "10053:Software caused connection abort"}}},
+        {go, "10053:Software caused connection abort"}}},
   };
   for (const auto& row : rows) {
     TScriptedServer server(row.Server);
@@ -215,23 +189,19 @@ TEST(Powersock, LinesBytesAndStreamsAreReceived) {
   }
   TClient socket(1, false);
   EXPECT_EQ(socket.ReadLn() + Capture(-1)(socket), "") << "without a connection";
-  EXPECT_EQ(socket.LastSocketError, 10057);
 }
 
 TEST(Powersock, AWriteEndsAtNulAndRefusesTooMuch) {
-  TScriptedServer server("<line><line>all\r\n");
+  TScriptedServer server("<line>all\r\n");
   TClient socket(server.Port());
   const std::string most(65'535, 'x');
   socket.Write("ab\0cd"s);
-  socket.Writeln("ef");
   EXPECT_THROW(socket.Write(most + "x"), ERangeError);
   EXPECT_THROW(socket.SendBuffer((most + "x").c_str(), 0), ERangeError);
   socket.SendBuffer("a\0b", 3);
   socket.Write(most);
-  EXPECT_THROW(socket.SendFile("/"), std::system_error);
-  socket.Writeln("");
-  EXPECT_EQ(socket.ReadLn(), "all\r\n");
-  EXPECT_TRUE(server.Received()[0] == "abef\r\na\0b"s + most + "\r\n");
+  EXPECT_EQ(socket.Transaction(""), "all\r\n");
+  EXPECT_TRUE(server.Received()[0] == "aba\0b"s + most + "\r\n");
 }
 
 TEST(Powersock, ATransactionReadsTheCodeAndTheLevelFiltersTheTexts) {
@@ -253,34 +223,24 @@ TEST(Powersock, CancelAndTimeOutEndEveryWait) {
   const std::pair<const char*, TOperation> rows[] = {
       {"Socket readln aborted", &TClient::ReadLn},
       {"Socket send aborted", Read(10)},
-      {"Socket send aborted", [](TClient& s) { return s.CaptureFile("/dev/null"), ""; }},
       {"Socket capture aborted", Capture(-1)},
       {"Socket send aborted", [](TClient& s) { return s.SendAll(std::string(64 << 20, 'x')), ""; }},
-      {"Accepting Canceled",
-       [](TClient& s) {
-         s.Port = 0;
-         s.Disconnect();
-         s.Listen(true);
-         s.TimerOn();
-         return std::to_string(s.Accept());
-       }},
   };
   for (const std::string end : {"time-out", "abort", "disconnect"}) {
     for (const auto& [message, operation] : rows) {
-      TScriptedServer server("abc<stall>d\r\n");
+      const bool sends = &message == &rows[3].first;
+      TScriptedServer server(sends ? "<stall>" : "abc<line>d\r\n");
       TClient socket(server.Port());
       socket.TimeOut = end == "time-out" ? 40 : 0;
       if (end == "abort") socket.InWait = [&] { socket.Abort(); };
       if (end == "disconnect") socket.InWait = [&] { socket.Disconnect(); };
       EXPECT_EQ(Failure<ESockError>([&, &wait = operation] { wait(socket); }), message);
       EXPECT_EQ(socket.TimedOut(), end == "time-out");
-      if (&message - &rows[0].first >= 4 * (&rows[1].first - &rows[0].first)) continue;
+      if (sends) continue;
       // The flag is used up: the connection goes on.
-      EXPECT_FALSE(socket.Canceled());
       socket.InWait = {};
       socket.TimeOut = 0;
-      server.Release();
-      EXPECT_THAT(socket.ReadLn(), testing::HasSubstr("d\r\n"));
+      EXPECT_THAT(socket.Transaction("go"), testing::HasSubstr("d\r\n"));
     }
   }
 }
@@ -288,17 +248,21 @@ TEST(Powersock, CancelAndTimeOutEndEveryWait) {
 TEST(Powersock, NothingElseStartsInsideAWait) {
   const TTempFolder folder;
   const std::string content = std::string(8 << 20, 'f') + "\n";
-  TScriptedServer server("<stall><line>all\r\n");
+  std::promise<void> halted;
+  TScriptedServer server([&](TScriptedServer::TPeer& peer) {
+    halted.get_future().wait_for(60s);
+    peer.Play("<line>all\r\n");
+  });
   TClient socket(server.Port());
   const std::function<void()> starts[] = {
       [&] { socket.Connect(); }, [&] { socket.Write(std::string(65'000, 'x')); }, [&] { socket.ReadLn(); },
-      [&] { socket.Read(1); },   [&] { socket.CaptureFile("/nonexistent/x"); },   [&] { socket.Accept(); },
-  };
+      [&] { socket.Read(1); },   [&] { socket.CaptureFile("/nonexistent/x"); },   [&] { socket.Accept(); }};
   std::int64_t sent = -1;
+  int halts = 0;
   socket.InWait = [&] {
     for (const auto& start : starts) EXPECT_EQ(Failure<ESockError>(start), "Busy with another operation");
-    // Not before the sending has come to a halt inside a block.
-    if (std::exchange(sent, socket.SentByteCount) == socket.SentByteCount) server.Release();
+    // The server reads only when the sending has come to a halt inside a block.
+    if (std::exchange(sent, socket.SentByteCount) == socket.SentByteCount && halts++ == 0) halted.set_value();
   };
   socket.SendFile(folder.Write("file", content));
   socket.InWait = {};
@@ -325,10 +289,8 @@ TEST(Powersock, TheTimeOutBoundsEachSilenceNotTheWhole) {
   TClient socket(server.Port());
   socket.TimeOut = 200;
   TMonotonic::time_point last = TMonotonic::now();
-  const std::string failure = Failure([&] {
-    socket.OnPacketRecvd = [&](TPowersock&) { last = TMonotonic::now(); };
-    socket.CaptureFile("/dev/null");
-  });
+  socket.OnPacketRecvd = [&](TPowersock&) { last = TMonotonic::now(); };
+  const std::string failure = Failure([&] { socket.CaptureFile("/dev/null"); });
   EXPECT_TRUE(failure.empty() || TMonotonic::now() - last >= 200ms) << failure;
 }
 
@@ -337,19 +299,13 @@ std::array<TPowersock, 2> first_components;
 
 TEST(Powersock, TheFirstComponentListsTheLibraryAndAMessageTellsThePreviousOne) {
   TPowersock& socket = first_components[0];
-  EXPECT_THAT(socket.NetworkInfo, testing::SizeIs(6));
-  EXPECT_TRUE(first_components[1].NetworkInfo.empty());
+  EXPECT_EQ(socket.NetworkInfo.size() + 10 * first_components[1].NetworkInfo.size(), 6u);
   socket.ReportLevel = 8;
   EXPECT_EQ(socket.GetErrorMessage(10061), "10061:Connection refused");
   EXPECT_EQ(socket.GetErrorMessage(0), "");
   EXPECT_EQ(socket.Status, "Looking Up Error Message10061:Connection refused");
-}
-
-TEST(Powersock, FieldsAndPositionsCountFromOne) {
-  const char* const fields[] = {"", "a", "", "c", ""};
-  for (int n = 0; n < 5; ++n) EXPECT_EQ(TPowersock::FieldAt("a,,c", ',', n), fields[n]);
+  EXPECT_EQ(TPowersock::FieldAt("a,,c", ',', 3) + TPowersock::FieldAt("a,,c", ',', 2), "c");
   EXPECT_EQ(TPowersock::NthCharPosition("http://x/y", '/', 3), 9u);
-  EXPECT_EQ(TPowersock::NthCharPosition("", '/', 1), 1u);
 }
 
 }  // namespace

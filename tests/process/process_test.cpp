@@ -164,11 +164,11 @@ struct TWait {
 void StopDuring(const TWait& wait) {
   SCOPED_TRACE(wait.Name);
   std::atomic<int> silences = 0;
-  const TScriptedServer data(wait.Data + std::string("<wait>"));
+  const TScriptedServer data(wait.Data + std::string("<stall>"));
   const TScriptedServer server([&](TScriptedServer::TPeer& peer) {
     peer.Play(ReplaceAll(wait.Replies, "PASV", PasvReply(data.Port())));
     ++silences;
-    peer.Play("<wait>");
+    peer.Play("<stall>");
   });
   const TCustomer place(server.Port(), server.Port(), "5");
   TRun run(place, std::string(wait.Switch) + " -CLOSE");

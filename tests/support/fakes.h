@@ -1,8 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,7 +45,10 @@ class TRecordingDisplay : public TStatusDisplay {
     AllLines.push_back(line);
     Lines.back() = line;
   }
-  void SetPanel(int panel, const std::string& text) override { Panels.push_back({panel, text}); }
+  void SetPanel(int panel, const std::string& text) override {
+    Panels.push_back({panel, text});
+    shown_[panel] = text;
+  }
   void SetProgress(int percent) override { Progress.push_back(percent); }
   void SetBytes(const std::string& label, const std::string& title) override {
     BytesLabels.push_back(label);
@@ -63,33 +65,22 @@ class TRecordingDisplay : public TStatusDisplay {
   std::vector<std::string> Titles;
   int BusyDepth = 0;
 
-  std::string Panel(int panel) const {
-    std::string last;
-    for (const auto& [number, text] : Panels)
-      if (number == panel) last = text;
-    return last;
-  }
+  /// What a panel shows now.
+  std::string Panel(int panel) { return shown_[panel]; }
 
  private:
   bool begun_ = false;
+  std::map<int, std::string> shown_;
 };
 
-/// Counts the watchdog calls; stops when told.
+/// Stops when told.
 class TFakeRun : public TRunControl {
  public:
   bool StopRequested() const override { return Stop; }
-  void RestartWatchdog() override {
-    ++Restarts;
-    WatchdogArmed = true;
-  }
-  void StopWatchdog() override {
-    ++Stops;
-    WatchdogArmed = false;
-  }
+  void RestartWatchdog() override { WatchdogArmed = true; }
+  void StopWatchdog() override { WatchdogArmed = false; }
 
   bool Stop = false;
-  int Restarts = 0;
-  int Stops = 0;
   bool WatchdogArmed = false;
 };
 

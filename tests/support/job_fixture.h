@@ -88,11 +88,7 @@ class TJobFixture {
     requests.erase(requests.begin(), requests.begin() + static_cast<std::ptrdiff_t>(before));
     return requests;
   }
-  TWords Asked() {
-    TWords paths = Requests();
-    for (std::string& path : paths) path.erase(0, path.find(' ') + 1);
-    return paths;
-  }
+  TWords Asked() { return PathsOf(Requests()); }
   TWords Lines() { return std::exchange(Display.Lines, {}); }
   /// What became of each file: "Tab: product slot, address > file - OK", with the reason when it failed.
   TWords Results() {
@@ -107,17 +103,15 @@ class TJobFixture {
     return results;
   }
   /// What must hold after every run, however it went: bar, label, title, panels and cursor at rest, watchdog
-  /// stopped, as often as it was started. "" or what is wrong.
-  std::string AtRest() const {
-    std::string wrong;
-    if (!Display.Progress.empty() && Display.Progress.back() != 0) wrong += "progress bar; ";
-    if (!Display.BytesLabels.empty() && !Display.BytesLabels.back().empty()) wrong += "bytes label; ";
-    if (!Display.Titles.empty() && Display.Titles.back() != kApplicationTitle) wrong += "title; ";
-    for (const int panel : {0, 1})
-      if (!Display.Panel(panel).empty()) wrong += "panel " + Display.Panel(panel) + "; ";
-    if (Display.BusyDepth != 0) wrong += "cursor; ";
-    if (Run.WatchdogArmed || Run.Restarts != Run.Stops) wrong += "watchdog; ";
-    if (!Display.Lines.empty() && Display.Lines.back().starts_with("Get: ")) wrong += "outcome line; ";
+  /// stopped. "" or what is wrong.
+  std::string AtRest() {
+    const auto last = [](const auto& shown) { return shown.empty() ? "" : shown.back(); };
+    std::string wrong = Display.Panel(0) + Display.Panel(1) + last(Display.BytesLabels);
+    if (!Display.Progress.empty() && Display.Progress.back() != 0) wrong += " progress bar";
+    if (!Display.Titles.empty() && Display.Titles.back() != kApplicationTitle) wrong += " title";
+    if (Display.BusyDepth != 0) wrong += " cursor";
+    if (Run.WatchdogArmed) wrong += " watchdog";
+    if (last(Display.Lines).starts_with("Get: ")) wrong += " outcome line";
     return wrong;
   }
 
@@ -146,16 +140,16 @@ class TJobFixture {
     std::string steps = ">220 hi|USER " + user + ">331 pw|PASS " + password + ">230 in|TYPE I>200 ok|";
     TTexts contents;
     for (const TFtpAsked& file : files) {
-      const std::size_t size = file.Announced > 0 ? file.Announced : file.Content.value_or("").size();
-      contents[file.Path] = file.Content.value_or("");
-      steps += "open|RETR " + file.Path + ">";
-      steps += file.Content ? "150 (" + std::to_string(size) + " bytes)|data:<" + file.Path + ">|>226 done|"
-                            : "550 No such file|";
+      const std::string content = contents[file.Path] = file.Content.value_or("");
+      const std::string size = std::to_string(std::max(file.Announced, content.size()));
+      steps += "open|RETR " + file.Path;
+      steps += file.Content ? ">150 (" + size + " bytes)|data:<" + file.Path + ">|>226 done|"
+                            : ">550 No such file|";
     }
     const TFtpServer server(false, steps + "QUIT>221 bye|close", contents);
     Context.Servers.Set(setting, ftp_address_ = server.Address());
     job();
-    server.Received(1);
+    EXPECT_THAT(server.Lines(), testing::Contains("QUIT"));
   }
 
   THttpServer Server;

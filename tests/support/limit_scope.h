@@ -6,8 +6,8 @@
 
 namespace skyreel::test {
 
-/// Lowers one of this process's limits for the time of a scope: of RLIMIT_NOFILE, no descriptor beyond; of
-/// RLIMIT_FSIZE, a write that goes beyond fails in its middle, as on a full disk.
+/// Lowers one of this process's limits until the scope ends. RLIMIT_NOFILE: no descriptor beyond it.
+/// RLIMIT_FSIZE: a write beyond it fails in its middle, as on a full disk.
 class TLimitScope {
  public:
   TLimitScope(__rlimit_resource_t resource, rlim_t limit) : resource_(resource) {
@@ -17,8 +17,7 @@ class TLimitScope {
     ::setrlimit(resource_, &lower);
   }
   ~TLimitScope() { ::setrlimit(resource_, &before_); }
-  TLimitScope(const TLimitScope&) = delete;
-  TLimitScope& operator=(const TLimitScope&) = delete;
+  TLimitScope(TLimitScope&&) = delete;
 
  private:
   __rlimit_resource_t resource_;

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <stdexcept>
 #include <string>
 
 namespace skyreel::test {
@@ -12,17 +11,12 @@ namespace skyreel::test {
 /// A fresh folder. It goes, with all that is in it, at the end of the test.
 class TTempFolder {
  public:
-  TTempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "skyreel-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
-    path_ = pattern;
-  }
+  TTempFolder() = default;
   ~TTempFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
-  TTempFolder(const TTempFolder&) = delete;
-  TTempFolder& operator=(const TTempFolder&) = delete;
+  TTempFolder(TTempFolder&&) = delete;
 
   const std::filesystem::path& Path() const { return path_; }
   std::filesystem::path operator/(const std::filesystem::path& relative) const { return path_ / relative; }
@@ -39,15 +33,15 @@ class TTempFolder {
     std::error_code ignored;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(path_ / below, ignored)) {
       if (entry.is_directory()) continue;
-      const bool plain = entry.symlink_status().type() == std::filesystem::file_type::regular;
-      files[entry.path().lexically_relative(path_ / below).generic_string()] =
-          plain ? static_cast<std::int64_t>(entry.file_size()) : 0;
+      const std::string name = entry.path().lexically_relative(path_ / below).generic_string();
+      files[name] = static_cast<std::int64_t>(entry.file_size(ignored));
     }
     return files;
   }
 
  private:
-  std::filesystem::path path_;
+  std::string name_ = (std::filesystem::temp_directory_path() / "skyreel-test-XXXXXX").string();
+  const std::filesystem::path path_ = ::mkdtemp(name_.data());
 };
 
 }  // namespace skyreel::test

@@ -57,7 +57,6 @@ class TFetchTest : public TJobTest {
     Display.SetProgress(0);
     Display.SetBytes("", kApplicationTitle);
     Run.WatchdogArmed = false;
-    Run.Stops = Run.Restarts;
     Display.Lines.clear();
   }
   /// What is on the disk under a name: "nothing", "whole", "half", "older" or its size; ", noted".

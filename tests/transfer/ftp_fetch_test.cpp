@@ -85,10 +85,9 @@ TEST_F(FtpFetch, AnEndlessFileIsGivenUpAndNotKept) {
 }
 
 TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
-  test::TChild other([&](int pipe) {
+  test::TChild other([&] {
     TTransferLedger ledger(Folder / "ledger.txt");
-    if (ledger.Begin(local_)) test::Say(pipe);
-    ::pause();
+    if (ledger.Begin(local_)) ::raise(SIGSTOP);
   });
   ASSERT_TRUE(other.Await());
   WriteOutput("file", "x");

@@ -17,7 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using test::Say;
 using test::TChild;
 
 class TransferLedger : public testing::Test {
@@ -64,10 +63,9 @@ TEST_F(TransferLedger, OnlyRegularFilesArePresentHoweverThePathIsWritten) {
 }
 
 TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
-  TChild child([&](int pipe) {
+  TChild child([&] {
     TTransferLedger ledger(file_);
-    if (ledger.Begin(picture_)) Say(pipe);
-    ::pause();
+    if (ledger.Begin(picture_)) ::raise(SIGSTOP);
   });
   ASSERT_TRUE(child.Await());
   EXPECT_FALSE(ledger_.Present(picture_));
