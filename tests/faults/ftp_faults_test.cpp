@@ -29,25 +29,20 @@ struct TFtpFault {
 } const kFaults[] = {
     {"550", "550 no such file", "nothing", "open|<retr>550 no such file"},
     {"421 and a close", "421 too busy", "nothing", "open|<retr>421 too busy|break"},
-    {"421 in reply to PASV", kNoPort + "421 idle", "nothing", "open>421 idle|break", Passive},
     {"silent after RETR", kAborted, "nothing", "open|<retr>|stall|break"},
     {"silent after the data", kAborted, "whole, noted", kAll + "|stall|break"},
-    {"PORT or PASV refused", "500 never", "nothing", "open>500 never"},
     {"PASV with five numbers", kNoPort + "227 (1,2,3,4,5)", "nothing", "open>227 (1,2,3,4,5)", Passive},
     {"PASV with a closed port", "Connection Failed", "nothing", "open><closed>", Passive},
     {"data connection never comes", "timed out", "nothing", "open|<retr>150 f|ABOR>226 given up", Active},
     {"data stall", "timed out", "half, noted", kHalf + "<stall>|ABOR>426 cut\n226 given up"},
     {"data stall, ABOR not answered", "timed out", "half, noted", kHalf + "<stall>|ABOR>|stall|break"},
-    {"data connection stays open", "timed out", "whole, noted", kAll + "<stall>|ABOR>226 given up"},
     {"data reset", "426 broken", "6001, noted", "open|<retr>150 f|data:<half><later>x<reset>|>426 broken"},
-    {"150 and then 451", "451 disk error", "half, noted", kHalf + "|>451 disk error"},
     {"226 before the data", "", "whole", "open|<retr>150 f (12000 bytes)\n226 done|data:<half><later><half>"},
     {"control closed in mid-transfer", "Connection closed by server", "half, noted", kHalf + "|break"},
     {"shorter than announced", "received 6000 of 12000 bytes", "half, noted", kHalf + "|>226 done"},
     {"size not announced, half comes", "", "half", "open|<retr>150 f|data:<half>|>226 done"},
     {"odd final reply", "ended with: 300 odd", "whole, noted", kAll + "|>300 odd"},
     {"goodbye before the file", "", "whole", "bye|break|" + kWhole},
-
 };
 
 class TFtpFaults : public test::TFetchTest {

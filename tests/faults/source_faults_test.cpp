@@ -2,7 +2,6 @@
 
 #include "sources/dundee_pdus.h"
 #include "sources/eu_archive.h"
-#include "sources/goes_gsfc.h"
 #include "sources/met_charts.h"
 #include "support/job_fixture.h"
 
@@ -22,10 +21,6 @@ class TSourceFaults : public test::TJobTest {
 
   TWords EuOld() {
     TEuArchiveJob(Context, {OutputPath(), false, 0, {"D1"}}).Run();
-    return Lines();
-  }
-  TWords Goes() {
-    TGoesJob(Context, {OutputPath(), {"GOES-E conus vis"}, 0, "", ""}).Run();
     return Lines();
   }
   TWords Charts() {
@@ -63,16 +58,6 @@ TEST_F(TSourceFaults, AListThatIsCutIsUsedAndSaidToBeIncomplete) {
     if (fetched) expected.push_back(name + " - OK");
     EXPECT_EQ(EuOld(), expected) << line;
   }
-}
-
-TEST_F(TSourceFaults, OneFileOfARunIsLostAndTheOthersCome) {
-  Serve(3'000);
-  Server.Script("/goeseast-lzw/conus/vis/0511100015G13I01.tif", "HTTP/1.0 200 OK\r\n\r\nshort");
-  const TWords lines = Goes();
-  EXPECT_THAT(lines, ElementsAre("/goeseast-lzw/conus/vis/0511092345G13I01.tif - OK",
-                                 "/goeseast-lzw/conus/vis/0511100015G13I01.tif - missing or incomplete",
-                                 "/goeseast-lzw/conus/vis/0511100045G13I01.tif - OK"));
-  EXPECT_EQ(Files().size(), 2U);
 }
 
 TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {

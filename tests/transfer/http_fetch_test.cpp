@@ -71,28 +71,6 @@ TEST_F(THttpFetch, SizesDecideOverWhatGoesThroughAStream) {
   EXPECT_EQ(Server.Received().size(), 6U) << "a present file is not asked for";
 }
 
-TEST_F(THttpFetch, AFileStraightInItsPlaceIsWholeWithAllThatWasAnnounced) {
-  // The older file's size (0: what the row before left), bytes sent and announced by the reply (0: not
-  // announced), announced by the file's header, the outcome, the size afterwards, and whether it is noted.
-  const std::tuple<std::size_t, std::size_t, int, std::int64_t, TFileOutcome, std::int64_t, bool> rows[] = {
-      {0, 700, 0, 701, Incomplete, 700, true},
-      {0, 50, 50, 50, Saved, 50, false},  // a noted file is not a good one
-      {100, 600, 600, 900, Incomplete, 100, false},
-      {100, 99, 99, 99, Incomplete, 100, false},
-      {100, 600, 600, 500, Saved, 600, false},
-      {99, 600, 900, 0, Incomplete, 600, true},
-  };
-  for (const auto& [older, sent, by_reply, by_header, outcome, after, noted] : rows) {
-    if (older > 0) WriteOutput("a.gif", Picture(older));
-    const std::string length = by_reply > 0 ? "Content-Length: " + std::to_string(by_reply) + "\r\n" : "";
-    Server.Script("/a.gif", "HTTP/1.0 200 OK\r\n" + length + "\r\n" + Picture(sent));
-    EXPECT_EQ(FetchHttp("a.gif", TDelivery::Direct, by_header, 100).Outcome, outcome);
-    EXPECT_THAT(Tree(), ElementsAre(Pair("a.gif", after)));
-    EXPECT_EQ(Ledger.IsNoted(Output("a.gif")), noted) << after;
-    EXPECT_EQ(GetFileDateTime(Output("a.gif")) == Clock.Now, outcome == Saved) << after;
-  }
-}
-
 TEST_F(THttpFetch, AnEndlessBodyIsGivenUpAndNotKept) {
   Context.LargestDownload = 2 << 20;
   for (const char* const path : {"/a.jpg", "/a.gif"}) Server.Answer(path, Picture((2 << 20) + 1));
