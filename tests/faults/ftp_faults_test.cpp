@@ -6,9 +6,7 @@ namespace skyreel {
 namespace {
 
 using namespace std::string_literals;
-using test::Repeated;
 using test::TFtpServer;
-using testing::ElementsAre;
 
 enum class TMode { Both, Passive, Active };
 using enum TMode;

@@ -60,20 +60,16 @@ class TPdus : public TJobTest {
 
 TEST_F(TPdus, FetchesTheLastOfferFirstAndSizesDecide) {
   constexpr int kWhole = 890'120;
-  const struct {
-    std::string Name;
-    int Present;  ///< bytes of the file that is there already; 0 none
-    int Announced;
-    int Sent;  ///< bytes that come; 0: only the header must be asked for
-    int Kept;
-    const char* Outcome;
-  } cases[] = {{"0207010200", kWhole, kWhole, 0, kWhole, ""},
-               {"0207010230", 10, 0, 0, 10, ""},
-               {"0207010300", 10, kWhole, kWhole, kWhole, " - OK"},
-               {"0207010330", 0, kWhole - 1, kWhole - 1, kWhole - 1, " - incomplete?"},
-               {"0207010400", kWhole, 29, 29, kWhole, " - incomplete?"},
-               {"0207010430", kWhole, kWhole + 5, kWhole, kWhole, " - incomplete?"},
-               {"0207010500", kWhole, kWhole + 5, kWhole + 5, kWhole + 5, " - OK"}};
+  // The product, bytes of a present file (0: there is none), bytes announced, bytes that come (0: only the
+  // header is asked for), bytes kept, the outcome.
+  const std::tuple<std::string, int, int, int, int, const char*> cases[] = {
+      {"0207010200", kWhole, kWhole, 0, kWhole, ""},
+      {"0207010230", 10, 0, 0, 10, ""},
+      {"0207010300", 10, kWhole, kWhole, kWhole, " - OK"},
+      {"0207010330", 0, kWhole - 1, kWhole - 1, kWhole - 1, " - incomplete?"},
+      {"0207010400", kWhole, 29, 29, kWhole, " - incomplete?"},
+      {"0207010430", kWhole, kWhole + 5, kWhole, kWhole, " - incomplete?"},
+      {"0207010500", kWhole, kWhole + 5, kWhole + 5, kWhole + 5, " - OK"}};
   const std::string order = "/abin/filesorder?s=Date", folder = "2002/07/01/", ones(252, '1'),
                     away = " - refused: link leads away from the server",
                     name = " - refused: unsafe file name",
@@ -87,14 +83,14 @@ TEST_F(TPdus, FetchesTheLastOfferFirstAndSizesDecide) {
                   "/pdus?f=../1" + name,    "/pdus" + name,
                   "/pdus?f=pdus" + name,    "/pdus?f=" + ones.substr(0, 112) + "..." + name};
   std::map<std::string, std::int64_t> tree;
-  for (const auto& c : cases) {
-    const std::string path = "/pdus?f=pdus" + c.Name + "&s=1";
+  for (const auto& [product, present, announced, sent, kept, outcome] : cases) {
+    const std::string path = "/pdus?f=pdus" + product + "&s=1", file = product + ".pdu";
     page = Link(path) + page;
-    Server.Script(path, "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(c.Announced) + "\r\n\r\n" +
-                            Picture(c.Sent));
-    if (c.Present > 0) WriteOutput(folder + c.Name + ".pdu", Picture(c.Present));
-    if (c.Sent > 0) lines.insert(lines.end(), {"Get: " + c.Name + ".pdu", c.Name + ".pdu" + c.Outcome});
-    tree[folder + c.Name + ".pdu"] = c.Kept;
+    Server.Script(path, "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n" +
+                            Picture(static_cast<std::size_t>(sent)));
+    if (present > 0) WriteOutput(folder + file, Picture(static_cast<std::size_t>(present)));
+    if (sent > 0) lines.insert(lines.end(), {"Get: " + file, file + outcome});
+    tree[folder + file] = kept;
   }
   Server.Answer(order, page);
   RunJob("All files done");
