@@ -70,26 +70,18 @@ TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
 }
 
 TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
-  // Another copy that holds the lock and does not go on, and a folder under the ledger's name.
-  for (const std::string reason : {"Resource temporarily unavailable", "Is a directory"}) {
-    std::vector<std::string> told;
-    TDescriptor lock;
-    if (reason == "Is a directory") {
-      fs::remove(file_);
-      fs::create_directory(file_);
-    } else {
-      lock = TDescriptor(::open(file_.c_str(), O_RDWR | O_CREAT, 0666));
-      ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
-    }
-    TTransferLedger ledger(file_);
-    ledger.OnProblem = [&](TTransferLedger&, const std::string& text) { told.push_back(text); };
-    Transfer(ledger, picture_, TTransferEnd::Cut);
-    EXPECT_FALSE(ledger.Present(picture_));
-    lock.Close();
-    Transfer(ledger, picture_, TTransferEnd::Whole);
-    EXPECT_TRUE(ledger.Present(picture_));
-    EXPECT_THAT(told, testing::ElementsAre("Transfers cannot be noted in " + file_.string() + ": " + reason));
-  }
+  std::vector<std::string> told;
+  ledger_.OnProblem = [&](TTransferLedger&, const std::string& text) { told.push_back(text); };
+  // As a copy that holds the lock and does not go on.
+  TDescriptor lock(::open(file_.c_str(), O_RDWR | O_CREAT, 0666));
+  ASSERT_EQ(::flock(lock.Get(), LOCK_EX), 0);
+  Transfer(ledger_, picture_, TTransferEnd::Cut);
+  EXPECT_FALSE(ledger_.Present(picture_));
+  lock.Close();
+  Transfer(ledger_, picture_, TTransferEnd::Whole);
+  EXPECT_TRUE(ledger_.Present(picture_));
+  EXPECT_THAT(told, testing::ElementsAre("Transfers cannot be noted in " + file_.string() +
+                                         ": Resource temporarily unavailable"));
 }
 
 TEST_F(TransferLedger, DamagedLinesArePassedOverAndGoodOnesKept) {
