@@ -113,7 +113,7 @@ TEST_F(TPdus, OnlyTheFirstOfVeryManyRefusedEntriesAreNamedAndAStopEndsTheRun) {
   EXPECT_THAT(Lines(), AllOf(SizeIs(21), Contains("... and 980 more refused")));
   ExpectStopAt(
       "=2", [this] { RunJob("All files done"); }, "/abin/", Link("/pdus?f=1") + Link("/pdus?f=2"));
-  EXPECT_THAT(Files(), ElementsAre("2.pdu")) << "no date, no folder";
+  EXPECT_THAT(Tree(), ElementsAre(Key("2.pdu"))) << "no date, no folder";
 }
 
 }  // namespace

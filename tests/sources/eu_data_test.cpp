@@ -22,6 +22,13 @@ TEST(EuDataPlan, WantsEverySoManySlotsRoundTheClock) {
 }
 
 /// Ten past midnight, one day back, the slot "2230" of Meteosat 5 and "2400" of Meteosat 7, twice each.
+/// `size` bytes as of an image: neither equal nor random.
+inline std::string ImageBytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i / 900 % 64 + i * i / 7 % 4);
+  return bytes;
+}
+
 class TEuData : public TJobTest {
  protected:
   TEuData() : TJobTest("2004-03-03 00:10") {}

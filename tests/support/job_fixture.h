@@ -27,13 +27,6 @@ inline std::string Picture(std::size_t size, char fill = 'x') {
   return std::string(size, fill);
 }
 
-/// `size` bytes as of an image: neither equal nor random.
-inline std::string ImageBytes(std::size_t size) {
-  std::string bytes(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i / 900 % 64 + i * i / 7 % 4);
-  return bytes;
-}
-
 /// All that a job or a transfer function works with: the real network clients, an HTTP server of this process
 /// that every HTTP server root leads to, a clock that stands still, a display that keeps what was shown, an
 /// output folder and a program's folder that go with the test. One day back; time-out 20 s.
@@ -66,11 +59,6 @@ class TJobFixture {
   }
   /// Every file below the output folder with its size.
   std::map<std::string, std::int64_t> Tree() const { return Folder.Tree("out"); }
-  TWords Files() const {
-    TWords files;
-    for (const auto& [name, size] : Tree()) files.push_back(name);
-    return files;
-  }
   /// Every file with its size and time, "2005/11/10/a.gif 2000 2005-11-10 12:30".
   TWords Stored() const {
     TWords files;
@@ -158,17 +146,15 @@ class TJobFixture {
   TRecordingDisplay Display;
   TFakeRun Run;
   std::string Modified = "Thu, 10 Nov 2005 13:47:00 GMT";
-  std::function<void()> OnTurn;  ///< called in each turn of a client's wait, as the window's events are
-  TNMFTP NMFTP{[this] { Turn(); }};
-  TNMHTTP NMHTTP{[this] { Turn(); }};
-  TNMHTTP NMHTTPNotts{[this] { Turn(); }};
+  std::function<void()> OnTurn = [] {
+  };  ///< called in each turn of a client's wait, as the window's events are
+  TNMFTP NMFTP{[this] { OnTurn(); }};
+  TNMHTTP NMHTTP{[this] { OnTurn(); }};
+  TNMHTTP NMHTTPNotts{[this] { OnTurn(); }};
   TTransferLedger Ledger;
   TJobContext Context;
 
  private:
-  void Turn() const {
-    if (OnTurn) OnTurn();
-  }
   std::size_t asked_ = 0;
   std::string ftp_address_ = "none";
 };

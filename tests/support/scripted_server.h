@@ -83,8 +83,7 @@ class TScriptedServer {
           if (found != text.npos) end = found, mark = known;
         }
         for (std::size_t sent = 0, piece = pace == "<drip>" ? 1 : end; sent < end; sent += piece) {
-          if (pace == "<drip>") std::this_thread::sleep_for(1ms);
-          if (pace == "<later>") std::this_thread::sleep_for(300ms);
+          std::this_thread::sleep_for(pace == "<drip>" ? 1ms : pace == "<later>" ? 300ms : 0ms);
           if (!link.Write(text.substr(sent, piece))) return false;
         }
         text.remove_prefix(end);
@@ -112,6 +111,8 @@ class TScriptedServer {
   std::string Url(const std::string& path = "/") const { return "http://" + Address() + path; }
   /// How many <stall> marks were reached.
   std::atomic<int> Stalls = 0;
+  /// How many connections get no more data.
+  std::atomic<int> Ends = 0;
   /// All lines read so far, of all connections in order, without their ends.
   TWords Lines() const {
     const std::lock_guard lock(mutex_);
@@ -135,7 +136,7 @@ class TScriptedServer {
     TPeer peer{*this, link, received_.size()};
     received_.emplace_back();
     lock.unlock();
-    const TAtScopeEnd finish([&] { link.Finish(60s); });
+    const TAtScopeEnd finish([&] { link.Finish(0ms), ++Ends, link.Finish(60s); });
     session(peer);
   }
 
@@ -233,16 +234,15 @@ inline std::string PasvReply(int port) {
 ///   login              greeting, user name and password, whatever they are
 ///   command>reply      expects the command ('*': any) and sends the reply; no reply if it is empty
 ///   >reply             sends a reply that nobody asked for
-///   open, open>reply   expects PORT, or PASV in passive mode; the reply opens the data connection, or is
-///   this data:text          is played on the data connection, which is then closed stall reset close  as in
-///   TPeer::Play bye                says 421, sends no more, and calls `goodbye` next               closes;
-///   what follows is the next session
+///   open, open>reply   expects PORT, or PASV in passive mode; the reply, if any, replaces the usual one
+///   data:text          is played on the data connection, which is then closed
+///   stall reset close  as in TPeer::Play
+///   next               closes; what follows is the next session
 ///
 /// The `words` are filled in once the steps are divided, so they may hold any byte.
 class TFtpServer : public TScriptedServer {
  public:
-  TFtpServer(bool passive, const std::string& steps, const TTexts& words = {},
-             const std::function<void()>& goodbye = {})
+  TFtpServer(bool passive, const std::string& steps, const TTexts& words = {})
       : TScriptedServer([=, this](TPeer& peer) {
           std::istringstream in(
               ReplaceAll(ReplaceAll(steps, "login", ">220 hi|*>331 pw|*>230 in"), "open|", "open>|"));
@@ -259,10 +259,6 @@ class TFtpServer : public TScriptedServer {
               if (!data) return;
               peer.Play(std::string_view(step).substr(5), *data);
               data->Finish(20s);
-            } else if (step == "bye") {
-              peer.Play("421 idle\r\n");
-              peer.Link.Finish(0ms);
-              goodbye();
             } else if (mark == step.npos) {
               if (!peer.Play("<" + step + ">")) return;
             } else {

@@ -5,7 +5,7 @@
 
 #include "base/files.h"
 #include "base/text.h"
-#include "support/child_process.h"
+#include "transfer/child_process.h"
 #include "transfer/fetch_test.h"
 
 namespace skyreel {
@@ -105,7 +105,7 @@ TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
     EXPECT_EQ(Lines().back(), "a - 500 no");
   });
   EXPECT_TRUE(std::filesystem::is_directory(Output("2005/11/10")));
-  EXPECT_THAT(Files(), ElementsAre("file"));
+  EXPECT_THAT(Tree(), ElementsAre(Key("file")));
 }
 
 TEST_F(FtpFetch, ASessionThatCannotBeOpenedSaysSoAndDoesNoWork) {

@@ -88,7 +88,7 @@ TEST_F(THttpFetch, ReencodedPictureIsStampedUnderItsNewName) {
   EXPECT_THAT(Get("/b.jpeg", "b.jpeg", true),
               ElementsAre(StartsWith("/b.jpeg - saved as it came, not re-encoded: ")));
   EXPECT_EQ(GetFileDateTime(Output("a.jpg")), kTime);
-  EXPECT_THAT(Files(), ElementsAre("a.jpg", "b.jpeg"));
+  EXPECT_THAT(Tree(), ElementsAre(Key("a.jpg"), Key("b.jpeg")));
 }
 
 TEST_F(THttpFetch, TemporaryFileKeepsItsNameAndIsPrivate) {

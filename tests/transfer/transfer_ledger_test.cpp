@@ -9,8 +9,8 @@
 
 #include "base/descriptor.h"
 #include "base/files.h"
-#include "support/child_process.h"
 #include "support/temp_folder.h"
+#include "transfer/child_process.h"
 
 namespace skyreel {
 namespace {

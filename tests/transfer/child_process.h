@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <utility>
 
 namespace skyreel::test {
 
@@ -25,12 +26,9 @@ class TChild {
     return child.si_code == CLD_STOPPED;
   }
   void Kill() {
-    if (process_ > 0) ::kill(process_, SIGKILL);
-    Join();
-  }
-  void Join() {
-    if (process_ > 0) ::waitpid(process_, nullptr, 0);
-    process_ = 0;
+    if (process_ == 0) return;
+    ::kill(process_, SIGKILL);
+    ::waitpid(std::exchange(process_, 0), nullptr, 0);
   }
 
  private:
