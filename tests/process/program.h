@@ -5,12 +5,7 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
 #include <optional>
-#include <stdexcept>
-#include <string>
 #include <thread>
 
 #include "base/files.h"
@@ -49,11 +44,9 @@ class TPlace {
   /// is killed while it takes the lock, the library leaves it for half a minute.
   std::string Leftovers() const {
     std::string found;
-    for (const auto& [name, size] : folder_.Tree()) {
-      for (const char* const sign : {"~skyreel", "~Skyreel~", ".part", ".tmp"}) {
+    for (const auto& [name, size] : folder_.Tree())
+      for (const char* const sign : {"~skyreel", "~Skyreel~", ".part", ".tmp"})
         if (name.find(sign) != std::string::npos) found += name + "\n";
-      }
-    }
     return found;
   }
 
@@ -76,9 +69,8 @@ class TRun {
     if (process_ == 0) ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
   }
   ~TRun() {
-    if (result_) return;
-    Signal(SIGKILL);
-    ::waitpid(process_, nullptr, 0);
+    if (!result_) Signal(SIGKILL);
+    Wait(std::chrono::minutes(1));
   }
   TRun(const TRun&) = delete;
 
