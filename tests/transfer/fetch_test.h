@@ -86,11 +86,4 @@ class TFetchTest : public TJobTest {
   int turns_ = 0;
 };
 
-/// `text` over and over, more than 1 MiB of it.
-inline std::string Repeated(const std::string& text) {
-  std::string all;
-  while (all.size() < 1'100'000) all += text;
-  return all;
-}
-
 }  // namespace skyreel::test

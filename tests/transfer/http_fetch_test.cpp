@@ -214,7 +214,7 @@ class THttpFaults : public test::TFetchTest {
     reply = test::Filled(ReplaceAll(reply, "\n", "\r\n"), {{"body", body},
                                                            {"half", half},
                                                            {"almost", body.substr(1)},
-                                                           {"mega", test::Repeated("h")},
+                                                           {"mega", std::string(1'100'000, 'h')},
                                                            {"port", std::to_string(Server.Port())},
                                                            {"closed", std::to_string(test::ClosedPort())}});
     Server.Script("/hit", reply);
