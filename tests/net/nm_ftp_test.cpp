@@ -115,6 +115,7 @@ TEST(NmFtp, TransfersTellHowTheyWentAndTheSessionGoesOn) {
       // The final reply overtakes the data.
       {"NLST>150 names\r\n226 done|data:<drip>a.Z\r\nb\n\r\nlast", "", "s13",
        "SW 226 done 13 a.Z|b\n|\r\n|last|"},
+      {"NLST>150 names\r\n226 done|data:a.Z\r\n<stall>", "", "s13", "SW 226 done 5 a.Z|"},
       {"NLST>150 names|data:a.Z\r\n<stall>|>426 cut", "Socket readln aborted", "", "S 426 cut 5 a.Z|"},
       {"NLST>150 names|data:<endless>|>226 done", "Listing too large", "",
        "S 226 done 67109000 " + endless.substr(0, 80)},

@@ -82,10 +82,8 @@ TEST(HttpUrl, NamesHostPortAndPathOrIsRefused) {
                             {"HTTP://Server/x", "Server 80 /x"},
                             {"gopher://server", "server 70 /"},
                             {"http://server/" + path, "server 80 /" + path.substr(0, 255)},
-                            {"", "Empty URL"},
                             {"HTTPS://server/x", "HTTP Secure Socket is not supported"},
-                            {"http://server:65536/", "Bad port in URL"},
-                            {"http://ser\0ver/a"s, "Control character in URL"}});
+                            {"http://server:65536/", "Bad port in URL"}});
 }
 
 TEST(HttpUrl, ALocationWithoutAServerIsCompletedAndFormDataAreEncoded) {
