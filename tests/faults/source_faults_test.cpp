@@ -14,31 +14,20 @@ using test::TWords;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// What a source makes of a fault that its transfer reports: two or more files, one of them hit.
+/// What a source makes of a fault that its transfer reports.
 class TSourceFaults : public test::TJobTest {
  protected:
   TSourceFaults() : TJobTest("2005-11-10 01:44") {}
-
-  TWords EuOld() {
-    TEuArchiveJob(Context, {OutputPath(), false, 0, {"D1"}}).Run();
-    return Lines();
-  }
-  TWords Charts() {
-    TMetChartsJob(Context, {OutputPath(), {"Rain radar (MM) UK"}, ""}).Run();
-    return Lines();
-  }
   TWords Pdus() {
     TPdusJob(Context, {OutputPath(), "user", "secret", {"0200, GMS, Visible"}}).Run();
     for (const int panel : {0, 1}) Display.SetPanel(panel, "");  // the form does so after a run
     return Lines();
   }
-
-  const std::string remote_ = "/~idds/images/out/20051110_";
-  const std::string zip_ = "/data/gss/r-uk051109.zip";
 };
 
 TEST_F(TSourceFaults, AListThatIsCutIsUsedAndSaidToBeIncomplete) {
-  const std::string name = remote_ + "000000_07_D1_0.jpg", list = "frame0 = \"" + name + "\";\n";
+  const std::string name = "/~idds/images/out/20051110_000000_07_D1_0.jpg",
+                    list = "frame0 = \"" + name + "\";\n";
   const std::string whole = list + "number_of_images = 1;";
   const std::pair<std::string, const char*> pages[] = {
       {HttpReply(whole), ""},
@@ -56,12 +45,14 @@ TEST_F(TSourceFaults, AListThatIsCutIsUsedAndSaidToBeIncomplete) {
     TWords expected;
     if (*line != '\0') expected.push_back(line);
     if (fetched) expected.push_back(name + " - OK");
-    EXPECT_EQ(EuOld(), expected) << line;
+    TEuArchiveJob(Context, {OutputPath(), false, 0, {"D1"}}).Run();
+    EXPECT_EQ(Lines(), expected) << line;
   }
 }
 
 TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {
-  const std::string url = Server.Url(zip_), date = "Last-Modified: Wed, 09 Nov 2005 12:00:00 GMT";
+  const std::string zip = "/data/gss/r-uk051109.zip", url = Server.Url(zip),
+                    date = "Last-Modified: Wed, 09 Nov 2005 12:00:00 GMT";
   const std::string header = "HTTP/1.0 200 OK\r\nContent-Length: 6000\r\n" + date + "\r\n\r\n";
   // The replies to HEAD and GET, and what goes behind the URL; empty: no line.
   const std::tuple<std::string, std::string, std::string> rows[] = {
@@ -75,10 +66,11 @@ TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {
       {header, header + Picture(6'000), " - OK"},
   };
   for (const auto& [head, get, line] : rows) {
-    Server.Script("HEAD " + zip_, head);
-    Server.Script("GET " + zip_, get);
+    Server.Script("HEAD " + zip, head);
+    Server.Script("GET " + zip, get);
     const TWords expected = line.empty() ? TWords{} : TWords{url + line};
-    EXPECT_EQ(Charts(), expected);
+    TMetChartsJob(Context, {OutputPath(), {"Rain radar (MM) UK"}, ""}).Run();
+    EXPECT_EQ(Lines(), expected);
   }
 }
 
