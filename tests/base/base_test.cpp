@@ -6,7 +6,6 @@
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
-#include "support/limit_scope.h"
 #include "support/temp_folder.h"
 
 namespace skyreel {
@@ -100,7 +99,7 @@ TEST(Files, AFileIsReplacedWholeOrNotAtAll) {
   MoveFileWhole(file.Get(), link, kept);
   EXPECT_EQ(fs::status(kept).permissions(), usual);
   {
-    const test::TLimitScope full_disk(RLIMIT_FSIZE, 8192);
+    const auto full_disk = test::LimitFileSize(8192);
     EXPECT_THROW(WriteFileWhole(kept, std::string(20000, 'x')), std::system_error);
   }
   EXPECT_EQ(ReadWholeFile(kept), "new");

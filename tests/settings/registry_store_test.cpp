@@ -5,7 +5,6 @@
 #include "base/files.h"
 #include "settings/registry_variable.h"
 #include "support/failure.h"
-#include "support/limit_scope.h"
 #include "support/temp_folder.h"
 
 namespace skyreel {
@@ -81,7 +80,7 @@ TEST_F(RegistryStore, ADiskThatTakesNothingLeavesTheOldFileWhole) {
   TRegistryStore store(File);
   store.WriteString("Long", QString(100000, 'x'));
   {
-    const test::TLimitScope full_disk(RLIMIT_FSIZE, 8192);
+    const auto full_disk = test::LimitFileSize(8192);
     EXPECT_FALSE(store.Flush());
   }
   EXPECT_EQ(ReadWholeFile(File), "[General]\nPrecious=1\n");

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <sys/resource.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
+
+#include "base/scope.h"
 
 namespace skyreel::test {
 
@@ -43,5 +48,16 @@ class TTempFolder {
   std::string name_ = (std::filesystem::temp_directory_path() / "skyreel-test-XXXXXX").string();
   const std::filesystem::path path_ = ::mkdtemp(name_.data());
 };
+
+/// Until the returned scope ends, a write beyond so many bytes of a file fails in its middle, as on a full
+/// disk.
+[[nodiscard]] inline auto LimitFileSize(rlim_t bytes) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit lower{bytes, before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &lower);
+  return TAtScopeEnd([before] { ::setrlimit(RLIMIT_FSIZE, &before); });
+}
 
 }  // namespace skyreel::test

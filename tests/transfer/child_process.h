@@ -4,35 +4,25 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <utility>
+
+#include "transfer/transfer_ledger.h"
 
 namespace skyreel::test {
 
-/// A child process that runs `work` and ends.
-class TChild {
- public:
-  template <typename TWork>
-  explicit TChild(TWork work) : process_(::fork()) {
-    if (process_ != 0) return;
-    work();
+/// Starts another copy of the program, which begins to write `path` and then halts.
+inline pid_t StartCopy(const std::filesystem::path& ledger_file, const std::filesystem::path& path) {
+  const pid_t copy = ::fork();
+  if (copy == 0) {
+    TTransferLedger ledger(ledger_file);
+    if (ledger.Begin(path)) ::raise(SIGSTOP);
     ::_exit(0);
   }
-  ~TChild() { Kill(); }
-  TChild(TChild&&) = delete;
-  /// Waits until the child halts itself (::raise(SIGSTOP)); false when it ends first.
-  bool Await() const {
-    siginfo_t child{};
-    ::waitid(P_PID, static_cast<id_t>(process_), &child, WSTOPPED | WEXITED | WNOWAIT);
-    return child.si_code == CLD_STOPPED;
-  }
-  void Kill() {
-    if (process_ == 0) return;
-    ::kill(process_, SIGKILL);
-    ::waitpid(std::exchange(process_, 0), nullptr, 0);
-  }
-
- private:
-  pid_t process_;
-};
+  ::waitpid(copy, nullptr, WUNTRACED);
+  return copy;
+}
+inline void KillCopy(pid_t copy) {
+  ::kill(copy, SIGKILL);
+  ::waitpid(copy, nullptr, 0);
+}
 
 }  // namespace skyreel::test

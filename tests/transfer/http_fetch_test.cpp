@@ -192,6 +192,8 @@ const THttpFault kFaults[] = {
      "the server answered 404 Not Found"},
     {"500 with as many bytes as a picture", "HTTP/1.0 500 Oops\1\n\n<body>", Saved, Refused,
      "the server answered 500 Oops"},
+    {"HTML page without a doctype", "<ok>\n<HTML><body>", Refused, Refused, "received an HTML page",
+     "nothing", ""},
     {"HTML page", "<ok>\n <!DOCTYPE html><body>", Refused, Refused, "received an HTML page", "nothing", ""},
     {"chunked reply, cut inside a chunk", "<chunked>x", TimedOut, TimedOut,
      "Connection closed inside the reply", "1, noted"},

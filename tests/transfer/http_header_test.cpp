@@ -52,13 +52,6 @@ TEST(HttpHeader, MonthsAreAbbreviatedInAnyLetterCaseAndRunsAcrossTwoCount) {
     EXPECT_EQ(test::Failure<ERangeError>([&] { MonthNumber(text); }), "Bad month") << text;
 }
 
-TEST(HttpHeader, APageBeginsWithItsMark) {
-  for (const std::string page : {" \r\n\t<HTML lang=en>", "<!doctype"}) {
-    EXPECT_TRUE(IsHtmlPage(std::string(2'000'000, ' ') + page));
-    EXPECT_FALSE(IsHtmlPage("x" + page) || IsHtmlPage(page.substr(0, 5)));
-  }
-}
-
 TEST(TransferProgress, BarLabelAndTitleFollowTheBytesWithoutOverflow) {
   // Received, total, per cent (-1: the bar does not move).
   const std::tuple<std::int64_t, std::int64_t, int> cases[] = {

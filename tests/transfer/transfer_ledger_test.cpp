@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <fstream>
 
@@ -16,8 +15,6 @@ namespace skyreel {
 namespace {
 
 namespace fs = std::filesystem;
-
-using test::TChild;
 
 class TransferLedger : public testing::Test {
  protected:
@@ -56,14 +53,10 @@ TEST_F(TransferLedger, TheNoteStaysUnlessTheTransferEndedWholeOrNeverTouchedTheF
 }
 
 TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
-  TChild child([&] {
-    TTransferLedger ledger(file_);
-    if (ledger.Begin(picture_)) ::raise(SIGSTOP);
-  });
-  ASSERT_TRUE(child.Await());
+  const pid_t copy = test::StartCopy(file_, picture_);
   EXPECT_FALSE(ledger_.Present(picture_));
   EXPECT_FALSE(ledger_.Begin(picture_)) << "another copy is writing this file";
-  child.Kill();
+  test::KillCopy(copy);
   EXPECT_FALSE(ledger_.Present(picture_));
   Transfer(ledger_, picture_, TTransferEnd::Whole);
   EXPECT_TRUE(ledger_.Present(picture_));
