@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "app/program_folder.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

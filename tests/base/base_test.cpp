@@ -6,7 +6,7 @@
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

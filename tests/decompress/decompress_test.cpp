@@ -8,8 +8,7 @@
 #include "decompress/uncompress.h"
 #include "demo/encoders.h"
 #include "demo/lzw_encoder.h"
-#include "support/failure.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

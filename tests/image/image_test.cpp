@@ -6,8 +6,7 @@
 #include <functional>
 
 #include "base/files.h"
-#include "support/failure.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

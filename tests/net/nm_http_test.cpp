@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 
 #include "base/files.h"
-#include "support/failure.h"
+#include "support/helpers.h"
 #include "support/scripted_server.h"
-#include "support/temp_folder.h"
 
 namespace skyreel {
 namespace {

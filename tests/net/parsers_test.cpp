@@ -5,7 +5,7 @@
 #include "net/ftp_parse.h"
 #include "net/http_parse.h"
 #include "net/http_url.h"
-#include "support/failure.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

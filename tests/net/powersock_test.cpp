@@ -7,9 +7,8 @@
 #include <future>
 
 #include "net/thread_timer.h"
-#include "support/failure.h"
+#include "support/helpers.h"
 #include "support/scripted_server.h"
-#include "support/temp_folder.h"
 
 namespace skyreel {
 namespace {

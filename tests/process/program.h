@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "base/files.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel::test {
 

@@ -5,7 +5,7 @@
 #include <QApplication>
 #include <QWheelEvent>
 
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

@@ -4,8 +4,7 @@
 
 #include "base/files.h"
 #include "settings/registry_variable.h"
-#include "support/failure.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 
 namespace skyreel {
 namespace {

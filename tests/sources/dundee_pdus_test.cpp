@@ -26,13 +26,11 @@ TEST(PdusNames, CarryTheImageTime) {
 }
 
 TEST(EntryFinder, AgreesWithThePlainSearch) {
-  std::vector<TWords> lists;
-  for (const std::string a : {"", "a", "ab", "b\xFF", "ba", "aab"})
-    for (const std::string b : {"", "a", "ab", "b\xFF", "ba", "aab"}) lists.push_back({a, b, b + a});
-  for (const TWords& list : lists) {
-    for (const TWords& text : lists)
-      EXPECT_EQ(TEntryFinder(list).HasEntryIn(text[1] + text[2]), ListHasEntryIn(text[1] + text[2], list));
-  }
+  const TWords parts = {"", "a", "ab", "b\xFF", "ba", "aab"};
+  for (const std::string& a : parts)
+    for (const std::string& b : parts)
+      for (const std::string& text : parts)
+        EXPECT_EQ(TEntryFinder({a, b}).HasEntryIn(text + a + text), ListHasEntryIn(text + a + text, {a, b}));
 }
 
 TEST(AnalysePdus, ListsTheProductsOfSavedPagesByAreaTimeAndChannel) {

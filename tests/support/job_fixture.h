@@ -8,8 +8,8 @@
 #include "sources/job_context.h"
 #include "sources/source_table.h"
 #include "support/fakes.h"
+#include "support/helpers.h"
 #include "support/scripted_server.h"
-#include "support/temp_folder.h"
 #include "transfer/transfer_ledger.h"
 #include "transfer/transfer_progress.h"
 

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "support/failure.h"
+#include "support/helpers.h"
 #include "support/job_fixture.h"
 #include "transfer/ftp_fetch.h"
 #include "transfer/http_fetch.h"

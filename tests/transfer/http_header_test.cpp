@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 
 #include "base/exceptions.h"
-#include "support/failure.h"
 #include "support/fakes.h"
+#include "support/helpers.h"
 #include "transfer/transfer_progress.h"
 
 namespace skyreel {

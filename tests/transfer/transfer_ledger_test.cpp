@@ -8,7 +8,7 @@
 
 #include "base/descriptor.h"
 #include "base/files.h"
-#include "support/temp_folder.h"
+#include "support/helpers.h"
 #include "transfer/child_process.h"
 
 namespace skyreel {

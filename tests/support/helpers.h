@@ -4,8 +4,10 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -58,6 +60,17 @@ class TTempFolder {
   const rlimit lower{bytes, before.rlim_max};
   ::setrlimit(RLIMIT_FSIZE, &lower);
   return TAtScopeEnd([before] { ::setrlimit(RLIMIT_FSIZE, &before); });
+}
+
+/// The message of the TException that `action` throws; "" when it throws nothing. Others pass on.
+template <typename TException = std::exception>
+std::string Failure(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const TException& error) {
+    return error.what();
+  }
+  return "";
 }
 
 }  // namespace skyreel::test
