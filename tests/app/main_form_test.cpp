@@ -227,7 +227,7 @@ TEST_F(MainFormTest, ARunFetchesAndPutsTheFormBackAndIsReported) {
   EXPECT_EQ(Bells, 1);
   EXPECT_THAT(Lines(), AllOf(SizeIs(2), Contains(Server.Url(kFirstChart) + " - OK")));
   EXPECT_EQ(FileSizeOf(Folder / "Skyreel/Bracknell/2005/11/10/nz_swp_0600.gif"), 2'000);
-  for (int i = 0; i < 2; ++i) form_->close();
+  for (int i = 0; i < 2; ++i) Press("ButtonClose");
   EXPECT_EQ(File("SkyreelReport.txt"), Lines()[0] + "\r\n" + Lines()[1] + "\r\n" + kVersionLine + "\r\n");
   EXPECT_THAT(Output, IsEmpty()) << "lines go to standard output in a batch only";
 }
@@ -242,7 +242,7 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
     Server.Handle(kFirstChart, [&](auto&...) {
       InTheWait([&] {
         for (const char* dialog : {"MenuItemAbout", "MenuItemServers"}) Get<QAction>(dialog).trigger();
-        EXPECT_NE(form_->findChild<QMessageBox*>(), nullptr);
+        EXPECT_TRUE(form_->findChild<QMessageBox*>() && QApplication::overrideCursor());
         way();
         during = Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Text("ButtonClose") + Phase();
       });

@@ -90,7 +90,7 @@ TEST(HttpUrl, ALocationWithoutAServerIsCompletedAndFormDataAreEncoded) {
   EXPECT_EQ(ResolveLocation("b.gif", "host", 81), "http://host:81/b.gif");
   EXPECT_EQ(ResolveLocation("//other/b.gif", "host", 81), "http://other/b.gif");
   EXPECT_EQ(ResolveLocation("b.gif", "host", 80), "http://host/b.gif");
-  EXPECT_EQ(UrlEncode("aZ09-._*=a b&x=1+1%\r\n/\xC3\xA9\0"s), "aZ09-._*=a+b&x=1%2B1%25%0D%0A%2F%C3%A9%00");
+  EXPECT_EQ(UrlEncode("aAZ09-._*=a b&x=1+1%\r\n/\xC3\xA9\0"s), "aAZ09-._*=a+b&x=1%2B1%25%0D%0A%2F%C3%A9%00");
 }
 
 }  // namespace
