@@ -181,7 +181,8 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
     context_.Ledger.End(path, end.Ledger);
   }
   fetch.Received = ok && FileSizeOf(path) >= 0;
-  fetch.Result.Bytes = use_wininet_ ? FileSizeOf(path) : context_.NMFTP.LastTransfer.Received;
+  fetch.Result.Bytes =
+      use_wininet_ ? std::max<std::int64_t>(FileSizeOf(path), 0) : context_.NMFTP.LastTransfer.Received;
   fetch.Result.Outcome = end.Outcome;
   fetch.Result.Reason = Masked(end.Reason);
 }
