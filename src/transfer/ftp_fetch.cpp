@@ -168,14 +168,15 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
     // kept: the watchdog stays armed, as for a transfer that hangs.
     failure = std::current_exception();
   }
-  TEnd end = use_wininet_ ? WinInetEnd(path) : ClientEnd(failure);
-  if (!use_wininet_ && context_.NMFTP.LastTransfer.Received > context_.LargestDownload) {
+  const TEnd end = use_wininet_ ? WinInetEnd(path) : ClientEnd(failure);
+  const bool whole = end.Ledger == TTransferEnd::Whole;
+  if (!use_wininet_ && !whole && context_.NMFTP.LastTransfer.Received > context_.LargestDownload) {
     // A thousand endless files would fill the disk.
     std::error_code ignored;
     std::filesystem::remove(path, ignored);
   }
-  fetch.StillNoted = end.Ledger == TTransferEnd::Whole;
-  if (fetch.StillNoted) {
+  fetch.StillNoted = whole;
+  if (whole) {
     breaks_ = 0;
   } else {
     context_.Ledger.End(path, end.Ledger);
