@@ -167,16 +167,12 @@ constexpr auto kSilent = "Socket readln aborted", kCut = "received 6000 of 12000
 constexpr auto kCancelled = "Socket capture aborted", kNone = "received 0 of 12000 bytes";
 
 const THttpFault kFaults[] = {
-    {"whole", "<ok><size>\n<body>", Saved, Saved, "", "whole"},
     {"server says nothing", "<stall>", TimedOut, TimedOut, kSilent},
     {"silence inside the body", "<ok><size>\n<half><stall>", TimedOut, TimedOut, kCancelled, "half, noted"},
     {"endless header that drips", "<ok><drip><mega>", TimedOut, TimedOut, kSilent},
-    {"closes inside the header", "<ok>Content-Le", TimedOut, Incomplete, kNone, "nothing",
-     "the page is empty"},
-    {"resets inside the body", "<ok><size>\n<half><later>x<reset>", TimedOut, TimedOut, kReset,
-     "6001, noted"},
-    {"body shorter than announced", "<ok><size>\n<half>", Incomplete, Incomplete, kCut, "half, noted",
-     "incomplete"},
+    {"cut header", "<ok>Content-Le", TimedOut, Incomplete, kNone, "nothing", "the page is empty"},
+    {"reset in the body", "<ok><size>\n<half><later>x<reset>", TimedOut, TimedOut, kReset, "6001, noted"},
+    {"cut body", "<ok><size>\n<half>", Incomplete, Incomplete, kCut, "half, noted", "incomplete"},
     {"size not announced, one byte missing", "HTTP/1.0 298 Odd\n\n<almost>", Saved, Incomplete,
      "received 11999 of 12000 bytes", "11999, noted", ""},
     {"100 and then nothing", "HTTP/1.0 100 Go on\n\n", TimedOut, Refused,
@@ -187,15 +183,13 @@ const THttpFault kFaults[] = {
      "the server answered 404 Not Found"},
     {"500 with as many bytes as a picture", "HTTP/1.0 500 Oops\1\n\n<body>", Saved, Refused,
      "the server answered 500 Oops"},
-    {"HTML page without a doctype", "<ok>\n<HTML><body>", Refused, Refused, "received an HTML page",
-     "nothing", ""},
+    {"<html> page", "<ok>\n<HTML><body>", Refused, Refused, "received an HTML page", "nothing", ""},
     {"HTML page", "<ok>\n <!DOCTYPE html><body>", Refused, Refused, "received an HTML page", "nothing", ""},
     {"chunked reply, cut inside a chunk", "<chunked>x", TimedOut, TimedOut,
      "Connection closed inside the reply", "1, noted"},
     {"redirect to another path", "<found>/moved\n\n", Saved, Saved, "", "whole"},
-    {"redirect to https", "<found>https://127.0.0.1/a\n\n", NotAsked, NotAsked,
+    {"redirect to https", "<found>https://h/a\n\n", NotAsked, NotAsked,
      "HTTP Secure Socket is not supported"},
-    {"redirect to itself", "<found>/hit\n\n", TimedOut, TimedOut, "Too many redirects"},
 };
 
 class THttpFaults : public test::TFetchTest {
