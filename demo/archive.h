@@ -41,7 +41,7 @@ class TDemoArchive {
   explicit TDemoArchive(TNow now) : now_(std::move(now)) {}
 
   /// The file at a path as a client asks for it ("/goeseast/conus/vis/0601011745G13I01.tiff", with its
-  /// query); nullopt when there is none.
+  /// query). Returns nullopt when the archive has no such file.
   std::optional<TServedFile> Find(const std::string& path);
 
   /// The names in a folder of the FTP servers, of the last four days; nullopt when there is no such folder.

@@ -19,12 +19,12 @@ class TConnection {
   TConnection(const TConnection&) = delete;
   TConnection& operator=(const TConnection&) = delete;
 
-  /// The next line without its CR LF, waited for at most a minute; nullopt when the connection is over or the
-  /// line is longer than 8192 bytes.
+  /// Waits up to a minute for the next line and returns it without its CR LF. Returns nullopt when the
+  /// connection is over or the line is longer than 8192 bytes.
   std::optional<std::string> ReadLine();
   /// A line has come, or the other side has closed.
   bool HasInput();
-  /// The next bytes, waited for at most a minute; "" when the connection is over.
+  /// Waits up to a minute for the next bytes. Returns "" when the connection is over.
   std::string Receive();
   bool Write(std::string_view data);
   /// Ends the sending, then waits at most `limit` until the other side has closed too: data on their way are
@@ -49,7 +49,7 @@ class TListener {
   TListener& operator=(const TListener&) = delete;
 
   int Port() const { return port_; }
-  /// The next connection, waited for at most `limit` (-1 ms: for ever); null when there is none.
+  /// Waits up to `limit` (-1 ms: for ever) for the next connection. Returns null when no client connects.
   std::unique_ptr<TConnection> Accept(std::chrono::milliseconds limit);
   /// Accepts no more and ends the wait of Accept; for another thread.
   void Interrupt();

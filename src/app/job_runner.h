@@ -32,7 +32,7 @@ class TJobRunner : public QObject, private TRunControl {
   };
   TJobRunner(QObject* parent, TSetup setup);
 
-  /// The operating system's Internet library; nullptr where there is none.
+  /// The operating system's Internet library; nullptr on systems without one.
   TWinInetTransfer* WinInet() const { return win_inet_.get(); }
   bool Busy() const { return busy_; }
   /// Runs a page's job to its end, unless one is running: then it asks that one to stop.

@@ -22,7 +22,7 @@ constexpr bool kIsWindows = false;
 
 constexpr const char* kTimeFormat = "HH:mm";
 
-/// The control of this kind with `part` in its name; nullptr if there is none.
+/// The control of this kind with `part` in its name; nullptr if the page has no such control.
 template <typename TControl>
 TControl* Find(const QWidget& page, const char* part) {
   for (TControl* control : page.findChildren<TControl*>())

@@ -85,7 +85,8 @@ class TFormPage : public TSourcePage {
   TUi ui_;
 };
 
-/// Makes the page of a source from the files of its name in pages/. Throws std::logic_error if there is none.
+/// Makes the page of a source from the files of its name in pages/. Throws std::logic_error if that page is
+/// missing.
 std::unique_ptr<TSourcePage> MakePage(const TPageContext& context);
 
 void SetItems(TCheckListBox& list, const std::vector<std::string>& items);

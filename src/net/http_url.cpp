@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMaxPath = 256;
 
-/// Where the server's name begins: after "//" at the start or after the scheme; npos when there is none.
+/// Where the server's name begins: after "//" at the start or after the scheme; npos if the URL has neither.
 std::size_t AuthorityStart(std::string_view url) {
   const std::size_t slash = url.find('/');
   if (slash == std::string_view::npos || url.substr(slash, 2) != "//") return std::string_view::npos;

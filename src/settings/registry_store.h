@@ -76,7 +76,8 @@ std::filesystem::path AppPathsFile();
 /// Records the full path of the executable under its base name, in `app_paths` (AppPathsFile in the program).
 /// Does nothing when the file cannot be read or written.
 void RegisterAppPath(const std::filesystem::path& app_paths, const std::filesystem::path& executable);
-/// The recorded path of the program with this base name; empty when there is none or it cannot be read.
+/// The recorded path of the program with this base name; empty when none is recorded or the file is
+/// unreadable.
 QString ReadAppPath(const std::filesystem::path& app_paths, const QString& program);
 
 }  // namespace skyreel

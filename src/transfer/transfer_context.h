@@ -74,7 +74,7 @@ struct TTransferContext {
   TNMHTTP& NMHTTPNotts;
   TTransferLedger& Ledger;
   TSharedSettings Shared;
-  /// The operating system's Internet library; null where there is none.
+  /// The operating system's Internet library; null on systems without one.
   TWinInetTransfer* WinInet = nullptr;
   std::string Source{};  ///< the tab's caption
   /// Bytes; a larger download is given up, so that an endless one fills neither disk nor memory.

@@ -43,7 +43,7 @@ bool Resolve(F& function, const std::function<void*(const char*)>& find, const c
   return function != nullptr;
 }
 
-/// The server's last response on the calling thread; empty when there is none.
+/// The server's last response on the calling thread; empty if the library keeps no response.
 std::string LastResponse(const TWinInetApi& api) {
   std::array<char, 1025> text{};
   std::uint32_t error = 0, length = static_cast<std::uint32_t>(text.size());

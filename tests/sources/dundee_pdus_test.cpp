@@ -58,7 +58,7 @@ class TPdus : public TJobTest {
 
 TEST_F(TPdus, FetchesTheLastOfferFirstAndSizesDecide) {
   constexpr int kWhole = 890'120;
-  // The product, bytes of a present file (0: there is none), bytes announced, bytes that come (0: only the
+  // The product, bytes of a present file (0: no file), bytes announced, bytes that come (0: only the
   // header is asked for), bytes kept, the outcome.
   const std::tuple<std::string, int, int, int, int, const char*> cases[] = {
       {"0207010200", kWhole, kWhole, 0, kWhole, ""},

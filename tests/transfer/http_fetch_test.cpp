@@ -45,7 +45,7 @@ TEST_F(THttpFetch, AFetchShowsItsProgressUnderTheWatchdogAndEndsWithOneValue) {
 }
 
 TEST_F(THttpFetch, SizesDecideOverWhatGoesThroughAStream) {
-  // The local file's size (-1: there is none), what is served, the local file's size afterwards, the line.
+  // The local file's size (-1: no file), what is served, the local file's size afterwards, the line.
   const std::tuple<std::int64_t, std::size_t, std::int64_t, const char*> cases[] = {
       {-1, 10000, 10000, " - OK"},   {-1, 9999, -1, " - missing or incomplete"},
       {-1, 0, -1, " - timed out"},   {1000, 20000, 1000, nullptr},
