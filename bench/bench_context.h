@@ -6,6 +6,7 @@
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 #include "transfer/transfer_progress.h"
 
@@ -50,7 +51,7 @@ class TFixedClock : public TSystemClock {
 struct TBenchContext {
   explicit TBenchContext(const std::filesystem::path& folder)
       : Ledger(folder / "ledger.txt"),
-        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, {}}, {}, folder} {
+        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, Record, {}}, {}, folder} {
     NMHTTP.OnPacketRecvd = [this](TPowersock& sender) {
       ShowTransferProgress(Display, sender.ReceivedByteCount, sender.TransferSize);
     };
@@ -63,6 +64,7 @@ struct TBenchContext {
   TNMHTTP NMHTTP;
   TNMHTTP NMHTTPNotts;
   TTransferLedger Ledger;
+  TRunRecord Record;
   TJobContext Context;
 };
 

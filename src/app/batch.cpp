@@ -1,6 +1,7 @@
 #include "app/batch.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
 
 #include "app/process_priority.h"
@@ -26,13 +27,13 @@ void RunBatch(const std::vector<std::string>& arguments, bool can_dial, TBatchAc
   for (const std::string& argument : arguments) line += UpperCase(argument) + " ";
   const bool all = Contains(line, "-ALL");
   const bool minimise = Contains(line, "-MIN");
+  const bool close = all || Contains(line, "-CLOSE");
   const bool dial = Contains(line, "-DIAL") && can_dial;
 
   if (dial) actions.Dial();
   if (minimise || all) actions.MinimiseApplication();
 
   std::set<const TSource*> done;
-  bool closed = false;
   for (const std::string& argument : arguments) {
     const std::string upper = UpperCase(argument);
     const TPriorityClass saved = LowerPriority();
@@ -42,19 +43,19 @@ void RunBatch(const std::vector<std::string>& arguments, bool can_dial, TBatchAc
       if (actions.ClosePending() || !done.insert(&source).second) continue;
       actions.PressRun(source, named);
     }
-    if (!closed && (all || Contains(upper, "-CLOSE"))) {
-      closed = true;
-      actions.RingAfterBatch();
-      if (dial) actions.HangUp();
-      actions.CloseProgram();
-    }
     RestorePriority(saved);
   }
+  actions.BatchEnded();
+  if (!close) return;
+  actions.RingAfterBatch();
+  if (dial) actions.HangUp();
+  actions.CloseProgram();
 }
 
-bool IsBatchArgument(std::string_view argument) {
+bool IsSwitch(std::string_view argument) {
+  constexpr std::array<std::string_view, 4> kOthers = {"-ALL", "-MIN", "-DIAL", "-CLOSE"};
   const std::string upper = UpperCase(argument);
-  return Contains(upper, "-ALL") || Contains(upper, "-CLOSE") ||
+  return std::ranges::any_of(kOthers, [&](std::string_view other) { return Contains(upper, other); }) ||
          std::ranges::any_of(Sources(), [&](const TSource& source) { return Names(upper, source); });
 }
 

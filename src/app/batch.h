@@ -21,18 +21,21 @@ class TBatchActions {
   virtual void PressRun(const TSource& source, bool named) = 0;
   /// The user or a signal asked the program to close: no further job may begin.
   virtual bool ClosePending() const = 0;
+  /// All jobs have ended.
+  virtual void BatchEnded() = 0;
   /// Sounds the bell if the user wants one after a batch.
   virtual void RingAfterBatch() = 0;
   virtual void CloseProgram() = 0;
 };
 
 /// Runs the batch that the arguments (without the program's name) ask for. For each argument it runs the
-/// sources named, in the order of their tabs, each at most once in a batch; "-CLOSE" or "-ALL" then closes
-/// the program. A switch matches anywhere inside an argument and in either letter case; "-ALL", "-MIN" and
+/// sources named, in the order of their tabs, each at most once in a batch; after the last argument
+/// "-CLOSE" or "-ALL", wherever it stands, closes the program. A switch matches anywhere inside an argument
+/// and in either letter case; "-ALL", "-MIN" and
 /// "-DIAL" match anywhere in the whole command line. It dials only if `can_dial`.
 void RunBatch(const std::vector<std::string>& arguments, bool can_dial, TBatchActions& actions);
 
-/// Whether an argument asks for anything that a batch does.
-bool IsBatchArgument(std::string_view argument);
+/// Whether an argument matches a switch.
+bool IsSwitch(std::string_view argument);
 
 }  // namespace skyreel

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "app/batch.h"
+#include "sources/source_table.h"
 
 namespace skyreel {
 
@@ -37,17 +37,55 @@ std::string HelpText() {
   add("-ALL", "fetch all of them, minimised, then close");
   add("-MIN", "minimise the window first");
   add("-DIAL", "dial the default Internet connection first (Windows)");
-  add("-CLOSE", "close the program (given last)");
-  add("--help", "show this text");
+  add("-CLOSE", "close the program when all is fetched");
+  add("--json FILE", "write what became of each file as JSON; - is standard output");
+  add("--help, -h, -?", "show this text");
   add("--version", "show the version");
   text +=
       "\nWithout a display a batch runs unseen and closes at its end. A batch writes its status lines to\n"
-      "standard output too. SIGTERM, SIGINT and SIGHUP stop it after the current file; the report and the\n"
-      "settings are written.\n";
+      "standard output too, and with --json - to standard error. SIGTERM, SIGINT and SIGHUP stop it after\n"
+      "the current file; the report and the settings are written.\n\n"
+      "A batch ends with the first of these exit codes that applies:\n"
+      "  5  a signal ended it\n"
+      "  1  the program could not start, or a source that was named could not (its tab is hidden, or it\n"
+      "     has no output folder)\n"
+      "  2  an argument matches no switch; the others are carried out\n"
+      "  4  a server could not be reached or refused the login, or a user name or password is missing\n"
+      "  3  a file failed; one that the server does not have is no failure\n"
+      "  0  otherwise\n";
   return text;
 }
 
+/// Takes the options of our own out of the arguments.
+void TakeOptions(const std::vector<std::string>& arguments, TStartPlan& plan) {
+  constexpr std::string_view kJson = "--json";
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (argument != kJson) {
+      plan.Arguments.push_back(argument);
+    } else if (++i < arguments.size()) {
+      plan.Json = arguments[i];
+    } else {
+      plan.Action = TStartPlan::TAction::Refuse;
+      plan.Text = "Skyreel: --json needs the name of a file, or - for standard output\n";
+    }
+  }
+}
+
+std::string ChoosePlatforms(const std::function<bool(const char* name)>& given,
+                            const std::function<std::string(const char* name)>& variable) {
+  if (!kDisplayNeedsVariable || given("-platform") || given("--platform") || given("-display")) return "";
+  const std::string chosen = variable("QT_QPA_PLATFORM");
+  if (!chosen.empty()) return chosen.find("offscreen") == std::string::npos ? chosen + ";offscreen" : "";
+  if (variable("DISPLAY").empty() && variable("WAYLAND_DISPLAY").empty()) return "offscreen";
+  return variable("XDG_SESSION_TYPE") == "wayland" ? "wayland;xcb;offscreen" : "xcb;wayland;offscreen";
+}
+
 }  // namespace
+
+const char* const kNoDisplayText =
+    "there is no display that can be used (see DISPLAY and WAYLAND_DISPLAY). A batch runs without one; see "
+    "Skyreel --help.";
 
 TStartPlan PlanStart(const std::vector<std::string>& arguments,
                      const std::function<std::string(const char* name)>& variable) {
@@ -55,24 +93,15 @@ TStartPlan PlanStart(const std::vector<std::string>& arguments,
     return std::ranges::find(arguments, name) != arguments.end();
   };
   TStartPlan plan;
-  if (given("--help")) {
+  if (given("--help") || given("-help") || given("-h") || given("-?")) {
     plan.Action = TStartPlan::TAction::ShowText;
     plan.Text = HelpText();
   } else if (given("--version")) {
     plan.Action = TStartPlan::TAction::ShowText;
     plan.Text = std::string("Skyreel ") + SKYREEL_VERSION + "\n";
-  } else if (kDisplayNeedsVariable && variable("QT_QPA_PLATFORM").empty() && !given("-platform") &&
-             !given("--platform") && !given("-display")) {
-    const bool batch = std::ranges::any_of(arguments, IsBatchArgument);
-    const bool display = !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
-    if (batch) {
-      plan.Platforms = display ? "xcb;wayland;offscreen" : "offscreen";
-    } else if (!display) {
-      plan.Action = TStartPlan::TAction::NoDisplay;
-      plan.Text =
-          "Skyreel: there is no display (neither DISPLAY nor WAYLAND_DISPLAY is set). A batch runs "
-          "without one; see Skyreel --help.\n";
-    }
+  } else {
+    TakeOptions(arguments, plan);
+    plan.Platforms = ChoosePlatforms(given, variable);
   }
   return plan;
 }

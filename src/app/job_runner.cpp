@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QPushButton>
+#include <utility>
 
 #include "base/scope.h"
 #include "transfer/transfer_progress.h"
@@ -74,24 +75,39 @@ void TJobRunner::EndRun(QPushButton& button) {
   button.setText("Run");
   for (QPushButton* waiting : waiting_buttons_) waiting->setText("Run");
   waiting_buttons_.clear();
-  Fire(OnEnd);
 }
 
 void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
   if (BeginRun(page.RunButton())) return;
-  try {
-    if (page.OutputPath().empty()) throw std::runtime_error("no output folder is chosen");
-    TJobContext context = JobContext(page.Source());
-    job(context);
-  } catch (const std::exception& error) {
-    setup_.Display.AddStatusLine(std::string(page.Source().Caption) + ": " + error.what());
+  TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
+  TRunRecord record;
+  record.Source = page.Source().Caption;
+  record.Started = clock.UtcNow();
+  record.KeepsFiles = setup_.KeepsFiles;
+  const auto start = std::chrono::steady_clock::now();
+  const auto ended = [&](TRunEnd end, const std::string& reason) {
+    record.End = end;
+    record.Reason = reason;
+  };
+  if (page.OutputPath().empty()) {
+    ended(TRunEnd::NotStarted, "no output folder is chosen");
+  } else {
+    try {
+      TJobContext context = JobContext(page.Source(), clock, record);
+      job(context);
+      if (stop_requested_) ended(TRunEnd::Stopped, "stopped");
+    } catch (const std::exception& error) {
+      ended(TRunEnd::Broken, error.what());
+    }
   }
+  record.Counts.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  setup_.Display.AddStatusLine(record.Line());
   EndRun(page.RunButton());
+  Fire(OnEnd, std::as_const(record));
 }
 
-TJobContext TJobRunner::JobContext(const TSource& source) {
-  TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
-  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, setup_.Shared(),
+TJobContext TJobRunner::JobContext(const TSource& source, TClock& clock, TRunRecord& record) {
+  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, record, setup_.Shared(),
            win_inet_.get(), source.Caption},
           setup_.Servers.Roots(source, setup_.Display),
           setup_.ProgramFolder};

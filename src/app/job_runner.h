@@ -12,6 +12,7 @@
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "transfer/ftp_fetch.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 #include "transfer/wininet.h"
 
@@ -28,6 +29,7 @@ class TJobRunner : public QObject, private TRunControl {
     std::filesystem::path ProgramFolder;  ///< lists of wanted names, transfer ledger
     TClock* Clock = nullptr;              ///< nullptr: the computer's
     std::chrono::milliseconds WatchdogPeriod;
+    bool KeepsFiles = false;                  ///< the record of a run holds each of its files
     std::function<TSharedSettings()> Shared;  ///< reads the shared controls
   };
   TJobRunner(QObject* parent, TSetup setup);
@@ -46,13 +48,13 @@ class TJobRunner : public QObject, private TRunControl {
   void EndSilence();
 
   /// A job has ended and the display is back at rest.
-  std::function<void()> OnEnd;
+  std::function<void(const TRunRecord& record)> OnEnd;
 
  private:
   /// True when a job was running already.
   bool BeginRun(QPushButton& button);
   void EndRun(QPushButton& button);
-  TJobContext JobContext(const TSource& source);
+  TJobContext JobContext(const TSource& source, TClock& clock, TRunRecord& record);
   void LetEventsThrough();
   void TimerWatchdogTimer();
 

@@ -9,6 +9,8 @@
 #include "app/main_form.h"
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
+#include "base/exceptions.h"
+#include "base/files.h"
 #include "settings/registry_store.h"
 
 using namespace skyreel;
@@ -22,7 +24,8 @@ std::filesystem::path ToPath(const QString& text) {
   return text.toStdString();
 }
 
-int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless) {
+/// Runs the form. Returns the exit code.
+int Run(QApplication& application, TSignalWatcher& signal_watcher, const TStartPlan& plan) {
   QCoreApplication::setOrganizationName("Quenmoor");
   QCoreApplication::setApplicationName(ToPath(application.applicationFilePath()).stem().string().c_str());
   QCoreApplication::setApplicationVersion(SKYREEL_VERSION);
@@ -32,6 +35,22 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless
   for (const QString& argument : QCoreApplication::arguments().mid(1))
     arguments.push_back(argument.toStdString());
   const bool batch = !arguments.empty();
+  const bool undrawn = QGuiApplication::platformName() == "offscreen";
+  if (undrawn && !batch && !plan.Platforms.empty()) {
+    WriteLine(kStandardError, std::string("Skyreel: ") + kNoDisplayText);
+    return EXIT_FAILURE;
+  }
+  const int lines_to = plan.Json == "-" ? kStandardError : kStandardOutput;
+  bool document_lost = false;
+  const auto write_document = [&](const std::string& document) {
+    if (plan.Json == "-") return WriteLine(kStandardOutput, document);
+    try {
+      WriteFileWhole(plan.Json, document + "\n");
+    } catch (const std::exception& error) {
+      document_lost = true;
+      WriteLine(kStandardError, "Skyreel: " + plan.Json + " cannot be written: " + ReasonOf(error));
+    }
+  };
   try {
     TRegistryStore store(SettingsFile(executable));
     TFormMain form(
@@ -41,14 +60,16 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless
          .ProgramFolder = ProgramFolder(
              executable, ToPath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation))),
          .Arguments = arguments,
-         .Headless = headless,
+         .Headless = undrawn && batch,
          .Clock = nullptr,
          .Bell = {},
-         .Output = [](const std::string& line) { WriteLine(kStandardOutput, line); },
-         .ErrorOutput = [](const std::string& line) { WriteLine(kStandardError, "Skyreel: " + line); }});
+         .Output = [=](const std::string& line) { WriteLine(lines_to, line); },
+         .ErrorOutput = [](const std::string& line) { WriteLine(kStandardError, "Skyreel: " + line); },
+         .Document = plan.Json.empty() ? nullptr : std::function<void(const std::string&)>(write_document)});
     signal_watcher.Start([&form] { form.CloseSoon(); });
     form.show();
-    return QApplication::exec();
+    QApplication::exec();
+    return document_lost ? EXIT_FAILURE : static_cast<int>(form.ExitCode());
   } catch (const ERegistryError& error) {
     if (batch) {
       WriteLine(kStandardError, std::string("Skyreel: ") + error.what());
@@ -82,8 +103,12 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
 #endif
   TSignalWatcher signal_watcher;
-  QApplication application(argc, argv);
-  const bool headless = !plan.Platforms.empty() && QGuiApplication::platformName() == "offscreen";
-  if (!headless) QLoggingCategory::setFilterRules("");
-  return Run(application, signal_watcher, headless);
+  // Qt keeps the array and takes its own options out of it.
+  std::vector<char*> left = {argv[0]};
+  for (const std::string& argument : plan.Arguments) left.push_back(const_cast<char*>(argument.c_str()));
+  int count = static_cast<int>(left.size());
+  left.push_back(nullptr);
+  QApplication application(count, left.data());
+  if (QGuiApplication::platformName() != "offscreen") QLoggingCategory::setFilterRules("");
+  return Run(application, signal_watcher, plan);
 }

@@ -52,7 +52,8 @@ void TFormMain::FormCreate() {
 
   runner_ = std::make_unique<TJobRunner>(
       this, TJobRunner::TSetup{*this, servers_, environment_.ProgramFolder, environment_.Clock,
-                               environment_.WatchdogPeriod, [this] { return ReadShared(); }});
+                               environment_.WatchdogPeriod, environment_.Document != nullptr,
+                               [this] { return ReadShared(); }});
   tabs_ = std::make_unique<TSourceTabs>(*ui_->PageControl, *ui_->MenuSources, environment_.Store,
                                         environment_.ProgramFolder, runner_->WinInet() != nullptr);
   RestorePersistedControls(*this, environment_.Store);
@@ -81,7 +82,7 @@ void TFormMain::BuildStatusArea() {
 }
 
 void TFormMain::WireEvents() {
-  runner_->OnEnd = [this] { JobEnded(); };
+  runner_->OnEnd = [this](const TRunRecord& record) { JobEnded(record); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
     page->OnMessage = [this](const std::string& subject, const std::string& text) {
@@ -137,6 +138,8 @@ void TFormMain::closeEvent(QCloseEvent* event) {
 }
 
 void TFormMain::FormCloseQuery() {
+  // A signal may come before the batch begins.
+  if (!environment_.Arguments.empty() && !batch_ended_) BatchEnded();
   if (!environment_.Headless) {
     WindowGeometry_.Value = saveGeometry().toBase64();
     SplitterState_.Value = ui_->Splitter->saveState().toBase64();
@@ -178,14 +181,26 @@ void TFormMain::RunSource(TSourcePage& page, const TSourcePage::TJob& job) {
 bool TFormMain::CredentialsMissing(const TSourcePage& page) {
   for (QLineEdit* edit : {page.UserNameEdit(), page.PasswordEdit()}) {
     if (!edit->text().isEmpty()) continue;
-    ShowMessage(page.Source().Caption, "A username and password are required for this site");
+    const char* const text = "A username and password are required for this site";
+    ShowMessage(page.Source().Caption, text);
+    NotRun(page.Source(), TRunEnd::NoLogin, text);
     edit->setFocus();
     return true;
   }
   return false;
 }
 
-void TFormMain::JobEnded() {
+void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& reason) {
+  if (!batch_running_) return;
+  TRunRecord record;
+  record.Source = source.Caption;
+  record.End = end;
+  record.Reason = reason;
+  batch_.Runs.push_back(std::move(record));
+}
+
+void TFormMain::JobEnded(const TRunRecord& record) {
+  if (batch_running_) batch_.Runs.push_back(record);
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
@@ -257,9 +272,13 @@ void TFormMain::TimerShowTimer() {
     return;
   }
   batch_running_ = true;
+  batch_.Started = UtcNow();
+  for (const std::string& argument : environment_.Arguments) {
+    if (IsSwitch(argument)) continue;
+    batch_.UnknownArguments.push_back(argument);
+    Fire(environment_.ErrorOutput, "\"" + argument + "\" matches no switch; see Skyreel --help");
+  }
   RunBatch(environment_.Arguments, runner_->WinInet() != nullptr, *this);
-  batch_running_ = false;
-  log_->Flush();
   // Nobody can press Close: a batch without -CLOSE would stay for ever.
   if (environment_.Headless && !ClosePending()) close();
 }
@@ -284,16 +303,32 @@ void TFormMain::PressRun(const TSource& source, bool named) {
     tabs_->MakeCurrent(page);
   } else if (source.NeedsVisibleTab) {
     if (named) {
-      Fire(environment_.ErrorOutput, "The tab \"" + caption + "\" is hidden, so " + source.Switches.front() +
-                                         " does nothing; View, Sources shows it");
+      const std::string hidden = "The tab \"" + caption + "\" is hidden, so " + source.Switches.front() +
+                                 " does nothing; View, Sources shows it";
+      Fire(environment_.ErrorOutput, hidden);
+      NotRun(source, TRunEnd::NotStarted, hidden);
     }
     return;
   }
   if (source.HasJob()) {
     page.RunButton().click();
   } else if (named) {
-    AddStatusLine(caption + ": this version does not fetch from this source");
+    const std::string reason = "this version does not fetch from this source";
+    AddStatusLine(caption + ": " + reason);
+    NotRun(source, TRunEnd::NotStarted, reason);
   }
+}
+
+void TFormMain::BatchEnded() {
+  batch_running_ = false;
+  batch_ended_ = true;
+  if (!batch_.Runs.empty()) AddStatusLine(batch_.Line());
+  log_->Flush();
+  Fire(environment_.Document, batch_.Json(UtcNow()));
+}
+
+TDateTime TFormMain::UtcNow() const {
+  return environment_.Clock != nullptr ? environment_.Clock->UtcNow() : TSystemClock({}).UtcNow();
 }
 
 void TFormMain::RingAfterBatch() {
@@ -317,6 +352,7 @@ void TFormMain::ButtonCloseClick() {
 
 void TFormMain::CloseSoon() {
   told_to_end_ = true;
+  batch_.Signal = !environment_.Arguments.empty();
   // A message box may still be open.
   if (closed_) return QApplication::closeAllWindows();
   ButtonCloseClick();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/batch.h"
+#include "app/batch_record.h"
 #include "app/job_runner.h"
 #include "app/servers_dialog.h"
 #include "app/source_tabs.h"
@@ -37,7 +38,8 @@ struct TFormEnvironment {
   TClock* Clock = nullptr;     ///< nullptr: the computer's
   std::function<void()> Bell;  ///< sounds the default beep; empty: the application's beep
   std::function<void(const std::string& line)> Output;  ///< of a batch: each line of the log once it is final
-  std::function<void(const std::string& line)> ErrorOutput;  ///< of a batch: what does not go into the log
+  std::function<void(const std::string& line)> ErrorOutput;   ///< of a batch: what does not go into the log
+  std::function<void(const std::string& document)> Document;  ///< of a batch: gets it as JSON at its end
   std::chrono::milliseconds BatchDelay{1'000};
   std::chrono::milliseconds WatchdogPeriod{1'200'000};
 };
@@ -60,6 +62,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void CloseSoon();
 
   const TStatusLog& Log() const { return *log_; }
+  /// Of the batch so far; Done when there was none.
+  TExitCode ExitCode() const { return batch_.ExitCode(); }
 
  protected:
   void showEvent(QShowEvent* event) override;
@@ -75,7 +79,9 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
 
   /// Runs the page's job, unless its tab is hidden or its login is missing.
   void RunSource(TSourcePage& page, const TSourcePage::TJob& job);
-  void JobEnded();
+  void JobEnded(const TRunRecord& record);
+  /// A source that the batch names does not run.
+  void NotRun(const TSource& source, TRunEnd end, const std::string& reason);
   bool CredentialsMissing(const TSourcePage& page);
   TSharedSettings ReadShared() const;
 
@@ -94,6 +100,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void HangUp() override;
   void PressRun(const TSource& source, bool named) override;
   bool ClosePending() const override { return runner_->CloseWhenDone() || closed_; }
+  void BatchEnded() override;
   void RingAfterBatch() override;
   void CloseProgram() override;
 
@@ -105,6 +112,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   /// Tells the user something about `subject` without waiting for an answer.
   void ShowMessage(const std::string& subject, const std::string& text);
   void Bell();
+  TDateTime UtcNow() const;
 
   TFormEnvironment environment_;
   std::unique_ptr<Ui::TFormMain> ui_;
@@ -121,6 +129,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   bool closed_ = false;
   bool told_to_end_ = false;  ///< by a signal: nobody reads a message box
   bool batch_running_ = false;
+  bool batch_ended_ = false;
+  TBatchRecord batch_;
 };
 
 }  // namespace skyreel

@@ -228,7 +228,8 @@ void TPowersock::ResolveHost() {
   const std::string name = Proxy.empty() ? Host : Proxy;
   remote_.sin_addr.s_addr = 0;
   // The resolver would cut the name at a NUL and look up another host.
-  if (HasControlCharacter(name)) throw ESockError("Host Lookup Failed");
+  const std::string unknown = "is not a known host";
+  if (HasControlCharacter(name)) throw EConnectError("Host Lookup Failed", unknown);
   const in_addr_t dotted = ::inet_addr(name.c_str());
   if (dotted != INADDR_NONE) {
     remote_.sin_addr.s_addr = dotted;
@@ -241,8 +242,8 @@ void TPowersock::ResolveHost() {
     notified_ = false;
     try {
       lookup.emplace(name, LookUp);
-    } catch (const std::system_error&) {
-      throw ESockError("Host Lookup Failed");
+    } catch (const std::system_error& error) {
+      throw EConnectError("Host Lookup Failed", "cannot be looked up: " + error.code().message());
     }
     while (!notified_ && !timed_out_ && !canceled_) {
       WaitTurn(lookup->Descriptor(), POLLIN);
@@ -252,12 +253,12 @@ void TPowersock::ResolveHost() {
       }
     }
   }
-  if (timed_out_) throw ESockError("Host Lookup Timed Out");
+  if (timed_out_) throw EConnectError("Host Lookup Timed Out", "cannot be looked up: no answer in time");
   if (canceled_) throw ESockError("Host Lookup Canceled");
   // Abort may set notified_ before the lookup is done.
   if (!lookup->IsDone() || !success_) {
     if (lookup->IsDone()) LastSocketError = SocketErrorFromLookup(lookup->Error());
-    throw ESockError("Host Lookup Failed");
+    throw EConnectError("Host Lookup Failed", unknown);
   }
   remote_.sin_addr = lookup->Address();
   Fire(OnHostResolved, *this);
@@ -276,7 +277,7 @@ void TPowersock::Connect() {
     if (remote_.sin_addr.s_addr != 0) break;
     bool handled = false;
     if (attempts == 0) Fire(OnInvalidHost, *this, handled);
-    if (!handled) throw ESockError("Null Remote Address");
+    if (!handled) throw EConnectError("Null Remote Address", "has no address");
   }
   remote_.sin_family = AF_INET;
   remote_.sin_port = htons(Proxy.empty() ? Port : ProxyPort);
@@ -296,9 +297,11 @@ void TPowersock::Connect() {
   const bool timed_out = timed_out_, canceled = canceled_;
   ReplaceSocket();
   Fire(OnConnectionFailed, *this);
-  if (timed_out) throw ESockError("Connection Timed out");
+  if (timed_out) throw EConnectError("Connection Timed out", "did not answer in time");
   if (canceled) throw ESockError("Connection Canceled");
-  throw ESockError("Connection Failed");
+  throw EConnectError("Connection Failed", LastSocketError == SocketErrorFromErrno(ECONNREFUSED)
+                                               ? "refused the connection"
+                                               : "cannot be reached: " + GetErrorMessage(LastSocketError));
 }
 
 void TPowersock::StartConnect() {

@@ -26,6 +26,15 @@ class ESockError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// No connection could be made to the server or its proxy.
+class EConnectError : public ESockError {
+ public:
+  EConnectError(const std::string& what, std::string explanation)
+      : ESockError(what), Explanation(std::move(explanation)) {}
+  /// What the server did, to follow its name in a sentence: "refused the connection".
+  const std::string Explanation;
+};
+
 /// An operation that Cancel, Abort or the time-out has ended.
 class EAbortError : public ESockError {
  public:

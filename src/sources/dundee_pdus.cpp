@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "net/nm_http.h"
 #include "transfer/http_fetch.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 
 namespace skyreel {
@@ -298,19 +299,17 @@ std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
   const THttpPage page =
       GetHttpPage(context_, context_.NMHTTP, root + kOrderPage, "Getting available PDUS data list...");
   context_.Display.SetPanel(1, "Parsing file list");
-  if (page.ReplyCode == 401) {
-    context_.Display.AddStatusLine("Dundee PDUS: the server refused the user name or the password");
-    return {};
-  }
-  if (!page.Reason.empty()) context_.Display.AddStatusLine("Dundee PDUS file list - " + page.Reason);
+  // A refused login has its line already.
+  if (page.ReplyCode == 401) return {};
+  if (!page.Reason.empty()) ReportFailure(context_, "Dundee PDUS file list - " + page.Reason);
   // An error page lists nothing.
   if (page.ReplyCode < 200 || page.ReplyCode > 298) return {};
 
   TPdusOrder order = ParseOrderPage(page.Text, root, PdusWantedTexts(settings_.Wanted));
-  for (const std::string& line : order.Refused) context_.Display.AddStatusLine(line);
-  if (order.RefusedCount > order.Refused.size()) {
-    context_.Display.AddStatusLine("... and " + std::to_string(order.RefusedCount - order.Refused.size()) +
-                                   " more refused");
+  for (const std::string& line : order.Refused) ReportFailure(context_, line);
+  if (const std::size_t more = order.RefusedCount - order.Refused.size(); more > 0) {
+    context_.Record.Counts.Failed += static_cast<std::int64_t>(more);
+    context_.Display.AddStatusLine("... and " + std::to_string(more) + " more refused");
   }
   return std::move(order.Entries);
 }
@@ -327,7 +326,10 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
 
   const std::string file_name = name + ".pdu";
   const std::filesystem::path path = PdusLocalPath(settings_.OutputPath, file_name);
-  if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size)) return;
+  if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size)) {
+    ++context_.Record.Counts.Present;
+    return;
+  }
 
   const bool believable = size >= kSmallestProduct;
   THttpFileRequest file;

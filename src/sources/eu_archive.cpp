@@ -17,6 +17,7 @@
 #include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
 #include "transfer/http_fetch.h"
+#include "transfer/run_record.h"
 
 namespace skyreel {
 
@@ -244,7 +245,7 @@ class TEuArchiveJob::TRun {
         settings_(settings),
         wanted_(TWantedNames::FromFile(context.ProgramFolder / "EuArchive.txt", context.Display)),
         walk_(context),
-        folders_(context.Display) {}
+        folders_(context) {}
 
   void Item(const std::string& item) {
     walk_.Days([&](TDateTime day) { Day(item, day); });
@@ -283,11 +284,11 @@ class TEuArchiveJob::TRun {
     const TEuArchiveList list = KeepListedImages(page.Text, root, images);
     if (list == TEuArchiveList::None) {
       context_.Display.SetPanel(1, "Failed to get file list");
-      context_.Display.AddStatusLine(
-          day_of_item + " - failed to get file list: " +
-          (page.ReplyCode == 0 && page.Text.empty() ? page.Reason : "the page holds no list"));
+      ReportFailure(context_,
+                    day_of_item + " - failed to get file list: " +
+                        (page.ReplyCode == 0 && page.Text.empty() ? page.Reason : "the page holds no list"));
     } else if (page.Incomplete || list == TEuArchiveList::Cut) {
-      context_.Display.AddStatusLine(day_of_item + " - file list incomplete");
+      ReportFailure(context_, day_of_item + " - file list incomplete");
     }
     return images;
   }
@@ -305,7 +306,10 @@ class TEuArchiveJob::TRun {
       if (!wanted_.Wants(image.LocalName)) continue;
       if (image.Time + kPublishingDelay >= context_.Clock.UtcNow()) continue;
       const fs::path path = folder / (image.LocalName + ".jpg");
-      if (FileSizeOf(path) > present) continue;
+      if (FileSizeOf(path) > present) {
+        ++context_.Record.Counts.Present;
+        continue;
+      }
       GetHttpFile(context_, server, image.RemoteName, path, 0, false, image.Time, item);
     }
   }

@@ -10,6 +10,7 @@
 #include "sources/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 
 namespace skyreel {
@@ -148,7 +149,7 @@ void TEuDataJob::GetSatellite(int satellite, TFtpSession& session, const TWanted
   if (!settings_.Satellites[index]) return;
   const std::vector<std::string> wanted =
       EuDataWantedSlots(settings_.StartSlot[index], settings_.Interval[index]);
-  TFolderMaker folders(context_.Display);
+  TFolderMaker folders(context_);
   for (const TEuDataSlot& slot : EuDataSlots(context_.Clock.UtcNow(), context_.Shared.BackDays)) {
     if (!std::binary_search(wanted.begin(), wanted.end(), slot.Name)) continue;
     context_.Display.SetPanel(0, FormatDateTime("yyyy-mmm-dd hhnn", slot.Time));
@@ -165,7 +166,11 @@ void TEuDataJob::GetSatellite(int satellite, TFtpSession& session, const TWanted
         file.Time = slot.Time;
         file.Uncompress = settings_.Uncompress && IsCompressedName(file.Name);
         file.ImageSize = channel == "VISSN" ? kVisibleSize : kInfraRedSize;
-        if (!known.Wants(file.Name) || context_.Ledger.Present(file.LocalPath())) continue;
+        if (!known.Wants(file.Name)) continue;
+        if (context_.Ledger.Present(file.LocalPath())) {
+          ++context_.Record.Counts.Present;
+          continue;
+        }
         if (IsDecoded(context_, file)) continue;
         FetchAndUncompress(context_, session, file, kRule);
       }

@@ -9,6 +9,7 @@
 #include "base/files.h"
 #include "decompress/bzip2_stream.h"
 #include "decompress/uncompress.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 
 namespace skyreel {
@@ -56,6 +57,7 @@ bool IsCompressedName(const std::string& name) {
 bool IsDecoded(TJobContext& context, const TCompressedFile& file) {
   const fs::path image = file.ImagePath(), compressed = file.LocalPath();
   if (!file.Uncompress || !context.Ledger.Present(image)) return false;
+  ++context.Record.Counts.Present;
   // A kill may have come between the image and the deletion of the compressed file.
   if (FileSizeOf(image) == file.ImageSize && context.Ledger.IsNoted(compressed) && FlushToDisk(image) &&
       context.Ledger.Begin(compressed)) {
@@ -79,7 +81,7 @@ void FetchAndUncompress(TJobContext& context, TFtpSession& session, const TCompr
     if (file.Uncompress) UncompressImage(context, file, rule, fetch->Result);
     context.Ledger.End(file.LocalPath(), TTransferEnd::Whole);
   }
-  context.Display.EndFile(fetch->Result, FtpLine(fetch->Result));
+  EndFile(context, fetch->Result, FtpLine(fetch->Result));
   context.Display.SetPanel(1, "");
 }
 

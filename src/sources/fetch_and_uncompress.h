@@ -28,8 +28,8 @@ struct TUncompressRule {
 /// Whether a name ends in ".Z" or ".bz2".
 bool IsCompressedName(const std::string& name);
 
-/// Whether the decoded image that the file is wanted for is there already. If so, finishes what a killed run
-/// left undone with the compressed file.
+/// Whether the decoded image that the file is wanted for is there already. If so, counts it and finishes what
+/// a killed run left undone with the compressed file.
 bool IsDecoded(TJobContext& context, const TCompressedFile& file);
 
 /// Fetches a file, stamps it with its time, decodes it if that is wanted, and ends it at the display. The

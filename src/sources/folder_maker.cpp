@@ -8,6 +8,7 @@
 
 #include "base/exceptions.h"
 #include "base/files.h"
+#include "transfer/run_record.h"
 
 namespace skyreel {
 
@@ -21,7 +22,7 @@ bool TFolderMaker::Make(const std::filesystem::path& folder) {
     RemoveAbandoned(folder);
   } catch (const std::exception& error) {
     entry->second = false;
-    display_.AddStatusLine("Cannot file into " + folder.string() + ": " + ReasonOf(error));
+    ReportFailure(context_, "Cannot file into " + folder.string() + ": " + ReasonOf(error));
   }
   return entry->second;
 }

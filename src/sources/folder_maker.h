@@ -11,13 +11,13 @@ namespace skyreel {
 /// Makes the folders that a run files into, each once.
 class TFolderMaker {
  public:
-  explicit TFolderMaker(TStatusDisplay& display) : display_(display) {}
+  explicit TFolderMaker(TTransferContext& context) : context_(context) {}
   /// Creates the folder with missing parents, unless it did so before. False when nothing can be filed there;
-  /// one status line says why the first time.
+  /// one status line says why the first time, and counts as one failure.
   bool Make(const std::filesystem::path& folder);
 
  private:
-  TStatusDisplay& display_;
+  TTransferContext& context_;
   std::map<std::string, bool, std::less<>> made_;
 };
 

@@ -10,6 +10,7 @@
 #include "sources/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "transfer/http_fetch.h"
+#include "transfer/run_record.h"
 
 namespace skyreel {
 
@@ -124,13 +125,13 @@ std::vector<TOffer> GoesOffers(TDateTime day) {
 class TGoesJob::TRun {
  public:
   TRun(TJobContext& context, const TGoesSettings& settings)
-      : context_(context), settings_(settings), walk_(context), folders_(context.Display) {}
+      : context_(context), settings_(settings), walk_(context), folders_(context) {}
 
   void Run() {
     // A damaged setting may name a sector that leads out of the output folder.
     for (const std::string& sector : {settings_.ESector, settings_.WSector}) {
       if (!sector.empty() && !IsSafeFileName(sector)) {
-        context_.Display.AddStatusLine("\"" + sector + "\" is not a sector - skipped");
+        ReportFailure(context_, "\"" + sector + "\" is not a sector - skipped");
       }
     }
     walk_.Days([this](TDateTime day) {
@@ -171,7 +172,10 @@ class TGoesJob::TRun {
     if (settings_.DateInFolder) folder /= DateFolder(time);
     if (!folders_.Make(folder)) return;
     // kept: a compressed picture of 2,000 to 19,999 bytes is filed, and asked for again by the next run.
-    if (FileSizeOf(folder / name) >= (settings_.Lzw ? 20'000 : 1'000'000)) return;
+    if (FileSizeOf(folder / name) >= (settings_.Lzw ? 20'000 : 1'000'000)) {
+      ++context_.Record.Counts.Present;
+      return;
+    }
     const std::string server_path = ServerPath(series, time, settings_.Lzw);
     THttpFileRequest request;
     request.Url = context_.Servers.Root(kGoesServer) + server_path;

@@ -9,6 +9,8 @@
 #include "base/text.h"
 #include "net/nm_http.h"
 #include "transfer/http_fetch.h"
+#include "transfer/http_header.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 
 namespace skyreel {
@@ -334,41 +336,59 @@ void TMetChartsJob::Fetch(const std::string& item, const TChartRequest& request)
   };
   if (kind.PresentBySize) {
     const std::filesystem::path path = local_path(request.Requested);
-    if (FileSizeOf(path) > kind.MinimumSize && context_.Ledger.Present(path)) return;
+    if (FileSizeOf(path) > kind.MinimumSize && context_.Ledger.Present(path)) {
+      ++context_.Record.Counts.Present;
+      return;
+    }
   }
 
   const std::string shown = UrlForDisplay(request.Url);
+  TFileResult result;
+  result.Source = context_.Source;
+  result.Product = item;
+  result.SlotTime = request.Requested;
+  result.Name = result.Address = shown;
+  result.Outcome = TFileOutcome::Refused;
+  // Without a line where that is normal.
+  const auto end = [&](const std::string& reason, bool with_line) {
+    result.Reason = reason;
+    EndFile(context_, result, with_line ? shown + " - " + reason : "");
+  };
+  const auto refuse = [&](const std::string& reason) { end("refused: " + reason, true); };
   THttpFileInfo info;
   try {
     info = AskHttpFileInfo(context_, request.Url);
-  } catch (const ESockError&) {
-    return;  // the server is away: the next run asks again
+  } catch (const ESockError& error) {
+    result.Outcome = TFileOutcome::TimedOut;
+    return end(error.what(), false);  // the next run asks again
   } catch (const std::exception& error) {
-    context_.Display.AddStatusLine(shown + " - " + error.what());
-    return;
+    result.Outcome = TFileOutcome::NotAsked;
+    return end(error.what(), true);
   }
   if (info.ReplyCode >= 400) {
-    // A missing chart is normal and gets no line; a server that refuses to answer gets one.
-    if (info.ReplyCode != 404 && info.ReplyCode != 410) {
-      context_.Display.AddStatusLine(shown + " - refused by the server: " + std::to_string(info.ReplyCode));
-    }
-    return;
+    const bool absent = IsAbsent(info.ReplyCode);
+    if (absent) result.State = TFileState::Missing;
+    return end("refused by the server: " + std::to_string(info.ReplyCode), !absent);
   }
-  if (!info.Readable || info.LastModified <= kOldestDate) return;
+  if (!info.Readable || info.LastModified <= kOldestDate) {
+    result.State = TFileState::Missing;
+    return end("the server names no usable date", false);
+  }
   if (kind.Time != TChartTime::Requested && info.LastModified > context_.Clock.UtcNow() + kClockTolerance) {
-    context_.Display.AddStatusLine(shown + " - refused: dated in the future, " +
-                                   FormatDateTime("yyyy-mm-dd", info.LastModified));
-    return;
+    return refuse("dated in the future, " + FormatDateTime("yyyy-mm-dd", info.LastModified));
   }
 
   const TDateTime time = ChartTime(request, info.LastModified);
   const std::filesystem::path path = local_path(time);
-  if (path.filename().empty()) {
-    context_.Display.AddStatusLine(shown + " - refused: unsafe file name");
+  if (path.filename().empty()) return refuse("unsafe file name");
+  if (info.ContentLength <= kind.MinimumSize) {
+    result.State = TFileState::Missing;
+    return end("the server's file is too small", false);
+  }
+  if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path)) {
+    ++context_.Record.Counts.Present;
     return;
   }
-  if (info.ContentLength <= kind.MinimumSize) return;
-  if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path)) return;
 
   THttpFileRequest file;
   file.Url = request.Url;

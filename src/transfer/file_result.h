@@ -18,6 +18,14 @@ enum class TFileOutcome {
   NotDecoded,  ///< saved as it came, but not uncompressed or re-encoded
 };
 
+/// How a run counts a file.
+enum class TFileState {
+  New,      ///< stored by this run
+  NotYet,   ///< it may still come, or another copy of the program is fetching it
+  Missing,  ///< the server does not have it
+  Failed,
+};
+
 /// What became of one file that was asked for.
 struct TFileResult {
   std::string Source;   ///< the tab's caption: "GOES"
@@ -30,6 +38,8 @@ struct TFileResult {
   double Seconds = 0;      ///< from the request to the end
   TFileOutcome Outcome = TFileOutcome::TimedOut;
   std::string Reason;  ///< why the file is not stored whole; empty when it is
+  /// What a file that is not stored counts as; EndFile sets it for the others.
+  TFileState State = TFileState::Failed;
 };
 
 /// The reason of a file that was given up after `limit` bytes.

@@ -10,6 +10,7 @@
 #include "base/scope.h"
 #include "base/text.h"
 #include "net/ftp_parse.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_progress.h"
 
 namespace skyreel {
@@ -17,6 +18,8 @@ namespace skyreel {
 namespace {
 
 constexpr int kBinaryType = 2;
+constexpr std::string_view kNoSuchFile = "550";
+constexpr std::string_view kNotLoggedIn = "530";
 constexpr std::chrono::milliseconds kPause{300};
 /// No command has it; see NMFTPFailure.
 constexpr auto kUpload = TCmdType{8};
@@ -53,19 +56,27 @@ bool TFtpSession::Open() {
     told = handler != nullptr;
     Fire(handler, sender);
   });
-  std::string problem;
+  std::string problem, refusal;
   try {
     const auto watchdog = Guard(context_.Run);
     OpenConnection();
     return true;
+  } catch (const EConnectError& error) {
+    if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
+    refusal = error.Explanation;
   } catch (const FTPException& error) {
+    const std::string reply = error.what();
+    refusal = (reply.starts_with(kNotLoggedIn) ? "refused the login: " : "refused the session: ") + reply;
     problem = told ? error.what() : "Connection failed to: " + client.Host + " - " + error.what();
   } catch (const EConvertError& error) {
     problem = error.what();
+    refusal = "cannot be asked: " + problem;
   } catch (const std::exception& error) {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
+    refusal = std::string("cannot be asked: ") + error.what();
   }
   if (!problem.empty()) context_.Display.AddStatusLine(Masked(problem));
+  ReportServerProblem(context_, "ftp://" + login_.Server, Masked(refusal));
   // Without a goodbye: such a server may do anything with it.
   Drop();
   return false;
@@ -156,6 +167,7 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
     context_.Run.StopWatchdog();
     fetch.Result.Outcome = TFileOutcome::NotSaved;
     fetch.Result.Reason = "another copy of the program is fetching it";
+    fetch.Result.State = TFileState::NotYet;
     return;
   }
   bool ok = true;
@@ -186,13 +198,14 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
       use_wininet_ ? std::max<std::int64_t>(FileSizeOf(path), 0) : context_.NMFTP.LastTransfer.Received;
   fetch.Result.Outcome = end.Outcome;
   fetch.Result.Reason = Masked(end.Reason);
+  fetch.Result.State = end.State;
 }
 
 /// WinInetFtpGet has already reported a failure.
 TFtpSession::TEnd TFtpSession::WinInetEnd(const std::filesystem::path& local_path) const {
   switch (context_.WinInet->LastState()) {
     case TWinInetTransferState::wtsNoFile:
-      return {TTransferEnd::Untouched, TFileOutcome::Refused, ""};
+      return {TTransferEnd::Untouched, TFileOutcome::Refused, "", TFileState::Missing};
     case TWinInetTransferState::wtsDone: {
       const std::int64_t size = FileSizeOf(local_path), announced = context_.WinInet->LastRemoteFile().Size;
       if (size >= announced) return {TTransferEnd::Whole, TFileOutcome::Saved, ""};
@@ -211,6 +224,7 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
   const auto because = [&](TFileOutcome outcome, std::string reason) {
     end.Outcome = outcome;
     end.Reason = std::move(reason);
+    if (end.Reason.starts_with(kNoSuchFile)) end.State = TFileState::Missing;
     return end;
   };
   const bool refused = transfer.FinalReply.starts_with('4') || transfer.FinalReply.starts_with('5');

@@ -75,6 +75,7 @@ class TFtpSession {
     TTransferEnd Ledger = TTransferEnd::Untouched;
     TFileOutcome Outcome = TFileOutcome::Saved;
     std::string Reason;
+    TFileState State = TFileState::Failed;  ///< see TFileResult
   };
 
   void OpenConnection();

@@ -20,6 +20,7 @@
 #include "net/nm_http.h"
 #include "transfer/http_header.h"
 #include "transfer/jpeg_reencode.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 #include "transfer/transfer_progress.h"
 
@@ -30,6 +31,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::int64_t kLargestPage = 64 << 20;
+constexpr int kUnauthorized = 401;
+constexpr int kProxyUnauthorized = 407;
 
 // --- One request ---------------------------------------------------------------------------------------
 
@@ -49,7 +52,18 @@ THttpReply Ask(TTransferContext& context, THttpTransport& transport, THttpReques
   request.TimeOut = context.Shared.TimeoutSeconds * 1000;
   request.Proxy = WantedProxy(context);
   const auto watchdog = Guard(context.Run);
-  return transport.Fetch(request, sink);
+  try {
+    THttpReply reply = transport.Fetch(request, sink);
+    if (reply.Code == kUnauthorized)
+      ReportServerProblem(context, request.Url, "refused the user name or the password");
+    if (reply.Code == kProxyUnauthorized)
+      ReportServerProblem(context, request.Url, "cannot be asked: the proxy wants a login");
+    return reply;
+  } catch (const EConnectError& error) {
+    ReportServerProblem(context, request.Url,
+                        (request.Proxy ? "cannot be asked: the proxy " : "") + error.Explanation);
+    throw;
+  }
 }
 
 /// More came than is kept.
@@ -66,6 +80,7 @@ struct TReceived {
   std::int64_t Bytes = 0;
   std::string Beginning;  ///< of the body, as much as tells a page from a picture
   bool TooLarge = false;
+  TFileState State = TFileState::Failed;  ///< see TFileResult
 };
 
 /// One GET, the body to `sink`. Throws nothing.
@@ -216,6 +231,7 @@ TReceived FetchDirect(TTransferContext& context, const THttpFileRequest& request
   // The good file itself is not noted: it stays good whatever happens to this transfer.
   if (!context.Ledger.Begin(file)) {
     received.Reason = "another copy of the program is fetching it";
+    received.State = TFileState::NotYet;
     return received;
   }
 
@@ -354,6 +370,7 @@ TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& req
   result.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   result.Bytes = received.Bytes;
   result.Outcome = received.Outcome;
+  result.State = IsAbsent(received.Reply.Code) ? TFileState::Missing : received.State;
   result.Reason = std::move(received.Reason);
   if (result.Outcome == TFileOutcome::Saved && request.AfterSaving) {
     try {
@@ -363,14 +380,17 @@ TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& req
       result.Reason = ReasonOf(error);
     }
   }
-  context.Display.EndFile(result, request.Line(result));
+  EndFile(context, result, request.Line(result));
   return result;
 }
 
 void GetHttpFile(TTransferContext& context, const std::string& base_url, const std::string& remote_name,
                  const fs::path& local_path, int correction, bool reencode, TDateTime file_time,
                  const std::string& product) {
-  if (FileSizeOf(local_path) >= 1000) return;
+  if (FileSizeOf(local_path) >= 1000) {
+    ++context.Record.Counts.Present;
+    return;
+  }
   THttpFileRequest request;
   request.Url = base_url + remote_name;
   request.GetLine = "Get: " + remote_name;

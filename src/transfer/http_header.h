@@ -11,6 +11,11 @@ namespace skyreel {
 /// proxy may still send one.
 inline constexpr int kPartialContent = 206;
 
+/// Whether an HTTP status says that there is no such file.
+constexpr bool IsAbsent(int status) {
+  return status == 404 || status == 410;
+}
+
 /// Reads Content-Length (bytes, signed 32-bit) and Last-Modified out of a response header, whose lines may
 /// end in CR LF, LF or CR. Format: RFC 1945, "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT"; the time is
 /// taken as written, whatever the zone word says. Keys match in any letter case, at the start of a line only,

@@ -13,6 +13,7 @@ class TNMHTTP;
 class TTransferLedger;
 class TWinInetTransfer;
 struct TFileResult;
+struct TRunRecord;
 
 /// Shows what a job does while it runs. The main form implements it; tests record it.
 class TStatusDisplay {
@@ -73,6 +74,7 @@ struct TTransferContext {
   TNMHTTP& NMHTTP;
   TNMHTTP& NMHTTPNotts;
   TTransferLedger& Ledger;
+  TRunRecord& Record;  ///< of the run; see EndFile
   TSharedSettings Shared;
   /// The operating system's Internet library; null on systems without one.
   TWinInetTransfer* WinInet = nullptr;

@@ -8,25 +8,29 @@
 namespace skyreel {
 namespace {
 
-TEST(StartPlan, RunsOnlyABatchWithoutADisplayAndAnswersHelpAndVersion) {
-  // The arguments, the variable that is set, and how the text begins or what a run draws with.
+TEST(StartPlan, TakesItsOptionsChoosesAPlatformAndAnswersHelpAndVersion) {
+  // The arguments, a variable and its value, and what a run draws with, the arguments left and the document's
+  // file, or how the text begins.
   const std::tuple<std::vector<std::string>, std::string, std::string> cases[] = {
-      {{}, "DISPLAY", ""},
-      {{"-all"}, "WAYLAND_DISPLAY", "xcb;wayland;offscreen"},
-      {{"-min", "x-Ulm"}, "", "offscreen"},
-      {{"-goes"}, "QT_QPA_PLATFORM", ""},
-      {{"-platform", "offscreen", "-goes"}, "", ""},
-      {{"-style", "fusion", "GOES", "-min"}, "", "Skyreel: there is no display"},
-      {{"-ALL", "--help"}, "DISPLAY", "Skyreel fetches"},
+      {{"-GOES", "--json", "-all"}, "DISPLAY=:0", "xcb;wayland;offscreen|-GOES|-all"},
+      {{"--json", "-", "-style", "fusion"}, "XDG_SESSION_TYPE=wayland", "offscreen|-style fusion|-"},
+      {{}, "WAYLAND_DISPLAY=XDG_SESSION_TYPE=wayland", "xcb;wayland;offscreen||"},
+      {{"-goes"}, "QT_QPA_PLATFORM=xcb", "xcb;offscreen|-goes|"},
+      {{}, "QT_QPA_PLATFORM=offscreen", "||"},
+      {{"-platform", "xcb"}, "", "|-platform xcb|"},
+      {{"-goes", "--json"}, "", "Skyreel: --json needs"},
+      {{"-ALL", "--help"}, "", "Skyreel fetches"},
+      {{"-?"}, "", "Skyreel fetches"},
       {{"--version"}, "", "Skyreel " SKYREEL_VERSION "\n"}};
-  for (const auto& [arguments, variable, text] : cases) {
-    SCOPED_TRACE(testing::PrintToString(arguments) + variable);
-    const TStartPlan plan = PlanStart(
-        arguments, [&, set = variable](const std::string& name) { return name == set ? ":0" : ""; });
-    const std::string shown = plan.Text + plan.Platforms;
-    EXPECT_EQ(shown.substr(0, text.empty() ? shown.npos : text.size()), text);
+  for (const auto& [arguments, variable, expected] : cases) {
+    const TStartPlan plan = PlanStart(arguments, [&, set = variable](const std::string& name) {
+      return set.starts_with(name + "=") ? set.substr(name.size() + 1) : "";
+    });
+    std::string shown = plan.Text + plan.Platforms + "|";
+    for (const std::string& left : plan.Arguments) shown += (shown.ends_with('|') ? "" : " ") + left;
+    shown += "|" + plan.Json;
+    EXPECT_EQ(shown.substr(0, plan.Text.empty() ? shown.npos : expected.size()), expected);
     EXPECT_EQ(plan.Action == TStartPlan::TAction::Run, plan.Text.empty());
-    EXPECT_EQ(plan.Action == TStartPlan::TAction::NoDisplay, plan.Text.find("no display") < 20);
   }
   EXPECT_THAT(PlanStart({"--help"}, {}).Text, testing::HasSubstr("-GOES, -GSFC"));
 }

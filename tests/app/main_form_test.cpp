@@ -38,9 +38,9 @@ class MainFormTest : public testing::Test {
     Shut();
     store_ = std::make_unique<TRegistryStore>(Folder / "Skyreel.conf");
     const auto keep = [](TWords& lines) { return [&](const std::string& line) { lines.push_back(line); }; };
-    form_ = std::make_unique<TFormMain>(
-        TFormEnvironment{*store_, "/opt/skyreel/Skyreel", Folder / "App Paths.conf", ProgramFolder, arguments,
-                         headless, &Clock, [this] { ++Bells; }, keep(Output), keep(Errors), 0ms});
+    form_ = std::make_unique<TFormMain>(TFormEnvironment{
+        *store_, "/opt/skyreel/Skyreel", Folder / "App Paths.conf", ProgramFolder, arguments, headless,
+        &Clock, [this] { ++Bells; }, keep(Output), keep(Errors), keep(Documents), 0ms});
     form_->show();
   }
   void Shut() { form_.reset(), store_.reset(); }
@@ -76,7 +76,7 @@ class MainFormTest : public testing::Test {
   TFakeClock Clock{TDateTime::FromDate(2005, 11, 10, 12, 0)};
   std::filesystem::path ProgramFolder = Folder.Path();
   int Bells = 0;
-  TWords Output, Errors;
+  TWords Output, Errors, Documents;
   std::unique_ptr<TRegistryStore> store_;
   std::unique_ptr<TFormMain> form_;
 };
@@ -225,10 +225,13 @@ TEST_F(MainFormTest, ARunFetchesAndPutsTheFormBackAndIsReported) {
   EXPECT_EQ(QApplication::overrideCursor(), nullptr);
   EXPECT_EQ(Get<QLabel>("LabelBytesRX").text() + form_->windowIconText(), "Skyreel - from Quenmoor");
   EXPECT_EQ(Bells, 1);
-  EXPECT_THAT(Lines(), AllOf(SizeIs(2), Contains(Server.Url(kFirstChart) + " - OK")));
+  EXPECT_THAT(Lines(),
+              ElementsAre(Server.Url(kFirstChart) + " - OK", _,
+                          StartsWith("Weather data: 2 new, 6 present, 0 not yet, 0 missing, 0 failed; ")));
   EXPECT_EQ(FileSizeOf(Folder / "Skyreel/Bracknell/2005/11/10/nz_swp_0600.gif"), 2'000);
   for (int i = 0; i < 2; ++i) Press("ButtonClose");
-  EXPECT_EQ(File("SkyreelReport.txt"), Lines()[0] + "\r\n" + Lines()[1] + "\r\n" + kVersionLine + "\r\n");
+  EXPECT_EQ(File("SkyreelReport.txt"), form_->Log().Report());
+  EXPECT_EQ(Lines().back(), kVersionLine);
   EXPECT_THAT(Output, IsEmpty()) << "lines go to standard output in a batch only";
 }
 
@@ -253,7 +256,7 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
     if (closes) UntilClosed();
     EXPECT_EQ(during, closes ? "STOPRunWait" : "STOPWait&Close");
     EXPECT_EQ(Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Phase(), "RunRunComplete");
-    EXPECT_THAT(Lines(), IsEmpty()) << "nothing more was asked for";
+    EXPECT_THAT(Lines()[0], AllOf(HasSubstr(" 1 missing, "), EndsWith("; stopped")));
   }
 }
 
@@ -277,7 +280,7 @@ TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
     Store(setting, scheme + server.Address());
     Open();
     Press(button);
-    EXPECT_THAT(Lines(), ElementsAre(HasSubstr("aborted")));
+    EXPECT_THAT(Lines()[0], HasSubstr("aborted"));
     EXPECT_FALSE(Get<QTimer>("TimerWatchdog").isActive());
   }
 }
@@ -285,13 +288,13 @@ TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
 // --- Batch and end -------------------------------------------------------------------------------------
 
 TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
-  const std::string all = "Weather data, Archive Direct, Eumetsat, GOES, MSFC, ";
+  const std::string all = "Weather data, Archive Direct, Eumetsat, GOES, MSFC, Batch, ";
   const std::pair<TWords, std::string> cases[] = {{{"-goes", "-All", "-close"}, all},
-                                                  {{"-GOES", "-GSFC", "-Close"}, "GOES, "},
-                                                  {{"-close", "-MSLP"}, ""},
+                                                  {{"-GOES", "-GSFC", "-Close"}, "GOES, Batch, "},
+                                                  {{"-close", "-MSLP"}, "Weather data, Batch, "},
                                                   {{"x-RSS-DUN-weather", "/msfc", "-EUAR", "-MIN", "-close"},
-                                                   "Weather data, Dundee, RSS Archive, Eumetsat, "},
-                                                  {{"-GO", "ES", "-ulm", "-close"}, ""}};
+                                                   "Weather data, Dundee, RSS Archive, Eumetsat, Batch, "},
+                                                  {{"-GO", "ES", "-ulm", "-close"}, "Batch, "}};
   for (const auto& [arguments, jobs] : cases) {
     Open(arguments);
     for (int i = 0; i < 12; ++i) Page(i).OutputPathEdit().clear();
@@ -305,16 +308,43 @@ TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
     EXPECT_EQ(form_->isMinimized(), jobs == all || arguments[0] == "x-RSS-DUN-weather");
   }
   EXPECT_EQ(Bells, 5);
-  EXPECT_THAT(Errors, ElementsAre(AllOf(HasSubstr("\"Ulm\" is hidden"), HasSubstr("-ULM"))));
+  EXPECT_THAT(Errors,
+              ElementsAre(StartsWith("\"/msfc\" matches no switch"), StartsWith("\"-GO\""),
+                          StartsWith("\"ES\""), HasSubstr("\"Ulm\" is hidden, so -ULM does nothing")));
   // Without -CLOSE: waits for the user's job, and stays open for a user only.
   Open({"-rss"});
   Page(0).OutputPathEdit().setText(Folder.Path().c_str());
   Press("ButtonRunBracknell");
-  EXPECT_THAT(Lines(), SizeIs(2));
-  while (Lines().size() == 2) QApplication::processEvents();
+  EXPECT_THAT(Lines(), SizeIs(3));
+  while (Lines().size() == 3) QApplication::processEvents();
   EXPECT_TRUE(form_->isVisible());
   Open({"-rss"}, true);
   UntilClosed();
+}
+
+TEST_F(MainFormTest, TheExitCodeAndTheDocumentTellHowABatchEnded) {
+  // The switches, the server's answer, the exit code, and a part of the document.
+  const std::tuple<TWords, std::string, TExitCode, std::string> cases[] = {
+      {{"-MSLP"}, "200 OK", TExitCode::Done, R"("outcome": "new")"},
+      {{"-MSLP"}, "200 OK", TExitCode::Done, R"("present": 8)"},
+      {{"-MSLP"}, "404 Gone", TExitCode::Done, R"("missing": 8)"},
+      {{"-MSLP"}, "500 Oops", TExitCode::FileFailed, R"("reason": "refused by the server: 500")"},
+      {{"-MSLP"}, "401 Who", TExitCode::ServerProblem, "refused the user name or the password\""},
+      {{"-EUAD"}, "", TExitCode::ServerProblem, R"("end": "no_login")"},
+      {{"-EUAD", "-x"}, "", TExitCode::UnknownArgument, R"("-x")"},
+      {{"-RSS", "-x"}, "", TExitCode::NotStarted, R"("end": "not_started")"}};
+  for (const auto& [switches, answer, code, part] : cases) {
+    Server.Answer("*", Picture(2'000), {"Last-Modified: Thu, 10 Nov 2005 06:30:00 GMT"}, answer);
+    Open(switches, true);
+    Get<QLineEdit>("EditEuDAUsername").clear();
+    UntilClosed();
+    EXPECT_EQ(form_->ExitCode(), code) << answer;
+    EXPECT_THAT(std::exchange(Documents, {}), ElementsAre(HasSubstr(part)));
+  }
+  Open({"-MSLP"});
+  form_->CloseSoon();
+  EXPECT_EQ(form_->ExitCode(), TExitCode::Signal);
+  EXPECT_THAT(Documents, ElementsAre(HasSubstr(R"("exit_code": 5)")));
 }
 
 TEST_F(MainFormTest, TellsOfAReportThatItCannotWriteAndCloses) {

@@ -47,7 +47,8 @@ times() { (cd "$1" && TZ=UTC find . -type f -printf '%P %TY-%Tm-%Td %TH:%TM\n' |
 
 # run SWITCH... : everything has been fetched after it.
 run() {
-  run_program "$place" "$@" -CLOSE >"$place/output" 2>&1 || fail "exit code $?"
+  run_program "$place" "$@" -CLOSE --json "$place/batch.json" >"$place/output" 2>&1 || fail "exit code $?"
+  jsonschema -i "$place/batch.json" "$scripts/../docs/report.schema.json" >&2 || fail "another document"
   find "$out" -type d -empty -delete
   diff -r "$whole" "$out" >&2 || fail "other files (expected first)"
   diff <(times "$whole") <(times "$out") >&2 || fail "other times (expected <)"

@@ -75,7 +75,7 @@ TEST_F(TSourceFaults, AnOrderPageOrAProductThatIsRefusedIsReported) {
   const std::string page = "/abin/filesorder?s=Date", product = "/pdus?f=0511101200";
   const std::string entry = "<a href=\"" + product + "\">0200, GMS, Visible</a>\n";
   Server.Answer(page, "", {}, "401 Who");
-  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS: the server refused the user name or the password"));
+  EXPECT_THAT(Pdus(), ElementsAre("Tab: " + Server.Url("") + " refused the user name or the password"));
   Server.Answer(page, entry, {}, "500 Oops");
   EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - the server answered 500 Oops"));
   Server.Script(page, "HTTP/1.0 200 OK\r\nContent-Length: 9999\r\n\r\n" + entry);
@@ -87,7 +87,8 @@ TEST_F(TSourceFaults, AnOrderPageOrAProductThatIsRefusedIsReported) {
   EXPECT_THAT(Stored(), ElementsAre(testing::StartsWith("2005/11/10/0511101200.pdu 900000 ")));
   Server.Stop();
   Context.Servers.Set(kPdusServer, Server.Url(""));
-  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - Connection Failed"));
+  EXPECT_THAT(Pdus(), ElementsAre("Tab: " + Server.Url("") + " refused the connection",
+                                  "Dundee PDUS file list - Connection Failed"));
 }
 
 }  // namespace

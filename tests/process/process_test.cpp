@@ -170,7 +170,7 @@ TEST(ProcessStop, EndsEachWaitWithReportAndSettings) {
       TRun run(place, source + " -CLOSE");
       EXPECT_TRUE(WaitUntil(kLongEnough, [&] { return silences > 0; }));
       run.Signal(SIGTERM);
-      EXPECT_EQ(run.Wait(kLongEnough), 0) << run.Output();
+      EXPECT_EQ(run.Wait(kLongEnough), 5) << run.Output();
       EXPECT_EQ(silences, 1) << "asked for more\n" << run.Output();
       EXPECT_NE(place.Text(kSettingsFile).find("\nTimeout=5\n"), std::string::npos);
       EXPECT_NE(place.Text("bin/SkyreelReport.txt").find("Skyreel - V"), std::string::npos);

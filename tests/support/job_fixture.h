@@ -10,6 +10,7 @@
 #include "support/fakes.h"
 #include "support/helpers.h"
 #include "support/scripted_server.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 #include "transfer/transfer_progress.h"
 
@@ -35,7 +36,8 @@ class TJobFixture {
   explicit TJobFixture(const std::string& now = "2005-11-10 12:00")
       : Clock(At(now)),
         Ledger(Folder / "ledger.txt"),
-        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, {}}, {}, Folder / "program"} {
+        Context{
+            {Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, Record, {}}, {}, Folder / "program"} {
     std::filesystem::create_directories(OutputPath());
     std::filesystem::create_directories(Context.ProgramFolder);
     Context.Source = "Tab";
@@ -152,6 +154,7 @@ class TJobFixture {
   TNMHTTP NMHTTP{[this] { OnTurn(); }};
   TNMHTTP NMHTTPNotts{[this] { OnTurn(); }};
   TTransferLedger Ledger;
+  TRunRecord Record;
   TJobContext Context;
 
  private:

@@ -105,18 +105,27 @@ TEST_F(FtpFetch, WhatCannotBeStoredIsNotAskedFor) {
 
 TEST_F(FtpFetch, ASessionThatCannotBeOpenedSaysSoAndDoesNoWork) {
   const std::string failed = "Connection failed to: 127.0.0.1";
-  const std::tuple<const char*, test::TWords, std::string> rows[] = {
-      {"", {failed}, "127.0.0.1:" + std::to_string(test::ClosedPort())},
-      {">421 full|close", {failed + " - Connection closed by server"}, ""},
-      {">220 hi|USER user>331 pw|PASS secret>530 secret is wrong", {failed, "530 *** is wrong"}, ""},
-      {">220 hi|USER user>230 in|TYPE I>504 no", {failed + " - 504 no"}, ""},
-      {"", {"\"host:0\" is not an FTP server address (host or host:port)"}, "host:0"},
+  const std::string bad = "\"host:0\" is not an FTP server address (host or host:port)";
+  // What the server says, the lines, and the last one after the server's name.
+  const std::tuple<const char*, test::TWords, std::string, std::string> rows[] = {
+      {"", {failed}, "refused the connection", "127.0.0.1:" + std::to_string(test::ClosedPort())},
+      {">421 full|close",
+       {failed + " - Connection closed by server"},
+       "cannot be asked: Connection closed by server",
+       ""},
+      {">220 hi|USER user>331 pw|PASS secret>530 secret is wrong",
+       {failed, "530 *** is wrong"},
+       "refused the login: 530 *** is wrong",
+       ""},
+      {">220 hi|USER user>230 in|TYPE I>504 no", {failed + " - 504 no"}, "refused the session: 504 no", ""},
+      {"", {bad}, "cannot be asked: " + bad, "host:0"},
   };
-  for (const auto& [talk, lines, other] : rows) {
+  for (auto [talk, lines, problem, other] : rows) {
     TFtpServer server(false, talk);
     TFtpLogin login = Login(server);
     if (!other.empty()) login.Server = other;
     EXPECT_FALSE(RunFtpSession(Context, login, [](TFtpSession&) { ADD_FAILURE(); }));
+    lines.push_back("Tab: ftp://" + login.Server + " " + problem);
     EXPECT_EQ(Lines(), lines);
     EXPECT_FALSE(NMFTP.Connected || Run.WatchdogArmed);
   }
