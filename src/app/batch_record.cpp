@@ -7,7 +7,7 @@ namespace skyreel {
 
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 const char* EndText(TRunEnd end) {
   switch (end) {

@@ -93,11 +93,9 @@ int main(int argc, char** argv) {
     std::fputs(plan.Text.c_str(), wanted ? stdout : stderr);
     return wanted ? EXIT_SUCCESS : EXIT_FAILURE;
   }
-  if (!plan.Platforms.empty()) {
-    qputenv("QT_QPA_PLATFORM", plan.Platforms.c_str());
-    // Otherwise cron would mail Qt's remarks about the missing display with every batch.
-    QLoggingCategory::setFilterRules("*.warning=false\nqt.qpa.plugin.info=false");
-  }
+  if (!plan.Platforms.empty()) qputenv("QT_QPA_PLATFORM", plan.Platforms.c_str());
+  // Otherwise cron would mail Qt's remarks about the missing display with every batch.
+  QLoggingCategory::setFilterRules("*.warning=false\nqt.qpa.plugin.info=false");
 #ifdef SIGPIPE
   // The run goes on when the reader of the status lines is gone.
   std::signal(SIGPIPE, SIG_IGN);
