@@ -80,6 +80,12 @@ std::vector<std::string> SplitLines(std::string_view text) {
   return lines;
 }
 
+std::optional<std::int64_t> ParseByteCount(std::string_view text) {
+  const auto count = ParseNumber<std::uint64_t>(Trim(text), 10, UINT64_MAX);
+  if (!count) return std::nullopt;
+  return static_cast<std::int64_t>(std::min<std::uint64_t>(*count, INT64_MAX));
+}
+
 std::int32_t ToInteger(std::string_view text) {
   std::string_view digits = Trim(text);
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);

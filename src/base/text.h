@@ -50,6 +50,9 @@ std::optional<T> ParseNumber(std::string_view text, int base = 10, std::optional
   if (error != std::errc()) return std::nullopt;
   return number;
 }
+/// The whole trimmed text, digits alone, as a number of bytes that a server announces. A number beyond 64
+/// bits becomes the greatest one.
+std::optional<std::int64_t> ParseByteCount(std::string_view text);
 /// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError for other text.
 std::int32_t ToInteger(std::string_view text);
 /// Whether the text holds a byte below 0x20 or 0x7F. Such a text must not go into a request or command.
