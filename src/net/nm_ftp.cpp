@@ -357,7 +357,12 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
     if (!passive) {
       const TScopedValue scope(data_waits_, true);
       data_->TimerOn();
-      data_->AdoptSocket(data_->Accept());
+      TDescriptor peer;
+      // Anybody may connect to the port. The file comes from the server alone.
+      do {
+        peer = TDescriptor(data_->Accept());
+      } while (data_->RemoteAddress().sin_addr.s_addr != RemoteAddress().sin_addr.s_addr);
+      data_->AdoptSocket(peer.Release());
       data_->TimerOff();
     }
     data_->TransferSize = TransferSize;

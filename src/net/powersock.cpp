@@ -640,10 +640,10 @@ int TPowersock::Accept() {
     socklen_t size = sizeof remote_;
     const int accepted =
         ::accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&remote_), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    notified_ = false;
     if (accepted >= 0) return accepted;
     // The peer has gone before it was accepted. Wait for the next one.
     if (errno != ECONNABORTED && errno != EINTR) CheckError(errno);
-    notified_ = false;
   }
 }
 

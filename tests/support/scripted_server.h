@@ -235,6 +235,7 @@ inline std::string PasvReply(int port) {
 ///   command>reply      expects the command ('*': any) and sends the reply; no reply if it is empty
 ///   >reply             sends a reply that nobody asked for
 ///   open, open>reply   expects PORT, or PASV in passive mode; the reply, if any, replaces the usual one
+///   stranger           connects to the client's port from another address and sends a byte
 ///   data:text          is played on the data connection, which is then closed
 ///   stall reset close  as in TPeer::Play
 ///   next               closes; what follows is the next session
@@ -259,6 +260,14 @@ class TFtpServer : public TScriptedServer {
               if (!data) return;
               peer.Play(std::string_view(step).substr(5), *data);
               data->Finish(20s);
+            } else if (step == "stranger") {
+              demo::TConnection link(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+              sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK + 1)}, {}};
+              ::bind(link.Socket(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+              address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+              address.sin_port = htons(static_cast<std::uint16_t>(high * 256 + low));
+              ::connect(link.Socket(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+              link.Write("x");
             } else if (mark == step.npos) {
               if (!peer.Play("<" + step + ">")) return;
             } else {

@@ -186,6 +186,7 @@ struct TFtpFault {
     {"PASV with five numbers", kNoPort + "227 (1,2,3,4,5)", "nothing", "open>227 (1,2,3,4,5)", Passive},
     {"PASV with a closed port", "Connection Failed", "nothing", "open><closed>", Passive},
     {"data connection never comes", "timed out", "nothing", "open|<retr>150 f|ABOR>226 given up", Active},
+    {"a stranger is faster", "", "whole", "open|<retr>150 f|stranger|data:<body>|>226 done", Active},
     {"data stall", "timed out", "half, noted", kHalf + "<stall>|ABOR>426 cut\n226 given up"},
     {"data stall, ABOR not answered", "timed out", "half, noted", kHalf + "<stall>|ABOR>|stall|break"},
     {"data reset", "426 broken", "6001, noted", "open|<retr>150 f|data:<half><later>x<reset>|>426 broken"},
