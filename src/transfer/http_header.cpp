@@ -122,7 +122,15 @@ int MonthNumber(std::string_view text) {
 }
 
 bool IsHtmlPage(std::string_view beginning) {
-  const std::string_view start = Trim(beginning);
+  // In UTF-16 every other byte of a page is 0.
+  std::string text(beginning);
+  std::erase(text, '\0');
+  std::string_view start = text;
+  for (const std::string_view mark : {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"}) {
+    if (start.starts_with(mark)) start.remove_prefix(mark.size());
+  }
+  start = Trim(start);
+  if (StartsWithText(start, "<?xml")) TakeWord(start, '>');
   return StartsWithText(start, "<!DOCTYPE") || StartsWithText(start, "<html");
 }
 

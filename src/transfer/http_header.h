@@ -37,8 +37,8 @@ TBodyHeader ReadBodyHeader(std::string_view header);
 /// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.
 int MonthNumber(std::string_view text);
 
-/// Whether a body with this beginning is an HTML page. A page that comes for a picture is most likely an
-/// error message.
+/// Whether a body with this beginning is an HTML page; a byte-order mark and an XML prolog may come before
+/// it. A page that comes for a picture is most likely an error message.
 bool IsHtmlPage(std::string_view beginning);
 
 }  // namespace skyreel
