@@ -586,7 +586,7 @@ void TPowersock::CaptureString(std::string& text, std::int64_t maximum) {
 }
 
 std::size_t TPowersock::KeepInMemory(std::string& text, std::string_view chunk) {
-  if (text.size() + chunk.size() > kMaxKept) throw ESockError("Reply too large");
+  if (text.size() + chunk.size() > kMaxKept) throw ETooLarge("Reply too large");
   text.append(chunk);
   return chunk.size();
 }

@@ -52,12 +52,6 @@ THttpReply Ask(TTransferContext& context, THttpTransport& transport, THttpReques
   return transport.Fetch(request, sink);
 }
 
-/// More came than is kept.
-class ETooLarge : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// How a GET ended.
 struct TReceived {
   TFileOutcome Outcome = TFileOutcome::Saved;  ///< Saved: a reply came
@@ -80,13 +74,15 @@ TReceived Receive(TTransferContext& context, THttpTransport& transport, THttpReq
   try {
     received.Reply = Ask(context, transport, std::move(request), [&](std::string_view piece) {
       received.Bytes += static_cast<std::int64_t>(piece.size());
-      if (received.Bytes > limit) throw ETooLarge(TooLargeReason(limit));
+      if (received.Bytes > limit) throw ETooLarge("larger than the limit");
       received.Beginning += piece.substr(0, kBeginning - std::min(kBeginning, received.Beginning.size()));
       sink(piece);
     });
-  } catch (const ETooLarge& error) {
+  } catch (const ETooLarge&) {
     received.TooLarge = true;
-    fail(TFileOutcome::NotSaved, error);
+    received.Outcome = TFileOutcome::NotSaved;
+    // The client itself gives up the page of a redirect.
+    received.Reason = TooLargeReason(received.Bytes > limit ? limit : std::int64_t{TPowersock::kMaxKept});
   } catch (const ESockError& error) {
     fail(TFileOutcome::TimedOut, error);
   } catch (const std::system_error& error) {

@@ -260,6 +260,8 @@ TEST_F(THttpFaults, CostOneFileAndAreNamed) {
 TEST_F(THttpFaults, APageBeyond64MiBIsGivenUp) {
   Server.Answer("/hit", std::string((64 << 20) + 1, 'x'));
   EXPECT_EQ(GetHttpPage(Context, NMHTTP, Server.Url("/hit"), "").Reason, "given up: larger than 64 MiB");
+  Server.Script("/hit", "HTTP/1.0 302 Found\r\nLocation: /\r\n\r\n" + std::string((64 << 20) + 1, 'x'));
+  EXPECT_EQ(FetchHttp("hit", TDelivery::Stream).Reason, "given up: larger than 64 MiB");
 }
 
 }  // namespace
