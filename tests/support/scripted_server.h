@@ -261,13 +261,7 @@ class TFtpServer : public TScriptedServer {
               peer.Play(std::string_view(step).substr(5), *data);
               data->Finish(20s);
             } else if (step == "stranger") {
-              demo::TConnection link(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-              sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK + 1)}, {}};
-              ::bind(link.Socket(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-              address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-              address.sin_port = htons(static_cast<std::uint16_t>(high * 256 + low));
-              ::connect(link.Socket(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-              link.Write("x");
+              demo::ConnectLocally(high * 256 + low, "127.0.0.2")->Write("x");
             } else if (mark == step.npos) {
               if (!peer.Play("<" + step + ">")) return;
             } else {

@@ -173,7 +173,7 @@ const THttpFault kFaults[] = {
     {"cut header", "<ok>Content-Le", TimedOut, Incomplete, kNone, "nothing", "the page is empty"},
     {"reset in the body", "<ok><size>\n<half><later>x<reset>", TimedOut, TimedOut, kReset, "6001, noted"},
     {"cut body", "<ok><size>\n<half>", Incomplete, Incomplete, kCut, "half, noted", "incomplete"},
-    {"length that is no number", "<ok>Content-Length: 12000;\n\n<body>", Incomplete, Incomplete,
+    {"length with text behind the number", "<ok>Content-Length: 12000;\n\n<body>", Incomplete, Incomplete,
      "the server announced no clear length", "whole, noted", "incomplete"},
     {"compressed body", "<ok>Content-Encoding: gzip\n\n<body>", Incomplete, Incomplete,
      "the server compressed it", "whole, noted", "incomplete"},

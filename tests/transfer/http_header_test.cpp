@@ -48,7 +48,6 @@ TEST(HttpHeader, LengthAndDateAreReadAsWritten) {
 TEST(HttpHeader, TheBodysLengthIsReadFromUnusualLinesAndDoubtedWhenItIsNotClear) {
   const std::string six = "Content-Length: 6\r\n", range = six + "Content-Range: bytes ";
   const std::pair<std::string, std::int64_t> rows[] = {
-      {"", 0},
       {"CONTENT-LENGTH \t:6", 6},
       {"Content-Length: 6, 6\n" + six, 6},
       {"Content-Length:\r\n 6\r\n", 6},
@@ -57,14 +56,13 @@ TEST(HttpHeader, TheBodysLengthIsReadFromUnusualLinesAndDoubtedWhenItIsNotClear)
       {six + "\r\nHTTP/1.0 200 OK\r\nContent-Length: 7\r\n\r\n", 7},
       {range + "0-5/6", 6},
       {"Content-Range: bytes 0-5/7", 7},
-      {"Content-Range: bytes 0-9223372036854775807", INT64_MAX},
-  };
+      {"Content-Range: bytes 0-9223372036854775807", INT64_MAX}};
   for (const auto& [header, length] : rows)
     EXPECT_EQ(ReadBodyHeader("HTTP/1.0 200 OK\r\n" + header).Length, length) << header;
-  for (const std::string& value : std::vector<std::string>{"6, 7", "6;", "+6", "-6", "6.0",
-                                                           "6\r\r\nContent-Length: 7", "6\nContent-Length:"})
-    EXPECT_EQ(ReadBodyHeader("Content-Length: " + value).Length, std::nullopt) << value;
-  for (const char* more : {"0-5/7", "6-11/*"}) EXPECT_FALSE(ReadBodyHeader(range + more).Length) << more;
+  for (const char* text :
+       {"", "6, 7", "6;", "+6", "-6", "6.0", "6\r\r\nContent-Length: 7",
+        "6\nContent-Length:", "6\nContent-Range: bytes 0-5/7", "6\nContent-Range: bytes 6-11/*"})
+    EXPECT_EQ(ReadBodyHeader(std::string("Content-Length: ") + text).Length, std::nullopt) << text;
   EXPECT_TRUE(ReadBodyHeader("Content-Encoding: gzip\nContent-Encoding: identity").Encoded);
   EXPECT_FALSE(ReadBodyHeader("Content-Encoding: Identity\nContent-Encoding:").Encoded);
 }
