@@ -62,6 +62,10 @@ std::string WithoutControls(std::string text);
 /// The bytes in Base64, as HTTP sends a user name and password.
 std::string Base64(std::string_view data);
 
+/// A server's text with "***" for a password, in any letter case, and for its Base64 forms: of the password
+/// and of "user:password". For a status line remove the control characters first: they could hide a password.
+std::string WithoutSecrets(std::string_view text, std::string_view user, std::string_view password);
+
 /// Whether a name from a server can be used as one component of a local path: 1 to 255 bytes, not "." or
 /// "..", without slash, backslash, colon and control bytes.
 bool IsSafeFileName(std::string_view name);

@@ -26,7 +26,7 @@ struct THttpRequest {
 /// What a server answered.
 struct THttpReply {
   int Code = 0;        ///< HTTP status; 0 when the reply has none
-  std::string Status;  ///< the status line without the protocol: "404 Not Found"
+  std::string Status;  ///< the status line without protocol, control characters and secrets: "404 Not Found"
   std::string Header;  ///< all header lines, as they came
 };
 

@@ -308,7 +308,7 @@ bool TNMFTP::OpenDataConnection(bool passive, TCmdType type) {
     return false;
   }
   const std::optional<std::uint16_t> port = PasvPort(reply);
-  if (!port) throw ESockError("No usable port in the reply: " + std::string(Trim(reply)));
+  if (!port) throw FTPException("No usable port in the reply: " + std::string(Trim(reply)));
   // The reply could name any host. Data come from the host of the control connection only.
   std::array<char, INET_ADDRSTRLEN> address{};
   ::inet_ntop(AF_INET, &RemoteAddress().sin_addr, address.data(), address.size());

@@ -11,7 +11,7 @@
 
 namespace skyreel {
 
-/// A server's refusal. The message is its reply line without the line end.
+/// A server's reply that refuses or cannot be used. The message holds its line without the line end.
 class FTPException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

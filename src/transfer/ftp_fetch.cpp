@@ -38,10 +38,9 @@ TFtpSession::~TFtpSession() {
   Close();
 }
 
-/// What a server or the system said, which may repeat the password, fit for a status line.
+/// What the server said, which may repeat the password, fit for a status line.
 std::string TFtpSession::Masked(const std::string& text) const {
-  const std::string plain = WithoutControls(text);
-  return login_.Password.empty() ? plain : ReplaceAll(plain, login_.Password, "***");
+  return WithoutSecrets(WithoutControls(text), login_.UserID, login_.Password);
 }
 
 bool TFtpSession::Open() {
@@ -59,13 +58,14 @@ bool TFtpSession::Open() {
     OpenConnection();
     return true;
   } catch (const FTPException& error) {
-    problem = told ? error.what() : "Connection failed to: " + client.Host + " - " + error.what();
+    problem = Masked(error.what());
+    if (!told) problem = "Connection failed to: " + client.Host + " - " + problem;
   } catch (const EConvertError& error) {
     problem = error.what();
   } catch (const std::exception& error) {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
   }
-  if (!problem.empty()) context_.Display.AddStatusLine(Masked(problem));
+  if (!problem.empty()) context_.Display.AddStatusLine(problem);
   // Without a goodbye: such a server may do anything with it.
   Drop();
   return false;
@@ -185,7 +185,7 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
   fetch.Result.Bytes =
       use_wininet_ ? std::max<std::int64_t>(FileSizeOf(path), 0) : context_.NMFTP.LastTransfer.Received;
   fetch.Result.Outcome = end.Outcome;
-  fetch.Result.Reason = Masked(end.Reason);
+  fetch.Result.Reason = end.Reason;
 }
 
 /// WinInetFtpGet has already reported a failure.
@@ -213,21 +213,23 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
     end.Reason = std::move(reason);
     return end;
   };
+  const std::string final_reply = Masked(transfer.FinalReply);
   const bool refused = transfer.FinalReply.starts_with('4') || transfer.FinalReply.starts_with('5');
   try {
     if (failure) std::rethrow_exception(failure);
-    if (refused) return because(TFileOutcome::Refused, transfer.FinalReply);
+    if (refused) return because(TFileOutcome::Refused, final_reply);
     if (transfer.Received < transfer.Announced)
       return because(TFileOutcome::Incomplete, SomeOf(transfer.Received, transfer.Announced));
-    return because(TFileOutcome::Incomplete, "ended with: " + transfer.FinalReply);
+    return because(TFileOutcome::Incomplete, "ended with: " + final_reply);
   } catch (const std::system_error& error) {
     return because(TFileOutcome::NotSaved, "not saved: " + error.code().message());
   } catch (const std::exception& error) {
     if (transfer.Received > context_.LargestDownload)
       return because(TFileOutcome::NotSaved, TooLargeReason(context_.LargestDownload));
     if (transfer.TimedOut) return because(TFileOutcome::TimedOut, "timed out");
-    if (refused) return because(TFileOutcome::Refused, transfer.FinalReply);
-    return because(TFileOutcome::TimedOut, error.what());
+    if (refused) return because(TFileOutcome::Refused, final_reply);
+    const bool from_server = dynamic_cast<const FTPException*>(&error) != nullptr;
+    return because(TFileOutcome::TimedOut, from_server ? Masked(error.what()) : error.what());
   }
 }
 

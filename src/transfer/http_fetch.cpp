@@ -99,7 +99,7 @@ bool IsGoodReply(int code) {
 
 std::string StatusText(const THttpReply& reply) {
   if (reply.Status.empty()) return "the server answered without a status";
-  return "the server answered " + WithoutControls(reply.Status.substr(0, 80));
+  return "the server answered " + reply.Status.substr(0, 80);
 }
 
 /// Why a body that should have `least` bytes is not whole; empty when it is.

@@ -228,7 +228,7 @@ class TFtpFaults : public test::TFetchTest {
     Watch(!aborts);
     const bool says_goodbye = fault.Steps.starts_with('>');
     TFileResult result;
-    RunFtpSession(Context, {server.Address(), "user", "secret", passive}, [&](TFtpSession& session) {
+    RunFtpSession(Context, {server.Address(), "user", "6000", passive}, [&](TFtpSession& session) {
       while (says_goodbye && server.Ends == 0) std::this_thread::yield();
       result = FetchFtp(session, "hit").Result;
       Watch(false);
