@@ -119,12 +119,16 @@ void TListener::Interrupt() {
   ::shutdown(socket_, SHUT_RDWR);
 }
 
-std::unique_ptr<TConnection> ConnectLocally(int port) {
+std::unique_ptr<TConnection> ConnectLocally(int port, const char* from) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socket < 0) return nullptr;
   auto connection = std::make_unique<TConnection>(socket);
+  sockaddr_in own = LocalAddress(0);
+  own.sin_addr.s_addr = ::inet_addr(from);
   const sockaddr_in address = LocalAddress(port);
-  if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) return nullptr;
+  if (::bind(socket, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0 ||
+      ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+    return nullptr;
   return connection;
 }
 

@@ -59,8 +59,8 @@ class TListener {
   int port_ = 0;
 };
 
-/// Connects to a port of this machine; null when that fails.
-std::unique_ptr<TConnection> ConnectLocally(int port);
+/// Connects to a port of this machine, from 127.0.0.1 or another address of it; null when that fails.
+std::unique_ptr<TConnection> ConnectLocally(int port, const char* from = "127.0.0.1");
 
 /// Serves each connection in a thread of its own, 64 at most at a time.
 class TTcpServer {

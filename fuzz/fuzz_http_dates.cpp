@@ -9,6 +9,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using skyreel::TDateTime;
   const std::string_view header = AsText(data, size);
+  Require(skyreel::ReadBodyHeader(header).Length.value_or(0) >= 0);
   std::int32_t length = -1;
   TDateTime modified;
   skyreel::ParseHttpHeader(header, length, modified);

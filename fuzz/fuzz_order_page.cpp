@@ -9,8 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const skyreel::TPdusOrder order =
       skyreel::ParseOrderPage(page, "http://station", {"0200, IODC, Visible", "0000, GMS, Infra-Red", "GMS"});
   Require(order.Refused.size() <= order.RefusedCount);
-  for (const std::string& line : order.Refused)
-    Require(!skyreel::HasControlCharacter(line) && line.size() < 256);
+  for (const auto& refusal : order.Refused) Require(refusal.Link.size() <= 1000 && !refusal.Reason.empty());
   for (const auto& entry : order.Entries) {
     Require(entry.Url.starts_with("http://station/") && entry.Url.find(' ') == std::string::npos &&
             !skyreel::HasControlCharacter(entry.Url));

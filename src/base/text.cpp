@@ -59,15 +59,25 @@ std::string_view Trim(std::string_view text) {
   return text;
 }
 
-std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+namespace {
+
+/// Replaces the parts of `text` where `from` stands in `searched`, a text of the same size.
+std::string ReplaceWhere(std::string_view text, std::string_view searched, std::string_view from,
+                         std::string_view to) {
   std::string result;
   for (std::size_t at = 0;;) {
-    const std::size_t hit = text.find(from, at);
+    const std::size_t hit = searched.find(from, at);
     result += text.substr(at, hit - at);
     if (hit == std::string_view::npos) return result;
     result += to;
     at = hit + from.size();
   }
+}
+
+}  // namespace
+
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  return ReplaceWhere(text, text, from, to);
 }
 
 std::string Characters(std::string_view text, std::size_t position, std::size_t count) {
@@ -78,6 +88,12 @@ std::vector<std::string> SplitLines(std::string_view text) {
   std::vector<std::string> lines;
   ForEachLine(text, [&](std::string_view line) { lines.emplace_back(line); });
   return lines;
+}
+
+std::optional<std::int64_t> ParseByteCount(std::string_view text) {
+  const auto count = ParseNumber<std::uint64_t>(Trim(text), 10, UINT64_MAX);
+  if (!count) return std::nullopt;
+  return static_cast<std::int64_t>(std::min<std::uint64_t>(*count, INT64_MAX));
 }
 
 std::int32_t ToInteger(std::string_view text) {
@@ -109,6 +125,17 @@ std::string Base64(std::string_view data) {
     }
   }
   return text;
+}
+
+std::string WithoutSecrets(std::string_view text, std::string_view user, std::string_view password) {
+  std::string shown(text);
+  const std::string plain = WithoutControls(std::string(password));
+  if (plain.empty()) return shown;
+  // The longest form comes first, because it may hold a shorter one. Servers may leave out the padding.
+  const std::string forms[] = {ReplaceAll(Base64(std::string(user) + ":" + std::string(password)), "=", ""),
+                               ReplaceAll(Base64(password), "=", ""), plain};
+  for (const std::string& form : forms) shown = ReplaceWhere(shown, LowerCase(shown), LowerCase(form), "***");
+  return shown;
 }
 
 bool IsSafeFileName(std::string_view name) {

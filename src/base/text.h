@@ -50,6 +50,9 @@ std::optional<T> ParseNumber(std::string_view text, int base = 10, std::optional
   if (error != std::errc()) return std::nullopt;
   return number;
 }
+/// The whole trimmed text, digits alone, as a number of bytes that a server announces. A number beyond 64
+/// bits becomes the greatest one.
+std::optional<std::int64_t> ParseByteCount(std::string_view text);
 /// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError for other text.
 std::int32_t ToInteger(std::string_view text);
 /// Whether the text holds a byte below 0x20 or 0x7F. Such a text must not go into a request or command.
@@ -58,6 +61,10 @@ bool HasControlCharacter(std::string_view text);
 std::string WithoutControls(std::string text);
 /// The bytes in Base64, as HTTP sends a user name and password.
 std::string Base64(std::string_view data);
+
+/// A server's text with "***" for a password, in any letter case, and for its Base64 forms: of the password
+/// and of "user:password". For a status line remove the control characters first: they could hide a password.
+std::string WithoutSecrets(std::string_view text, std::string_view user, std::string_view password);
 
 /// Whether a name from a server can be used as one component of a local path: 1 to 255 bytes, not "." or
 /// "..", without slash, backslash, colon and control bytes.

@@ -52,7 +52,7 @@ std::int64_t SizeFromReply(std::string_view reply) {
   if (last == std::string_view::npos) return 0;
   const std::size_t before_first = before.find_last_not_of("0123456789", last);
   const std::size_t first = before_first == std::string_view::npos ? 0 : before_first + 1;
-  return ParseNumber<std::int64_t>(before.substr(first, last + 1 - first)).value_or(0);
+  return ParseByteCount(before.substr(first, last + 1 - first)).value_or(0);
 }
 
 std::string_view ListingName(std::string_view line) {

@@ -34,7 +34,7 @@ std::optional<std::uint16_t> PasvPort(std::string_view reply);
 
 /// The size in bytes that a reply announces: the number before the first "byte", in any letter case.
 /// "150 Opening BINARY mode data connection for a.bin (123456 bytes)." gives 123456. Returns 0 when the reply
-/// announces no size or one that does not fit into 64 bits.
+/// announces no size, and the greatest number for a size beyond 64 bits.
 std::int64_t SizeFromReply(std::string_view reply);
 
 /// A line of a name listing without its line end: CR LF, or a single last character.

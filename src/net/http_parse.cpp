@@ -29,9 +29,7 @@ void ReadHeaderLine(std::string_view line, THttpReplyHeader& header) {
   } else if (constexpr std::string_view kName = "Location:"; StartsWithText(line, kName)) {
     header.Location = value_of(kName);
   } else if (constexpr std::string_view kName = "Content-Length:"; StartsWithText(line, kName)) {
-    header.ContentLength.reset();
-    if (const auto length = ParseNumber<std::uint64_t>(value_of(kName), 10, UINT64_MAX))
-      header.ContentLength = static_cast<std::int64_t>(std::min<std::uint64_t>(*length, INT64_MAX));
+    header.ContentLength = ParseByteCount(value_of(kName));
   } else if (constexpr std::string_view kName = "Transfer-Encoding:"; StartsWithText(line, kName)) {
     header.TransferEncoding = LowerCase(value_of(kName));
     if (header.TransferEncoding == "identity") header.TransferEncoding.clear();

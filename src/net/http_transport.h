@@ -25,11 +25,9 @@ struct THttpRequest {
 
 /// What a server answered.
 struct THttpReply {
-  int Code = 0;                ///< HTTP status; 0 when the reply has none
-  std::string Status;          ///< the status line without the protocol: "404 Not Found"
-  std::string Header;          ///< all header lines, as they came
-  std::int64_t Announced = 0;  ///< bytes of the body by Content-Length; 0 when the server does not say
-  std::int64_t Received = 0;   ///< bytes of the body that came
+  int Code = 0;        ///< HTTP status; 0 when the reply has none
+  std::string Status;  ///< the status line without protocol, control characters and secrets: "404 Not Found"
+  std::string Header;  ///< all header lines, as they came
 };
 
 /// Sends one request and streams the reply's body to a sink.

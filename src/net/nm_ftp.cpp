@@ -308,7 +308,7 @@ bool TNMFTP::OpenDataConnection(bool passive, TCmdType type) {
     return false;
   }
   const std::optional<std::uint16_t> port = PasvPort(reply);
-  if (!port) throw ESockError("No usable port in the reply: " + std::string(Trim(reply)));
+  if (!port) throw FTPException("No usable port in the reply: " + std::string(Trim(reply)));
   // The reply could name any host. Data come from the host of the control connection only.
   std::array<char, INET_ADDRSTRLEN> address{};
   ::inet_ntop(AF_INET, &RemoteAddress().sin_addr, address.data(), address.size());
@@ -357,7 +357,12 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
     if (!passive) {
       const TScopedValue scope(data_waits_, true);
       data_->TimerOn();
-      data_->AdoptSocket(data_->Accept());
+      TDescriptor peer;
+      // Anybody may connect to the port. The file comes from the server alone.
+      do {
+        peer = TDescriptor(data_->Accept());
+      } while (data_->RemoteAddress().sin_addr.s_addr != RemoteAddress().sin_addr.s_addr);
+      data_->AdoptSocket(peer.Release());
       data_->TimerOff();
     }
     data_->TransferSize = TransferSize;

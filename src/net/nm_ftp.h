@@ -11,7 +11,7 @@
 
 namespace skyreel {
 
-/// A server's refusal. The message is its reply line without the line end.
+/// A server's reply that refuses or cannot be used. The message holds its line without the line end.
 class FTPException : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -37,7 +37,8 @@ enum class TCmdType : std::uint8_t {
 };
 
 /// An FTP client (RFC 959). The component itself is the control connection. Each transfer opens its own data
-/// connection: downloads in active or passive mode, name listings in active mode.
+/// connection: downloads in active or passive mode, name listings in active mode. Its other end must have the
+/// address of the control connection's other end; in active mode other callers are turned away.
 ///
 /// A refusal calls OnFailure and throws FTPException unless the handler sets `handled`. Other failures throw
 /// ESockError, EAbortError when cancelled, std::runtime_error "Not Connected", and std::system_error for the

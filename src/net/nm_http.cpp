@@ -124,7 +124,8 @@ THttpReply TNMHTTP::Fetch(const THttpRequest& request, const TSink& sink) {
   Perform(request.HeaderOnly ? CmdType::Head : CmdType::Get, request.Url);
   const std::string_view status = Trim(LastReply);
   const std::size_t blank = std::min(status.find(' '), status.size());
-  return {ReplyCode, std::string(Trim(status.substr(blank))), Header, TransferSize, ReceivedByteCount};
+  const std::string text = WithoutControls(std::string(Trim(status.substr(blank))));
+  return {ReplyCode, WithoutSecrets(text, HeaderInfo.UserId, HeaderInfo.Password), Header};
 }
 
 void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, std::string argument) {

@@ -589,7 +589,7 @@ void TPowersock::CaptureString(std::string& text, std::int64_t maximum) {
 }
 
 std::size_t TPowersock::KeepInMemory(std::string& text, std::string_view chunk) {
-  if (text.size() + chunk.size() > kMaxKept) throw ESockError("Reply too large");
+  if (text.size() + chunk.size() > kMaxKept) throw ETooLarge("Reply too large");
   text.append(chunk);
   return chunk.size();
 }
@@ -643,10 +643,10 @@ int TPowersock::Accept() {
     socklen_t size = sizeof remote_;
     const int accepted =
         ::accept4(socket_.Get(), reinterpret_cast<sockaddr*>(&remote_), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    notified_ = false;
     if (accepted >= 0) return accepted;
     // The peer has gone before it was accepted. Wait for the next one.
     if (errno != ECONNABORTED && errno != EINTR) CheckError(errno);
-    notified_ = false;
   }
 }
 

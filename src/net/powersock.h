@@ -35,6 +35,12 @@ class EConnectError : public ESockError {
   const std::string Explanation;
 };
 
+/// A reply that is larger than the receiver wants to keep.
+class ETooLarge : public ESockError {
+ public:
+  using ESockError::ESockError;
+};
+
 /// An operation that Cancel, Abort or the time-out has ended.
 class EAbortError : public ESockError {
  public:
@@ -59,7 +65,7 @@ class TPowersock {
 
   /// A line longer than this ends ReadLn with ESockError "Line too long".
   static constexpr std::size_t kMaxLine = 64 * 1024;
-  /// More than this is not kept in memory: ESockError "Reply too large".
+  /// More than this is not kept in memory: ETooLarge "Reply too large".
   static constexpr std::size_t kMaxKept = 64 * 1024 * 1024;
 
   /// `event_hook` lets the user interface process its events; it may be empty. Throws ESockError when the
@@ -144,7 +150,7 @@ class TPowersock {
   /// send aborted", std::system_error for the file, for example when the disk is full.
   void CaptureFile(const std::string& file_name);
   /// Puts into `text` all that arrives until the peer closes or `text` holds `maximum` bytes or more (-1: no
-  /// limit). Throws EAbortError "Socket capture aborted", ESockError "Reply too large".
+  /// limit). Throws EAbortError "Socket capture aborted", ETooLarge "Reply too large".
   void CaptureString(std::string& text, std::int64_t maximum = -1);
 
   /// Listens at Port (0: the system chooses one) on all local addresses. An incoming connection calls
@@ -214,7 +220,7 @@ class TPowersock {
   /// Reads lines as ReadLn does until `take` returns false. When the connection ends, `take` gets "" as the
   /// last line. Each line may take the full TimeOut.
   void ReadLines(const std::function<bool(const std::string& line)>& take);
-  /// Appends and returns the chunk's size. Throws ESockError "Reply too large" beyond kMaxKept.
+  /// Appends and returns the chunk's size. Throws ETooLarge "Reply too large" beyond kMaxKept.
   static std::size_t KeepInMemory(std::string& text, std::string_view chunk);
   /// Sends all bytes, NUL bytes too.
   void SendAll(std::string_view data);

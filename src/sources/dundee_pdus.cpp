@@ -73,6 +73,8 @@ constexpr std::int64_t kSmallestProduct = 890120;
 
 /// How many refused entries of a page are named one by one.
 constexpr std::size_t kRefusalsNamed = 20;
+/// How many characters of a refused entry's link are kept.
+constexpr std::size_t kLinkKept = 1000;
 
 /// Server text, shortened for a status line.
 std::string Shortened(std::string_view text) {
@@ -117,7 +119,7 @@ void AddEntry(TPdusOrder& order, std::string_view line, const std::string& root)
   }
   ++order.RefusedCount;
   if (order.Refused.size() < kRefusalsNamed)
-    order.Refused.push_back(Shortened(target) + " - refused: " + refusal);
+    order.Refused.push_back({std::string(target.substr(0, kLinkKept)), std::move(refusal)});
 }
 
 /// The text by which products are sorted: area, then time, then channel.
@@ -306,7 +308,10 @@ std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
   if (page.ReplyCode < 200 || page.ReplyCode > 298) return {};
 
   TPdusOrder order = ParseOrderPage(page.Text, root, PdusWantedTexts(settings_.Wanted));
-  for (const std::string& line : order.Refused) ReportFailure(context_, line);
+  for (const auto& [link, reason] : order.Refused) {
+    const std::string shown = Shortened(WithoutSecrets(link, settings_.UserName, settings_.Password));
+    ReportFailure(context_, shown + " - refused: " + reason);
+  }
   if (const std::size_t more = order.RefusedCount - order.Refused.size(); more > 0) {
     context_.Record.Counts.Failed += static_cast<std::int64_t>(more);
     context_.Display.AddStatusLine("... and " + std::to_string(more) + " more refused");

@@ -60,9 +60,13 @@ struct TPdusOrder {
     std::string Url;
     std::string Name;  ///< without ".pdu"; one safe path component
   };
-  std::vector<TEntry> Entries;       ///< the last one of the page first
-  std::vector<std::string> Refused;  ///< one line for each of the first refused entries
-  std::size_t RefusedCount = 0;      ///< all refused entries
+  struct TRefusal {
+    std::string Link;
+    std::string Reason;
+  };
+  std::vector<TEntry> Entries;    ///< the last one of the page first
+  std::vector<TRefusal> Refused;  ///< the first refused entries
+  std::size_t RefusedCount = 0;   ///< all refused entries
 };
 
 /// Reads an order page: lines that hold "/pdus" and a wanted text, their link the first text in double

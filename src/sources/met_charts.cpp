@@ -41,8 +41,8 @@ enum class TWhen {
   MorningDate,   ///< the date an hour before the run began
   EveningDate,   ///< the date thirteen hours before the run began
   PastDays,      ///< each day before today
-  QuarterHours,  ///< today and the days before, in steps of 15 minutes
-  HalfHours,     ///< today and the days before, in steps of 30 minutes
+  QuarterHours,  ///< today, all day, and the days before, in steps of 15 minutes
+  HalfHours,     ///< today, all day, and the days before, in steps of 30 minutes
 };
 
 struct TChart {
@@ -152,15 +152,12 @@ std::vector<TDateTime> PastDays(const TChartPlan& plan) {
   return times;
 }
 
-/// The times of today and the days before, today first. A time of the last half hour is left out, because its
-/// picture is not there yet.
+/// The times of today and the days before, today first.
 std::vector<TDateTime> TimesOfDays(const TChartPlan& plan, std::chrono::minutes step) {
   std::vector<TDateTime> times;
   for (int d = 0; d < plan.BackDays; ++d) {
     const TDateTime day = (plan.Now - std::chrono::days(d)).Midnight();
-    for (TDateTime time = day; time < day + 24h; time = time + step) {
-      if (time < plan.Now - 30min) times.push_back(time);
-    }
+    for (TDateTime time = day; time < day + 24h; time = time + step) times.push_back(time);
   }
   return times;
 }
@@ -266,6 +263,10 @@ std::vector<TChartRequest> ChartRequests(std::string_view item, const TChartPlan
   return requests;
 }
 
+bool IsDue(const TChartRequest& request, TDateTime now) {
+  return !ChartKind(request.Kind).PresentBySize || request.Requested < now - 30min;
+}
+
 TDateTime ChartTime(const TChartRequest& request, TDateTime last_modified) {
   switch (ChartKind(request.Kind).Time) {
     case TChartTime::LastModifiedRounded:
@@ -296,6 +297,7 @@ std::vector<TOffer> MetChartOffers(TDateTime day) {
   const TChartPlan plan{paths_only, "/wz/pics/bracka.gif", 2, midnight + 1h, midnight + 25h};
   for (const std::string& item : MetChartItems()) {
     for (const TChartRequest& request : ChartRequests(item, plan)) {
+      if (!IsDue(request, plan.Now)) continue;
       TOffer offer{request.Url, request.Requested, item, TOffer::TPicture::Chart};
       if (!request.Requested.IsZero()) {
         offers.push_back(std::move(offer));
@@ -324,7 +326,8 @@ void TMetChartsJob::Run() {
                           context_.Clock.UtcNow()};
     for (const TChartRequest& request : ChartRequests(item, plan)) {
       if (context_.Run.StopRequested()) return;
-      Fetch(item, request);
+      // A run may take hours, and pictures become due meanwhile.
+      if (IsDue(request, context_.Clock.UtcNow())) Fetch(item, request);
     }
   }
 }

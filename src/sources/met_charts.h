@@ -35,7 +35,7 @@ struct TChartKind {
   const char* Name;  ///< a FormatDateTime pattern of the chart's time; nullptr: the URL's file name
   TChartTime Time;
   std::int64_t MinimumSize;  ///< a chart must be larger than this many bytes
-  bool PresentBySize;        ///< a local file larger than MinimumSize is not asked for again
+  bool PresentBySize;        ///< a picture of a slot: one larger than MinimumSize is not asked for again
 };
 
 /// Kind 0 to 14. Throws std::out_of_range beyond.
@@ -58,9 +58,12 @@ struct TChartPlan {
   TDateTime Now;    ///< UTC
 };
 
-/// The requests of one item (in any letter case), in the order in which they are sent; none for an unknown
-/// item.
+/// The requests of one item (in any letter case), in the order in which they are sent, those of today that
+/// are not yet due included; none for an unknown item.
 std::vector<TChartRequest> ChartRequests(std::string_view item, const TChartPlan& plan);
+
+/// Whether a chart is asked for at `now`: the picture of a slot of the last half hour is not there yet.
+bool IsDue(const TChartRequest& request, TDateTime now);
 
 /// The radar archive's code for the region that `item` (upper case) names. When several region words match,
 /// the last one in the list counts. Empty when none matches.

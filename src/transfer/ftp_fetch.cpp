@@ -41,10 +41,9 @@ TFtpSession::~TFtpSession() {
   Close();
 }
 
-/// What a server or the system said, which may repeat the password, fit for a status line.
+/// What the server said, which may repeat the password, fit for a status line.
 std::string TFtpSession::Masked(const std::string& text) const {
-  const std::string plain = WithoutControls(text);
-  return login_.Password.empty() ? plain : ReplaceAll(plain, login_.Password, "***");
+  return WithoutSecrets(WithoutControls(text), login_.UserID, login_.Password);
 }
 
 bool TFtpSession::Open() {
@@ -65,9 +64,9 @@ bool TFtpSession::Open() {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
     refusal = error.Explanation;
   } catch (const FTPException& error) {
-    const std::string reply = error.what();
+    const std::string reply = Masked(error.what());
     refusal = (reply.starts_with(kNotLoggedIn) ? "refused the login: " : "refused the session: ") + reply;
-    problem = told ? error.what() : "Connection failed to: " + client.Host + " - " + error.what();
+    problem = told ? reply : "Connection failed to: " + client.Host + " - " + reply;
   } catch (const EConvertError& error) {
     problem = error.what();
     refusal = "cannot be asked: " + problem;
@@ -75,8 +74,8 @@ bool TFtpSession::Open() {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
     refusal = std::string("cannot be asked: ") + error.what();
   }
-  if (!problem.empty()) context_.Display.AddStatusLine(Masked(problem));
-  ReportServerProblem(context_, "ftp://" + login_.Server, Masked(refusal));
+  if (!problem.empty()) context_.Display.AddStatusLine(problem);
+  ReportServerProblem(context_, "ftp://" + login_.Server, refusal);
   // Without a goodbye: such a server may do anything with it.
   Drop();
   return false;
@@ -197,7 +196,7 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
   fetch.Result.Bytes =
       use_wininet_ ? std::max<std::int64_t>(FileSizeOf(path), 0) : context_.NMFTP.LastTransfer.Received;
   fetch.Result.Outcome = end.Outcome;
-  fetch.Result.Reason = Masked(end.Reason);
+  fetch.Result.Reason = end.Reason;
   fetch.Result.State = end.State;
 }
 
@@ -227,21 +226,23 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
     if (end.Reason.starts_with(kNoSuchFile)) end.State = TFileState::Missing;
     return end;
   };
+  const std::string final_reply = Masked(transfer.FinalReply);
   const bool refused = transfer.FinalReply.starts_with('4') || transfer.FinalReply.starts_with('5');
   try {
     if (failure) std::rethrow_exception(failure);
-    if (refused) return because(TFileOutcome::Refused, transfer.FinalReply);
+    if (refused) return because(TFileOutcome::Refused, final_reply);
     if (transfer.Received < transfer.Announced)
       return because(TFileOutcome::Incomplete, SomeOf(transfer.Received, transfer.Announced));
-    return because(TFileOutcome::Incomplete, "ended with: " + transfer.FinalReply);
+    return because(TFileOutcome::Incomplete, "ended with: " + final_reply);
   } catch (const std::system_error& error) {
     return because(TFileOutcome::NotSaved, "not saved: " + error.code().message());
   } catch (const std::exception& error) {
     if (transfer.Received > context_.LargestDownload)
       return because(TFileOutcome::NotSaved, TooLargeReason(context_.LargestDownload));
     if (transfer.TimedOut) return because(TFileOutcome::TimedOut, "timed out");
-    if (refused) return because(TFileOutcome::Refused, transfer.FinalReply);
-    return because(TFileOutcome::TimedOut, error.what());
+    if (refused) return because(TFileOutcome::Refused, final_reply);
+    const bool from_server = dynamic_cast<const FTPException*>(&error) != nullptr;
+    return because(TFileOutcome::TimedOut, from_server ? Masked(error.what()) : error.what());
   }
 }
 

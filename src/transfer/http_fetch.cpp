@@ -66,12 +66,6 @@ THttpReply Ask(TTransferContext& context, THttpTransport& transport, THttpReques
   }
 }
 
-/// More came than is kept.
-class ETooLarge : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// How a GET ended.
 struct TReceived {
   TFileOutcome Outcome = TFileOutcome::Saved;  ///< Saved: a reply came
@@ -95,13 +89,15 @@ TReceived Receive(TTransferContext& context, THttpTransport& transport, THttpReq
   try {
     received.Reply = Ask(context, transport, std::move(request), [&](std::string_view piece) {
       received.Bytes += static_cast<std::int64_t>(piece.size());
-      if (received.Bytes > limit) throw ETooLarge(TooLargeReason(limit));
+      if (received.Bytes > limit) throw ETooLarge("larger than the limit");
       received.Beginning += piece.substr(0, kBeginning - std::min(kBeginning, received.Beginning.size()));
       sink(piece);
     });
-  } catch (const ETooLarge& error) {
+  } catch (const ETooLarge&) {
     received.TooLarge = true;
-    fail(TFileOutcome::NotSaved, error);
+    received.Outcome = TFileOutcome::NotSaved;
+    // The client itself gives up the page of a redirect.
+    received.Reason = TooLargeReason(received.Bytes > limit ? limit : std::int64_t{TPowersock::kMaxKept});
   } catch (const ESockError& error) {
     fail(TFileOutcome::TimedOut, error);
   } catch (const std::system_error& error) {
@@ -118,11 +114,18 @@ bool IsGoodReply(int code) {
 
 std::string StatusText(const THttpReply& reply) {
   if (reply.Status.empty()) return "the server answered without a status";
-  return "the server answered " + WithoutControls(reply.Status.substr(0, 80));
+  return "the server answered " + reply.Status.substr(0, 80);
 }
 
-bool IsShort(const THttpReply& reply) {
-  return reply.Received < reply.Announced || reply.Code == kPartialContent;
+/// Why a body that should have `least` bytes is not whole; empty when it is.
+std::string WhyNotWhole(const TReceived& received, std::int64_t least) {
+  if (received.Reply.Code == kPartialContent) return "the server sent only a part";
+  const TBodyHeader body = ReadBodyHeader(received.Reply.Header);
+  if (body.Encoded) return "the server compressed it";
+  if (!body.Length) return "the server announced no clear length";
+  least = std::max(least, *body.Length);
+  if (received.Bytes >= least) return "";
+  return "received " + std::to_string(received.Bytes) + " of " + std::to_string(least) + " bytes";
 }
 
 /// Judges what came when a whole file has `least` bytes or more.
@@ -135,12 +138,8 @@ void Judge(TReceived& received, std::int64_t least, bool by_status) {
   };
   if (by_status && !IsGoodReply(reply.Code)) return fail(TFileOutcome::Refused, StatusText(reply));
   if (IsHtmlPage(received.Beginning)) return fail(TFileOutcome::Refused, "received an HTML page");
-  if (reply.Code == kPartialContent) return fail(TFileOutcome::Incomplete, "the server sent only a part");
-  least = std::max(least, reply.Announced);
-  if (received.Bytes == 0 || received.Bytes < least) {
-    fail(TFileOutcome::Incomplete,
-         "received " + std::to_string(received.Bytes) + " of " + std::to_string(least) + " bytes");
-  }
+  const std::string why = WhyNotWhole(received, std::max<std::int64_t>(least, 1));
+  if (!why.empty()) fail(TFileOutcome::Incomplete, why);
 }
 
 // --- Stream delivery -----------------------------------------------------------------------------------
@@ -335,7 +334,7 @@ THttpPage GetHttpPage(TTransferContext& context, THttpTransport& transport, cons
   page.ReplyCode = received.Reply.Code;
   if (!IsGoodReply(page.ReplyCode)) {
     page.Reason = StatusText(received.Reply);
-  } else if (IsShort(received.Reply)) {
+  } else if (!WhyNotWhole(received, 0).empty()) {
     page.Incomplete = true;
     page.Reason = "incomplete";
   } else if (page.Text.empty()) {

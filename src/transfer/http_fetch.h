@@ -107,9 +107,9 @@ struct THttpFileRequest {
 };
 
 /// Fetches one file with NMHTTP, ends it at the display and returns what became of it. Incomplete: fewer
-/// bytes came than a whole file has or the server announced, or a part (206). Refused: an HTML page, or with
-/// Direct an error reply. A body beyond the context's LargestDownload is given up, and nothing of it is kept.
-/// Throws nothing.
+/// bytes came than a whole file has or the server announced (see ReadBodyHeader), a part (206), or a
+/// compressed body. Refused: an HTML page, or with Direct an error reply. A body beyond the context's
+/// LargestDownload is given up, and nothing of it is kept. Throws nothing.
 TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& request);
 
 /// FetchHttpFile for `base_url` + `remote_name`: a local file of at least 1000 bytes is there already, a

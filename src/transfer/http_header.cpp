@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <exception>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/exceptions.h"
 #include "base/text.h"
@@ -32,6 +34,44 @@ TDateTime ParseHttpDate(std::string_view line) {
   return TDateTime::FromDate(year, month, day, hour, minute, second);
 }
 
+/// The lines of the last reply, each with those that continue it. Only LF ends a line, as in the HTTP client.
+std::vector<std::string> UnfoldedLines(std::string_view header) {
+  std::vector<std::string> lines;
+  bool ended = false;
+  while (!header.empty()) {
+    const std::string_view line = header.substr(0, header.find('\n'));
+    header.remove_prefix(std::min(line.size() + 1, header.size()));
+    if (line.empty() || line == "\r") {
+      ended = true;
+      continue;
+    }
+    if (std::exchange(ended, false)) lines.clear();
+    if (IsBlank(line.front()) && !lines.empty()) {
+      lines.back() += line;
+    } else {
+      lines.emplace_back(line);
+    }
+  }
+  return lines;
+}
+
+/// Reads "5" or "5, 5" into `length`. False for other text and for a number that `length` contradicts.
+bool ReadLength(std::string_view value, std::optional<std::int64_t>& length) {
+  do {
+    const auto number = ParseByteCount(TakeWord(value, ','));
+    if (!number || *number != length.value_or(*number)) return false;
+    length = number;
+  } while (!value.empty());
+  return true;
+}
+
+/// How many bytes a file with this Content-Range ("bytes 0-499/1234") has at least; 0 for unreadable text.
+std::int64_t SizeFromRange(std::string_view value) {
+  TakeWord(value, '-');
+  const std::int64_t last = ParseByteCount(TakeWord(value, '/')).value_or(-1);
+  return std::max(last < INT64_MAX ? last + 1 : last, ParseByteCount(value).value_or(0));
+}
+
 }  // namespace
 
 bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDateTime& last_modified) {
@@ -50,6 +90,27 @@ bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDat
   }
 }
 
+TBodyHeader ReadBodyHeader(std::string_view header) {
+  TBodyHeader body;
+  std::optional<std::int64_t> length;
+  std::int64_t size = 0;
+  bool clear = true;
+  for (const std::string& line : UnfoldedLines(header)) {
+    std::string_view value = line;
+    const std::string_view name = Trim(TakeWord(value, ':'));
+    if (SameText(name, "Content-Length")) {
+      clear = ReadLength(value, length) && clear;
+    } else if (SameText(name, "Content-Range")) {
+      size = std::max(size, SizeFromRange(value));
+    } else if (SameText(name, "Content-Encoding")) {
+      body.Encoded = body.Encoded || !(value.empty() || SameText(value, "identity"));
+    }
+  }
+  body.Length = length.value_or(size);
+  if (!clear || *body.Length < size) body.Length.reset();
+  return body;
+}
+
 int MonthNumber(std::string_view text) {
   if (text.size() != 3) return 0;
   // kept: any three letters in a row are found, so that "NFE" counts as January.
@@ -61,7 +122,15 @@ int MonthNumber(std::string_view text) {
 }
 
 bool IsHtmlPage(std::string_view beginning) {
-  const std::string_view start = Trim(beginning);
+  // In UTF-16 every other byte of a page is 0.
+  std::string text(beginning);
+  std::erase(text, '\0');
+  std::string_view start = text;
+  for (const std::string_view mark : {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"}) {
+    if (start.starts_with(mark)) start.remove_prefix(mark.size());
+  }
+  start = Trim(start);
+  if (StartsWithText(start, "<?xml")) TakeWord(start, '>');
   return StartsWithText(start, "<!DOCTYPE") || StartsWithText(start, "<html");
 }
 

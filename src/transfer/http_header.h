@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "base/date_time.h"
@@ -24,12 +25,25 @@ constexpr bool IsAbsent(int status) {
 /// throws.
 bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDateTime& last_modified);
 
+/// What the header of a reply says about its body.
+struct TBodyHeader {
+  /// Bytes. 0: the server does not say. Empty: a Content-Length cannot be read, or it contradicts another one
+  /// or a Content-Range that names more bytes.
+  std::optional<std::int64_t> Length = 0;
+  bool Encoded = false;  ///< the server compressed the body (Content-Encoding)
+};
+
+/// Reads Content-Length, Content-Range and Content-Encoding (RFC 9110, 9112) of the last reply in `header`;
+/// interim replies may come before it. Blanks before a colon, folded lines and equal repeats ("5, 5") are
+/// allowed. A number beyond 64 bits becomes the greatest one.
+TBodyHeader ReadBodyHeader(std::string_view header);
+
 /// The month, 1 to 12, that a text of exactly three letters abbreviates in English, in any letter case; 0 for
 /// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.
 int MonthNumber(std::string_view text);
 
-/// Whether a body with this beginning is an HTML page. A page that comes for a picture is most likely an
-/// error message.
+/// Whether a body with this beginning is an HTML page; a byte-order mark and an XML prolog may come before
+/// it. A page that comes for a picture is most likely an error message.
 bool IsHtmlPage(std::string_view beginning);
 
 }  // namespace skyreel

@@ -123,7 +123,9 @@ std::unique_ptr<TWinInetTransfer::TConnection> TWinInetTransfer::Connect(const s
                                                                          std::uint16_t port,
                                                                          const std::string& user,
                                                                          const std::string& password,
-                                                                         bool passive) const {
+                                                                         bool passive) {
+  user_ = user;
+  password_ = password;
   const TWinInetApi& api = Api();
   const THandle session = api.InternetOpenA("Skyreel", 0, nullptr, nullptr, kAsynchronous);
   if (session == nullptr) return nullptr;
@@ -173,7 +175,7 @@ bool TWinInetTransfer::WinInetFtpGet(TTransferContext& context, THandle connecti
     }
   }
   Await(context, request);
-  ShowOutcome(context, request, last_state_, local_path);
+  ShowOutcome(context, request, local_path);
   return last_state_ == TWinInetTransferState::wtsDone;
 }
 
@@ -196,11 +198,11 @@ void TWinInetTransfer::Await(TTransferContext& context, TRequest& request) {
   last_state_ = elapsed > time_out ? TWinInetTransferState::wtsTimedOut : request.WinInetTransferState.load();
 }
 
-void TWinInetTransfer::ShowOutcome(TTransferContext& context, TRequest& request, TWinInetTransferState state,
+void TWinInetTransfer::ShowOutcome(TTransferContext& context, TRequest& request,
                                    const std::filesystem::path& local_path) {
   std::string message;
   std::vector<std::string> extra;
-  switch (state) {
+  switch (last_state_) {
     case TWinInetTransferState::wtsDone:
       message = "Got " + std::to_string(FileSizeOf(local_path)) + " bytes";
       break;
@@ -218,8 +220,9 @@ void TWinInetTransfer::ShowOutcome(TTransferContext& context, TRequest& request,
       request.WinInetLastResponse.clear();
     }
   }
-  if (extra.empty()) extra.push_back(message);
-  for (const std::string& line : extra) context.Display.AddStatusLine(WithoutControls(line));
+  if (extra.empty()) context.Display.AddStatusLine(message);
+  for (const std::string& line : extra)
+    context.Display.AddStatusLine(WithoutSecrets(WithoutControls(line), user_, password_));
   context.Clock.Sleep(std::chrono::milliseconds(0));
 }
 

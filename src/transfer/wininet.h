@@ -123,9 +123,10 @@ class TWinInetTransfer {
     THandle session_;
     THandle connection_;
   };
-  /// Opens an asynchronous session and in it a connection to an FTP server. Empty when that fails.
+  /// Opens an asynchronous session and in it a connection to an FTP server. Empty when that fails. The
+  /// password stays out of the status lines.
   std::unique_ptr<TConnection> Connect(const std::string& host, std::uint16_t port, const std::string& user,
-                                       const std::string& password, bool passive) const;
+                                       const std::string& password, bool passive);
 
   struct TRemoteFile {
     bool Found = false;
@@ -161,10 +162,10 @@ class TWinInetTransfer {
                                                          std::uint32_t status, void* info,
                                                          std::uint32_t info_length);
   void Await(TTransferContext& context, TRequest& request);
-  static void ShowOutcome(TTransferContext& context, TRequest& request, TWinInetTransferState state,
-                          const std::filesystem::path& local_path);
+  void ShowOutcome(TTransferContext& context, TRequest& request, const std::filesystem::path& local_path);
 
   std::list<TRequest> requests_;
+  std::string user_, password_;  ///< of the last Connect
   TWinInetTransferState last_state_ = TWinInetTransferState::wtsIdle;
   TRemoteFile last_remote_;
   // After the requests, so that it is unloaded before they are destroyed.

@@ -30,10 +30,13 @@ TEST(Text, FileNamesFromServersStayOneComponent) {
     EXPECT_FALSE(IsSafeFileName(bad)) << bad;
 }
 
-TEST(Text, LinesOccurrencesAndBase64) {
+TEST(Text, LinesOccurrencesBase64AndSecrets) {
   EXPECT_EQ(SplitLines("a\r\nb\nc\rd\r\n\r\n"), (TItems{"a", "b", "c", "d", ""}));
   EXPECT_EQ(ReplaceAll("aaa", "a", "aa"), "aaaaaa");
   EXPECT_EQ(Base64("f") + Base64("fo") + Base64("foobar") + Base64("\xFF\xFE\xFF"), "Zg==Zm8=Zm9vYmFy//7/");
+  EXPECT_EQ(WithoutSecrets("hi user, pW is PW; dXNlcjpwdw== cHc user:pw", "user", "pw"),
+            "hi user, *** is ***; ***== *** user:***");
+  EXPECT_EQ(WithoutSecrets("a p w", "user", "p\1 w") + WithoutSecrets("Og==", "", ""), "a ***Og==");
 }
 
 TEST(CommaText, ReadsWhatPeopleAndOldFilesHold) {

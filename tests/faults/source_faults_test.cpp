@@ -76,8 +76,8 @@ TEST_F(TSourceFaults, AnOrderPageOrAProductThatIsRefusedIsReported) {
   const std::string entry = "<a href=\"" + product + "\">0200, GMS, Visible</a>\n";
   Server.Answer(page, "", {}, "401 Who");
   EXPECT_THAT(Pdus(), ElementsAre("Tab: " + Server.Url("") + " refused the user name or the password"));
-  Server.Answer(page, entry, {}, "500 Oops");
-  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - the server answered 500 Oops"));
+  Server.Answer(page, entry, {}, "500 Oops, Basic dXNlcjpzZWNyZXQ=, SECRET");
+  EXPECT_THAT(Pdus(), ElementsAre("Dundee PDUS file list - the server answered 500 Oops, Basic ***=, ***"));
   Server.Script(page, "HTTP/1.0 200 OK\r\nContent-Length: 9999\r\n\r\n" + entry);
   Server.Answer(product, Picture(900'000));
   // The header request fails, so nothing proves that the file is whole.

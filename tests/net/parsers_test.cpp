@@ -28,7 +28,8 @@ TEST(FtpParse, RepliesAndListingLines) {
     EXPECT_EQ(port(reply), 0) << reply;
   Reads<std::int64_t>(SizeFromReply, {{"150 data connection for a.bin (123456 Bytes).\r\n", 123456},
                                       {"150 (12 kbytes, 9 bytes)", 12},
-                                      {"5BYTE", 5}});
+                                      {"5BYTE", 5},
+                                      {"99999999999999999999 bytes", INT64_MAX}});
   Reads<bool>(IsReplyContinuation, {{"226-x", true}, {"abc-", true}, {"226", false}, {"2-6 x", false}});
   Reads<bool>(HasReplyCode, {{"226", true}, {"22", false}, {" 226", false}, {"22x ", false}});
   Reads<std::string>(ListingName,

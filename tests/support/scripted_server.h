@@ -235,6 +235,7 @@ inline std::string PasvReply(int port) {
 ///   command>reply      expects the command ('*': any) and sends the reply; no reply if it is empty
 ///   >reply             sends a reply that nobody asked for
 ///   open, open>reply   expects PORT, or PASV in passive mode; the reply, if any, replaces the usual one
+///   stranger           connects to the client's port from another address and sends a byte
 ///   data:text          is played on the data connection, which is then closed
 ///   stall reset close  as in TPeer::Play
 ///   next               closes; what follows is the next session
@@ -259,6 +260,8 @@ class TFtpServer : public TScriptedServer {
               if (!data) return;
               peer.Play(std::string_view(step).substr(5), *data);
               data->Finish(20s);
+            } else if (step == "stranger") {
+              demo::ConnectLocally(high * 256 + low, "127.0.0.2")->Write("x");
             } else if (mark == step.npos) {
               if (!peer.Play("<" + step + ">")) return;
             } else {

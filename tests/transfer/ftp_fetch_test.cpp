@@ -195,6 +195,7 @@ struct TFtpFault {
     {"PASV with five numbers", kNoPort + "227 (1,2,3,4,5)", "nothing", "open>227 (1,2,3,4,5)", Passive},
     {"PASV with a closed port", "Connection Failed", "nothing", "open><closed>", Passive},
     {"data connection never comes", "timed out", "nothing", "open|<retr>150 f|ABOR>226 given up", Active},
+    {"a stranger is faster", "", "whole", "open|<retr>150 f|stranger|data:<body>|>226 done", Active},
     {"data stall", "timed out", "half, noted", kHalf + "<stall>|ABOR>426 cut\n226 given up"},
     {"data stall, ABOR not answered", "timed out", "half, noted", kHalf + "<stall>|ABOR>|stall|break"},
     {"data reset", "426 broken", "6001, noted", "open|<retr>150 f|data:<half><later>x<reset>|>426 broken"},
@@ -236,7 +237,7 @@ class TFtpFaults : public test::TFetchTest {
     Watch(!aborts);
     const bool says_goodbye = fault.Steps.starts_with('>');
     TFileResult result;
-    RunFtpSession(Context, {server.Address(), "user", "secret", passive}, [&](TFtpSession& session) {
+    RunFtpSession(Context, {server.Address(), "user", "6000", passive}, [&](TFtpSession& session) {
       while (says_goodbye && server.Ends == 0) std::this_thread::yield();
       result = FetchFtp(session, "hit").Result;
       Watch(false);

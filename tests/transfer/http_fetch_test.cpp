@@ -173,6 +173,10 @@ const THttpFault kFaults[] = {
     {"cut header", "<ok>Content-Le", TimedOut, Incomplete, kNone, "nothing", "the page is empty"},
     {"reset in the body", "<ok><size>\n<half><later>x<reset>", TimedOut, TimedOut, kReset, "6001, noted"},
     {"cut body", "<ok><size>\n<half>", Incomplete, Incomplete, kCut, "half, noted", "incomplete"},
+    {"length with text behind the number", "<ok>Content-Length: 12000;\n\n<body>", Incomplete, Incomplete,
+     "the server announced no clear length", "whole, noted", "incomplete"},
+    {"compressed body", "<ok>Content-Encoding: gzip\n\n<body>", Incomplete, Incomplete,
+     "the server compressed it", "whole, noted", "incomplete"},
     {"size not announced, one byte missing", "HTTP/1.0 298 Odd\n\n<almost>", Saved, Incomplete,
      "received 11999 of 12000 bytes", "11999, noted", ""},
     {"100 and then nothing", "HTTP/1.0 100 Go on\n\n", TimedOut, Refused,
@@ -184,7 +188,8 @@ const THttpFault kFaults[] = {
     {"500 with as many bytes as a picture", "HTTP/1.0 500 Oops\1\n\n<body>", Saved, Refused,
      "the server answered 500 Oops"},
     {"<html> page", "<ok>\n<HTML><body>", Refused, Refused, "received an HTML page", "nothing", ""},
-    {"HTML page", "<ok>\n <!DOCTYPE html><body>", Refused, Refused, "received an HTML page", "nothing", ""},
+    {"HTML page", "<ok>\n\xEF\xBB\xBF<?xml version='1.0'?> <!DOCTYPE html><body>", Refused, Refused,
+     "received an HTML page", "nothing", ""},
     {"chunked reply, cut inside a chunk", "<chunked>x", TimedOut, TimedOut,
      "Connection closed inside the reply", "1, noted"},
     {"redirect to another path", "<found>/moved\n\n", Saved, Saved, "", "whole"},
@@ -255,6 +260,8 @@ TEST_F(THttpFaults, CostOneFileAndAreNamed) {
 TEST_F(THttpFaults, APageBeyond64MiBIsGivenUp) {
   Server.Answer("/hit", std::string((64 << 20) + 1, 'x'));
   EXPECT_EQ(GetHttpPage(Context, NMHTTP, Server.Url("/hit"), "").Reason, "given up: larger than 64 MiB");
+  Server.Script("/hit", "HTTP/1.0 302 Found\r\nLocation: /\r\n\r\n" + std::string((64 << 20) + 1, 'x'));
+  EXPECT_EQ(FetchHttp("hit", TDelivery::Stream).Reason, "given up: larger than 64 MiB");
 }
 
 }  // namespace

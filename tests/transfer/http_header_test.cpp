@@ -45,6 +45,28 @@ TEST(HttpHeader, LengthAndDateAreReadAsWritten) {
   }
 }
 
+TEST(HttpHeader, TheBodysLengthIsReadFromUnusualLinesAndDoubtedWhenItIsNotClear) {
+  const std::string six = "Content-Length: 6\r\n", range = six + "Content-Range: bytes ";
+  const std::pair<std::string, std::int64_t> rows[] = {
+      {"CONTENT-LENGTH \t:6", 6},
+      {"Content-Length: 6, 6\n" + six, 6},
+      {"Content-Length:\r\n 6\r\n", 6},
+      {"X: folded\n " + six, 0},
+      {"Content-Length: 99999999999999999999", INT64_MAX},
+      {six + "\r\nHTTP/1.0 200 OK\r\nContent-Length: 7\r\n\r\n", 7},
+      {range + "0-5/6", 6},
+      {"Content-Range: bytes 0-5/7", 7},
+      {"Content-Range: bytes 0-9223372036854775807", INT64_MAX}};
+  for (const auto& [header, length] : rows)
+    EXPECT_EQ(ReadBodyHeader("HTTP/1.0 200 OK\r\n" + header).Length, length) << header;
+  for (const char* text :
+       {"", "6, 7", "6;", "+6", "-6", "6.0", "6\r\r\nContent-Length: 7",
+        "6\nContent-Length:", "6\nContent-Range: bytes 0-5/7", "6\nContent-Range: bytes 6-11/*"})
+    EXPECT_EQ(ReadBodyHeader(std::string("Content-Length: ") + text).Length, std::nullopt) << text;
+  EXPECT_TRUE(ReadBodyHeader("Content-Encoding: gzip\nContent-Encoding: identity").Encoded);
+  EXPECT_FALSE(ReadBodyHeader("Content-Encoding: Identity\nContent-Encoding:").Encoded);
+}
+
 TEST(HttpHeader, MonthsAreAbbreviatedInAnyLetterCaseAndRunsAcrossTwoCount) {
   const std::pair<const char*, int> cases[] = {{"Jan", 1}, {"dEc", 12}, {"NFE", 1}, {"No", 0}, {"Sept", 0}};
   for (const auto& [text, month] : cases) EXPECT_EQ(MonthNumber(text), month) << text;

@@ -149,7 +149,7 @@ TEST_F(WinInet, EveryOutcomeHasItsLines) {
       {true, 18, 0, "", 0, {"File does not exist"}},  // no more files
       {true, 1, 0, "", 0, {"Transfer failed"}},
       {true, 0, 12002, "ignored", 100, {"Transfer failed"}},
-      {true, 0, 12003, "550-no\r\n550\x01 such\r\n", 0, {"550-no", "550 such"}},
+      {true, 0, 12003, "550-no\r\n550\x01 SECRET\r\n", 0, {"550-no", "550 ***"}},
       {true, 0, 12003, "550 no\r\n550 no\r\n", 0, {"550 no"}},
       {true, 0, 0, "", 100, {"Got 100 bytes", "f - received 100 of 200 bytes"}},
       {true, 0, 0, "", 200, {"Got 200 bytes"}},
