@@ -26,6 +26,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless
   QCoreApplication::setOrganizationName("Quenmoor");
   QCoreApplication::setApplicationName(ToPath(application.applicationFilePath()).stem().string().c_str());
   QCoreApplication::setApplicationVersion(SKYREEL_VERSION);
+  QGuiApplication::setDesktopFileName("skyreel");
 
   const std::filesystem::path executable = ToPath(QCoreApplication::applicationFilePath());
   std::vector<std::string> arguments;
