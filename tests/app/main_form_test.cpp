@@ -151,11 +151,21 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   EXPECT_EQ(Server.Paths().at(0), std::string("http://www.metservice.co.nz") + kFirstChart);
   EXPECT_THAT(Lines()[0], StartsWith("New Zealand weather service: the server in the settings is not used"));
   Get<QAction>("MenuItemServers").trigger();
-  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a", "a:80", "http://a:0",
-                           "http://a:65536", " http://n.z:65535/ "}) {
-    Get<QLineEdit>("ServerNewZealand").setText(text);
-    Get<QDialog>("ServersDialog").accept();
-    EXPECT_EQ(Get<QDialog>("ServersDialog").isHidden(), *text == ' ') << text;
+  auto& dialog = Get<QDialog>("ServersDialog");
+  auto& buttons = *dialog.findChild<QDialogButtonBox*>();
+  auto& edit = Get<QLineEdit>("ServerNewZealand");
+  EXPECT_TRUE(buttons.button(QDialogButtonBox::Ok)->isDefault());
+  for (const auto answer : {QMessageBox::No, QMessageBox::Yes}) {
+    buttons.buttons().last()->click();
+    dialog.findChildren<QMessageBox*>().last()->button(answer)->click();
+    EXPECT_EQ(edit.text().isEmpty(), answer == QMessageBox::Yes);
+  }
+  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a", "ftp://a", "http://a:0",
+                           "http://a:65536", " n.z:65535/ "}) {
+    edit.setText(text);
+    EXPECT_TRUE(*text != ' ' || Get("LabelProblem").isHidden()) << "the field is corrected";
+    dialog.accept();
+    EXPECT_EQ(dialog.isHidden(), *text == ' ') << text;
   }
   PressControl(Qt::Key_R);
   EXPECT_THAT(Server.Paths().back(), StartsWith("http://n.z:65535/data"));
