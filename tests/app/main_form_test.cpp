@@ -175,9 +175,22 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   EXPECT_EQ(folder.text(), "");
   for (const char* key : {"/", "a", "b"}) folder.insert(key);
   EXPECT_EQ(folder.text(), "/ab/") << "the cursor stays before the separator";
+  for (const int key : {Qt::Key_End, Qt::Key_Backspace, Qt::Key_Backspace, Qt::Key_Delete})
+    QTest::keyClick(&folder, Qt::Key(key));
+  EXPECT_EQ(folder.text(), "/a/");
+  QString undone;
+  for (int i = 0; i < 3; ++i) folder.undo(), undone += folder.text() + " ";
+  EXPECT_EQ(undone, "/ab/ /a/  ");
+  for (int i = 0; i < 3; ++i) folder.redo();
+  EXPECT_EQ(folder.text(), "/a/");
+  folder.setText("~/none/yet");
+  EXPECT_EQ(Page(0).OutputPath(), Folder.Path().string() + "/none/yet/");
   Press("ButtonBrowseBracknell");
+  EXPECT_EQ(form_->findChild<QFileDialog*>()->directory().path().toStdString(), Folder.Path());
   emit form_->findChild<QFileDialog*>()->fileSelected("/var/tmp");
   EXPECT_EQ(folder.text(), "/var/tmp/");
+  folder.undo();
+  EXPECT_EQ(folder.text(), "~/none/yet/");
 }
 
 // --- Jobs ----------------------------------------------------------------------------------------------
@@ -255,6 +268,7 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
         EXPECT_TRUE(form_->findChild<QMessageBox*>() && QApplication::overrideCursor());
         way();
         during = Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Text("ButtonClose") + Phase();
+        EXPECT_EQ(Get("ButtonRunBracknell").accessibleName(), "Stop Weather data");
       });
       return HttpReply("none", {}, "404 Not found");
     });
@@ -263,11 +277,14 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
     if (closes) UntilClosed();
     EXPECT_EQ(during, closes ? "STOPRunWait" : "STOPWait&Close");
     EXPECT_EQ(Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Phase(), "RunRunComplete");
-    EXPECT_THAT(Lines(), IsEmpty()) << "nothing more was asked for";
+    EXPECT_EQ(Get("ButtonRunGOES").accessibleName(), "Run GOES");
+    TWords told;
+    if (!closes) told.push_back("GOES: not started; this press of Run only stops Weather data");
+    EXPECT_EQ(Lines(), told) << "nothing more was asked for";
   }
 }
 
-TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
+TEST_F(MainFormTest, TheWatchdogOrASecondPressOfStopEndsAWaitOfEachClient) {
   Store("VisibleTabs", "Eumetsat,PDUS");
   Store("WantedEuArSectors", "D1");
   // The setting, the scheme in it, the server's first words, the button.
@@ -275,19 +292,23 @@ TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
       {"ServerMSFC", "", "220 hi\r\n", "ButtonRunMSFC"},
       {"ServerDundeePdus", "http://", "", "ButtonRunDundeePdus"},
       {"ServerEuArchiveOld", "http://", "", "ButtonRunEuArchive"}};
-  for (const auto& [setting, scheme, greeting, button] : clients) {
-    TScriptedServer server([&, greeting = greeting](TScriptedServer::TPeer& peer) {
+  for (int i = 0; i < 6; ++i) {
+    const bool pressed = i >= 3;
+    const auto& [setting, scheme, greeting, button] = clients[i % 3];
+    TScriptedServer server([&, greeting = greeting, button = button](TScriptedServer::TPeer& peer) {
       peer.Play(greeting + "<line>");
       InTheWait([&] {
         EXPECT_GT(Get<QTimer>("TimerWatchdog").remainingTime(), 1'000'000);
-        QMetaObject::invokeMethod(&Get<QTimer>("TimerWatchdog"), "timeout");
+        if (!pressed) QMetaObject::invokeMethod(&Get<QTimer>("TimerWatchdog"), "timeout");
+        if (pressed) Press(button), Press(button);
       });
       peer.Play("<stall>");
     });
     Store(setting, scheme + server.Address());
     Open();
     Press(button);
-    EXPECT_THAT(Lines(), ElementsAre(HasSubstr("aborted")));
+    EXPECT_THAT(Lines(), SizeIs(pressed ? 2 : 1));
+    EXPECT_THAT(Lines().back(), HasSubstr("aborted"));
     EXPECT_FALSE(Get<QTimer>("TimerWatchdog").isActive());
   }
 }
