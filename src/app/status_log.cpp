@@ -66,7 +66,7 @@ void TStatusLines::RemoveFirst(std::size_t count) {
   endRemoveRows();
 }
 
-TStatusLog::TStatusLog(QTableView& view, std::size_t maximum) : view_(view), maximum_(maximum) {
+TStatusLog::TStatusLog(QTableView& view, std::size_t kept) : view_(view), kept_(kept) {
   view_.setModel(&lines_);
   view_.horizontalHeader()->hide();
   view_.horizontalHeader()->setStretchLastSection(true);
@@ -111,9 +111,9 @@ void TStatusLog::Flush() {
 
 void TStatusLog::Insert(std::size_t row, const std::string& line) {
   lines_.Insert(row, line);
-  if (Lines().size() > maximum_) {
-    // Many at once, since it is slow to take lines from the front.
-    const std::size_t count = maximum_ / 10 + 1;
+  // Many at once, since it is slow to take lines from the front.
+  if (Lines().size() > kept_ + kept_ / 10) {
+    const std::size_t count = Lines().size() - kept_;
     lines_.RemoveFirst(count);
     dropped_ += count;
   }
