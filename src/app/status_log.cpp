@@ -1,8 +1,9 @@
 #include "app/status_log.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QClipboard>
-#include <QGuiApplication>
+#include <QFocusFrame>
 #include <QHeaderView>
 #include <QTableView>
 #include <algorithm>
@@ -79,6 +80,14 @@ TStatusLog::TStatusLog(QTableView& view, std::size_t kept) : view_(view), kept_(
   copy->setShortcutContext(Qt::WidgetShortcut);
   QObject::connect(copy, &QAction::triggered, &view_, [&view] { CopySelected(view); });
   view_.addAction(copy);
+  // The newest line is selected with the focus or without.
+  auto* frame = new QFocusFrame(&view_);
+  QPalette colours = view_.palette();
+  colours.setColor(QPalette::WindowText, colours.color(QPalette::Highlight));
+  frame->setPalette(colours);
+  QObject::connect(qApp, &QApplication::focusChanged, frame, [&view, frame](QWidget*, QWidget* now) {
+    frame->setWidget(now == &view ? &view : nullptr);
+  });
 }
 
 TStatusLog::~TStatusLog() {

@@ -53,6 +53,8 @@ class MainFormTest : public testing::Test {
   void PressControl(int key) const {
     for (QShortcut* shortcut : form_->findChildren<QShortcut*>())
       if (shortcut->key() == QKeySequence(Qt::CTRL | key)) emit shortcut->activated();
+    for (QAction* action : {&Get<QAction>("MenuItemRun"), &Get<QAction>("MenuItemExit")})
+      if (action->shortcut() == QKeySequence(Qt::CTRL | key)) action->trigger();
   }
   const TWords& Lines() const { return form_->Log().Lines(); }
   std::string Phase() const { return Get("StatusBar").findChild<QLabel*>()->text().toStdString(); }
@@ -106,10 +108,31 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
   }
   EXPECT_EQ(seen, "GOES, Eumetsat, GOES, Weather data, ");
   // With no tab shown the page keys end and the Run key does nothing.
-  for (QAction* tab : Get<QMenu>("MenuSources").actions()) tab->setChecked(false);
+  const QList<QAction*> menu = Get<QMenu>("MenuSources").actions();
+  menu.last()->trigger();
   for (const int key : {Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_R}) PressControl(key);
+  EXPECT_TRUE(Get("LabelNoSource").isVisible());
+  menu[menu.size() - 2]->trigger();
+  EXPECT_TRUE(tabs.isVisible() && tabs.isTabVisible(11) && tabs.currentIndex() == 0);
   Get<QAction>("MenuItemRunOrbiscope").trigger();
   EXPECT_THAT(form_->findChild<QMessageBox*>()->text().toStdString(), HasSubstr("Orbiscope"));
+}
+
+TEST_F(MainFormTest, TabReachesEveryControlInOrderAndComboBoxesHaveNames) {
+  Open();
+  const QWidget& tabs = Get("PageControl");
+  std::vector<QWidget*> chain;
+  for (QWidget* next = tabs.nextInFocusChain(); next != &tabs; next = next->nextInFocusChain())
+    if (next->focusPolicy() != Qt::NoFocus) chain.push_back(next);
+  for (QWidget* control : form_->findChildren<QWidget*>())
+    EXPECT_TRUE(control == &tabs || control->focusPolicy() == Qt::NoFocus ||
+                control->window() != form_.get() || std::ranges::count(chain, control) == 1)
+        << control->objectName().toStdString();
+  const auto inside = [&](const QWidget* control) { return tabs.isAncestorOf(control); };
+  EXPECT_TRUE(std::ranges::is_partitioned(chain, inside));
+  EXPECT_EQ(*std::ranges::find_if_not(chain, inside), &Get("ListBoxStatus"));
+  QAccessibleInterface* combo = QAccessible::queryAccessibleInterface(&Get("ComboBoxNotify"));
+  EXPECT_EQ(combo->text(QAccessible::Name) + combo->text(QAccessible::Value), "Warning bellNone");
 }
 
 TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
@@ -125,20 +148,24 @@ TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
       text += Get<QTimeEdit>(time).time().toString("|hh:mm");
     for (const char* combo : {"ComboBoxRssLastVisible", "ComboBoxEuDAmet7interval", "ComboBoxNotify"})
       text += "|" + Get<QComboBox>(combo).currentText();
-    return text.toStdString() + (Get<QTabWidget>("PageControl").isTabVisible(2) ? "" : "|no Dundee");
+    const auto& tabs = Get<QTabWidget>("PageControl");
+    text += "|" + tabs.tabText(tabs.currentIndex());
+    return text.toStdString() + (tabs.isTabVisible(2) ? "" : "|no Dundee");
   };
   Open();
-  EXPECT_EQ(shown(), "password|D1,D2,D3||D1,D2,D3|17:32|17:30|2330|30 mins|None");
+  EXPECT_EQ(shown(), "password|D1,D2,D3||D1,D2,D3|17:32|17:30|2330|30 mins|None|Weather data");
   Get<QLineEdit>("EditRSSpassword").setText("ZP secret");
   Get<TCheckListBox>("CheckListBoxEuArSectors").SetCheckedText("c2d,HTOT,gone");
   Get<TCheckListBox>("CheckListBoxSectors").SetCheckedText("");
   Get<QTimeEdit>("TimePickerGoesE").setTime(QTime(5, 7));
   Get<QMenu>("MenuSources").actions()[2]->trigger();
+  Get<QTabWidget>("PageControl").setCurrentIndex(5);
+  form_->close();
   Shut();
   EXPECT_THAT(File("Skyreel.conf"), Not(HasSubstr("secret"))) << "hidden from a chance look";
   Store("GoesWslot", "25:99");
   Open();
-  EXPECT_EQ(shown(), "ZP secret|C2D,HTOT|||05:07|17:30|2330|30 mins|None|no Dundee");
+  EXPECT_EQ(shown(), "ZP secret|C2D,HTOT|||05:07|17:30|2330|30 mins|None|GOES|no Dundee");
 }
 
 TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
@@ -258,7 +285,7 @@ TEST_F(MainFormTest, ARunFetchesAndPutsTheFormBackAndIsReported) {
 TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
   const std::function<void()> ways[] = {
       [this] { Press("ButtonRunGOES"); }, [this] { Press("ButtonClose"), Press("ButtonClose"); },
-      [this] { Get<QAction>("MenuItemExit").trigger(); }, [this] { form_->close(), form_->close(); }};
+      [this] { PressControl(Qt::Key_Q); }, [this] { form_->close(), form_->close(); }};
   for (const auto& way : ways) {
     const bool closes = &way != ways;
     std::string during;
@@ -334,6 +361,7 @@ TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
       if (line != kVersionLine) told += line.substr(0, line.find(':')) + ", ";
     EXPECT_EQ(told, jobs) << arguments[0];
     EXPECT_EQ(form_->isMinimized(), jobs == all || arguments[0] == "x-RSS-DUN-weather");
+    EXPECT_EQ(form_->windowTitle() == "Skyreel - from Quenmoor", form_->isMinimized());
   }
   EXPECT_EQ(Bells, 5);
   EXPECT_THAT(Errors, ElementsAre(AllOf(HasSubstr("\"Ulm\" is hidden"), HasSubstr("-ULM"))));
