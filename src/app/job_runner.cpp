@@ -1,7 +1,6 @@
 #include "app/job_runner.h"
 
 #include <QCoreApplication>
-#include <QPushButton>
 #include <utility>
 
 #include "base/scope.h"
@@ -46,39 +45,50 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
   connect(&TimerSilence_, &QTimer::timeout, this, &TJobRunner::TimerWatchdogTimer);
 }
 
-bool TJobRunner::BeginRun(QPushButton& button) {
-  if (busy_) {
+bool TJobRunner::BeginRun(TSourcePage& page) {
+  if (running_ != nullptr) {
+    if (&page != running_) {
+      setup_.Display.AddStatusLine(std::string(page.Source().Caption) +
+                                   ": not started; this press of Run only stops " +
+                                   running_->Source().Caption);
+    }
+    if (stop_requested_) {
+      // The user does not want to wait for the end of the file.
+      setup_.Display.AddStatusLine(std::string(running_->Source().Caption) +
+                                   ": stopped at once by the second press");
+      TimerWatchdogTimer();
+    }
     stop_requested_ = true;
-    button.setText("Wait");
-    waiting_buttons_.push_back(&button);
+    page.ShowRunState(TRunState::Wait);
+    waiting_pages_.push_back(&page);
     return true;
   }
-  button.setText("STOP");
+  page.ShowRunState(TRunState::Stop);
   stop_requested_ = false;
   close_when_done_ = false;
   setup_.Display.SetBusyCursor(true);
   setup_.Display.SetProgress(0);
   // It may show "Complete" of the run before.
   setup_.Display.SetPanel(0, "");
-  busy_ = true;
+  running_ = &page;
   return false;
 }
 
-void TJobRunner::EndRun(QPushButton& button) {
-  busy_ = false;
+void TJobRunner::EndRun(TSourcePage& page) {
+  running_ = nullptr;
   StopWatchdog();
   setup_.Display.SetProgress(0);
   setup_.Display.SetBytes("", kApplicationTitle);
   setup_.Display.SetPanel(0, "Complete");
   setup_.Display.SetPanel(1, "");
   setup_.Display.SetBusyCursor(false);
-  button.setText("Run");
-  for (QPushButton* waiting : waiting_buttons_) waiting->setText("Run");
-  waiting_buttons_.clear();
+  page.ShowRunState(TRunState::Run);
+  for (TSourcePage* waiting : waiting_pages_) waiting->ShowRunState(TRunState::Run);
+  waiting_pages_.clear();
 }
 
 void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
-  if (BeginRun(page.RunButton())) return;
+  if (BeginRun(page)) return;
   TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
   TRunRecord record;
   record.Source = page.Source().Caption;
@@ -102,7 +112,7 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
   }
   record.Counts.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   setup_.Display.AddStatusLine(record.Line());
-  EndRun(page.RunButton());
+  EndRun(page);
   Fire(OnEnd, std::as_const(record));
 }
 

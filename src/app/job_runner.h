@@ -36,8 +36,9 @@ class TJobRunner : public QObject, private TRunControl {
 
   /// The operating system's Internet library; nullptr on systems without one.
   TWinInetTransfer* WinInet() const { return win_inet_.get(); }
-  bool Busy() const { return busy_; }
-  /// Runs a page's job to its end, unless one is running: then it asks that one to stop.
+  bool Busy() const { return running_ != nullptr; }
+  /// Runs a page's job to its end. While a job is running, asks that one to stop instead, and the second
+  /// time aborts its transfer.
   void Run(TSourcePage& page, const TSourcePage::TJob& job);
   /// Asks the running job to stop and the program to close after it.
   void StopAndClose();
@@ -52,8 +53,8 @@ class TJobRunner : public QObject, private TRunControl {
 
  private:
   /// True when a job was running already.
-  bool BeginRun(QPushButton& button);
-  void EndRun(QPushButton& button);
+  bool BeginRun(TSourcePage& page);
+  void EndRun(TSourcePage& page);
   TJobContext JobContext(const TSource& source, TClock& clock, TRunRecord& record);
   void LetEventsThrough();
   void TimerWatchdogTimer();
@@ -74,11 +75,11 @@ class TJobRunner : public QObject, private TRunControl {
   QTimer TimerWatchdog_{this};
   QTimer TimerSilence_{this};
 
-  bool busy_ = false;
+  const TSourcePage* running_ = nullptr;  ///< whose job is running
   bool stop_requested_ = false;
   bool close_when_done_ = false;
   bool in_event_hook_ = false;
-  std::vector<QPushButton*> waiting_buttons_;  ///< pressed during another button's job
+  std::vector<TSourcePage*> waiting_pages_;  ///< their Run buttons were pressed during the job
 };
 
 }  // namespace skyreel

@@ -29,6 +29,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, const TStartP
   QCoreApplication::setOrganizationName("Quenmoor");
   QCoreApplication::setApplicationName(ToPath(application.applicationFilePath()).stem().string().c_str());
   QCoreApplication::setApplicationVersion(SKYREEL_VERSION);
+  QGuiApplication::setDesktopFileName("skyreel");
 
   const std::filesystem::path executable = ToPath(QCoreApplication::applicationFilePath());
   std::vector<std::string> arguments;

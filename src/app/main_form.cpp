@@ -9,6 +9,7 @@
 #include <QProcess>
 #include <QSessionManager>
 #include <QShortcut>
+#include <QWindow>
 #include <algorithm>
 
 #include "app/signal_watcher.h"
@@ -54,8 +55,10 @@ void TFormMain::FormCreate() {
       this, TJobRunner::TSetup{*this, servers_, environment_.ProgramFolder, environment_.Clock,
                                environment_.WatchdogPeriod, environment_.Document != nullptr,
                                [this] { return ReadShared(); }});
-  tabs_ = std::make_unique<TSourceTabs>(*ui_->PageControl, *ui_->MenuSources, environment_.Store,
-                                        environment_.ProgramFolder, runner_->WinInet() != nullptr);
+  tabs_ = std::make_unique<TSourceTabs>(*ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
+                                        environment_.Store, environment_.ProgramFolder,
+                                        runner_->WinInet() != nullptr);
+  OrderFocus();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
   SelectIfNone(*ui_->ComboBoxNotify, 0);
@@ -81,6 +84,17 @@ void TFormMain::BuildStatusArea() {
   if (!environment_.Arguments.empty()) log_->OnFinalLine = environment_.Output;
 }
 
+void TFormMain::OrderFocus() {
+  // The pages have just joined at the end: these controls follow them.
+  QWidget* before = previousInFocusChain();
+  for (QWidget* control : std::initializer_list<QWidget*>{
+           ui_->ListBoxStatus, ui_->UpDownTimeout, ui_->UpDownBackDays, ui_->ComboBoxNotify,
+           ui_->CheckBoxUseProxy, ui_->EditProxy, ui_->EditProxyPort, ui_->ButtonClose}) {
+    setTabOrder(before, control);
+    before = control;
+  }
+}
+
 void TFormMain::WireEvents() {
   runner_->OnEnd = [this](const TRunRecord& record) { JobEnded(record); };
   for (TSourcePage* page : tabs_->Pages()) {
@@ -91,13 +105,13 @@ void TFormMain::WireEvents() {
   }
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
+  connect(ui_->MenuItemRun, &QAction::triggered, this, &TFormMain::PressCurrentRun);
   connect(ui_->MenuItemRunOrbiscope, &QAction::triggered, this, &TFormMain::MenuItemRunOrbiscopeClick);
   connect(ui_->MenuItemServers, &QAction::triggered, this, &TFormMain::MenuItemServersClick);
   connect(ui_->MenuItemAbout, &QAction::triggered, this, &TFormMain::MenuItemAboutClick);
   connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, ui_->ButtonClose, &QPushButton::click);
-  auto* run = new QShortcut(Qt::CTRL | Qt::Key_R, this);
-  run->setAutoRepeat(false);  // a second press means stop
-  connect(run, &QShortcut::activated, this, &TFormMain::PressCurrentRun);
+  connect(new QShortcut(Qt::SHIFT | Qt::Key_F10, this), &QShortcut::activated, this,
+          &TFormMain::OpenContextMenu);
   connect(new QShortcut(Qt::CTRL | Qt::Key_PageDown, this), &QShortcut::activated, this,
           [this] { tabs_->ShowNext(1); });
   connect(new QShortcut(Qt::CTRL | Qt::Key_PageUp, this), &QShortcut::activated, this,
@@ -118,9 +132,13 @@ void TFormMain::showEvent(QShowEvent* event) {
 
 void TFormMain::FormShow() {
   ui_->MenuItemRunOrbiscope->setEnabled(!orbiscope_path_.isEmpty() && QFileInfo(orbiscope_path_).isFile());
-  setWindowTitle(QString(kCaption) + SKYREEL_VERSION);
-  setWindowIconText(kApplicationTitle);
+  ShowTitle(kApplicationTitle);
   if (!environment_.Arguments.empty()) TimerShow_.start();
+}
+
+void TFormMain::changeEvent(QEvent* event) {
+  QMainWindow::changeEvent(event);
+  if (event->type() == QEvent::WindowStateChange) ShowTitle(windowIconText());
 }
 
 void TFormMain::closeEvent(QCloseEvent* event) {
@@ -144,6 +162,8 @@ void TFormMain::FormCloseQuery() {
     WindowGeometry_.Value = saveGeometry().toBase64();
     SplitterState_.Value = ui_->Splitter->saveState().toBase64();
   }
+  // A batch changes the tab, but not the user's choice.
+  if (environment_.Arguments.empty()) tabs_->RememberCurrent();
   if (log_->IsEmpty()) return;
   AddStatusLine(std::string("Skyreel - V") + SKYREEL_VERSION);
   log_->Flush();
@@ -233,7 +253,13 @@ void TFormMain::SetProgress(int percent) {
 void TFormMain::SetBytes(const std::string& label, const std::string& title) {
   runner_->EndSilence();
   ui_->LabelBytesRX->setText(QString::fromStdString(label));
-  setWindowIconText(QString::fromStdString(title));
+  ShowTitle(QString::fromStdString(title));
+}
+
+void TFormMain::ShowTitle(const QString& application_title) {
+  setWindowIconText(application_title);
+  // Task lists show the window's title, few the icon's.
+  setWindowTitle(isMinimized() ? application_title : QString(kCaption) + SKYREEL_VERSION);
 }
 
 void TFormMain::SetBusyCursor(bool busy) {
@@ -362,6 +388,12 @@ void TFormMain::CloseSoon() {
 
 void TFormMain::PressCurrentRun() {
   if (TSourcePage* page = tabs_->CurrentPage()) page->RunButton().click();
+}
+
+void TFormMain::OpenContextMenu() {
+  // As the menu key does: at the cursor of the widget that has the focus.
+  QContextMenuEvent event(QContextMenuEvent::Keyboard, {}, {});
+  QCoreApplication::sendEvent(windowHandle(), &event);
 }
 
 void TFormMain::MenuItemRunOrbiscopeClick() {

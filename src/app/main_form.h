@@ -68,6 +68,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
  protected:
   void showEvent(QShowEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
+  void changeEvent(QEvent* event) override;
 
  private:
   void FormCreate();
@@ -75,6 +76,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void FormCloseQuery();
   void FormDestroy();
   void BuildStatusArea();
+  /// Tab goes through the tabs, the page, the log and the shared controls.
+  void OrderFocus();
   void WireEvents();
 
   /// Runs the page's job, unless its tab is hidden or its login is missing.
@@ -93,6 +96,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void SetProgress(int percent) override;
   void SetBytes(const std::string& label, const std::string& title) override;
   void SetBusyCursor(bool busy) override;
+  /// Shows the application's title; while the window is not minimised its own title is the caption.
+  void ShowTitle(const QString& application_title);
 
   // TBatchActions
   void MinimiseApplication() override;
@@ -106,6 +111,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
 
   void TimerShowTimer();
   void PressCurrentRun();
+  /// Opens the menu of the widget that has the focus.
+  void OpenContextMenu();
   void MenuItemRunOrbiscopeClick();
   void MenuItemServersClick();
   void MenuItemAboutClick();

@@ -4,6 +4,7 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -22,6 +23,16 @@ bool IsHostCharacter(char c) {
 bool IsPort(std::string_view text) {
   const std::optional<unsigned> port = ParseNumber<unsigned>(text);
   return port && *port >= 1 && *port <= 65535;
+}
+
+/// The root that the user means by this text.
+std::string RootAsMeant(const QString& typed, bool ftp) {
+  std::string text(Trim(typed.toStdString()));
+  const std::string_view scheme = ftp ? "" : "http://";
+  if (!text.empty() && text.find("://") == std::string::npos) text.insert(0, scheme);
+  // A root copied from a browser ends in a slash.
+  while (text.ends_with('/') && text.size() > scheme.size()) text.pop_back();
+  return text;
 }
 
 }  // namespace
@@ -87,6 +98,9 @@ TServersDialog::TServersDialog(QWidget* parent, TServerSettings& settings)
     edit->setClearButtonEnabled(true);
     edit->setMinimumWidth(edit->fontMetrics().averageCharWidth() * 44);
     form->addRow(QString(server.Caption) + ":", edit);
+    connect(edit, &QLineEdit::textChanged, this, [this, i = edits_.size()] {
+      if (edits_[i] == wrong_ && ProblemOf(i).empty()) problem_->hide();
+    });
     edits_.push_back(edit);
   }
   auto* hint = new QLabel(
@@ -103,10 +117,9 @@ TServersDialog::TServersDialog(QWidget* parent, TServerSettings& settings)
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
   connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+  buttons->button(QDialogButtonBox::Ok)->setDefault(true);
   auto* all_default = buttons->addButton("Use &built-in servers", QDialogButtonBox::ResetRole);
-  connect(all_default, &QPushButton::clicked, this, [this] {
-    for (QLineEdit* edit : edits_) edit->clear();
-  });
+  connect(all_default, &QPushButton::clicked, this, &TServersDialog::AskForBuiltIn);
 
   auto* layout = new QVBoxLayout(this);
   layout->addWidget(hint);
@@ -115,22 +128,38 @@ TServersDialog::TServersDialog(QWidget* parent, TServerSettings& settings)
   layout->addWidget(buttons);
 }
 
+std::string TServersDialog::ProblemOf(std::size_t i) const {
+  const bool ftp = settings_.Choices()[i].Server.Ftp;
+  return ServerRootProblem(RootAsMeant(edits_[i]->text(), ftp), ftp);
+}
+
+void TServersDialog::AskForBuiltIn() {
+  auto* box =
+      new QMessageBox(QMessageBox::Question, windowTitle(), "Use the built-in server for every source?",
+                      QMessageBox::Yes | QMessageBox::No, this);
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  box->setInformativeText("This clears all fields. OK then stores the change.");
+  box->setDefaultButton(QMessageBox::No);
+  connect(box, &QDialog::accepted, this, [this] {
+    for (QLineEdit* edit : edits_) edit->clear();
+  });
+  box->open();
+}
+
 void TServersDialog::accept() {
   std::vector<std::string> roots;
   for (std::size_t i = 0; i < edits_.size(); ++i) {
     const TServerSetting& server = settings_.Choices()[i].Server;
-    // A root copied from a browser ends in a slash.
-    std::string text(Trim(edits_[i]->text().toStdString()));
-    while (text.ends_with('/') && text.size() > 7) text.pop_back();
-    const std::string problem = ServerRootProblem(text, server.Ftp);
+    const std::string problem = ProblemOf(i);
     if (!problem.empty()) {
       problem_->setText(QString::fromStdString(std::string(server.Caption) + ": " + problem));
       problem_->show();
-      edits_[i]->setFocus();
-      edits_[i]->selectAll();
+      wrong_ = edits_[i];
+      wrong_->setFocus();
+      wrong_->selectAll();
       return;
     }
-    roots.push_back(text);
+    roots.push_back(RootAsMeant(edits_[i]->text(), server.Ftp));
   }
   for (std::size_t i = 0; i < roots.size(); ++i)
     settings_.Choices()[i].Root->Value = QString::fromStdString(roots[i]);

@@ -37,7 +37,7 @@ class TServerSettings {
 };
 
 /// Tools, Servers: one edit per server; empty for the built-in one, which the edit shows in grey. OK changes
-/// the settings if all edits are right.
+/// the settings if all edits are right; "host" is taken as "http://host".
 class TServersDialog : public QDialog {
  public:
   /// The settings outlive the dialog.
@@ -46,9 +46,14 @@ class TServersDialog : public QDialog {
   void accept() override;
 
  private:
+  /// What is wrong in the edit of this choice; empty when it is right.
+  std::string ProblemOf(std::size_t i) const;
+  void AskForBuiltIn();
+
   TServerSettings& settings_;
   std::vector<QLineEdit*> edits_;  ///< in the order of the choices
   QLabel* problem_;
+  QLineEdit* wrong_ = nullptr;  ///< the edit that problem_ tells about
 };
 
 }  // namespace skyreel

@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFileDialog>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTimeEdit>
@@ -57,9 +58,11 @@ void TSourcePage::PrepareControls() {
   output_path_ = Find<QLineEdit>(*this, "EditOutputPath");
   output_path_->setText(DefaultOutputPath(context_.Source.OutputFolder));
   run_->setEnabled(context_.Source.HasJob());
-  run_->setToolTip(context_.Source.HasJob()
-                       ? "Fetch the files chosen on this page (Ctrl+R)"
-                       : "This version does not fetch from this source; it keeps the settings");
+  if (context_.Source.HasJob()) {
+    ShowRunState(TRunState::Run);
+  } else {
+    run_->setToolTip("This version does not fetch from this source; it keeps the settings");
+  }
   if (auto* box = Find<QCheckBox>(*this, "UseWinInet")) {
     box->setVisible(kIsWindows);
     box->setEnabled(context_.HasWinInet);
@@ -67,10 +70,34 @@ void TSourcePage::PrepareControls() {
   connect(Find<QPushButton>(*this, "ButtonBrowse"), &QPushButton::clicked, this,
           &TSourcePage::ButtonBrowseClick);
   connect(output_path_, &QLineEdit::textChanged, this, &TSourcePage::EditOutputPathChange);
+  output_path_->installEventFilter(this);
 }
 
 std::string TSourcePage::OutputPath() const {
-  return output_path_->text().toStdString();
+  QString path = output_path_->text();
+  if (path.startsWith(QString("~") + QDir::separator())) path.replace(0, 1, QDir::homePath());
+  return path.toStdString();
+}
+
+void TSourcePage::ShowRunState(TRunState state) {
+  const QString caption = context_.Source.Caption;
+  switch (state) {
+    case TRunState::Run:
+      run_->setText("Run");
+      run_->setToolTip("Fetch the files chosen on this page (Ctrl+R)");
+      run_->setAccessibleName("Run " + caption);
+      break;
+    case TRunState::Stop:
+      run_->setText("STOP");
+      run_->setToolTip("Stop this run after the current file (Ctrl+R)");
+      run_->setAccessibleName("Stop " + caption);
+      break;
+    case TRunState::Wait:
+      run_->setText("Wait");
+      run_->setToolTip("The run stops after the current file; press again to abort that file (Ctrl+R)");
+      run_->setAccessibleName("Wait for the stop");
+      break;
+  }
 }
 
 QLineEdit* TSourcePage::UserNameEdit() const {
@@ -98,13 +125,19 @@ void TSourcePage::KeepTime(QTimeEdit& picker, const char* name, const char* defa
 }
 
 void TSourcePage::ButtonBrowseClick() {
+  const std::string path = OutputPath();
+  QFileInfo start(path.empty() ? QDir::homePath() : QString::fromStdString(path));
+  while (!start.isDir() && !start.isRoot()) start = QFileInfo(start.absolutePath());
   auto* dialog =
-      new QFileDialog(this, "Output folder - " + QString(context_.Source.Caption), output_path_->text());
+      new QFileDialog(this, "Output folder - " + QString(context_.Source.Caption), start.filePath());
   dialog->setAttribute(Qt::WA_DeleteOnClose);
   dialog->setFileMode(QFileDialog::Directory);
   dialog->setOption(QFileDialog::ShowDirsOnly);
-  connect(dialog, &QFileDialog::fileSelected, output_path_,
-          [this](const QString& folder) { output_path_->setText(QDir::toNativeSeparators(folder)); });
+  connect(dialog, &QFileDialog::fileSelected, output_path_, [this](const QString& folder) {
+    // Not setText: undo can take this back.
+    output_path_->selectAll();
+    output_path_->insert(QDir::toNativeSeparators(folder));
+  });
   dialog->open();
 }
 
@@ -113,8 +146,24 @@ void TSourcePage::EditOutputPathChange() {
   // An empty edit stays empty: a lone separator would be the root folder.
   if (text.isEmpty() || text.endsWith(QDir::separator())) return;
   const int cursor = output_path_->cursorPosition();
-  output_path_->setText(text + QDir::separator());
+  // Not setText: it would clear the undo history. Undo takes this back together with the user's change.
+  output_path_->setCursorPosition(static_cast<int>(text.size()));
+  output_path_->insert(QDir::separator());
   output_path_->setCursorPosition(cursor);
+}
+
+bool TSourcePage::eventFilter(QObject* watched, QEvent* event) {
+  if (watched != output_path_ || event->type() != QEvent::KeyPress) return false;
+  // Undo could not get past the removal of a separator that comes back at once.
+  const auto* press = static_cast<QKeyEvent*>(event);
+  const auto length = output_path_->text().size();
+  const int cursor = output_path_->cursorPosition();
+  if (length < 2 || output_path_->hasSelectedText() || press->modifiers() != Qt::NoModifier) return false;
+  if (press->key() == Qt::Key_Backspace && cursor == length) {
+    output_path_->cursorBackward(false);
+    return true;
+  }
+  return press->key() == Qt::Key_Delete && cursor == length - 1;
 }
 
 void SetItems(TCheckListBox& list, const std::vector<std::string>& items) {

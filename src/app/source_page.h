@@ -28,6 +28,9 @@ struct TPageContext {
   bool HasWinInet = false;  ///< the operating system's Internet library is there
 };
 
+/// What a press of a Run button does: start the job, stop it, or abort the file that the stop waits for.
+enum class TRunState { Run, Stop, Wait };
+
 /// The page of one source in its tab. A descendant fills its item lists, keeps the settings that no persisted
 /// control keeps, and has the Run handler. What all pages have is found by its name: "ButtonRun...",
 /// "ButtonBrowse...", "EditOutputPath...", "...Username", "...Password", "...UseWinInet".
@@ -38,7 +41,10 @@ class TSourcePage : public QWidget {
   const TSource& Source() const { return context_.Source; }
   QPushButton& RunButton() const { return *run_; }
   QLineEdit& OutputPathEdit() const { return *output_path_; }
+  /// The output folder; "~/" at its beginning is the home folder. Empty when none is chosen.
   std::string OutputPath() const;
+  /// Shows the state as the Run button's text and tool tip, and to screen readers.
+  void ShowRunState(TRunState state);
   /// nullptr on a page without a login.
   QLineEdit* UserNameEdit() const;
   QLineEdit* PasswordEdit() const;
@@ -63,6 +69,8 @@ class TSourcePage : public QWidget {
   void KeepTime(QTimeEdit& picker, const char* name, const char* default_time) const;
 
   const TPageContext context_;
+  /// Keeps the trailing separator of the output folder.
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void ButtonBrowseClick();

@@ -18,9 +18,12 @@ QString CaptionsShownAtStart() {
 
 }  // namespace
 
-TSourceTabs::TSourceTabs(QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
+TSourceTabs::TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
                          const std::filesystem::path& program_folder, bool has_win_inet)
-    : tabs_(tabs), VisibleTabs_(store, "VisibleTabs", CaptionsShownAtStart()) {
+    : area_(area),
+      tabs_(tabs),
+      VisibleTabs_(store, "VisibleTabs", CaptionsShownAtStart()),
+      LastTab_(store, "LastTab", "") {
   const std::vector<std::string> shown = FromCommaText(VisibleTabs_.Value.toStdString());
   for (const TSource& source : Sources()) {
     TSourcePage* page = MakePage({source, store, program_folder, has_win_inet}).release();
@@ -33,8 +36,18 @@ TSourceTabs::TSourceTabs(QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
     tabs_.setTabVisible(tabs_.indexOf(page), action->isChecked());
     QObject::connect(action, &QAction::toggled, page, [this, page](bool on) { ShowTab(*page, on); });
   }
-  const auto first = std::ranges::find_if(pages_, [this](TSourcePage* page) { return IsShown(*page); });
-  if (first != pages_.end()) MakeCurrent(**first);
+  menu.addSeparator();
+  for (const auto& [text, shown] : {std::pair("Show &all", true), std::pair("Show &none", false)})
+    QObject::connect(menu.addAction(text), &QAction::triggered, &tabs_,
+                     [this, shown = shown] { ShowAll(shown); });
+
+  TSourcePage* current = nullptr;
+  for (TSourcePage* page : pages_) {
+    if (!IsShown(*page)) continue;
+    if (current == nullptr || page->Source().Caption == LastTab_.Value) current = page;
+  }
+  if (current != nullptr) MakeCurrent(*current);
+  ShowTabsOrHint();
 }
 
 TSourcePage& TSourceTabs::PageOf(const TSource& source) const {
@@ -63,9 +76,24 @@ void TSourceTabs::ShowNext(int step) {
   }
 }
 
+void TSourceTabs::RememberCurrent() {
+  if (const TSourcePage* page = CurrentPage()) LastTab_.Value = page->Source().Caption;
+}
+
+void TSourceTabs::ShowAll(bool shown) {
+  TSourcePage* current = CurrentPage();
+  for (QAction* action : actions_) action->setChecked(shown);
+  if (shown) MakeCurrent(current != nullptr ? *current : *pages_.front());
+}
+
+void TSourceTabs::ShowTabsOrHint() {
+  area_.setCurrentIndex(CurrentPage() != nullptr ? 0 : 1);
+}
+
 void TSourceTabs::ShowTab(TSourcePage& page, bool shown) {
   tabs_.setTabVisible(tabs_.indexOf(&page), shown);
   if (shown) MakeCurrent(page);
+  ShowTabsOrHint();
   std::vector<std::string> captions;
   for (std::size_t i = 0; i < pages_.size(); ++i) {
     if (actions_[i]->isChecked()) captions.push_back(pages_[i]->Source().Caption);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMenu>
+#include <QStackedWidget>
 #include <QTabWidget>
 #include <memory>
 #include <vector>
@@ -10,11 +11,13 @@
 
 namespace skyreel {
 
-/// The pages of all sources, each in its tab, and the menu that shows and hides the tabs.
+/// The pages of all sources, each in its tab, and the menu that shows and hides the tabs. With all tabs
+/// hidden a hint says how to show one.
 class TSourceTabs {
  public:
-  /// Makes the pages. The tab widget owns them; the menu and the store outlive this object.
-  TSourceTabs(QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
+  /// Makes the pages. The tab widget owns them. `area` holds the tab widget and the hint, in this order. The
+  /// menu and the store outlive this object.
+  TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
               const std::filesystem::path& program_folder, bool has_win_inet);
 
   /// In the order of Sources().
@@ -26,14 +29,19 @@ class TSourceTabs {
   void MakeCurrent(TSourcePage& page);
   /// Makes the next tab (1) or the one before it (-1) the current one, round the ends; skips hidden ones.
   void ShowNext(int step);
+  /// The next start shows the current tab.
+  void RememberCurrent();
 
  private:
   void ShowTab(TSourcePage& page, bool shown);
+  void ShowAll(bool shown);
+  void ShowTabsOrHint();
 
+  QStackedWidget& area_;
   QTabWidget& tabs_;
   std::vector<TSourcePage*> pages_;
   std::vector<QAction*> actions_;  ///< of the menu, in the order of the pages
-  TRegistryString VisibleTabs_;
+  TRegistryString VisibleTabs_, LastTab_;
 };
 
 }  // namespace skyreel

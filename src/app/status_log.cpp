@@ -1,8 +1,9 @@
 #include "app/status_log.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QClipboard>
-#include <QGuiApplication>
+#include <QFocusFrame>
 #include <QHeaderView>
 #include <QTableView>
 #include <algorithm>
@@ -66,7 +67,7 @@ void TStatusLines::RemoveFirst(std::size_t count) {
   endRemoveRows();
 }
 
-TStatusLog::TStatusLog(QTableView& view, std::size_t maximum) : view_(view), maximum_(maximum) {
+TStatusLog::TStatusLog(QTableView& view, std::size_t kept) : view_(view), kept_(kept) {
   view_.setModel(&lines_);
   view_.horizontalHeader()->hide();
   view_.horizontalHeader()->setStretchLastSection(true);
@@ -79,6 +80,14 @@ TStatusLog::TStatusLog(QTableView& view, std::size_t maximum) : view_(view), max
   copy->setShortcutContext(Qt::WidgetShortcut);
   QObject::connect(copy, &QAction::triggered, &view_, [&view] { CopySelected(view); });
   view_.addAction(copy);
+  // The newest line is selected with the focus or without.
+  auto* frame = new QFocusFrame(&view_);
+  QPalette colours = view_.palette();
+  colours.setColor(QPalette::WindowText, colours.color(QPalette::Highlight));
+  frame->setPalette(colours);
+  QObject::connect(qApp, &QApplication::focusChanged, frame, [&view, frame](QWidget*, QWidget* now) {
+    frame->setWidget(now == &view ? &view : nullptr);
+  });
 }
 
 TStatusLog::~TStatusLog() {
@@ -111,9 +120,9 @@ void TStatusLog::Flush() {
 
 void TStatusLog::Insert(std::size_t row, const std::string& line) {
   lines_.Insert(row, line);
-  if (Lines().size() > maximum_) {
-    // Many at once, since it is slow to take lines from the front.
-    const std::size_t count = maximum_ / 10 + 1;
+  // Many at once, since it is slow to take lines from the front.
+  if (Lines().size() > kept_ + kept_ / 10) {
+    const std::size_t count = Lines().size() - kept_;
     lines_.RemoveFirst(count);
     dropped_ += count;
   }

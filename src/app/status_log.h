@@ -27,12 +27,12 @@ class TStatusLines : public QAbstractListModel {
 
 /// The log of this run of the program: one line per event. A table of one column shows it, since a list view
 /// lays out all lines again for each new one. The newest line is selected, so that the view scrolls to it.
-/// Control characters in a line become blanks; a line of more than 4,000 bytes is cut. Beyond 200,000 lines
-/// the log drops the oldest, and the report says how many.
+/// Control characters in a line become blanks; a line of more than 4,000 bytes is cut. The log keeps
+/// at least its latest 200,000 lines; it drops older ones, and the report says how many.
 class TStatusLog {
  public:
   /// `view` shows the log and outlives it.
-  explicit TStatusLog(QTableView& view, std::size_t maximum = 200'000);
+  explicit TStatusLog(QTableView& view, std::size_t kept = 200'000);
   ~TStatusLog();
   TStatusLog(const TStatusLog&) = delete;
   TStatusLog& operator=(const TStatusLog&) = delete;
@@ -59,7 +59,7 @@ class TStatusLog {
   void Insert(std::size_t row, const std::string& line);
 
   QTableView& view_;
-  const std::size_t maximum_;
+  const std::size_t kept_;
   TStatusLines lines_;
   std::size_t dropped_ = 0;
   bool begun_ = false;  ///< the newest line is that of a transfer

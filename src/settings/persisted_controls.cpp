@@ -1,5 +1,7 @@
 #include "settings/persisted_controls.h"
 
+#include <QAbstractItemView>
+#include <QAccessibleWidget>
 #include <QEvent>
 
 namespace skyreel {
@@ -15,6 +17,36 @@ class TWheelGuard : public QObject {
     return true;
   }
 };
+
+/// A combo box for screen readers. The library's own has the selected item as its name on Linux.
+class TAccessibleComboBox : public QAccessibleWidget {
+ public:
+  explicit TAccessibleComboBox(TpstComboBox& combo)
+      : QAccessibleWidget(&combo, QAccessible::ComboBox), combo_(combo) {}
+
+  QString text(QAccessible::Text kind) const override {
+    return kind == QAccessible::Value ? combo_.currentText() : QAccessibleWidget::text(kind);
+  }
+  int childCount() const override { return 1; }
+  QAccessibleInterface* child(int index) const override {
+    return index == 0 ? QAccessible::queryAccessibleInterface(combo_.view()) : nullptr;
+  }
+  int indexOfChild(const QAccessibleInterface* child) const override {
+    return child->object() == combo_.view() ? 0 : -1;
+  }
+  QStringList actionNames() const override { return {showMenuAction()}; }
+  void doAction(const QString& action) override {
+    if (action == showMenuAction()) combo_.showPopup();
+  }
+
+ private:
+  TpstComboBox& combo_;
+};
+
+QAccessibleInterface* MakeAccessible(const QString&, QObject* object) {
+  auto* combo = qobject_cast<TpstComboBox*>(object);
+  return combo != nullptr ? new TAccessibleComboBox(*combo) : nullptr;
+}
 
 }  // namespace
 
@@ -47,6 +79,8 @@ QString TpstEdit::Scrambled(QString text) const {
 }
 
 TpstComboBox::TpstComboBox(QWidget* parent) : TPersisted(parent) {
+  // Once, however many there are: the library ignores a factory that it has.
+  QAccessible::installFactory(MakeAccessible);
   KeepFromWheel(*this);
   connect(this, &QComboBox::activated, this, [this] { Track(); });
 }

@@ -53,6 +53,8 @@ class MainFormTest : public testing::Test {
   void PressControl(int key) const {
     for (QShortcut* shortcut : form_->findChildren<QShortcut*>())
       if (shortcut->key() == QKeySequence(Qt::CTRL | key)) emit shortcut->activated();
+    for (QAction* action : {&Get<QAction>("MenuItemRun"), &Get<QAction>("MenuItemExit")})
+      if (action->shortcut() == QKeySequence(Qt::CTRL | key)) action->trigger();
   }
   const TWords& Lines() const { return form_->Log().Lines(); }
   std::string Phase() const { return Get("StatusBar").findChild<QLabel*>()->text().toStdString(); }
@@ -106,10 +108,31 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
   }
   EXPECT_EQ(seen, "GOES, Eumetsat, GOES, Weather data, ");
   // With no tab shown the page keys end and the Run key does nothing.
-  for (QAction* tab : Get<QMenu>("MenuSources").actions()) tab->setChecked(false);
+  const QList<QAction*> menu = Get<QMenu>("MenuSources").actions();
+  menu.last()->trigger();
   for (const int key : {Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_R}) PressControl(key);
+  EXPECT_TRUE(Get("LabelNoSource").isVisible());
+  menu[menu.size() - 2]->trigger();
+  EXPECT_TRUE(tabs.isVisible() && tabs.isTabVisible(11) && tabs.currentIndex() == 0);
   Get<QAction>("MenuItemRunOrbiscope").trigger();
   EXPECT_THAT(form_->findChild<QMessageBox*>()->text().toStdString(), HasSubstr("Orbiscope"));
+}
+
+TEST_F(MainFormTest, TabReachesEveryControlInOrderAndComboBoxesHaveNames) {
+  Open();
+  const QWidget& tabs = Get("PageControl");
+  std::vector<QWidget*> chain;
+  for (QWidget* next = tabs.nextInFocusChain(); next != &tabs; next = next->nextInFocusChain())
+    if (next->focusPolicy() != Qt::NoFocus) chain.push_back(next);
+  for (QWidget* control : form_->findChildren<QWidget*>())
+    EXPECT_TRUE(control == &tabs || control->focusPolicy() == Qt::NoFocus ||
+                control->window() != form_.get() || std::ranges::count(chain, control) == 1)
+        << control->objectName().toStdString();
+  const auto inside = [&](const QWidget* control) { return tabs.isAncestorOf(control); };
+  EXPECT_TRUE(std::ranges::is_partitioned(chain, inside));
+  EXPECT_EQ(*std::ranges::find_if_not(chain, inside), &Get("ListBoxStatus"));
+  QAccessibleInterface* combo = QAccessible::queryAccessibleInterface(&Get("ComboBoxNotify"));
+  EXPECT_EQ(combo->text(QAccessible::Name) + combo->text(QAccessible::Value), "Warning bellNone");
 }
 
 TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
@@ -125,20 +148,24 @@ TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
       text += Get<QTimeEdit>(time).time().toString("|hh:mm");
     for (const char* combo : {"ComboBoxRssLastVisible", "ComboBoxEuDAmet7interval", "ComboBoxNotify"})
       text += "|" + Get<QComboBox>(combo).currentText();
-    return text.toStdString() + (Get<QTabWidget>("PageControl").isTabVisible(2) ? "" : "|no Dundee");
+    const auto& tabs = Get<QTabWidget>("PageControl");
+    text += "|" + tabs.tabText(tabs.currentIndex());
+    return text.toStdString() + (tabs.isTabVisible(2) ? "" : "|no Dundee");
   };
   Open();
-  EXPECT_EQ(shown(), "password|D1,D2,D3||D1,D2,D3|17:32|17:30|2330|30 mins|None");
+  EXPECT_EQ(shown(), "password|D1,D2,D3||D1,D2,D3|17:32|17:30|2330|30 mins|None|Weather data");
   Get<QLineEdit>("EditRSSpassword").setText("ZP secret");
   Get<TCheckListBox>("CheckListBoxEuArSectors").SetCheckedText("c2d,HTOT,gone");
   Get<TCheckListBox>("CheckListBoxSectors").SetCheckedText("");
   Get<QTimeEdit>("TimePickerGoesE").setTime(QTime(5, 7));
   Get<QMenu>("MenuSources").actions()[2]->trigger();
+  Get<QTabWidget>("PageControl").setCurrentIndex(5);
+  form_->close();
   Shut();
   EXPECT_THAT(File("Skyreel.conf"), Not(HasSubstr("secret"))) << "hidden from a chance look";
   Store("GoesWslot", "25:99");
   Open();
-  EXPECT_EQ(shown(), "ZP secret|C2D,HTOT|||05:07|17:30|2330|30 mins|None|no Dundee");
+  EXPECT_EQ(shown(), "ZP secret|C2D,HTOT|||05:07|17:30|2330|30 mins|None|GOES|no Dundee");
 }
 
 TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
@@ -151,11 +178,21 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   EXPECT_EQ(Server.Paths().at(0), std::string("http://www.metservice.co.nz") + kFirstChart);
   EXPECT_THAT(Lines()[0], StartsWith("New Zealand weather service: the server in the settings is not used"));
   Get<QAction>("MenuItemServers").trigger();
-  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a", "a:80", "http://a:0",
-                           "http://a:65536", " http://n.z:65535/ "}) {
-    Get<QLineEdit>("ServerNewZealand").setText(text);
-    Get<QDialog>("ServersDialog").accept();
-    EXPECT_EQ(Get<QDialog>("ServersDialog").isHidden(), *text == ' ') << text;
+  auto& dialog = Get<QDialog>("ServersDialog");
+  auto& buttons = *dialog.findChild<QDialogButtonBox*>();
+  auto& edit = Get<QLineEdit>("ServerNewZealand");
+  EXPECT_TRUE(buttons.button(QDialogButtonBox::Ok)->isDefault());
+  for (const auto answer : {QMessageBox::No, QMessageBox::Yes}) {
+    buttons.buttons().last()->click();
+    dialog.findChildren<QMessageBox*>().last()->button(answer)->click();
+    EXPECT_EQ(edit.text().isEmpty(), answer == QMessageBox::Yes);
+  }
+  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a", "ftp://a", "http://a:0",
+                           "http://a:65536", " n.z:65535/ "}) {
+    edit.setText(text);
+    EXPECT_TRUE(*text != ' ' || Get("LabelProblem").isHidden()) << "the field is corrected";
+    dialog.accept();
+    EXPECT_EQ(dialog.isHidden(), *text == ' ') << text;
   }
   PressControl(Qt::Key_R);
   EXPECT_THAT(Server.Paths().back(), StartsWith("http://n.z:65535/data"));
@@ -165,9 +202,22 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   EXPECT_EQ(folder.text(), "");
   for (const char* key : {"/", "a", "b"}) folder.insert(key);
   EXPECT_EQ(folder.text(), "/ab/") << "the cursor stays before the separator";
+  for (const int key : {Qt::Key_End, Qt::Key_Backspace, Qt::Key_Backspace, Qt::Key_Delete})
+    QTest::keyClick(&folder, Qt::Key(key));
+  EXPECT_EQ(folder.text(), "/a/");
+  QString undone;
+  for (int i = 0; i < 3; ++i) folder.undo(), undone += folder.text() + " ";
+  EXPECT_EQ(undone, "/ab/ /a/  ");
+  for (int i = 0; i < 3; ++i) folder.redo();
+  EXPECT_EQ(folder.text(), "/a/");
+  folder.setText("~/none/yet");
+  EXPECT_EQ(Page(0).OutputPath(), Folder.Path().string() + "/none/yet/");
   Press("ButtonBrowseBracknell");
+  EXPECT_EQ(form_->findChild<QFileDialog*>()->directory().path().toStdString(), Folder.Path());
   emit form_->findChild<QFileDialog*>()->fileSelected("/var/tmp");
   EXPECT_EQ(folder.text(), "/var/tmp/");
+  folder.undo();
+  EXPECT_EQ(folder.text(), "~/none/yet/");
 }
 
 // --- Jobs ----------------------------------------------------------------------------------------------
@@ -238,7 +288,7 @@ TEST_F(MainFormTest, ARunFetchesAndPutsTheFormBackAndIsReported) {
 TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
   const std::function<void()> ways[] = {
       [this] { Press("ButtonRunGOES"); }, [this] { Press("ButtonClose"), Press("ButtonClose"); },
-      [this] { Get<QAction>("MenuItemExit").trigger(); }, [this] { form_->close(), form_->close(); }};
+      [this] { PressControl(Qt::Key_Q); }, [this] { form_->close(), form_->close(); }};
   for (const auto& way : ways) {
     const bool closes = &way != ways;
     std::string during;
@@ -248,6 +298,7 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
         EXPECT_TRUE(form_->findChild<QMessageBox*>() && QApplication::overrideCursor());
         way();
         during = Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Text("ButtonClose") + Phase();
+        EXPECT_EQ(Get("ButtonRunBracknell").accessibleName(), "Stop Weather data");
       });
       return HttpReply("none", {}, "404 Not found");
     });
@@ -256,11 +307,13 @@ TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
     if (closes) UntilClosed();
     EXPECT_EQ(during, closes ? "STOPRunWait" : "STOPWait&Close");
     EXPECT_EQ(Text("ButtonRunBracknell") + Text("ButtonRunGOES") + Phase(), "RunRunComplete");
-    EXPECT_THAT(Lines()[0], AllOf(HasSubstr(" 1 missing, "), EndsWith("; stopped")));
+    EXPECT_EQ(Get("ButtonRunGOES").accessibleName(), "Run GOES");
+    EXPECT_EQ(Lines()[0] == "GOES: not started; this press of Run only stops Weather data", !closes);
+    EXPECT_THAT(Lines(), Contains(AllOf(HasSubstr(" 1 missing, "), EndsWith("; stopped"))));
   }
 }
 
-TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
+TEST_F(MainFormTest, TheWatchdogOrASecondPressOfStopEndsAWaitOfEachClient) {
   Store("VisibleTabs", "Eumetsat,PDUS");
   Store("WantedEuArSectors", "D1");
   // The setting, the scheme in it, the server's first words, the button.
@@ -268,19 +321,22 @@ TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
       {"ServerMSFC", "", "220 hi\r\n", "ButtonRunMSFC"},
       {"ServerDundeePdus", "http://", "", "ButtonRunDundeePdus"},
       {"ServerEuArchiveOld", "http://", "", "ButtonRunEuArchive"}};
-  for (const auto& [setting, scheme, greeting, button] : clients) {
-    TScriptedServer server([&, greeting = greeting](TScriptedServer::TPeer& peer) {
+  for (int i = 0; i < 6; ++i) {
+    const bool pressed = i >= 3;
+    const auto& [setting, scheme, greeting, button] = clients[i % 3];
+    TScriptedServer server([&, greeting = greeting, button = button](TScriptedServer::TPeer& peer) {
       peer.Play(greeting + "<line>");
       InTheWait([&] {
         EXPECT_GT(Get<QTimer>("TimerWatchdog").remainingTime(), 1'000'000);
-        QMetaObject::invokeMethod(&Get<QTimer>("TimerWatchdog"), "timeout");
+        if (!pressed) QMetaObject::invokeMethod(&Get<QTimer>("TimerWatchdog"), "timeout");
+        if (pressed) Press(button), Press(button);
       });
       peer.Play("<stall>");
     });
     Store(setting, scheme + server.Address());
     Open();
     Press(button);
-    EXPECT_THAT(Lines()[0], HasSubstr("aborted"));
+    EXPECT_THAT(Lines()[pressed ? 1 : 0], HasSubstr("aborted"));
     EXPECT_FALSE(Get<QTimer>("TimerWatchdog").isActive());
   }
 }
@@ -306,6 +362,7 @@ TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
       if (line != kVersionLine) told += line.substr(0, line.find(':')) + ", ";
     EXPECT_EQ(told, jobs) << arguments[0];
     EXPECT_EQ(form_->isMinimized(), jobs == all || arguments[0] == "x-RSS-DUN-weather");
+    EXPECT_EQ(form_->windowTitle() == "Skyreel - from Quenmoor", form_->isMinimized());
   }
   EXPECT_EQ(Bells, 5);
   EXPECT_THAT(Errors,
