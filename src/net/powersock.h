@@ -190,6 +190,8 @@ class TPowersock {
   virtual void HandleTimeOut();
   /// Stores the text in Status and calls OnStatus, unless `level` is above ReportLevel.
   void ReportStatus(int level, std::string_view text);
+  /// The first byte that is waiting; NUL when no byte is.
+  char PendingByte() const;
   /// Throws ESockError "Busy with another operation" inside one of this component's waits.
   void RefuseInsideWait() const;
   /// One turn of a wait for input: at most 2 ms, then the event hook, the time-out and the notifications

@@ -127,10 +127,23 @@ bool TFtpSession::EnsureOpen() {
   } catch (const std::exception&) {
     // Not connected any more.
   }
-  if (++breaks_ <= kMaxBreaks) return Open();
-  context_.Display.AddStatusLine("FTP session given up: the connection broke " + std::to_string(breaks_) +
-                                 " times in a row");
+  while (breaks_ < kMaxBreaks) {
+    const std::chrono::seconds wait = kReconnectWaits[static_cast<std::size_t>(breaks_++)];
+    context_.Display.SetPanel(1, "Connecting again in " + std::to_string(wait.count()) + " s");
+    if (!Wait(wait)) return false;
+    if (Open()) return true;
+  }
+  ++breaks_;
+  context_.Display.AddStatusLine("FTP session given up: " + std::to_string(kMaxBreaks) +
+                                 " new connections in a row brought no file");
   return false;
+}
+
+/// False when a stop request ended the wait.
+bool TFtpSession::Wait(std::chrono::milliseconds span) {
+  constexpr std::chrono::milliseconds kStep{100};
+  for (; span.count() > 0 && !context_.Run.StopRequested(); span -= kStep) context_.Clock.Sleep(kStep);
+  return !context_.Run.StopRequested();
 }
 
 bool TFtpSession::Download(const std::string& remote_path, const std::filesystem::path& local_path) {
@@ -209,6 +222,9 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
   TEnd end;
   end.Ledger = transfer.Started ? TTransferEnd::Cut : TTransferEnd::Untouched;
   const auto because = [&](TFileOutcome outcome, std::string reason) {
+    // A firewall often keeps the server's connection out.
+    if (!login_.Passive && !transfer.Started && (transfer.TimedOut || reason.starts_with("425")))
+      reason += "; passive mode may help";
     end.Outcome = outcome;
     end.Reason = std::move(reason);
     return end;
