@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/descriptor.h"
@@ -30,6 +31,26 @@ class ESockError : public std::runtime_error {
 class EAbortError : public ESockError {
  public:
   using ESockError::ESockError;
+};
+
+/// A port number that knows when somebody sets it, even to the number that it has.
+class TPort {
+ public:
+  TPort() = default;
+  TPort(const TPort&) = default;
+  TPort& operator=(const TPort& other) { return *this = other.number_; }
+  TPort& operator=(std::uint16_t number) {
+    number_ = number;
+    set_ = true;
+    return *this;
+  }
+  operator std::uint16_t() const { return number_; }
+  /// Whether it was set since the last call.
+  bool TakeSet() { return std::exchange(set_, false); }
+
+ private:
+  std::uint16_t number_ = 0;
+  bool set_ = false;
 };
 
 /// A TCP client socket (IPv4). Its operations block, but every wait inside them polls the socket for at most
@@ -62,7 +83,7 @@ class TPowersock {
 
   // Where to.
   std::string Host;             ///< name or dotted IPv4 address
-  std::uint16_t Port = 0;       ///< remote port; for Listen the local one
+  TPort Port;                   ///< remote port, 0 at first; for Listen the local one
   std::string Proxy;            ///< when not empty, the component connects to it instead of Host
   std::uint16_t ProxyPort = 0;  ///< used when Proxy is not empty
 
