@@ -199,6 +199,10 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
       use_wininet_ ? std::max<std::int64_t>(FileSizeOf(path), 0) : context_.NMFTP.LastTransfer.Received;
   fetch.Result.Outcome = end.Outcome;
   fetch.Result.Reason = Masked(end.Reason);
+  // A firewall often keeps the server's data connection out.
+  if (!use_wininet_ && !login_.Passive && !context_.NMFTP.LastTransfer.Started &&
+      (context_.NMFTP.LastTransfer.TimedOut || end.Reason.starts_with("425")))
+    fetch.Result.Reason += " (passive mode may help)";
 }
 
 /// WinInetFtpGet has already reported a failure.
@@ -222,9 +226,6 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
   TEnd end;
   end.Ledger = transfer.Started ? TTransferEnd::Cut : TTransferEnd::Untouched;
   const auto because = [&](TFileOutcome outcome, std::string reason) {
-    // A firewall often keeps the server's connection out.
-    if (!login_.Passive && !transfer.Started && (transfer.TimedOut || reason.starts_with("425")))
-      reason += "; passive mode may help";
     end.Outcome = outcome;
     end.Reason = std::move(reason);
     return end;
