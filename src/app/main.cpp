@@ -101,6 +101,10 @@ int main(int argc, char** argv) {
   // The run goes on when the reader of the status lines is gone.
   std::signal(SIGPIPE, SIG_IGN);
 #endif
+#ifdef SIGXFSZ
+  // A file beyond the size limit of the user fails alone, with EFBIG.
+  std::signal(SIGXFSZ, SIG_IGN);
+#endif
   TSignalWatcher signal_watcher;
   // Qt keeps the array and takes its own options out of it.
   std::vector<char*> left = {argv[0]};

@@ -62,7 +62,10 @@ void TFormMain::FormCreate() {
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
   SelectIfNone(*ui_->ComboBoxNotify, 0);
-  if (!environment_.Headless) {
+  if (environment_.Headless) {
+    // Painting takes threads and memory, and without them Qt waits for ever.
+    setUpdatesEnabled(false);
+  } else {
     restoreGeometry(QByteArray::fromBase64(WindowGeometry_.Value.toLatin1()));
     ui_->Splitter->restoreState(QByteArray::fromBase64(SplitterState_.Value.toLatin1()));
   }

@@ -9,8 +9,6 @@
 
 #include "decompress/uncompress.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -34,15 +32,21 @@ constexpr std::int64_t kInputLimit = std::int64_t{1} << 30;
   throw EDecompressError("File is corrupt, undefined code");
 }
 
+/// Sixteen bytes, which the compiler keeps in one register.
+struct TPiece {
+  explicit TPiece(const char* from) { std::memcpy(bytes, from, sizeof(bytes)); }
+  void Store(char* to) const { std::memcpy(to, bytes, sizeof(bytes)); }
+  char bytes[16];
+};
+
 /// Copies `length` bytes in pieces of 16, and up to 31 bytes more. The ranges may overlap only in these, or
 /// when the last byte of the source is the first of the destination.
 inline void CopyForward(char* to, const char* from, std::uint32_t length) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+  TPiece(from).Store(to);
   for (std::uint32_t done = 16; done < length; done += 32) {
-    const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + done));
-    const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + done + 16));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + done), low);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + done + 16), high);
+    const TPiece low(from + done), high(from + done + 16);
+    low.Store(to + done);
+    high.Store(to + done + 16);
   }
 }
 

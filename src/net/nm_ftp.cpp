@@ -58,7 +58,10 @@ class TNMFTP::TDataConnection : public TPowersock {
 /// Sets up a transfer. It ends with the scope that holds the returned object.
 auto TNMFTP::TransferScope() {
   LastTransfer = {};
-  data_ = std::make_unique<TDataConnection>(EventHook());
+  data_ = std::make_unique<TDataConnection>([this] {
+    Fire(EventHook());
+    if (accepting_ && HasRefusal()) data_->Cancel();
+  });
   data_->TimeOut = TimeOut;
   data_->OnPacketRecvd = OnPacketRecvd;
   transferring_ = true;
@@ -346,6 +349,12 @@ bool TNMFTP::StartTransfer(const std::string& command, TCmdType type) {
   return true;
 }
 
+/// Whether the server has refused the transfer after all, so that no data will come.
+bool TNMFTP::HasRefusal() const {
+  const char first = PendingByte();
+  return first == '4' || first == '5';
+}
+
 bool TNMFTP::Interrupted() const {
   return canceled_ || timed_out_ || data_->Canceled() || data_->TimedOut();
 }
@@ -355,7 +364,7 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
   bool interrupted = true;
   try {
     if (!passive) {
-      const TScopedValue scope(data_waits_, true);
+      const TScopedValue scope(data_waits_, true), accepting(accepting_, true);
       data_->TimerOn();
       TDescriptor peer;
       // Anybody may connect to the port. The file comes from the server alone.
@@ -376,12 +385,12 @@ void TNMFTP::Transfer(bool passive, TCmdType type, const std::function<void()>& 
     interrupted = dynamic_cast<const EAbortError*>(&error) || Interrupted();
     LastTransfer.TimedOut = timed_out_ || data_->TimedOut();
     EndData();
-    interrupted&& type == TCmdType::Download ? SendAbor() : ReadLateReply();
+    interrupted&& type == TCmdType::Download ? SendAbor() : ReadLateReply(kLateReply);
     throw;
   } catch (...) {
     // The local file or a handler failed, while the server is still sending.
     EndData();
-    ReadLateReply();
+    ReadLateReply(kLateReply);
     throw;
   }
   Fire(OnTransactionStop, *this);
@@ -451,12 +460,16 @@ bool TNMFTP::AwaitReply(std::chrono::milliseconds limit) {
   return Connected && !canceled_;
 }
 
-/// Reads the server's reply to a failed transfer now. Otherwise it would look like the reply to the next
-/// command.
-void TNMFTP::ReadLateReply() {
+/// Reads a reply to a failed transfer. One that came later would look like the reply to the next command, so
+/// the connection is closed when it does not come in time.
+void TNMFTP::ReadLateReply(std::chrono::milliseconds limit) {
   canceled_ = false;
   try {
-    if (AwaitReply(kLateReply)) ReadFinalReply();
+    if (AwaitReply(limit)) {
+      ReadFinalReply();
+    } else if (Connected) {
+      RequestCloseSocket();
+    }
   } catch (const ESockError&) {
     // The caller gets the first failure.
   }
@@ -466,17 +479,19 @@ void TNMFTP::SendAbor() {
   canceled_ = false;
   try {
     if (!Connected) return;
-    Drain();
+    // The server may have ended the transfer itself.
+    if (HasPendingData()) ReadFinalReply();
+    const std::string ended_with = LastTransfer.FinalReply;
     ReportStatus(1, "ABOR");
     Writeln("ABOR");
     // A silent server may delay the run by one more time-out, not longer.
-    if (!AwaitReply(std::chrono::milliseconds(std::max(TimeOut, 0)))) {
-      RequestCloseSocket();
-      return;
+    ReadLateReply(std::chrono::milliseconds(std::max(TimeOut, 0)));
+    if (ended_with.empty()) {
+      // Two replies were due: one about the transfer, one about the command.
+      ReadLateReply(kLateReply);
+    } else {
+      LastTransfer.FinalReply = ended_with;
     }
-    // Usually there are two: one about the transfer, one about the command.
-    ReadLateReply();
-    if (LastTransfer.FinalReply.starts_with('4')) ReadLateReply();
   } catch (const ESockError&) {
     // The caller gets the first failure.
   }

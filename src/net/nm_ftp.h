@@ -109,8 +109,8 @@ class TNMFTP : public TPowersock {
   void RetrieveFile(const std::string& remote_name, const std::string& local_name = "");
   /// Lists the names in the current directory and calls OnListItem for each. At most 64 MiB.
   void NameList();
-  /// Cancels the running transfer; a download also sends ABOR. While the client waits for a reply, it cancels
-  /// that wait and closes the connection, because a late reply would look like the next command's.
+  /// Cancels the running transfer; a download also sends ABOR. Closes the connection when a reply is still
+  /// due after that, or when the client waits for a reply: a late one would look like the next command's.
   void Abort() override;
   /// Sends a command and reads the whole reply. Returns the last line and sets LastReply and ReplyCode from
   /// the first.
@@ -139,17 +139,19 @@ class TNMFTP : public TPowersock {
   bool OpenDataConnection(bool passive, TCmdType type);
   bool StartTransfer(const std::string& command, TCmdType type);
   void Transfer(bool passive, TCmdType type, const std::function<void()>& receive);
+  bool HasRefusal() const;
   bool Interrupted() const;
   void ReceiveListing();
   void EndData();
   void ReadFinalReply();
   bool AwaitReply(std::chrono::milliseconds limit);
-  void ReadLateReply();
+  void ReadLateReply(std::chrono::milliseconds limit);
   void SendAbor();
 
   std::unique_ptr<TDataConnection> data_;  ///< exists during a transfer
   bool transferring_ = false;
   bool data_waits_ = false;  ///< the transfer waits on the data connection
+  bool accepting_ = false;   ///< the transfer waits for the server's data connection
   bool in_time_out_ = false;
 };
 

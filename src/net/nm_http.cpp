@@ -133,7 +133,7 @@ void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, st
   if (running_) throw ESockError("Busy with another operation");
   // Closes the connection however the request ends.
   const TAtScopeEnd close([this] {
-    parsed_port_ = Port;
+    Port.TakeSet();  // what the request set is not the owner's
     try {
       if (Connected) RequestCloseSocket();
     } catch (...) {
@@ -141,7 +141,7 @@ void TNMHTTP::Perform(CmdType type, const std::string& url, std::string data, st
     }
   });
   const TScopedValue running(running_, true);
-  if (Port != parsed_port_) own_port_ = Port;
+  if (Port.TakeSet()) own_port_ = Port;
   url_ = url;
   data_ = std::move(data);
   argument_ = std::move(argument);

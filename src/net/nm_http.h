@@ -146,8 +146,7 @@ class TNMHTTP : public TPowersock, public THttpTransport {
   std::string path_;
   std::string data_;
   std::string argument_;
-  std::uint16_t own_port_ = 0;     ///< the Port that the owner set
-  std::uint16_t parsed_port_ = 0;  ///< the Port that the last request left behind
+  std::uint16_t own_port_ = 0;  ///< the Port that the owner set
   TExStringList request_;
   THttpReplyHeader reply_;
   std::string redirect_page_;  ///< a redirect's body until it is known whether the redirect is followed

@@ -594,6 +594,12 @@ std::size_t TPowersock::KeepInMemory(std::string& text, std::string_view chunk) 
   return chunk.size();
 }
 
+char TPowersock::PendingByte() const {
+  char byte = 0;
+  ::recv(socket_.Get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  return byte;
+}
+
 bool TPowersock::HasPendingData() {
   ReportStatus(8, "Data Available");
   char byte = 0;

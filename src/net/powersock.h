@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/descriptor.h"
@@ -47,6 +48,26 @@ class EAbortError : public ESockError {
   using ESockError::ESockError;
 };
 
+/// A port number that knows when somebody sets it, even to the number that it has.
+class TPort {
+ public:
+  TPort() = default;
+  TPort(const TPort&) = default;
+  TPort& operator=(const TPort& other) { return *this = other.number_; }
+  TPort& operator=(std::uint16_t number) {
+    number_ = number;
+    set_ = true;
+    return *this;
+  }
+  operator std::uint16_t() const { return number_; }
+  /// Whether it was set since the last call.
+  bool TakeSet() { return std::exchange(set_, false); }
+
+ private:
+  std::uint16_t number_ = 0;
+  bool set_ = false;
+};
+
 /// A TCP client socket (IPv4). Its operations block, but every wait inside them polls the socket for at most
 /// 2 ms, calls the event hook given to the constructor, and checks the cancel and time-out flags. So the user
 /// interface stays live, and the hook may call Cancel or Abort.
@@ -77,7 +98,7 @@ class TPowersock {
 
   // Where to.
   std::string Host;             ///< name or dotted IPv4 address
-  std::uint16_t Port = 0;       ///< remote port; for Listen the local one
+  TPort Port;                   ///< remote port, 0 at first; for Listen the local one
   std::string Proxy;            ///< when not empty, the component connects to it instead of Host
   std::uint16_t ProxyPort = 0;  ///< used when Proxy is not empty
 
@@ -205,6 +226,8 @@ class TPowersock {
   virtual void HandleTimeOut();
   /// Stores the text in Status and calls OnStatus, unless `level` is above ReportLevel.
   void ReportStatus(int level, std::string_view text);
+  /// The first byte that is waiting; NUL when no byte is.
+  char PendingByte() const;
   /// Throws ESockError "Busy with another operation" inside one of this component's waits.
   void RefuseInsideWait() const;
   /// One turn of a wait for input: at most 2 ms, then the event hook, the time-out and the notifications

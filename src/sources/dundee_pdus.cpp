@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <set>
+#include <unordered_set>
 #include <utility>
 
 #include "base/exceptions.h"
@@ -289,9 +290,10 @@ void TPdusJob::Run() {
     context_.Display.SetPanel(1, "No new files found");
     return;
   }
+  std::unordered_set<std::string_view> asked;  // a page may repeat a link thousands of times
   for (const TPdusOrder::TEntry& entry : entries) {
     if (context_.Run.StopRequested()) break;
-    Fetch(entry.Url, entry.Name);
+    if (asked.insert(entry.Url).second) Fetch(entry.Url, entry.Name);
   }
   context_.Display.SetPanel(1, "All files done");
 }

@@ -84,7 +84,7 @@ std::string PdusOrderPage(const std::vector<TOffer>& offers);
 /// `current_folder`. Throws std::system_error when a file cannot be read or written.
 void AnalysePdus(const std::filesystem::path& program_folder, const std::filesystem::path& current_folder);
 
-/// Fetches the wanted products that the station's order page offers.
+/// Fetches the wanted products that the station's order page offers, each link once.
 class TPdusJob {
  public:
   TPdusJob(TJobContext& context, TPdusSettings settings);

@@ -30,6 +30,7 @@ TWantedNames TWantedNames::FromFile(const std::filesystem::path& file, TStatusDi
   const std::filesystem::file_status status = std::filesystem::status(file, error);
   if (status.type() == std::filesystem::file_type::not_found) return {};
   try {
+    if (exists(status) && !is_regular_file(status)) throw std::runtime_error("not a regular file");
     const std::string text = ReadWholeFile(file, kLargestList);
     if (text.find('\0') != std::string::npos) throw std::runtime_error("not a text file");
     return TWantedNames(text);

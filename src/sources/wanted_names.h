@@ -15,8 +15,8 @@ class TWantedNames {
   TWantedNames() = default;
   /// From comma text (line ends separate names too), in any letter case.
   explicit TWantedNames(std::string_view comma_text);
-  /// From a comma-text file. Without the file every name is wanted. A file that cannot be read, is larger
-  /// than 4 MiB or holds binary data is not used, and one status line says so.
+  /// From a comma-text file. Without the file every name is wanted. Anything but a readable
+  /// text file of at most 4 MiB is not used, and one status line says so.
   static TWantedNames FromFile(const std::filesystem::path& file, TStatusDisplay& display);
 
   bool Wants(std::string_view name) const;

@@ -55,27 +55,27 @@ bool TFtpSession::Open() {
     told = handler != nullptr;
     Fire(handler, sender);
   });
-  std::string problem, refusal;
+  std::string problem;
+  refusal_.clear();
   try {
     const auto watchdog = Guard(context_.Run);
     OpenConnection();
     return true;
   } catch (const EConnectError& error) {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
-    refusal = error.Explanation;
+    refusal_ = error.Explanation;
   } catch (const FTPException& error) {
     const std::string reply = Masked(error.what());
-    refusal = (reply.starts_with(kNotLoggedIn) ? "refused the login: " : "refused the session: ") + reply;
+    refusal_ = (reply.starts_with(kNotLoggedIn) ? "refused the login: " : "refused the session: ") + reply;
     problem = told ? reply : "Connection failed to: " + client.Host + " - " + reply;
   } catch (const EConvertError& error) {
     problem = error.what();
-    refusal = "cannot be asked: " + problem;
+    refusal_ = "cannot be asked: " + problem;
   } catch (const std::exception& error) {
     if (!told) problem = "Connection failed to: " + client.Host + " - " + error.what();
-    refusal = std::string("cannot be asked: ") + error.what();
+    refusal_ = std::string("cannot be asked: ") + error.what();
   }
   if (!problem.empty()) context_.Display.AddStatusLine(problem);
-  ReportServerProblem(context_, "ftp://" + login_.Server, refusal);
   // Without a goodbye: such a server may do anything with it.
   Drop();
   return false;
@@ -137,10 +137,28 @@ bool TFtpSession::EnsureOpen() {
   } catch (const std::exception&) {
     // Not connected any more.
   }
-  if (++breaks_ <= kMaxBreaks) return Open();
-  context_.Display.AddStatusLine("FTP session given up: the connection broke " + std::to_string(breaks_) +
-                                 " times in a row");
+  while (breaks_ < kMaxBreaks) {
+    const std::chrono::seconds wait = kReconnectWaits[static_cast<std::size_t>(breaks_++)];
+    context_.Display.SetPanel(1, "Connecting again in " + std::to_string(wait.count()) + " s");
+    if (!Wait(wait)) return false;
+    if (Open()) return true;
+  }
+  ++breaks_;
+  context_.Display.AddStatusLine("FTP session given up: " + std::to_string(kMaxBreaks) +
+                                 " new connections in a row brought no file");
+  ReportRefusal();
   return false;
+}
+
+void TFtpSession::ReportRefusal() {
+  if (!refusal_.empty()) ReportServerProblem(context_, "ftp://" + login_.Server, refusal_);
+}
+
+/// False when a stop request ended the wait.
+bool TFtpSession::Wait(std::chrono::milliseconds span) {
+  constexpr std::chrono::milliseconds kStep{100};
+  for (; span.count() > 0 && !context_.Run.StopRequested(); span -= kStep) context_.Clock.Sleep(kStep);
+  return !context_.Run.StopRequested();
 }
 
 bool TFtpSession::Download(const std::string& remote_path, const std::filesystem::path& local_path) {
@@ -198,6 +216,10 @@ void TFtpSession::Fetch(const TFtpFile& file, TFtpFetch& fetch) {
   fetch.Result.Outcome = end.Outcome;
   fetch.Result.Reason = end.Reason;
   fetch.Result.State = end.State;
+  // A firewall often keeps the server's data connection out.
+  if (!use_wininet_ && !login_.Passive && !context_.NMFTP.LastTransfer.Started &&
+      (context_.NMFTP.LastTransfer.TimedOut || end.Reason.starts_with("425")))
+    fetch.Result.Reason += " (passive mode may help)";
 }
 
 /// WinInetFtpGet has already reported a failure.
@@ -249,7 +271,10 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
 bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
                    const std::function<void(TFtpSession&)>& work) {
   TFtpSession session(context, login);
-  if (!session.Open()) return false;
+  if (!session.Open()) {
+    session.ReportRefusal();
+    return false;
+  }
   work(session);
   return true;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -58,17 +60,22 @@ class TFtpSession {
   /// Connects, logs in and selects the binary type. False, after a status line with the reason, when that
   /// fails. Throws nothing.
   bool Open();
+  /// Reports that the last Open failed, as a problem of the server.
+  void ReportRefusal();
   /// Says goodbye and closes. Throws nothing.
   void Close();
 
   bool UsesWinInet() const { return use_wininet_; }
-  /// The connection broke several times in a row, and a status line said so. No further file will come, so
-  /// the job should end.
+  /// Several new connections in a row brought no file, and a status line said so. No further file will come,
+  /// so the job should end.
   bool IsLost() const { return breaks_ > kMaxBreaks; }
 
  private:
   friend std::optional<TFtpFetch> FtpFetchFile(TTransferContext&, TFtpSession&, const TFtpFile&);
-  static constexpr int kMaxBreaks = 3;
+  /// The pauses before new connections in a row.
+  static constexpr std::array<std::chrono::seconds, 3> kReconnectWaits{
+      {std::chrono::seconds(1), std::chrono::seconds(5), std::chrono::seconds(30)}};
+  static constexpr int kMaxBreaks = kReconnectWaits.size();
 
   /// How a download ended.
   struct TEnd {
@@ -81,6 +88,7 @@ class TFtpSession {
   void OpenConnection();
   void Drop();
   bool EnsureOpen();
+  bool Wait(std::chrono::milliseconds span);
   std::string Masked(const std::string& text) const;
   void Fetch(const TFtpFile& file, TFtpFetch& fetch);
   bool Download(const std::string& remote_path, const std::filesystem::path& local_path);
@@ -91,7 +99,8 @@ class TFtpSession {
   TFtpLogin login_;
   bool use_wininet_;
   std::unique_ptr<TWinInetTransfer::TConnection> connection_;
-  int breaks_ = 0;  ///< how many times in a row the connection was gone before a file
+  int breaks_ = 0;       ///< how many connections in a row were opened again and brought no file
+  std::string refusal_;  ///< why the last Open failed; empty when it did not
 };
 
 /// Opens a session, runs `work` in it, and always closes it. When it cannot be opened, a status line says
@@ -101,9 +110,10 @@ bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
 
 /// Downloads one file straight to its local path: "Get: " + name as a status line, pauses of 300 ms after the
 /// transfer and after the result. The ledger notes the transfer until it has ended whole, and a whole file
-/// beyond that. Opens a session whose connection is gone again first. Refuses a name that is not a plain file
-/// name. Nothing when the session is lost or cannot be opened. The caller ends the file at the display.
-/// kept: after a transfer that threw, the watchdog stays armed. Throws nothing.
+/// beyond that. Opens a session whose connection is gone again first, after a pause. Refuses a name that is
+/// not a plain file name. Nothing when the session is lost or a stop was requested during that pause. The
+/// caller ends the file at the display. kept: after a transfer that threw, the watchdog stays armed. Throws
+/// nothing.
 std::optional<TFtpFetch> FtpFetchFile(TTransferContext& context, TFtpSession& session, const TFtpFile& file);
 
 /// The status line of a file fetched by FTP: the name and the reason when it failed, otherwise empty.

@@ -214,11 +214,19 @@ TReceived ReceiveToFile(TTransferContext& context, const std::string& url, const
   return received;
 }
 
+/// A temporary name beside `path`, but not that of a file that the user put there.
+fs::path PartName(TTransferContext& context, fs::path path) {
+  std::error_code ignored;
+  do {
+    path += kPartSuffix;
+  } while (exists(fs::symlink_status(path, ignored)) && !context.Ledger.IsNoted(path));
+  return path;
+}
+
 TReceived FetchDirect(TTransferContext& context, const THttpFileRequest& request) {
   const fs::path& path = request.LocalPath;
   const bool keeps_old = context.Ledger.Present(path) && FileSizeOf(path) >= request.GoodSize;
-  fs::path file = path;
-  if (keeps_old) file += ".part";
+  const fs::path file = keeps_old ? PartName(context, path) : path;
   TReceived received;
   received.Outcome = TFileOutcome::NotSaved;
   try {
@@ -256,7 +264,9 @@ TReceived FetchDirect(TTransferContext& context, const THttpFileRequest& request
   // An error page, an endless body and a cut file next to a good one are worth nothing.
   if (!whole && (keeps_old || received.TooLarge || received.Outcome == TFileOutcome::Refused))
     fs::remove(file, error);
-  context.Ledger.End(file, whole || keeps_old ? TTransferEnd::Whole : TTransferEnd::Cut);
+  // A temporary file that could not be removed keeps its note.
+  const bool done = whole || (keeps_old && FileSizeOf(file) < 0);
+  context.Ledger.End(file, done ? TTransferEnd::Whole : TTransferEnd::Cut);
   return received;
 }
 

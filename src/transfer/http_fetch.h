@@ -83,7 +83,7 @@ enum class TDelivery {
   Stream,
   /// Straight into the file, whose folder is created. The transfer ledger notes it until it is whole. The
   /// HTTP status must be a good one. Only a whole file replaces a good older one; it arrives under the name
-  /// with ".part" added.
+  /// with ".part" added (kPartSuffix), once more if that is a file of the user's.
   Direct,
 };
 

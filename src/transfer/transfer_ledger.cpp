@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -125,6 +126,7 @@ bool IsStale(const std::string& line, const std::string& writer) {
 
 TTransferLedger::TTransferLedger(fs::path file) : file_(std::move(file)), self_(WriterOf(::getpid())) {
   RemoveAbandoned(file_.parent_path());
+  RemoveParts();
 }
 
 bool TTransferLedger::Begin(const fs::path& path) {
@@ -159,6 +161,22 @@ void TTransferLedger::End(const fs::path& path, TTransferEnd end) {
       notes.erase(found);
     }
     return true;
+  });
+}
+
+/// Removes the noted temporary files that nobody writes any more.
+void TTransferLedger::RemoveParts() {
+  const auto is_part = [](const auto& note) {
+    return note.first.ends_with(kPartSuffix) && !IsRunning(note.second);
+  };
+  Refresh();
+  // Only then is the file worth a lock.
+  if (std::ranges::none_of(notes_, is_part)) return;
+  Change([&](TNotes& notes) {
+    return std::erase_if(notes, [&](const auto& note) {
+             std::error_code ignored;
+             return is_part(note) && fs::remove(Decode(note.first), ignored);
+           }) > 0;
   });
 }
 
@@ -221,7 +239,7 @@ bool TTransferLedger::Change(const std::function<bool(TNotes&)>& change) {
       reason = std::generic_category().message(lock.Error());
     }
   }
-  if (!told_) {
+  if (!told_ && OnProblem) {
     told_ = true;
     Fire(OnProblem, *this, "Transfers cannot be noted in " + file_.string() + ": " + reason);
   }

@@ -8,8 +8,12 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 
 namespace skyreel {
+
+/// The end of a noted path that is a temporary name: such a file of a copy that was killed is rubbish.
+inline constexpr std::string_view kPartSuffix = ".part";
 
 /// How a noted transfer ended.
 enum class TTransferEnd {
@@ -31,7 +35,7 @@ enum class TTransferEnd {
 /// Not for use from several threads.
 class TTransferLedger {
  public:
-  /// Removes the temporary files that killed copies left in the folder of `file`.
+  /// Removes the temporary files that killed copies left in the folder of `file`, and those that they noted.
   explicit TTransferLedger(std::filesystem::path file);
 
   /// Notes that `path` is about to be written. False, and nothing noted, while another running copy of the
@@ -64,6 +68,7 @@ class TTransferLedger {
 
   TVersion CurrentVersion() const;
   void Refresh();
+  void RemoveParts();
   bool Change(const std::function<bool(TNotes&)>& change);
 
   std::filesystem::path file_;

@@ -171,6 +171,8 @@ bool TWinInetTransfer::WinInetFtpGet(TTransferContext& context, THandle connecti
       if (error != kErrorIoPending) {
         request.WinInetLastError = error;
         request.WinInetTransferState = TWinInetTransferState::wtsFailed;
+        // The library forgets a request that it has refused.
+        request.Ended = true;
       }
     }
   }

@@ -19,6 +19,16 @@ using namespace test;
 constexpr const char* kFirstChart = "/data/swp_0000_anal.gif";
 constexpr const char* kVersionLine = "Skyreel - V" SKYREEL_VERSION;
 
+/// Counts the widgets that are painted.
+struct TPaints : QObject {
+  TPaints() { qApp->installEventFilter(this); }
+  bool eventFilter(QObject* object, QEvent* event) override {
+    Count += object->isWidgetType() && event->type() == QEvent::Paint;
+    return false;
+  }
+  int Count = 0;
+};
+
 /// The real form with a temporary home. All HTTP servers are Server, which has every path. "Weather data"
 /// asks for eight charts, which have two names.
 class MainFormTest : public testing::Test {
@@ -375,8 +385,10 @@ TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
   EXPECT_THAT(Lines(), SizeIs(3));
   while (Lines().size() == 3) QApplication::processEvents();
   EXPECT_TRUE(form_->isVisible());
-  Open({"-rss"}, true);
+  TPaints paints;
+  Open({"-mslp"}, true);
   UntilClosed();
+  EXPECT_EQ(paints.Count, 0) << "nobody sees it, and a painter that gets no thread hangs";
 }
 
 TEST_F(MainFormTest, TheExitCodeAndTheDocumentTellHowABatchEnded) {

@@ -88,7 +88,10 @@ TEST(NmHttp, APortStaysWithItsServer) {
   const std::pair<const char*, const char*> rows[] = {{"a:81/x", "81"}, {"/x", "81"}, {"b/x", "80"}};
   for (const auto& [url, port] : rows) EXPECT_EQ(Failure([&] { http.Get(url); }), port);
   http.Port = 8080;  // the owner's own
-  for (const auto& [url, port] : {rows[0], {"b/x", "8080"}}) EXPECT_EQ(Failure([&] { http.Get(url); }), port);
+  for (const auto& [url, port] : {rows[0], {"b/x", "8080"}, rows[0]})
+    EXPECT_EQ(Failure([&] { http.Get(url); }), port);
+  http.Port = 81;  // what the last request used, but now the owner's own
+  EXPECT_EQ(Failure([&] { http.Get("b/x"); }), "81");
 }
 
 TEST(NmHttp, RepliesArriveWholeInStringAndFileAndEventsTellTheOutcome) {

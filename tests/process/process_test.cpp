@@ -119,6 +119,14 @@ TEST_F(Process, KilledBeforeAnyRenameOrWriteLosesNothing) {
   EXPECT_FALSE(KillBefore("write", 0));
 }
 
+TEST_F(Process, AFileBeyondTheUsersSizeLimitCostsNoOtherFile) {
+  TRun run(place_, "-EUAR -EUAD -CLOSE", "prlimit --fsize=60000");
+  EXPECT_EQ(run.Wait(kLongEnough), 3);
+  EXPECT_NE(run.Output().find(place_.DataFiles[0] + " - not saved: File too large\n"), std::string::npos);
+  EXPECT_NE(run.Output().find(".jpg - OK\n"), std::string::npos) << run.Output();
+  EXPECT_NE(place_.Text("bin/SkyreelReport.txt"), "");
+}
+
 TEST_F(Process, TwoCopiesAtOnceFetchAllTogether) {
   Learn(12);
   TRun first(place_, kAllSources), second(place_, kAllSources);

@@ -56,7 +56,7 @@ class TPdus : public TJobTest {
   static std::string Link(const std::string& path) { return "\"" + path + "\" 0200, IODC, Visible\n"; }
 };
 
-TEST_F(TPdus, FetchesTheLastOfferFirstAndSizesDecide) {
+TEST_F(TPdus, FetchesTheLastOfferFirstAndOnceAndSizesDecide) {
   constexpr int kWhole = 890'120;
   // The product, bytes of a present file (0: no file), bytes announced, bytes that come (0: only the
   // header is asked for), bytes kept, the outcome.
@@ -83,7 +83,7 @@ TEST_F(TPdus, FetchesTheLastOfferFirstAndSizesDecide) {
   std::map<std::string, std::int64_t> tree;
   for (const auto& [product, present, announced, sent, kept, outcome] : cases) {
     const std::string path = "/pdus?f=pdus" + product + "&s=1", file = product + ".pdu";
-    page = Link(path) + page;
+    page = Link(path) + Link(path) + page;
     Server.Script(path, "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n" +
                             Picture(static_cast<std::size_t>(sent)));
     if (present > 0) WriteOutput(folder + file, Picture(static_cast<std::size_t>(present)));

@@ -1,5 +1,7 @@
 #include "sources/msfc_data.h"
 
+#include <sys/stat.h>
+
 #include "support/job_fixture.h"
 
 namespace skyreel::test {
@@ -42,7 +44,10 @@ TEST_F(TMsfc, EachRunAsksForEachFileWhateverItsListUntilAStop) {
   EXPECT_EQ(Results()[2], "Tab: IR 2003-02-01 1800, ftp://server" + Path("1800") +
                               " > 2003/02/01/ME7-200302011800.ir1.ara.Z - OK");
   Clock.OnSleep = [this] { Run.Stop = Clock.Slept > 4 * 600ms; };
+  std::filesystem::remove(Folder / "program/MSFCFiles.txt");
+  ::mkfifo((Folder / "program/MSFCFiles.txt").c_str(), 0600);
   Expect({{Path("0000"), "area"}, {Path("0600"), {}}});
+  EXPECT_THAT(Lines(), Contains("MSFCFiles.txt - not used: not a regular file"));
 }
 
 TEST_F(TMsfc, OnlyAWholeAreaReplacesItsCompressedFileOfMoreThan200000Bytes) {

@@ -12,8 +12,9 @@ namespace {
 
 using test::TFtpServer;
 using namespace testing;
+using namespace std::chrono_literals;
 
-constexpr std::chrono::milliseconds kPauses{600};
+constexpr auto kPauses = 600ms;
 
 /// One session; "FILE" stands for the command that downloads the file in active mode.
 std::string Talk(const std::string& talk) {
@@ -144,7 +145,25 @@ TEST_F(FtpFetch, ABrokenSessionIsOpenedAgainButNotForEver) {
     EXPECT_TRUE(session.IsLost());
   });
   EXPECT_EQ(server.Received().size(), 6u);
-  EXPECT_EQ(Display.Lines.back(), "FTP session given up: the connection broke 4 times in a row");
+  EXPECT_EQ(Display.Lines.back(), "FTP session given up: 3 new connections in a row brought no file");
+  // The waits before the five new connections, and the pauses of six files.
+  EXPECT_EQ(Clock.Slept, 1s + 5s + 1s + 5s + 30s + 6 * kPauses);
+}
+
+TEST_F(FtpFetch, AServerThatIsAwayGetsTimeToComeBackUntilAStop) {
+  for (const bool stop : {false, true}) {
+    TFtpServer server(false, Talk("FILE>550 no|close"));
+    Clock.OnSleep = [&, end = Clock.Now + 2s] { Run.Stop = stop && Clock.Now > end; };
+    RunFtpSession(Context, Login(server), [&](TFtpSession& session) {
+      Fetch(session);
+      server.Stop();
+      EXPECT_FALSE(Fetch(session));
+      EXPECT_EQ(session.IsLost(), !stop);
+      EXPECT_FALSE(Run.WatchdogArmed) << "the failed file had left it armed";
+    });
+    EXPECT_THAT(Lines(), SizeIs(stop ? 3 : 2 + 3 + 2));
+    EXPECT_EQ(std::exchange(Clock.Slept, {}), kPauses + (stop ? 1500ms : 36s));
+  }
 }
 
 TEST_F(FtpFetch, ClientEventsShowAsLinesPanelsAndNames) {
@@ -194,10 +213,14 @@ struct TFtpFault {
     {"silent after the data", kAborted, "whole, noted", kAll + "|stall|break"},
     {"PASV with five numbers", kNoPort + "227 (1,2,3,4,5)", "nothing", "open>227 (1,2,3,4,5)", Passive},
     {"PASV with a closed port", "Connection Failed", "nothing", "open><closed>", Passive},
-    {"data connection never comes", "timed out", "nothing", "open|<retr>150 f|ABOR>226 given up", Active},
+    {"data connection never comes", "timed out (passive mode may help)", "nothing",
+     "open|<retr>150 f|ABOR>425 cannot\n226 given up", Active},
+    {"425 instead of the data connection", "425 cannot (passive mode may help)", "nothing",
+     "open|<retr>150 f\n425 cannot|ABOR>226 done", Active},
     {"a stranger is faster", "", "whole", "open|<retr>150 f|stranger|data:<body>|>226 done", Active},
     {"data stall", "timed out", "half, noted", kHalf + "<stall>|ABOR>426 cut\n226 given up"},
     {"data stall, ABOR not answered", "timed out", "half, noted", kHalf + "<stall>|ABOR>|stall|break"},
+    {"data stall, one reply to ABOR", "timed out", "half, noted", kHalf + "<stall>|ABOR>426 cut|stall|break"},
     {"data reset", "426 broken", "6001, noted", "open|<retr>150 f|data:<half><later>x<reset>|>426 broken"},
     {"226 before the data", "", "whole", "open|<retr>150 f (12000 bytes)\n226 done|data:<half><later><half>"},
     {"control closed in mid-transfer", "Connection closed by server", "half, noted", kHalf + "|break"},

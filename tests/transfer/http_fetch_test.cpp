@@ -238,8 +238,10 @@ TEST_F(THttpFaults, CostOneFileAndAreNamed) {
     }
 
     WriteOutput("hit", "older");
+    WriteOutput("hit.part", "the user's");
     EXPECT_EQ(Fetch(TDelivery::Direct).Outcome, fault.Direct);
     EXPECT_EQ(Left("hit"), fault.Direct == Saved ? "whole" : "older");
+    EXPECT_EQ(Left("hit.part") + Left("hit.part.part"), "10nothing");
 
     fs::remove(Output("hit"));
     const TFileResult direct = Fetch(TDelivery::Direct);

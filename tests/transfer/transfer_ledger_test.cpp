@@ -62,6 +62,15 @@ TEST_F(TransferLedger, AKilledCopyLeavesItsNotesAndARunningOneIsNotDisturbed) {
   EXPECT_TRUE(ledger_.Present(picture_));
 }
 
+TEST_F(TransferLedger, ATemporaryFileGoesOnceItsCopyIsKilledAndTheUsersOwnStays) {
+  const fs::path part = folder_.Write("a.part", "half"), own = folder_.Write("own.part", "precious");
+  const pid_t copy = test::StartCopy(file_, part);
+  EXPECT_TRUE(TTransferLedger(file_).IsNoted(part));
+  test::KillCopy(copy);
+  EXPECT_FALSE(TTransferLedger(file_).IsNoted(part));
+  EXPECT_TRUE(!fs::exists(part) && fs::exists(own));
+}
+
 TEST_F(TransferLedger, WhatCannotBeSavedHoldsInMemoryAndIsToldOnce) {
   std::vector<std::string> told;
   ledger_.OnProblem = [&](TTransferLedger&, const std::string& text) { told.push_back(text); };
