@@ -29,10 +29,10 @@ class TBatchActions {
 };
 
 /// Runs the batch that the arguments (without the program's name) ask for. For each argument it runs the
-/// sources named, in the order of their tabs, each at most once in a batch; after the last argument
-/// "-CLOSE" or "-ALL", wherever it stands, closes the program. A switch matches anywhere inside an argument
-/// and in either letter case; "-ALL", "-MIN" and
-/// "-DIAL" match anywhere in the whole command line. It dials only if `can_dial`.
+/// sources named, in the order of their tabs, each at most once in a batch. After the last argument "-CLOSE"
+/// or "-ALL", wherever it stands, closes the program. A switch matches anywhere inside an argument and in
+/// either letter case; "-ALL", "-MIN" and "-DIAL" match anywhere in the whole command line. It dials only if
+/// `can_dial`.
 void RunBatch(const std::vector<std::string>& arguments, bool can_dial, TBatchActions& actions);
 
 /// Whether an argument matches a switch.
