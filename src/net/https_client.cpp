@@ -1,0 +1,609 @@
+#include "net/https_client.h"
+
+#include <curl/curl.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "base/comma_text.h"
+#include "base/date_time.h"
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/scope.h"
+#include "base/text.h"
+#include "net/http_parse.h"
+
+namespace skyreel {
+
+namespace {
+
+using TMonotonic = std::chrono::steady_clock;
+
+constexpr int kMaxRedirects = 20;
+constexpr std::int64_t kMaxHeader = 1 << 20;  ///< also of a redirect's page
+constexpr std::int64_t kMaxCertificates = 16 << 20;
+constexpr int kWaitMilliseconds = 2;
+constexpr auto kEventPeriod = std::chrono::milliseconds(2);
+/// A transfer that stays below so many bytes a second for as long as a silence may last is given up.
+constexpr long kLowSpeed = 100;
+constexpr long kBufferSize = 128 * 1024;
+
+/// The address as it is sent: blanks and bytes above ASCII encoded, the rest as it stands.
+std::string Sendable(std::string_view url) {
+  if (HasControlCharacter(url)) throw std::runtime_error("Control character in URL");
+  constexpr char kHex[] = "0123456789ABCDEF";
+  std::string sendable;
+  for (const char c : url) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > ' ' && byte < 0x7F) {
+      sendable += c;
+    } else {
+      sendable += {'%', kHex[byte >> 4], kHex[byte & 0xF]};
+    }
+  }
+  return sendable;
+}
+
+bool IsSecure(std::string_view url) {
+  return StartsWithText(url, "https:");
+}
+bool IsFtp(std::string_view url) {
+  return StartsWithText(url, "ftp:");
+}
+
+bool IsRedirect(const THttpReply& reply) {
+  constexpr std::array kCodes = {301, 302, 303, 307, 308};
+  return std::ranges::find(kCodes, reply.Code) != kCodes.end() &&
+         !HeaderValue(reply.Header, "Location").empty();
+}
+
+/// As HTTP writes a time: "Sun, 06 Nov 1994 08:49:37 GMT".
+std::string HttpDate(std::int64_t unix_time) {
+  constexpr std::array kDays = {"Thu", "Fri", "Sat", "Sun", "Mon", "Tue", "Wed"};
+  const std::int64_t days = std::max<std::int64_t>(unix_time, 0) / 86400;
+  return kDays[static_cast<std::size_t>(days % 7)] +
+         FormatDateTime("', 'dd mmm yyyy hh':'nn':'ss' GMT'", TDateTime::FromUnixTime(unix_time));
+}
+
+std::string Seconds(std::int32_t milliseconds) {
+  return std::to_string((milliseconds + 999) / 1000) + " s";
+}
+
+template <typename TValue>
+void SetOption(CURL* easy, CURLoption option, TValue value) {
+  if (const CURLcode code = curl_easy_setopt(easy, option, value); code != CURLE_OK)
+    throw std::runtime_error(curl_easy_strerror(code));
+}
+
+template <typename TValue>
+TValue Info(CURL* easy, CURLINFO info, TValue value) {
+  curl_easy_getinfo(easy, info, &value);
+  return value;
+}
+
+}  // namespace
+
+// --- Settings ------------------------------------------------------------------------------------------
+
+THttpsSettings ReadHttpsSettings(const std::string& ca_file, std::string_view host_overrides,
+                                 std::vector<std::string>& problems) {
+  THttpsSettings settings;
+  try {
+    if (!ca_file.empty()) settings.Certificates = ReadWholeFile(ca_file, kMaxCertificates);
+    if (!ca_file.empty() && settings.Certificates.find("-----BEGIN CERTIFICATE-----") == std::string::npos)
+      throw std::runtime_error("it holds no certificate");
+  } catch (const std::exception& error) {
+    settings.Certificates.clear();
+    problems.push_back("The setting CaFile is not used: " + ca_file + ": " + ReasonOf(error));
+  }
+  for (const std::string& item : FromCommaText(host_overrides)) {
+    const std::size_t equals = std::min(item.find('='), item.size());
+    const std::size_t colon = std::max(std::min(item.rfind(':'), item.size()), equals);
+    const std::string host = item.substr(0, equals);
+    const std::string address = item.substr(equals, colon - equals);
+    const auto port = ParseNumber<std::uint16_t>(item.substr(std::min(colon + 1, item.size())));
+    if (host.empty() || address.size() < 2 || HasControlCharacter(item) || port.value_or(0) == 0) {
+      problems.push_back("The setting HostOverrides is not used for \"" + WithoutControls(item) +
+                         "\": write it as host=address:port");
+    } else {
+      settings.Overrides.push_back({host, address.substr(1), *port});
+    }
+  }
+  return settings;
+}
+
+std::string ServerOf(const std::string& url) {
+  struct TPart {
+    ~TPart() { curl_free(Text); }
+    char* Text = nullptr;
+  };
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
+  TPart scheme, host, port;
+  if (curl_url_set(parsed.get(), CURLUPART_URL, Sendable(url).c_str(), 0) != CURLUE_OK ||
+      curl_url_get(parsed.get(), CURLUPART_SCHEME, &scheme.Text, 0) != CURLUE_OK ||
+      curl_url_get(parsed.get(), CURLUPART_HOST, &host.Text, 0) != CURLUE_OK)
+    throw std::runtime_error("Bad URL");
+  constexpr std::array<std::string_view, 3> kSchemes = {"http", "https", "ftp"};
+  if (std::ranges::find(kSchemes, scheme.Text) == kSchemes.end())
+    throw std::runtime_error("Not an http, https or ftp address");
+  const bool has_port =
+      curl_url_get(parsed.get(), CURLUPART_PORT, &port.Text, CURLU_NO_DEFAULT_PORT) == CURLUE_OK;
+  return LowerCase(host.Text) + (has_port ? ":" + std::string(port.Text) : "");
+}
+
+// --- One request ---------------------------------------------------------------------------------------
+
+struct THttpsClient::TLibrary {
+  TLibrary() {
+    if (Multi == nullptr) throw std::bad_alloc();
+    curl_multi_setopt(Multi, CURLMOPT_MAX_HOST_CONNECTIONS, 1L);
+  }
+  ~TLibrary() { curl_multi_cleanup(Multi); }
+  TLibrary(const TLibrary&) = delete;
+  TLibrary& operator=(const TLibrary&) = delete;
+
+  CURLM* Multi = curl_multi_init();
+  bool Inside = false;  ///< the library is running and refuses most calls
+};
+
+namespace {
+
+/// A list of texts as the library wants it.
+struct TLines {
+  TLines() = default;
+  ~TLines() { Clear(); }
+  TLines(const TLines&) = delete;
+  TLines& operator=(const TLines&) = delete;
+
+  void Clear() { curl_slist_free_all(std::exchange(List, nullptr)); }
+  void Add(const std::string& line) {
+    curl_slist* const longer = curl_slist_append(List, line.c_str());
+    if (longer == nullptr) throw std::bad_alloc();
+    List = longer;
+  }
+
+  curl_slist* List = nullptr;
+};
+
+}  // namespace
+
+struct THttpsClient::TTransfer {
+  TTransfer(TLibrary& library, THttpsRequest request, TSink sink, TDone done)
+      : Library(library), Request(std::move(request)), Sink(std::move(sink)), Done(std::move(done)) {
+    if (Easy == nullptr) throw std::bad_alloc();
+  }
+  ~TTransfer() {
+    Stop();
+    curl_easy_cleanup(Easy);
+  }
+  TTransfer(const TTransfer&) = delete;
+  TTransfer& operator=(const TTransfer&) = delete;
+
+  void Go() {
+    if (const CURLMcode code = curl_multi_add_handle(Library.Multi, Easy); code != CURLM_OK)
+      throw ESockError(curl_multi_strerror(code));
+    Running = true;
+  }
+  void Stop() {
+    if (std::exchange(Running, false)) curl_multi_remove_handle(Library.Multi, Easy);
+  }
+  /// For another request. A used handle does not take all options any more.
+  void Renew() {
+    Stop();
+    curl_easy_cleanup(Easy);
+    Easy = curl_easy_init();
+    if (Easy == nullptr) throw std::bad_alloc();
+  }
+
+  /// Fills the reply from what the library knows once the header is complete.
+  void CompleteHeader() {
+    if (std::exchange(HeaderComplete, true)) return;
+    if (IsFtp(Url)) {
+      const bool old = Info(Easy, CURLINFO_CONDITION_UNMET, 0L) != 0;
+      Reply.Code = old ? 304 : 200;
+      Reply.Status = old ? "304 Not Modified" : "200 OK";
+      const auto time = Info<curl_off_t>(Easy, CURLINFO_FILETIME_T, -1);
+      if (time >= 0) Reply.Header = "Last-Modified: " + HttpDate(time) + "\r\n";
+    } else {
+      Reply.Code = static_cast<int>(Info(Easy, CURLINFO_RESPONSE_CODE, 0L));
+      Reply.Http2 = Info(Easy, CURLINFO_HTTP_VERSION, 0L) >= CURL_HTTP_VERSION_2_0;
+    }
+    const auto length = Info<curl_off_t>(Easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, -1);
+    if (length >= 0) Reply.Length = length;
+    Reply.Announced = Reply.Length.value_or(0);
+    if (!IsRedirect(Reply)) Fire(Request.OnHeader, Reply);
+  }
+
+  /// Whether the server has answered, even if the body is cut.
+  bool CompleteReply(CURLcode code) {
+    if (IsFtp(Url) && code == CURLE_LOGIN_DENIED) return CompleteFtp("401 Login Refused");
+    if (IsFtp(Url) && code != CURLE_OK && Info(Easy, CURLINFO_RESPONSE_CODE, 0L) == 550)
+      return CompleteFtp("404 Not Found");
+    if (code != CURLE_OK && (code != CURLE_PARTIAL_FILE || !Reply.Length)) return false;
+    CompleteHeader();
+    return true;
+  }
+  bool CompleteFtp(const char* status) {
+    Reply.Status = status;
+    Reply.Code = std::atoi(status);
+    if (!std::exchange(HeaderComplete, true)) Fire(Request.OnHeader, Reply);
+    return true;
+  }
+
+  std::size_t TakeHeader(std::string_view line) {
+    LastByte = TMonotonic::now();
+    if (IsFtp(Url)) return line.size();
+    HeaderBytes += static_cast<std::int64_t>(line.size());
+    if (HeaderBytes > kMaxHeader) throw ESockError("Header too long");
+    // Interim replies (100 Continue) come before the reply proper.
+    if (line.starts_with("HTTP/")) {
+      Reply.Header.clear();
+      Reply.Status = Trim(line.substr(std::min(line.find(' '), line.size())));
+    }
+    Reply.Header += line;
+    return line.size();
+  }
+
+  std::size_t TakeBody(std::string_view piece) {
+    LastByte = TMonotonic::now();
+    CompleteHeader();
+    Reply.Received += static_cast<std::int64_t>(piece.size());
+    if (!IsRedirect(Reply)) {
+      Sink(piece);
+    } else if (Reply.Received > kMaxHeader) {
+      throw ESockError("Reply too large");
+    }
+    return piece.size();
+  }
+
+  /// The library's form of the two above. It gives the pieces; less than their size ends the request.
+  template <std::size_t (TTransfer::*take)(std::string_view)>
+  static std::size_t Take(char* data, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<TTransfer*>(transfer);
+    try {
+      return (self.*take)({data, size * count});
+    } catch (...) {
+      self.Failure = std::current_exception();
+      return size * count == 0 ? 1 : 0;
+    }
+  }
+
+  static int TakeSent(void* transfer, char*, char*, int, int) {
+    auto& self = *static_cast<TTransfer*>(transfer);
+    self.Sent = true;
+    self.LastByte = TMonotonic::now();
+    return CURL_PREREQFUNC_OK;
+  }
+
+  bool IsOverdue(TMonotonic::time_point now) const {
+    return Sent && Request.TimeOut > 0 && now - LastByte > std::chrono::milliseconds(Request.TimeOut);
+  }
+  ESockError NoAnswer() const {
+    return ESockError(ServerOf(Url) + ": no answer within " + Seconds(Request.TimeOut));
+  }
+
+  TLibrary& Library;
+  THandle Handle = 0;
+  THttpsRequest Request;
+  TSink Sink;
+  TDone Done;
+  CURL* Easy = curl_easy_init();
+  TLines HeaderLines, Overrides;
+  std::array<char, CURL_ERROR_SIZE> Error{};
+  std::string Url;  ///< asked now
+  int Redirects = 0;
+  THttpsReply Reply;
+  std::int64_t HeaderBytes = 0;
+  bool HeaderComplete = false;
+  bool Running = false;
+  bool Http1 = false;
+  bool Sent = false;
+  bool SentReported = false;
+  bool Aborted = false;
+  TMonotonic::time_point LastByte{};
+  std::exception_ptr Failure;  ///< thrown in one of the library's calls
+};
+
+namespace {
+
+/// Says what is wrong in words for a user. `detail` are the library's words.
+[[noreturn]] void ThrowFailure(CURLcode code, std::string detail, const std::string& server,
+                               int system_error) {
+  const std::string host = server + ": ";
+  if (detail.empty()) detail = curl_easy_strerror(code);
+  detail = WithoutControls(detail);
+  const std::string cause(Trim(std::string_view(detail).substr(detail.rfind(':') + 1)));
+  switch (code) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+      throw ESockError(host + "no such host");
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      throw ESockError("the proxy: no such host");
+    case CURLE_COULDNT_CONNECT:
+      throw ESockError(host + (system_error != 0 ? std::strerror(system_error) : "no connection"));
+    case CURLE_PEER_FAILED_VERIFICATION:
+      throw ECertificateError("the certificate of " + server + " is not trusted: " + cause);
+    case CURLE_SSL_CACERT_BADFILE:
+      throw ECertificateError("the file of trusted certificates cannot be read");
+    case CURLE_SSL_CONNECT_ERROR:
+      throw ESockError(host + "no secure connection: " + cause);
+    case CURLE_GOT_NOTHING:
+      throw ESockError("Connection closed before the reply");
+    case CURLE_PARTIAL_FILE:
+      throw ESockError("Connection closed inside the reply");
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_WEIRD_SERVER_REPLY:
+      throw ESockError("Not an HTTP reply");
+    default:
+      throw ESockError(host + detail);
+  }
+}
+
+}  // namespace
+
+// --- The client ----------------------------------------------------------------------------------------
+
+THttpsClient::THttpsClient(TEventHook event_hook) : event_hook_(std::move(event_hook)) {}
+
+THttpsClient::~THttpsClient() = default;
+
+void THttpsClient::SetSettings(const THttpsSettings& settings) {
+  overrides_ = settings.Overrides;
+  certificates_.Close();
+  if (settings.Certificates.empty()) return;
+  // The library keeps what it has read of a file, but not of a text in memory: that costs 20 ms a connection.
+  std::string all = settings.Certificates + '\n';
+  const char* const system = curl_version_info(CURLVERSION_NOW)->cainfo;
+  if (system != nullptr && FileSizeOf(system) > 0) all += ReadWholeFile(system, kMaxCertificates);
+  certificates_ = TDescriptor(::memfd_create("certificates", MFD_CLOEXEC));
+  if (!certificates_.IsOpen() || !WriteAll(certificates_.Get(), all)) ThrowErrno("certificates");
+}
+
+THttpsClient::THandle THttpsClient::Start(THttpsRequest request, TSink sink, TDone done) {
+  if (!library_) library_ = std::make_unique<TLibrary>();
+  auto transfer =
+      std::make_unique<TTransfer>(*library_, std::move(request), std::move(sink), std::move(done));
+  transfer->Handle = ++last_handle_;
+  transfer->Url = Sendable(transfer->Request.Url);
+  Prepare(*transfer);
+  transfer->Go();
+  transfers_.emplace(last_handle_, std::move(transfer));
+  return last_handle_;
+}
+
+void THttpsClient::Prepare(TTransfer& transfer) {
+  const THttpsRequest& request = transfer.Request;
+  CURL* const easy = transfer.Easy;
+  const std::string server = ServerOf(transfer.Url);
+  // A password, a cookie or a key is for the server that was asked first.
+  const bool own_server = server == ServerOf(request.Url);
+  transfer.Reply = {};
+  transfer.Reply.Url = transfer.Url;
+  transfer.HeaderBytes = 0;
+  transfer.HeaderComplete = transfer.Sent = transfer.SentReported = false;
+  transfer.LastByte = TMonotonic::now();
+  transfer.Http1 = http1_servers_.contains(server);
+
+  SetOption(easy, CURLOPT_PRIVATE, &transfer);
+  SetOption(easy, CURLOPT_ERRORBUFFER, transfer.Error.data());
+  SetOption(easy, CURLOPT_NOSIGNAL, 1L);
+  SetOption(easy, CURLOPT_QUICK_EXIT, 1L);
+  SetOption(easy, CURLOPT_BUFFERSIZE, kBufferSize);
+
+  SetOption(easy, CURLOPT_URL, transfer.Url.c_str());
+  SetOption(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
+  SetOption(easy, CURLOPT_PATH_AS_IS, 1L);
+  SetOption(easy, CURLOPT_NOBODY, request.HeaderOnly ? 1L : 0L);
+  SetOption(easy, CURLOPT_FILETIME, 1L);
+  SetOption(easy, CURLOPT_USERAGENT, "Skyreel/" SKYREEL_VERSION);
+  SetOption(
+      easy, CURLOPT_HTTP_VERSION,
+      transfer.Http1 ? static_cast<long>(CURL_HTTP_VERSION_1_1) : static_cast<long>(CURL_HTTP_VERSION_2TLS));
+  // A second request waits for the first one's connection, which may take both.
+  SetOption(easy, CURLOPT_PIPEWAIT, 1L);
+
+  SetOption(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  // With a folder of certificates the library would read all of them again for each connection.
+  SetOption(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  if (certificates_.IsOpen())
+    SetOption(easy, CURLOPT_CAINFO, ("/proc/self/fd/" + std::to_string(certificates_.Get())).c_str());
+
+  transfer.HeaderLines.Clear();
+  for (const std::string& line : request.HeaderLines) {
+    if (HasControlCharacter(line)) throw std::runtime_error("Control character in the request");
+    const bool secret = StartsWithText(line, "Authorization:") || StartsWithText(line, "Cookie:");
+    if (own_server || !secret) transfer.HeaderLines.Add(line);
+    constexpr std::string_view kSince = "If-Modified-Since:";
+    if (IsFtp(transfer.Url) && StartsWithText(line, kSince)) {
+      SetOption(easy, CURLOPT_TIMECONDITION, static_cast<long>(CURL_TIMECOND_IFMODSINCE));
+      SetOption(easy, CURLOPT_TIMEVALUE_LARGE,
+                static_cast<curl_off_t>(curl_getdate(line.c_str() + kSince.size(), nullptr)));
+    }
+  }
+  if (!IsFtp(transfer.Url)) SetOption(easy, CURLOPT_HTTPHEADER, transfer.HeaderLines.List);
+  if (own_server && !request.UserId.empty() && !request.Password.empty()) {
+    if (IsFtp(transfer.Url) && (HasControlCharacter(request.UserId) || HasControlCharacter(request.Password)))
+      throw std::runtime_error("Control character in the request");
+    SetOption(easy, CURLOPT_USERNAME, request.UserId.c_str());
+    SetOption(easy, CURLOPT_PASSWORD, request.Password.c_str());
+  }
+
+  // Without these the proxy settings of the environment would take effect.
+  SetOption(easy, CURLOPT_PROXY, "");
+  SetOption(easy, CURLOPT_NOPROXY, "");
+  if (request.Proxy) {
+    if (HasControlCharacter(request.Proxy->Host)) throw std::runtime_error("Control character in the proxy");
+    SetOption(easy, CURLOPT_PROXY, Sendable(request.Proxy->Host).c_str());
+    SetOption(easy, CURLOPT_PROXYPORT, static_cast<long>(request.Proxy->Port));
+    SetOption(easy, CURLOPT_HTTPPROXYTUNNEL, IsSecure(transfer.Url) ? 1L : 0L);
+    SetOption(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  }
+  transfer.Overrides.Clear();
+  for (const THostOverride& override : overrides_)
+    transfer.Overrides.Add(override.Host + "::" + override.Address + ":" + std::to_string(override.Port));
+  SetOption(easy, CURLOPT_CONNECT_TO, transfer.Overrides.List);
+  if (request.TimeOut > 0) {
+    SetOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.TimeOut));
+    SetOption(easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>((request.TimeOut + 999) / 1000));
+    SetOption(easy, CURLOPT_LOW_SPEED_LIMIT, kLowSpeed);
+    SetOption(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>((request.TimeOut + 999) / 1000));
+  }
+
+  SetOption(easy, CURLOPT_HEADERFUNCTION, &TTransfer::Take<&TTransfer::TakeHeader>);
+  SetOption(easy, CURLOPT_HEADERDATA, &transfer);
+  SetOption(easy, CURLOPT_WRITEFUNCTION, &TTransfer::Take<&TTransfer::TakeBody>);
+  SetOption(easy, CURLOPT_WRITEDATA, &transfer);
+  SetOption(easy, CURLOPT_PREREQFUNCTION, &TTransfer::TakeSent);
+  SetOption(easy, CURLOPT_PREREQDATA, &transfer);
+}
+
+void THttpsClient::Cancel(THandle handle) {
+  transfers_.erase(handle);
+}
+
+void THttpsClient::Abort() {
+  for (const auto& [handle, transfer] : transfers_) transfer->Aborted = true;
+}
+
+void THttpsClient::Turn() {
+  if (in_turn_) throw ESockError("Busy with another operation");
+  const TScopedValue in_turn(in_turn_, true);
+  if (transfers_.empty()) return LetEventsThrough();
+
+  int running = 0;
+  curl_multi_perform(library_->Multi, &running);
+  ReportSent();
+  ReportProgress();
+
+  std::vector<std::pair<THandle, CURLcode>> ended;
+  int left = 0;
+  while (const CURLMsg* const message = curl_multi_info_read(library_->Multi, &left)) {
+    if (message->msg != CURLMSG_DONE) continue;
+    const CURLcode code = message->data.result;
+    ended.emplace_back(Info<TTransfer*>(message->easy_handle, CURLINFO_PRIVATE, nullptr)->Handle, code);
+  }
+  // What is called for one request may cancel another.
+  for (const auto& [handle, code] : ended) {
+    if (const auto transfer = transfers_.find(handle); transfer != transfers_.end())
+      Finish(*transfer->second, code);
+  }
+
+  if (ended.empty()) curl_multi_poll(library_->Multi, nullptr, 0, kWaitMilliseconds, nullptr);
+  LetEventsThrough();
+  EndOverdue();
+}
+
+void THttpsClient::LetEventsThrough() {
+  if (TMonotonic::now() - last_hook_ < kEventPeriod) return;
+  Fire(event_hook_);
+  last_hook_ = TMonotonic::now();
+}
+
+void THttpsClient::ReportSent() {
+  std::vector<THandle> sent;
+  for (const auto& [handle, transfer] : transfers_) {
+    if (transfer->Sent && !std::exchange(transfer->SentReported, transfer->Sent)) sent.push_back(handle);
+  }
+  for (const THandle handle : sent) {
+    const auto transfer = transfers_.find(handle);
+    if (transfer == transfers_.end()) continue;
+    try {
+      Fire(transfer->second->Request.OnSent);
+    } catch (...) {
+      End(handle, std::current_exception());
+    }
+  }
+}
+
+void THttpsClient::ReportProgress() {
+  std::int64_t received = 0, announced = 0;
+  for (const auto& [handle, transfer] : transfers_) {
+    received += transfer->Reply.Received;
+    announced += transfer->Reply.Announced;
+  }
+  if (std::exchange(reported_bytes_, received) != received) Fire(OnReceived, received, announced);
+}
+
+void THttpsClient::EndOverdue() {
+  const auto now = TMonotonic::now();
+  std::vector<std::pair<THandle, std::exception_ptr>> over;
+  for (const auto& [handle, transfer] : transfers_) {
+    if (transfer->Aborted) {
+      over.emplace_back(handle, std::make_exception_ptr(EAbortError("Aborted")));
+    } else if (transfer->IsOverdue(now)) {
+      over.emplace_back(handle, std::make_exception_ptr(transfer->NoAnswer()));
+    }
+  }
+  for (const auto& [handle, failure] : over) End(handle, failure);
+}
+
+void THttpsClient::Finish(TTransfer& transfer, int library_code) {
+  std::exception_ptr failure;
+  try {
+    if (GoesOn(transfer, library_code)) return;
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  End(transfer.Handle, failure);
+}
+
+bool THttpsClient::GoesOn(TTransfer& transfer, int library_code) {
+  const auto code = static_cast<CURLcode>(library_code);
+  if (transfer.Failure) std::rethrow_exception(transfer.Failure);
+  if (code == CURLE_OPERATION_TIMEDOUT && transfer.Request.TimeOut > 0) throw transfer.NoAnswer();
+  const std::string server = ServerOf(transfer.Url);
+  if ((code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM) && !transfer.Http1) {
+    http1_servers_.insert(server);
+    // Of a body that has begun the sink has a part already.
+    if (!transfer.HeaderComplete) return Restart(transfer);
+  }
+  if (!transfer.CompleteReply(code))
+    ThrowFailure(code, transfer.Error.data(), server,
+                 static_cast<int>(Info(transfer.Easy, CURLINFO_OS_ERRNO, 0L)));
+  if (!IsRedirect(transfer.Reply)) return false;
+
+  if (++transfer.Redirects > kMaxRedirects) throw ESockError("Too many redirects");
+  const std::string next = Sendable(Info(transfer.Easy, CURLINFO_REDIRECT_URL, ""));
+  if (!IsSecure(next) && (IsSecure(transfer.Url) || !StartsWithText(next, "http:")))
+    throw ESockError(server + ": redirects to an address that is not secure");
+  transfer.Url = next;
+  return Restart(transfer);
+}
+
+bool THttpsClient::Restart(TTransfer& transfer) {
+  transfer.Renew();
+  Prepare(transfer);
+  transfer.Go();
+  return true;
+}
+
+void THttpsClient::End(THandle handle, std::exception_ptr failure) {
+  const auto ended = transfers_.extract(handle);
+  if (ended.empty()) return;
+  TTransfer& transfer = *ended.mapped();
+  transfer.Stop();
+  if (transfer.Done) transfer.Done(transfer.Reply, std::move(failure));
+}
+
+THttpReply THttpsClient::Fetch(const THttpRequest& request, const TSink& sink) {
+  if (in_turn_) throw ESockError("Busy with another operation");
+  THttpReply reply;
+  std::exception_ptr failure;
+  bool over = false;
+  const THandle handle =
+      Start({request, {}, {}}, sink, [&](const THttpsReply& ended, std::exception_ptr why) {
+        reply = ended;
+        failure = std::move(why);
+        over = true;
+      });
+  const TAtScopeEnd cancel([&] { Cancel(handle); });
+  while (!over) Turn();
+  if (failure) std::rethrow_exception(failure);
+  return reply;
+}
+
+}  // namespace skyreel
