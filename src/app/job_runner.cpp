@@ -27,6 +27,7 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
       NMFTP_([this] { LetEventsThrough(); }),
       NMHTTP_([this] { LetEventsThrough(); }),
       NMHTTPNotts_([this] { LetEventsThrough(); }),
+      https_([this] { LetEventsThrough(); }),
       ledger_(setup_.ProgramFolder / kLedgerName) {
   const auto show_progress = [this](TPowersock& sender) {
     ShowTransferProgress(setup_.Display, sender.ReceivedByteCount, sender.TransferSize);
@@ -34,6 +35,9 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
   BindFtpEvents(NMFTP_, setup_.Display, ftp_listing_);
   NMHTTP_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.OnPacketRecvd = show_progress;
+  https_.OnReceived = [this](std::int64_t received, std::int64_t announced) {
+    ShowTransferProgress(setup_.Display, received, announced);
+  };
   NMHTTPNotts_.InputFileMode = true;
   ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) {
     setup_.Display.AddStatusLine(text);
@@ -91,7 +95,7 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
 
 TJobContext TJobRunner::JobContext(const TSource& source) {
   TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
-  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, setup_.Shared(),
+  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, https_, ledger_, setup_.Shared(),
            win_inet_.get(), source.Caption},
           setup_.Servers.Roots(source, setup_.Display),
           setup_.ProgramFolder};
@@ -118,6 +122,7 @@ void TJobRunner::TimerWatchdogTimer() {
   NMFTP_.Abort();
   NMHTTP_.Abort();
   NMHTTPNotts_.Abort();
+  https_.Abort();
 }
 
 }  // namespace skyreel

@@ -9,6 +9,7 @@
 
 #include "app/servers_dialog.h"
 #include "app/source_page.h"
+#include "net/https_client.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "transfer/ftp_fetch.h"
@@ -68,6 +69,7 @@ class TJobRunner : public QObject, private TRunControl {
   TNMFTP NMFTP_;
   TNMHTTP NMHTTP_;
   TNMHTTP NMHTTPNotts_;
+  THttpsClient https_;
   TTransferLedger ledger_;
   QTimer TimerWatchdog_{this};
   QTimer TimerSilence_{this};

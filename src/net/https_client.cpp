@@ -251,6 +251,8 @@ struct THttpsClient::TTransfer {
 
   std::size_t TakeBody(std::string_view piece) {
     LastByte = TMonotonic::now();
+    // The library writes an FTP file's properties as a body.
+    if (Request.HeaderOnly) return piece.size();
     CompleteHeader();
     Reply.Received += static_cast<std::int64_t>(piece.size());
     if (!IsRedirect(Reply)) {

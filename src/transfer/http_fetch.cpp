@@ -27,12 +27,6 @@ namespace skyreel {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-constexpr std::int64_t kLargestPage = 64 << 20;
-
-// --- One request ---------------------------------------------------------------------------------------
-
 std::optional<THttpProxy> WantedProxy(TTransferContext& context) {
   TSharedSettings& shared = context.Shared;
   if (!shared.UseProxy) return std::nullopt;
@@ -43,6 +37,12 @@ std::optional<THttpProxy> WantedProxy(TTransferContext& context) {
   context.Display.AddStatusLine("Proxy not set: port \"" + shared.ProxyPort + "\" is not a port number");
   return std::nullopt;
 }
+
+namespace {
+
+constexpr std::int64_t kLargestPage = 64 << 20;
+
+// --- One request ---------------------------------------------------------------------------------------
 
 THttpReply Ask(TTransferContext& context, THttpTransport& transport, THttpRequest request,
                const THttpTransport::TSink& sink) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,9 @@
 // kept: once set, a proxy stays in effect for the program's run, even when it is not wanted any more.
 
 namespace skyreel {
+
+/// The proxy that the user wants, if any.
+std::optional<THttpProxy> WantedProxy(TTransferContext& context);
 
 /// What a server says about a file before it is fetched.
 struct THttpFileInfo {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "base/date_time.h"
@@ -18,6 +20,20 @@ inline constexpr int kPartialContent = 206;
 /// (also one beyond 32 bits) or a date cannot be read; the variables then hold what was read before it. Never
 /// throws.
 bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDateTime& last_modified);
+
+/// A time as HTTP writes it, "Sun, 06 Nov 1994 08:49:37 GMT"; nothing for another text.
+std::optional<TDateTime> ParseHttpDate(std::string_view value);
+
+/// The wait of a Retry-After value (RFC 9110), seconds or a time; never negative. Nothing for another text.
+std::optional<std::chrono::seconds> ParseRetryAfter(std::string_view value, TDateTime now);
+
+/// A Content-Range value (RFC 9110): "bytes 5-9/10", "bytes 5-9/*", or "bytes */10" when no part is sent.
+struct TContentRange {
+  std::optional<std::int64_t> First;  ///< position of the part's first byte
+  std::optional<std::int64_t> Total;  ///< bytes of the whole
+};
+/// Leaves out what cannot be read.
+TContentRange ParseContentRange(std::string_view value);
 
 /// The month, 1 to 12, that a text of exactly three letters abbreviates in English, in any letter case; 0 for
 /// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.

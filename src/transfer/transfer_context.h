@@ -11,6 +11,7 @@ namespace skyreel {
 class TNMFTP;
 class TNMHTTP;
 class TTransferLedger;
+class THttpsClient;
 class TWinInetTransfer;
 struct TFileResult;
 
@@ -72,6 +73,7 @@ struct TTransferContext {
   TNMFTP& NMFTP;
   TNMHTTP& NMHTTP;
   TNMHTTP& NMHTTPNotts;
+  THttpsClient& Https;
   TTransferLedger& Ledger;
   TSharedSettings Shared;
   /// The operating system's Internet library; null on systems without one.

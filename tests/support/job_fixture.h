@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "base/files.h"
+#include "net/https_client.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
@@ -35,7 +36,8 @@ class TJobFixture {
   explicit TJobFixture(const std::string& now = "2005-11-10 12:00")
       : Clock(At(now)),
         Ledger(Folder / "ledger.txt"),
-        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, {}}, {}, Folder / "program"} {
+        Context{
+            {Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Https, Ledger, {}}, {}, Folder / "program"} {
     std::filesystem::create_directories(OutputPath());
     std::filesystem::create_directories(Context.ProgramFolder);
     Context.Source = "Tab";
@@ -151,6 +153,7 @@ class TJobFixture {
   TNMFTP NMFTP{[this] { OnTurn(); }};
   TNMHTTP NMHTTP{[this] { OnTurn(); }};
   TNMHTTP NMHTTPNotts{[this] { OnTurn(); }};
+  THttpsClient Https{[this] { OnTurn(); }};
   TTransferLedger Ledger;
   TJobContext Context;
 
