@@ -1,6 +1,7 @@
 #include "net/https_client.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -74,18 +75,6 @@ std::string Seconds(std::int32_t milliseconds) {
   return std::to_string((milliseconds + 999) / 1000) + " s";
 }
 
-template <typename TValue>
-void SetOption(CURL* easy, CURLoption option, TValue value) {
-  if (const CURLcode code = curl_easy_setopt(easy, option, value); code != CURLE_OK)
-    throw std::runtime_error(curl_easy_strerror(code));
-}
-
-template <typename TValue>
-TValue Info(CURL* easy, CURLINFO info, TValue value) {
-  curl_easy_getinfo(easy, info, &value);
-  return value;
-}
-
 }  // namespace
 
 // --- Settings ------------------------------------------------------------------------------------------
@@ -118,26 +107,27 @@ THttpsSettings ReadHttpsSettings(const std::string& ca_file, std::string_view ho
 }
 
 std::string ServerOf(const std::string& url) {
-  struct TPart {
-    ~TPart() { curl_free(Text); }
-    char* Text = nullptr;
-  };
-  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
-  TPart scheme, host, port;
-  if (curl_url_set(parsed.get(), CURLUPART_URL, Sendable(url).c_str(), 0) != CURLUE_OK ||
-      curl_url_get(parsed.get(), CURLUPART_SCHEME, &scheme.Text, 0) != CURLUE_OK ||
-      curl_url_get(parsed.get(), CURLUPART_HOST, &host.Text, 0) != CURLUE_OK)
-    throw std::runtime_error("Bad URL");
-  constexpr std::array<std::string_view, 3> kSchemes = {"http", "https", "ftp"};
-  if (std::ranges::find(kSchemes, scheme.Text) == kSchemes.end())
-    throw std::runtime_error("Not an http, https or ftp address");
-  const bool has_port =
-      curl_url_get(parsed.get(), CURLUPART_PORT, &port.Text, CURLU_NO_DEFAULT_PORT) == CURLUE_OK;
-  return LowerCase(host.Text) + (has_port ? ":" + std::string(port.Text) : "");
+  constexpr std::array<std::pair<std::string_view, std::string_view>, 3> kSchemes = {
+      {{"http://", ":80"}, {"https://", ":443"}, {"ftp://", ":21"}}};
+  const auto scheme =
+      std::ranges::find_if(kSchemes, [&](const auto& known) { return StartsWithText(url, known.first); });
+  if (scheme == kSchemes.end()) throw std::runtime_error("Not an http, https or ftp address");
+  const std::string_view rest = std::string_view(url).substr(scheme->first.size());
+  std::string server = LowerCase(rest.substr(0, rest.find_first_of("/?#")));
+  // The library may read an odd name in another way, so that a password would go elsewhere.
+  bool odd = server.find('\\') != std::string::npos;
+  server.erase(0, server.find('@') + 1);
+  for (const char c : server)
+    odd |= !IsLetterOrDigit(c) && std::string_view(".-_:[]").find(c) == std::string_view::npos;
+  if (server.ends_with(scheme->second)) server.erase(server.size() - scheme->second.size());
+  if (server.empty() || server.front() == ':' || odd) throw std::runtime_error("Bad URL");
+  return server;
 }
 
 // --- One request ---------------------------------------------------------------------------------------
 
+/// libcurl, loaded for the first request: with all the libraries that it needs it would make each start of
+/// the program 7 ms longer.
 struct THttpsClient::TLibrary {
   TLibrary() {
     if (Multi == nullptr) throw std::bad_alloc();
@@ -147,56 +137,92 @@ struct THttpsClient::TLibrary {
   TLibrary(const TLibrary&) = delete;
   TLibrary& operator=(const TLibrary&) = delete;
 
-  CURLM* Multi = curl_multi_init();
-  bool Inside = false;  ///< the library is running and refuses most calls
-};
-
-namespace {
-
-/// A list of texts as the library wants it.
-struct TLines {
-  TLines() = default;
-  ~TLines() { Clear(); }
-  TLines(const TLines&) = delete;
-  TLines& operator=(const TLines&) = delete;
-
-  void Clear() { curl_slist_free_all(std::exchange(List, nullptr)); }
-  void Add(const std::string& line) {
-    curl_slist* const longer = curl_slist_append(List, line.c_str());
-    if (longer == nullptr) throw std::bad_alloc();
-    List = longer;
+  template <typename TFunction>
+  TFunction Find(const char* name) const {
+    void* const found = Handle != nullptr ? ::dlsym(Handle, name) : nullptr;
+    if (found == nullptr) throw std::runtime_error("libcurl cannot be loaded");
+    return reinterpret_cast<TFunction>(found);
   }
 
-  curl_slist* List = nullptr;
+  // It stays loaded: a lookup's thread may outlive the client.
+  void* const Handle = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_NODELETE);
+#define SKYREEL_FUNCTION(name) const decltype(&::name) name = Find<decltype(&::name)>(#name)
+  SKYREEL_FUNCTION(curl_easy_cleanup);
+  SKYREEL_FUNCTION(curl_easy_getinfo);
+  SKYREEL_FUNCTION(curl_easy_init);
+  SKYREEL_FUNCTION(curl_easy_setopt);
+  SKYREEL_FUNCTION(curl_easy_strerror);
+  SKYREEL_FUNCTION(curl_getdate);
+  SKYREEL_FUNCTION(curl_multi_add_handle);
+  SKYREEL_FUNCTION(curl_multi_cleanup);
+  SKYREEL_FUNCTION(curl_multi_info_read);
+  SKYREEL_FUNCTION(curl_multi_init);
+  SKYREEL_FUNCTION(curl_multi_perform);
+  SKYREEL_FUNCTION(curl_multi_poll);
+  SKYREEL_FUNCTION(curl_multi_remove_handle);
+  SKYREEL_FUNCTION(curl_multi_setopt);
+  SKYREEL_FUNCTION(curl_multi_strerror);
+  SKYREEL_FUNCTION(curl_slist_append);
+  SKYREEL_FUNCTION(curl_slist_free_all);
+  SKYREEL_FUNCTION(curl_version_info);
+#undef SKYREEL_FUNCTION
+  CURLM* const Multi = curl_multi_init();
 };
 
-}  // namespace
-
 struct THttpsClient::TTransfer {
+  /// A list of texts as the library wants it.
+  struct TLines {
+    explicit TLines(const TLibrary& library) : Library(library) {}
+    ~TLines() { Clear(); }
+    TLines(const TLines&) = delete;
+    TLines& operator=(const TLines&) = delete;
+
+    void Clear() { Library.curl_slist_free_all(std::exchange(List, nullptr)); }
+    void Add(const std::string& line) {
+      curl_slist* const longer = Library.curl_slist_append(List, line.c_str());
+      if (longer == nullptr) throw std::bad_alloc();
+      List = longer;
+    }
+
+    const TLibrary& Library;
+    curl_slist* List = nullptr;
+  };
+
   TTransfer(TLibrary& library, THttpsRequest request, TSink sink, TDone done)
       : Library(library), Request(std::move(request)), Sink(std::move(sink)), Done(std::move(done)) {
     if (Easy == nullptr) throw std::bad_alloc();
   }
   ~TTransfer() {
     Stop();
-    curl_easy_cleanup(Easy);
+    Library.curl_easy_cleanup(Easy);
   }
   TTransfer(const TTransfer&) = delete;
   TTransfer& operator=(const TTransfer&) = delete;
 
   void Go() {
-    if (const CURLMcode code = curl_multi_add_handle(Library.Multi, Easy); code != CURLM_OK)
-      throw ESockError(curl_multi_strerror(code));
+    if (const CURLMcode code = Library.curl_multi_add_handle(Library.Multi, Easy); code != CURLM_OK)
+      throw ESockError(Library.curl_multi_strerror(code));
     Running = true;
   }
   void Stop() {
-    if (std::exchange(Running, false)) curl_multi_remove_handle(Library.Multi, Easy);
+    if (std::exchange(Running, false)) Library.curl_multi_remove_handle(Library.Multi, Easy);
   }
+  template <typename TValue>
+  void Set(CURLoption option, TValue value) {
+    if (const CURLcode code = Library.curl_easy_setopt(Easy, option, value); code != CURLE_OK)
+      throw std::runtime_error(Library.curl_easy_strerror(code));
+  }
+  template <typename TValue>
+  TValue Info(CURLINFO info, TValue value) const {
+    Library.curl_easy_getinfo(Easy, info, &value);
+    return value;
+  }
+
   /// For another request. A used handle does not take all options any more.
   void Renew() {
     Stop();
-    curl_easy_cleanup(Easy);
-    Easy = curl_easy_init();
+    Library.curl_easy_cleanup(Easy);
+    Easy = Library.curl_easy_init();
     if (Easy == nullptr) throw std::bad_alloc();
   }
 
@@ -204,16 +230,16 @@ struct THttpsClient::TTransfer {
   void CompleteHeader() {
     if (std::exchange(HeaderComplete, true)) return;
     if (IsFtp(Url)) {
-      const bool old = Info(Easy, CURLINFO_CONDITION_UNMET, 0L) != 0;
+      const bool old = Info(CURLINFO_CONDITION_UNMET, 0L) != 0;
       Reply.Code = old ? 304 : 200;
       Reply.Status = old ? "304 Not Modified" : "200 OK";
-      const auto time = Info<curl_off_t>(Easy, CURLINFO_FILETIME_T, -1);
+      const auto time = Info<curl_off_t>(CURLINFO_FILETIME_T, -1);
       if (time >= 0) Reply.Header = "Last-Modified: " + HttpDate(time) + "\r\n";
     } else {
-      Reply.Code = static_cast<int>(Info(Easy, CURLINFO_RESPONSE_CODE, 0L));
-      Reply.Http2 = Info(Easy, CURLINFO_HTTP_VERSION, 0L) >= CURL_HTTP_VERSION_2_0;
+      Reply.Code = static_cast<int>(Info(CURLINFO_RESPONSE_CODE, 0L));
+      Reply.Http2 = Info(CURLINFO_HTTP_VERSION, 0L) >= CURL_HTTP_VERSION_2_0;
     }
-    const auto length = Info<curl_off_t>(Easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, -1);
+    const auto length = Info<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, -1);
     if (length >= 0) Reply.Length = length;
     Reply.Announced = Reply.Length.value_or(0);
     if (!IsRedirect(Reply)) Fire(Request.OnHeader, Reply);
@@ -222,7 +248,7 @@ struct THttpsClient::TTransfer {
   /// Whether the server has answered, even if the body is cut.
   bool CompleteReply(CURLcode code) {
     if (IsFtp(Url) && code == CURLE_LOGIN_DENIED) return CompleteFtp("401 Login Refused");
-    if (IsFtp(Url) && code != CURLE_OK && Info(Easy, CURLINFO_RESPONSE_CODE, 0L) == 550)
+    if (IsFtp(Url) && code != CURLE_OK && Info(CURLINFO_RESPONSE_CODE, 0L) == 550)
       return CompleteFtp("404 Not Found");
     if (code != CURLE_OK && (code != CURLE_PARTIAL_FILE || !Reply.Length)) return false;
     CompleteHeader();
@@ -282,6 +308,9 @@ struct THttpsClient::TTransfer {
     return CURL_PREREQFUNC_OK;
   }
 
+  std::string ErrorText(CURLcode code) const {
+    return Error[0] != 0 ? Error.data() : Library.curl_easy_strerror(code);
+  }
   bool IsOverdue(TMonotonic::time_point now) const {
     return Sent && Request.TimeOut > 0 && now - LastByte > std::chrono::milliseconds(Request.TimeOut);
   }
@@ -294,8 +323,8 @@ struct THttpsClient::TTransfer {
   THttpsRequest Request;
   TSink Sink;
   TDone Done;
-  CURL* Easy = curl_easy_init();
-  TLines HeaderLines, Overrides;
+  CURL* Easy = Library.curl_easy_init();
+  TLines HeaderLines{Library}, Overrides{Library};
   std::array<char, CURL_ERROR_SIZE> Error{};
   std::string Url;  ///< asked now
   int Redirects = 0;
@@ -317,7 +346,6 @@ namespace {
 [[noreturn]] void ThrowFailure(CURLcode code, std::string detail, const std::string& server,
                                int system_error) {
   const std::string host = server + ": ";
-  if (detail.empty()) detail = curl_easy_strerror(code);
   detail = WithoutControls(detail);
   const std::string cause(Trim(std::string_view(detail).substr(detail.rfind(':') + 1)));
   switch (code) {
@@ -353,20 +381,25 @@ THttpsClient::THttpsClient(TEventHook event_hook) : event_hook_(std::move(event_
 
 THttpsClient::~THttpsClient() = default;
 
+void THttpsClient::LoadLibrary() {
+  if (!library_) library_ = std::make_unique<TLibrary>();
+}
+
 void THttpsClient::SetSettings(const THttpsSettings& settings) {
   overrides_ = settings.Overrides;
   certificates_.Close();
   if (settings.Certificates.empty()) return;
+  LoadLibrary();
   // The library keeps what it has read of a file, but not of a text in memory: that costs 20 ms a connection.
   std::string all = settings.Certificates + '\n';
-  const char* const system = curl_version_info(CURLVERSION_NOW)->cainfo;
+  const char* const system = library_->curl_version_info(CURLVERSION_NOW)->cainfo;
   if (system != nullptr && FileSizeOf(system) > 0) all += ReadWholeFile(system, kMaxCertificates);
   certificates_ = TDescriptor(::memfd_create("certificates", MFD_CLOEXEC));
   if (!certificates_.IsOpen() || !WriteAll(certificates_.Get(), all)) ThrowErrno("certificates");
 }
 
 THttpsClient::THandle THttpsClient::Start(THttpsRequest request, TSink sink, TDone done) {
-  if (!library_) library_ = std::make_unique<TLibrary>();
+  LoadLibrary();
   auto transfer =
       std::make_unique<TTransfer>(*library_, std::move(request), std::move(sink), std::move(done));
   transfer->Handle = ++last_handle_;
@@ -379,7 +412,6 @@ THttpsClient::THandle THttpsClient::Start(THttpsRequest request, TSink sink, TDo
 
 void THttpsClient::Prepare(TTransfer& transfer) {
   const THttpsRequest& request = transfer.Request;
-  CURL* const easy = transfer.Easy;
   const std::string server = ServerOf(transfer.Url);
   // A password, a cookie or a key is for the server that was asked first.
   const bool own_server = server == ServerOf(request.Url);
@@ -390,29 +422,28 @@ void THttpsClient::Prepare(TTransfer& transfer) {
   transfer.LastByte = TMonotonic::now();
   transfer.Http1 = http1_servers_.contains(server);
 
-  SetOption(easy, CURLOPT_PRIVATE, &transfer);
-  SetOption(easy, CURLOPT_ERRORBUFFER, transfer.Error.data());
-  SetOption(easy, CURLOPT_NOSIGNAL, 1L);
-  SetOption(easy, CURLOPT_QUICK_EXIT, 1L);
-  SetOption(easy, CURLOPT_BUFFERSIZE, kBufferSize);
+  transfer.Set(CURLOPT_PRIVATE, &transfer);
+  transfer.Set(CURLOPT_ERRORBUFFER, transfer.Error.data());
+  transfer.Set(CURLOPT_NOSIGNAL, 1L);
+  transfer.Set(CURLOPT_QUICK_EXIT, 1L);
+  transfer.Set(CURLOPT_BUFFERSIZE, kBufferSize);
 
-  SetOption(easy, CURLOPT_URL, transfer.Url.c_str());
-  SetOption(easy, CURLOPT_PROTOCOLS_STR, "http,https,ftp");
-  SetOption(easy, CURLOPT_PATH_AS_IS, 1L);
-  SetOption(easy, CURLOPT_NOBODY, request.HeaderOnly ? 1L : 0L);
-  SetOption(easy, CURLOPT_FILETIME, 1L);
-  SetOption(easy, CURLOPT_USERAGENT, "Skyreel/" SKYREEL_VERSION);
-  SetOption(
-      easy, CURLOPT_HTTP_VERSION,
-      transfer.Http1 ? static_cast<long>(CURL_HTTP_VERSION_1_1) : static_cast<long>(CURL_HTTP_VERSION_2TLS));
+  transfer.Set(CURLOPT_URL, transfer.Url.c_str());
+  transfer.Set(CURLOPT_PROTOCOLS_STR, "http,https,ftp");
+  transfer.Set(CURLOPT_PATH_AS_IS, 1L);
+  transfer.Set(CURLOPT_NOBODY, request.HeaderOnly ? 1L : 0L);
+  transfer.Set(CURLOPT_FILETIME, 1L);
+  transfer.Set(CURLOPT_USERAGENT, "Skyreel/" SKYREEL_VERSION);
+  transfer.Set(CURLOPT_HTTP_VERSION, transfer.Http1 ? static_cast<long>(CURL_HTTP_VERSION_1_1)
+                                                    : static_cast<long>(CURL_HTTP_VERSION_2TLS));
   // A second request waits for the first one's connection, which may take both.
-  SetOption(easy, CURLOPT_PIPEWAIT, 1L);
+  transfer.Set(CURLOPT_PIPEWAIT, 1L);
 
-  SetOption(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  transfer.Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   // With a folder of certificates the library would read all of them again for each connection.
-  SetOption(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  transfer.Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
   if (certificates_.IsOpen())
-    SetOption(easy, CURLOPT_CAINFO, ("/proc/self/fd/" + std::to_string(certificates_.Get())).c_str());
+    transfer.Set(CURLOPT_CAINFO, ("/proc/self/fd/" + std::to_string(certificates_.Get())).c_str());
 
   transfer.HeaderLines.Clear();
   for (const std::string& line : request.HeaderLines) {
@@ -421,46 +452,46 @@ void THttpsClient::Prepare(TTransfer& transfer) {
     if (own_server || !secret) transfer.HeaderLines.Add(line);
     constexpr std::string_view kSince = "If-Modified-Since:";
     if (IsFtp(transfer.Url) && StartsWithText(line, kSince)) {
-      SetOption(easy, CURLOPT_TIMECONDITION, static_cast<long>(CURL_TIMECOND_IFMODSINCE));
-      SetOption(easy, CURLOPT_TIMEVALUE_LARGE,
-                static_cast<curl_off_t>(curl_getdate(line.c_str() + kSince.size(), nullptr)));
+      transfer.Set(CURLOPT_TIMECONDITION, static_cast<long>(CURL_TIMECOND_IFMODSINCE));
+      transfer.Set(CURLOPT_TIMEVALUE_LARGE,
+                   static_cast<curl_off_t>(library_->curl_getdate(line.c_str() + kSince.size(), nullptr)));
     }
   }
-  if (!IsFtp(transfer.Url)) SetOption(easy, CURLOPT_HTTPHEADER, transfer.HeaderLines.List);
+  if (!IsFtp(transfer.Url)) transfer.Set(CURLOPT_HTTPHEADER, transfer.HeaderLines.List);
   if (own_server && !request.UserId.empty() && !request.Password.empty()) {
     if (IsFtp(transfer.Url) && (HasControlCharacter(request.UserId) || HasControlCharacter(request.Password)))
       throw std::runtime_error("Control character in the request");
-    SetOption(easy, CURLOPT_USERNAME, request.UserId.c_str());
-    SetOption(easy, CURLOPT_PASSWORD, request.Password.c_str());
+    transfer.Set(CURLOPT_USERNAME, request.UserId.c_str());
+    transfer.Set(CURLOPT_PASSWORD, request.Password.c_str());
   }
 
   // Without these the proxy settings of the environment would take effect.
-  SetOption(easy, CURLOPT_PROXY, "");
-  SetOption(easy, CURLOPT_NOPROXY, "");
+  transfer.Set(CURLOPT_PROXY, "");
+  transfer.Set(CURLOPT_NOPROXY, "");
   if (request.Proxy) {
     if (HasControlCharacter(request.Proxy->Host)) throw std::runtime_error("Control character in the proxy");
-    SetOption(easy, CURLOPT_PROXY, Sendable(request.Proxy->Host).c_str());
-    SetOption(easy, CURLOPT_PROXYPORT, static_cast<long>(request.Proxy->Port));
-    SetOption(easy, CURLOPT_HTTPPROXYTUNNEL, IsSecure(transfer.Url) ? 1L : 0L);
-    SetOption(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    transfer.Set(CURLOPT_PROXY, Sendable(request.Proxy->Host).c_str());
+    transfer.Set(CURLOPT_PROXYPORT, static_cast<long>(request.Proxy->Port));
+    transfer.Set(CURLOPT_HTTPPROXYTUNNEL, IsSecure(transfer.Url) ? 1L : 0L);
+    transfer.Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   }
   transfer.Overrides.Clear();
   for (const THostOverride& override : overrides_)
     transfer.Overrides.Add(override.Host + "::" + override.Address + ":" + std::to_string(override.Port));
-  SetOption(easy, CURLOPT_CONNECT_TO, transfer.Overrides.List);
+  transfer.Set(CURLOPT_CONNECT_TO, transfer.Overrides.List);
   if (request.TimeOut > 0) {
-    SetOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.TimeOut));
-    SetOption(easy, CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>((request.TimeOut + 999) / 1000));
-    SetOption(easy, CURLOPT_LOW_SPEED_LIMIT, kLowSpeed);
-    SetOption(easy, CURLOPT_LOW_SPEED_TIME, static_cast<long>((request.TimeOut + 999) / 1000));
+    transfer.Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request.TimeOut));
+    transfer.Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>((request.TimeOut + 999) / 1000));
+    transfer.Set(CURLOPT_LOW_SPEED_LIMIT, kLowSpeed);
+    transfer.Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>((request.TimeOut + 999) / 1000));
   }
 
-  SetOption(easy, CURLOPT_HEADERFUNCTION, &TTransfer::Take<&TTransfer::TakeHeader>);
-  SetOption(easy, CURLOPT_HEADERDATA, &transfer);
-  SetOption(easy, CURLOPT_WRITEFUNCTION, &TTransfer::Take<&TTransfer::TakeBody>);
-  SetOption(easy, CURLOPT_WRITEDATA, &transfer);
-  SetOption(easy, CURLOPT_PREREQFUNCTION, &TTransfer::TakeSent);
-  SetOption(easy, CURLOPT_PREREQDATA, &transfer);
+  transfer.Set(CURLOPT_HEADERFUNCTION, &TTransfer::Take<&TTransfer::TakeHeader>);
+  transfer.Set(CURLOPT_HEADERDATA, &transfer);
+  transfer.Set(CURLOPT_WRITEFUNCTION, &TTransfer::Take<&TTransfer::TakeBody>);
+  transfer.Set(CURLOPT_WRITEDATA, &transfer);
+  transfer.Set(CURLOPT_PREREQFUNCTION, &TTransfer::TakeSent);
+  transfer.Set(CURLOPT_PREREQDATA, &transfer);
 }
 
 void THttpsClient::Cancel(THandle handle) {
@@ -477,16 +508,18 @@ void THttpsClient::Turn() {
   if (transfers_.empty()) return LetEventsThrough();
 
   int running = 0;
-  curl_multi_perform(library_->Multi, &running);
+  library_->curl_multi_perform(library_->Multi, &running);
   ReportSent();
   ReportProgress();
 
   std::vector<std::pair<THandle, CURLcode>> ended;
   int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(library_->Multi, &left)) {
+  while (const CURLMsg* const message = library_->curl_multi_info_read(library_->Multi, &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     const CURLcode code = message->data.result;
-    ended.emplace_back(Info<TTransfer*>(message->easy_handle, CURLINFO_PRIVATE, nullptr)->Handle, code);
+    TTransfer* transfer = nullptr;
+    library_->curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+    ended.emplace_back(transfer->Handle, code);
   }
   // What is called for one request may cancel another.
   for (const auto& [handle, code] : ended) {
@@ -494,7 +527,7 @@ void THttpsClient::Turn() {
       Finish(*transfer->second, code);
   }
 
-  if (ended.empty()) curl_multi_poll(library_->Multi, nullptr, 0, kWaitMilliseconds, nullptr);
+  if (ended.empty()) library_->curl_multi_poll(library_->Multi, nullptr, 0, kWaitMilliseconds, nullptr);
   LetEventsThrough();
   EndOverdue();
 }
@@ -564,12 +597,12 @@ bool THttpsClient::GoesOn(TTransfer& transfer, int library_code) {
     if (!transfer.HeaderComplete) return Restart(transfer);
   }
   if (!transfer.CompleteReply(code))
-    ThrowFailure(code, transfer.Error.data(), server,
-                 static_cast<int>(Info(transfer.Easy, CURLINFO_OS_ERRNO, 0L)));
+    ThrowFailure(code, transfer.ErrorText(code), server,
+                 static_cast<int>(transfer.Info(CURLINFO_OS_ERRNO, 0L)));
   if (!IsRedirect(transfer.Reply)) return false;
 
   if (++transfer.Redirects > kMaxRedirects) throw ESockError("Too many redirects");
-  const std::string next = Sendable(Info(transfer.Easy, CURLINFO_REDIRECT_URL, ""));
+  const std::string next = Sendable(transfer.Info(CURLINFO_REDIRECT_URL, ""));
   if (!IsSecure(next) && (IsSecure(transfer.Url) || !StartsWithText(next, "http:")))
     throw ESockError(server + ": redirects to an address that is not secure");
   transfer.Url = next;

@@ -84,7 +84,8 @@ class THttpsClient : public THttpTransport {
   THttpsClient(const THttpsClient&) = delete;
   THttpsClient& operator=(const THttpsClient&) = delete;
 
-  /// For requests that start from now on. Throws std::system_error.
+  /// For requests that start from now on. Throws std::system_error, and std::runtime_error when libcurl is
+  /// not there.
   void SetSettings(const THttpsSettings& settings);
 
   /// Starts a request. `sink` and OnHeader must not use the client; `done` may. A reply shorter than
@@ -108,6 +109,7 @@ class THttpsClient : public THttpTransport {
   struct TLibrary;
   struct TTransfer;
 
+  void LoadLibrary();
   void Prepare(TTransfer& transfer);
   bool Restart(TTransfer& transfer);
   void Finish(TTransfer& transfer, int library_code);
