@@ -49,6 +49,14 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
   connect(&TimerSilence_, &QTimer::timeout, this, &TJobRunner::TimerWatchdogTimer);
 }
 
+void TJobRunner::SetHttps(const std::string& ca_file, const std::string& host_overrides) {
+  try {
+    https_.SetSettings(ReadHttpsSettings(ca_file, host_overrides, https_problems_));
+  } catch (const std::exception& error) {
+    https_problems_.push_back(std::string("The setting CaFile is not used: ") + error.what());
+  }
+}
+
 bool TJobRunner::BeginRun(QPushButton& button) {
   if (busy_) {
     stop_requested_ = true;
@@ -83,6 +91,7 @@ void TJobRunner::EndRun(QPushButton& button) {
 
 void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
   if (BeginRun(page.RunButton())) return;
+  for (const std::string& problem : std::exchange(https_problems_, {})) setup_.Display.AddStatusLine(problem);
   try {
     if (page.OutputPath().empty()) throw std::runtime_error("no output folder is chosen");
     TJobContext context = JobContext(page.Source());

@@ -36,6 +36,9 @@ class TJobRunner : public QObject, private TRunControl {
   /// The operating system's Internet library; nullptr on systems without one.
   TWinInetTransfer* WinInet() const { return win_inet_.get(); }
   bool Busy() const { return busy_; }
+  /// Which certificates secure servers may have besides the usual ones, and where hosts are (see
+  /// ReadHttpsSettings). The next run says what is wrong with it.
+  void SetHttps(const std::string& ca_file, const std::string& host_overrides);
   /// Runs a page's job to its end, unless one is running: then it asks that one to stop.
   void Run(TSourcePage& page, const TSourcePage::TJob& job);
   /// Asks the running job to stop and the program to close after it.
@@ -74,6 +77,7 @@ class TJobRunner : public QObject, private TRunControl {
   QTimer TimerWatchdog_{this};
   QTimer TimerSilence_{this};
 
+  std::vector<std::string> https_problems_;  ///< not yet said
   bool busy_ = false;
   bool stop_requested_ = false;
   bool close_when_done_ = false;

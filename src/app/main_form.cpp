@@ -34,7 +34,9 @@ TFormMain::TFormMain(TFormEnvironment environment)
       ui_(std::make_unique<Ui::TFormMain>()),
       servers_(environment_.Store),
       WindowGeometry_(environment_.Store, "WindowGeometry", ""),
-      SplitterState_(environment_.Store, "SplitterState", "") {
+      SplitterState_(environment_.Store, "SplitterState", ""),
+      CaFile_(environment_.Store, "CaFile", ""),
+      HostOverrides_(environment_.Store, "HostOverrides", "") {
   FormCreate();
 }
 
@@ -53,6 +55,7 @@ void TFormMain::FormCreate() {
   runner_ = std::make_unique<TJobRunner>(
       this, TJobRunner::TSetup{*this, servers_, environment_.ProgramFolder, environment_.Clock,
                                environment_.WatchdogPeriod, [this] { return ReadShared(); }});
+  runner_->SetHttps(CaFile_.Value.toStdString(), HostOverrides_.Value.toStdString());
   tabs_ = std::make_unique<TSourceTabs>(*ui_->PageControl, *ui_->MenuSources, environment_.Store,
                                         environment_.ProgramFolder, runner_->WinInet() != nullptr);
   RestorePersistedControls(*this, environment_.Store);

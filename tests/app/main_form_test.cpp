@@ -143,16 +143,18 @@ TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
 
 TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   Store("ServerNewZealand", "ftp://x y");
+  Store("HostOverrides", "h=a:0");
   Open();
   Get<QCheckBox>("CheckBoxUseProxy").setChecked(true);
   Get<QLineEdit>("EditProxy").setText("127.0.0.1");
   Get<QLineEdit>("EditProxyPort").setText(QString::number(Server.Port()));
   PressControl(Qt::Key_R);
   EXPECT_EQ(Server.Paths().at(0), std::string("http://www.metservice.co.nz") + kFirstChart);
-  EXPECT_THAT(Lines()[0], StartsWith("New Zealand weather service: the server in the settings is not used"));
+  EXPECT_THAT(Lines()[0], StartsWith("The setting HostOverrides is not used for \"h=a:0\""));
+  EXPECT_THAT(Lines()[1], StartsWith("New Zealand weather service: the server in the settings is not used"));
   Get<QAction>("MenuItemServers").trigger();
-  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a", "a:80", "http://a:0",
-                           "http://a:65536", " http://n.z:65535/ "}) {
+  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a:b", "a:80", "http://a:0",
+                           "http://a:65536", " https://n.z:65535/ ", " http://n.z:65535/ "}) {
     Get<QLineEdit>("ServerNewZealand").setText(text);
     Get<QDialog>("ServersDialog").accept();
     EXPECT_EQ(Get<QDialog>("ServersDialog").isHidden(), *text == ' ') << text;

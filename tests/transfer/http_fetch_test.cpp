@@ -188,12 +188,12 @@ const THttpFault kFaults[] = {
     {"chunked reply, cut inside a chunk", "<chunked>x", TimedOut, TimedOut,
      "Connection closed inside the reply", "1, noted"},
     {"redirect to another path", "<found>/moved\n\n", Saved, Saved, "", "whole"},
-    {"redirect to https", "<found>https://h/a\n\n", NotAsked, NotAsked,
-     "HTTP Secure Socket is not supported"},
+    {"redirect to https", "<found>https://h/a\n\n", TimedOut, TimedOut, "h: Connection refused"},
 };
 
 class THttpFaults : public test::TFetchTest {
  protected:
+  THttpFaults() { Https.SetSettings({"", {{"h", "127.0.0.1", test::ClosedPort()}}}); }
   void Serve(const THttpFault& fault) {
     const std::string body = test::Picture(kSize), half = body.substr(kSize / 2);
     const std::string chunk = "1770\n";  // 6000 bytes
