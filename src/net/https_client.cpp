@@ -26,7 +26,7 @@ namespace {
 using TMonotonic = std::chrono::steady_clock;
 
 constexpr int kMaxRedirects = 20;
-constexpr std::int64_t kMaxHeader = 1 << 20;  ///< also of a redirect's page
+constexpr std::int64_t kMaxHeader = 256 << 10;  ///< also of a redirect's page
 constexpr std::int64_t kMaxCertificates = 16 << 20;
 constexpr int kWaitMilliseconds = 2;
 constexpr auto kEventPeriod = std::chrono::milliseconds(2);
@@ -361,6 +361,9 @@ namespace {
       throw ECertificateError("the file of trusted certificates cannot be read");
     case CURLE_SSL_CONNECT_ERROR:
       throw ESockError(host + "no secure connection: " + cause);
+    // What the library says of a header line that is too long for it.
+    case CURLE_OUT_OF_MEMORY:
+      throw ESockError("Header too long");
     case CURLE_GOT_NOTHING:
       throw ESockError("Connection closed before the reply");
     case CURLE_PARTIAL_FILE:
