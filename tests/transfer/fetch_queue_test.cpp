@@ -1,5 +1,6 @@
 #include "transfer/fetch_queue.h"
 
+#include "support/https_server.h"
 #include "support/job_fixture.h"
 #include "transfer/http_header.h"
 
@@ -195,6 +196,32 @@ TEST_F(TFetchQueueTest, AGapHoldsUpItsOwnHostAloneAndAStopEndsAll) {
   queue.Add(Request("/stall"));
   queue.Run();
   EXPECT_THAT(answers_, ElementsAre("/stall stopped"));
+}
+
+TEST_F(TFetchQueueTest, TilesComeSideBySideAndABrokenStreamIsResumedOverHttp11) {
+  test::THttpsServer server;
+  Https.SetSettings(server.Settings);
+  std::atomic<int> asked = 0;
+  // The first tile shows that the host speaks HTTP/2; each of the others waits for all.
+  server.Upstream.Handle("*", [&asked](const std::string& path, const std::string& request) {
+    if (path == "/cut/broken") {
+      const bool again = request.find("If-Range: \"t\"") != request.npos;
+      return again ? Part("5-9/10", "FGHIJ") : Cut("ETag: \"t\"") + "<later><reset>";
+    }
+    for (++asked; path != "/cut/0" && asked < 4;) std::this_thread::sleep_for(1ms);
+    return HttpReply(path);
+  });
+  TFetchQueue queue(Context);
+  for (const char* const path : {"/cut/0", "/cut/1", "/cut/2", "/cut/3", "/cut/broken"}) {
+    TFetchRequest request = Request(path, "good.test");
+    request.Url.insert(4, "s");
+    request.Group = path == std::string("/cut/broken") ? "" : "tiles";
+    queue.Add(request);
+  }
+  queue.Run();
+  EXPECT_THAT(answers_, UnorderedElementsAre("/cut/0 200 /cut/0", "/cut/1 200 /cut/1", "/cut/2 200 /cut/2",
+                                             "/cut/3 200 /cut/3", "/cut/broken 200 ABCDEFGHIJ"));
+  EXPECT_THAT(last_.Header, StartsWith("HTTP/1.1 206"));
 }
 
 }  // namespace

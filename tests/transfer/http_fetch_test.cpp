@@ -1,6 +1,7 @@
 #include "transfer/http_fetch.h"
 
 #include "image/image_file.h"
+#include "support/https_server.h"
 #include "transfer/fetch_test.h"
 
 namespace skyreel {
@@ -148,6 +149,19 @@ TEST_F(THttpFetch, AProxyStaysInEffectAndAnUnusablePortIsReportedOnce) {
   Server.Answer("/a.jpg", Picture(10000));
   EXPECT_THAT(Get(), ElementsAre("Proxy not set: port \"http\" is not a port number", "/a.jpg - OK"));
   EXPECT_THAT(Get("/a.jpg", "b.jpg"), ElementsAre("/a.jpg - OK"));
+}
+
+TEST_F(THttpFetch, ARedirectToASecureServerIsFollowedWithoutThePassword) {
+  test::THttpsServer server;
+  Https.SetSettings(server.Settings);
+  for (const char* const code : {"301", "308"}) {
+    Server.Script("/a", "HTTP/1.0 " + std::string(code) + " Go\r\nLocation: https://good.test/key\r\n\r\nno");
+    const THttpPage page = GetHttpPage(Context, NMHTTP, Server.Url("/a"), "");
+    EXPECT_EQ(page.Text, "key=");
+    THttpStream stream;
+    EXPECT_EQ(GetHttpToStream(Context, root_ + "/a", stream, "u", "w"), 4) << "no key follows";
+  }
+  EXPECT_EQ(GetHttpPage(Context, NMHTTP, "https://good.test/key", "").Text, "key=Basic dTp3");
 }
 
 // --- Faults ----------------------------------------------------------------------------------------------
