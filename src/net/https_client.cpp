@@ -131,7 +131,8 @@ std::string ServerOf(const std::string& url) {
 struct THttpsClient::TLibrary {
   TLibrary() {
     if (Multi == nullptr) throw std::bad_alloc();
-    curl_multi_setopt(Multi, CURLMOPT_MAX_HOST_CONNECTIONS, 1L);
+    // Not one: hosts behind a proxy, or at one address by the user's settings, count as one host here.
+    curl_multi_setopt(Multi, CURLMOPT_MAX_HOST_CONNECTIONS, 6L);
   }
   ~TLibrary() { curl_multi_cleanup(Multi); }
   TLibrary(const TLibrary&) = delete;
@@ -571,7 +572,7 @@ void THttpsClient::EndOverdue() {
   std::vector<std::pair<THandle, std::exception_ptr>> over;
   for (const auto& [handle, transfer] : transfers_) {
     if (transfer->Aborted) {
-      over.emplace_back(handle, std::make_exception_ptr(EAbortError("Aborted")));
+      over.emplace_back(handle, std::make_exception_ptr(EAbortError("Transfer aborted")));
     } else if (transfer->IsOverdue(now)) {
       over.emplace_back(handle, std::make_exception_ptr(transfer->NoAnswer()));
     }

@@ -65,9 +65,9 @@ struct THttpsRequest : THttpRequest {
 };
 
 /// Fetches over https, http and ftp: TLS 1.2 or newer with a checked certificate, HTTP/2 where the server
-/// offers it, connections kept for the next request, at most one to each server. Follows up to 20 redirects,
-/// none from https to http, and gives a password or cookie to no other server. Uses no proxy but the
-/// request's.
+/// offers it. Connections are kept for the next request, and HTTP/2 requests to a server share one. Follows
+/// up to 20 redirects, none from https to http, and gives a password or cookie to no other server. Uses no
+/// proxy but the request's.
 ///
 /// Several requests may run at once. They move only inside Turn and Fetch, on the caller's thread. Both call
 /// the event hook given to the constructor, which may start, cancel or abort requests. Inside it Turn and

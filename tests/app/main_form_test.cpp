@@ -266,10 +266,12 @@ TEST_F(MainFormTest, TheWatchdogEndsAWaitOfEachClient) {
   const std::tuple<const char*, std::string, std::string, const char*> clients[] = {
       {"ServerMSFC", "", "220 hi\r\n", "ButtonRunMSFC"},
       {"ServerDundeePdus", "http://", "", "ButtonRunDundeePdus"},
+      {"ServerDundeePdus", "https://", "", "ButtonRunDundeePdus"},
       {"ServerEuArchiveOld", "http://", "", "ButtonRunEuArchive"}};
   for (const auto& [setting, scheme, greeting, button] : clients) {
     TScriptedServer server([&, greeting = greeting](TScriptedServer::TPeer& peer) {
-      peer.Play(greeting + "<line>");
+      peer.Play(greeting);
+      peer.Fill();
       InTheWait([&] {
         EXPECT_GT(Get<QTimer>("TimerWatchdog").remainingTime(), 1'000'000);
         QMetaObject::invokeMethod(&Get<QTimer>("TimerWatchdog"), "timeout");

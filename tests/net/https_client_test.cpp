@@ -140,7 +140,7 @@ TEST_F(THttpsClientTest, RequestsEndWhenTheEventHookSaysSo) {
     hook_ = {};
   };
   while (!Client.IsIdle()) Client.Turn();
-  EXPECT_EQ(ends, "first Aborted");
+  EXPECT_EQ(ends, "first Transfer aborted");
   // A failing sink ends its request alone.
   const auto full = [](std::string_view) { throw std::length_error("full"); };
   EXPECT_EQ(Failure<std::length_error>([&] { Client.Fetch(RequestFor(server.Url("/stall")), full); }),
