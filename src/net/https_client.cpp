@@ -79,6 +79,19 @@ std::string Seconds(std::int32_t milliseconds) {
 
 // --- Settings ------------------------------------------------------------------------------------------
 
+namespace {
+
+bool IsHostName(const std::string& text) {
+  try {
+    return ServerOf("http://" + text) == LowerCase(text) &&
+           (text.find(':') == std::string::npos || text.ends_with(']'));
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace
+
 THttpsSettings ReadHttpsSettings(const std::string& ca_file, std::string_view host_overrides,
                                  std::vector<std::string>& problems) {
   THttpsSettings settings;
@@ -94,13 +107,13 @@ THttpsSettings ReadHttpsSettings(const std::string& ca_file, std::string_view ho
     const std::size_t equals = std::min(item.find('='), item.size());
     const std::size_t colon = std::max(std::min(item.rfind(':'), item.size()), equals);
     const std::string host = item.substr(0, equals);
-    const std::string address = item.substr(equals, colon - equals);
+    const std::string address = Characters(item, equals + 2, colon - std::min(equals + 1, colon));
     const auto port = ParseNumber<std::uint16_t>(item.substr(std::min(colon + 1, item.size())));
-    if (host.empty() || address.size() < 2 || HasControlCharacter(item) || port.value_or(0) == 0) {
+    if (!IsHostName(host) || !IsHostName(address) || port.value_or(0) == 0) {
       problems.push_back("The setting HostOverrides is not used for \"" + WithoutControls(item) +
                          "\": write it as host=address:port");
     } else {
-      settings.Overrides.push_back({host, address.substr(1), *port});
+      settings.Overrides.push_back({host, address, *port});
     }
   }
   return settings;
@@ -422,6 +435,7 @@ void THttpsClient::Prepare(TTransfer& transfer) {
   transfer.Reply = {};
   transfer.Reply.Url = transfer.Url;
   transfer.HeaderBytes = 0;
+  transfer.Error[0] = 0;
   transfer.HeaderComplete = transfer.Sent = transfer.SentReported = false;
   transfer.LastByte = TMonotonic::now();
   transfer.Http1 = http1_servers_.contains(server);
@@ -531,9 +545,12 @@ void THttpsClient::Turn() {
       Finish(*transfer->second, code);
   }
 
-  if (ended.empty()) library_->curl_multi_poll(library_->Multi, nullptr, 0, kWaitMilliseconds, nullptr);
-  LetEventsThrough();
+  // Before the hook: it may take long, and meanwhile bytes come that nobody has read yet.
   EndOverdue();
+
+  if (ended.empty() && !transfers_.empty())
+    library_->curl_multi_poll(library_->Multi, nullptr, 0, kWaitMilliseconds, nullptr);
+  LetEventsThrough();
 }
 
 void THttpsClient::LetEventsThrough() {

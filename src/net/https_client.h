@@ -69,9 +69,10 @@ struct THttpsRequest : THttpRequest {
 /// up to 20 redirects, none from https to http, and gives a password or cookie to no other server. Uses no
 /// proxy but the request's.
 ///
-/// Several requests may run at once. They move only inside Turn and Fetch, on the caller's thread. Both call
-/// the event hook given to the constructor, which may start, cancel or abort requests. Inside it Turn and
-/// Fetch throw ESockError "Busy with another operation", and nobody may destroy the client.
+/// The program must ignore SIGPIPE. Several requests may run at once. They move only inside Turn and Fetch,
+/// on the caller's thread. Both call the event hook given to the constructor, which may start, cancel or
+/// abort requests. Inside it Turn and Fetch throw ESockError "Busy with another operation", and nobody may
+/// destroy the client.
 class THttpsClient : public THttpTransport {
  public:
   using THandle = std::uint64_t;
@@ -84,7 +85,7 @@ class THttpsClient : public THttpTransport {
   THttpsClient(const THttpsClient&) = delete;
   THttpsClient& operator=(const THttpsClient&) = delete;
 
-  /// For requests that start from now on. Throws std::system_error, and std::runtime_error when libcurl is
+  /// To be called before the first request. Throws std::system_error, and std::runtime_error when libcurl is
   /// not there.
   void SetSettings(const THttpsSettings& settings);
 

@@ -151,12 +151,12 @@ TEST_F(THttpsClientTest, SettingsThatAreWrongAreNamedAndLeftOut) {
   test::TTempFolder folder;
   const std::string no_pem = folder.Write("a.pem", "text");
   std::vector<std::string> problems;
-  const THttpsSettings settings =
-      ReadHttpsSettings(no_pem, "a.b=1.2.3.4:5 c=[::1]:6 d e= =f:1 g=:1 h=i j=k:0 l=m:65536", problems);
+  const THttpsSettings settings = ReadHttpsSettings(
+      no_pem, "a.b=1.2.3.4:5 c=[::1]:6 d e= =f:1 g=:1 h=i j=k:0 l=m:65536 n:1=o:1 p=q=r:1", problems);
   EXPECT_EQ(settings.Certificates, "");
   ASSERT_EQ(settings.Overrides.size(), 2U);
   EXPECT_EQ(settings.Overrides[1].Address, "[::1]");
-  EXPECT_EQ(problems.size(), 8U);
+  EXPECT_EQ(problems.size(), 10U);
   EXPECT_THAT(problems[0], HasSubstr("a.pem: it holds no certificate"));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <cstdio>
 
 #include "base/files.h"
@@ -15,6 +16,7 @@ namespace skyreel::test {
 class THttpsServer {
  public:
   THttpsServer() {
+    std::signal(SIGPIPE, SIG_IGN);
     const std::string command = "bash '" SKYREEL_TESTS "/support/https-server.sh' " + Folder.Path().string() +
                                 " " + Upstream.Address();
     server_ = ::popen(command.c_str(), "w");
