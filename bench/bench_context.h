@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 
+#include "net/https_client.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
@@ -51,7 +52,7 @@ class TFixedClock : public TSystemClock {
 struct TBenchContext {
   explicit TBenchContext(const std::filesystem::path& folder)
       : Ledger(folder / "ledger.txt"),
-        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, Record, {}}, {}, folder} {
+        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Https, Ledger, Record, {}}, {}, folder} {
     NMHTTP.OnPacketRecvd = [this](TPowersock& sender) {
       ShowTransferProgress(Display, sender.ReceivedByteCount, sender.TransferSize);
     };
@@ -63,6 +64,7 @@ struct TBenchContext {
   TNMFTP NMFTP;
   TNMHTTP NMHTTP;
   TNMHTTP NMHTTPNotts;
+  THttpsClient Https;
   TTransferLedger Ledger;
   TRunRecord Record;
   TJobContext Context;

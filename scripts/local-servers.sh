@@ -37,14 +37,14 @@ start_on_free_port() {
   return 1
 }
 
-# start_nginx WORK ROOT [LINES] : serves ROOT over HTTP; sets $port. WORK is for the server's own files, LINES
-# are added to its configuration of the server.
+# start_nginx WORK ROOT [LINES [FLAGS]] : serves ROOT over HTTP; sets $port. WORK is for the server's own files,
+# LINES are added to its configuration of the server with @PORT@ as the port, FLAGS to its listen line ("ssl").
 start_nginx() {
   mkdir -p "$1"
-  start_on_free_port run_nginx "$1" "$2" "${3:-}"
+  start_on_free_port run_nginx "$1" "$2" "${3:-}" "${4:-}"
 }
 run_nginx() {
-  local work=$1 root=$2 lines=$3 port=$4
+  local work=$1 root=$2 lines=${3//@PORT@/$5} flags=$4 port=$5
   cat >"$work/nginx.conf" <<NGINX
 daemon off;
 master_process off;
@@ -58,7 +58,7 @@ http {
   access_log off;
   sendfile on;
   server {
-    listen 127.0.0.1:$port;
+    listen 127.0.0.1:$port $flags;
     root $root;
     $lines
   }

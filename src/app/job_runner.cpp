@@ -27,6 +27,7 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
       NMFTP_([this] { LetEventsThrough(); }),
       NMHTTP_([this] { LetEventsThrough(); }),
       NMHTTPNotts_([this] { LetEventsThrough(); }),
+      https_([this] { LetEventsThrough(); }),
       ledger_(setup_.ProgramFolder / kLedgerName) {
   const auto show_progress = [this](TPowersock& sender) {
     ShowTransferProgress(setup_.Display, sender.ReceivedByteCount, sender.TransferSize);
@@ -34,6 +35,9 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
   BindFtpEvents(NMFTP_, setup_.Display, ftp_listing_);
   NMHTTP_.OnPacketRecvd = show_progress;
   NMHTTPNotts_.OnPacketRecvd = show_progress;
+  https_.OnReceived = [this](std::int64_t received, std::int64_t announced) {
+    ShowTransferProgress(setup_.Display, received, announced);
+  };
   NMHTTPNotts_.InputFileMode = true;
   ledger_.OnProblem = [this](TTransferLedger&, const std::string& text) {
     setup_.Display.AddStatusLine(text);
@@ -43,6 +47,14 @@ TJobRunner::TJobRunner(QObject* parent, TSetup setup)
   TimerWatchdog_.setInterval(setup_.WatchdogPeriod);
   connect(&TimerWatchdog_, &QTimer::timeout, this, &TJobRunner::TimerWatchdogTimer);
   connect(&TimerSilence_, &QTimer::timeout, this, &TJobRunner::TimerWatchdogTimer);
+}
+
+void TJobRunner::SetHttps(const std::string& ca_file, const std::string& host_overrides) {
+  try {
+    https_.SetSettings(ReadHttpsSettings(ca_file, host_overrides, https_problems_));
+  } catch (const std::exception& error) {
+    https_problems_.push_back(std::string("The setting CaFile is not used: ") + error.what());
+  }
 }
 
 bool TJobRunner::BeginRun(TSourcePage& page) {
@@ -89,6 +101,7 @@ void TJobRunner::EndRun(TSourcePage& page) {
 
 void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
   if (BeginRun(page)) return;
+  for (const std::string& problem : std::exchange(https_problems_, {})) setup_.Display.AddStatusLine(problem);
   TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
   TRunRecord record;
   record.Source = page.Source().Caption;
@@ -117,7 +130,7 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
 }
 
 TJobContext TJobRunner::JobContext(const TSource& source, TClock& clock, TRunRecord& record) {
-  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, ledger_, record, setup_.Shared(),
+  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, https_, ledger_, record, setup_.Shared(),
            win_inet_.get(), source.Caption},
           setup_.Servers.Roots(source, setup_.Display),
           setup_.ProgramFolder};
@@ -144,6 +157,7 @@ void TJobRunner::TimerWatchdogTimer() {
   NMFTP_.Abort();
   NMHTTP_.Abort();
   NMHTTPNotts_.Abort();
+  https_.Abort();
 }
 
 }  // namespace skyreel

@@ -9,6 +9,7 @@
 
 #include "app/servers_dialog.h"
 #include "app/source_page.h"
+#include "net/https_client.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "transfer/ftp_fetch.h"
@@ -37,6 +38,8 @@ class TJobRunner : public QObject, private TRunControl {
   /// The operating system's Internet library; nullptr on systems without one.
   TWinInetTransfer* WinInet() const { return win_inet_.get(); }
   bool Busy() const { return running_ != nullptr; }
+  /// Which certificates secure servers may have besides the usual ones, and where hosts are (see
+  /// ReadHttpsSettings). The next run says what is wrong with it.
   /// Runs a page's job to its end. While a job is running, asks that one to stop instead, and the second
   /// time aborts its transfer.
   void Run(TSourcePage& page, const TSourcePage::TJob& job);
@@ -71,10 +74,12 @@ class TJobRunner : public QObject, private TRunControl {
   TNMFTP NMFTP_;
   TNMHTTP NMHTTP_;
   TNMHTTP NMHTTPNotts_;
+  THttpsClient https_;
   TTransferLedger ledger_;
   QTimer TimerWatchdog_{this};
   QTimer TimerSilence_{this};
 
+  std::vector<std::string> https_problems_;  ///< not yet said
   const TSourcePage* running_ = nullptr;  ///< whose job is running
   bool stop_requested_ = false;
   bool close_when_done_ = false;

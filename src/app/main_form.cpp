@@ -35,7 +35,9 @@ TFormMain::TFormMain(TFormEnvironment environment)
       ui_(std::make_unique<Ui::TFormMain>()),
       servers_(environment_.Store),
       WindowGeometry_(environment_.Store, "WindowGeometry", ""),
-      SplitterState_(environment_.Store, "SplitterState", "") {
+      SplitterState_(environment_.Store, "SplitterState", ""),
+      CaFile_(environment_.Store, "CaFile", ""),
+      HostOverrides_(environment_.Store, "HostOverrides", "") {
   FormCreate();
 }
 
@@ -55,6 +57,7 @@ void TFormMain::FormCreate() {
       this, TJobRunner::TSetup{*this, servers_, environment_.ProgramFolder, environment_.Clock,
                                environment_.WatchdogPeriod, environment_.Document != nullptr,
                                [this] { return ReadShared(); }});
+  runner_->SetHttps(CaFile_.Value.toStdString(), HostOverrides_.Value.toStdString());
   tabs_ = std::make_unique<TSourceTabs>(*ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
                                         environment_.Store, environment_.ProgramFolder,
                                         runner_->WinInet() != nullptr);

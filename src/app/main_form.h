@@ -129,6 +129,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
   TRegistryString WindowGeometry_, SplitterState_;
+  TRegistryString CaFile_, HostOverrides_;
   QTimer TimerShow_;
   QString orbiscope_path_;
 

@@ -39,14 +39,14 @@ std::string RootAsMeant(const QString& typed, bool ftp) {
 
 std::string ServerRootProblem(const std::string& text, bool ftp) {
   if (text.empty()) return {};
-  const char* form = ftp ? "Write it as host or host:port." : "Write it as http://host or http://host:port.";
+  const char* form = ftp ? "Write it as host or host:port."
+                         : "Write it as http://host or https://host, if need be with :port.";
   if (HasControlCharacter(text)) return std::string("It holds a control character. ") + form;
   std::string_view rest = text;
-  if (StartsWithText(rest, "https://"))
-    return std::string("This version cannot ask secure servers (https). ") + form;
   if (!ftp) {
-    if (!StartsWithText(rest, "http://")) return std::string("It does not begin with http://. ") + form;
-    rest.remove_prefix(7);
+    if (!StartsWithText(rest, "http://") && !StartsWithText(rest, "https://"))
+      return std::string("It does not begin with http:// or https://. ") + form;
+    rest.remove_prefix(rest.find("//") + 2);
   }
   const std::size_t colon = rest.find(':');
   const std::string_view host = rest.substr(0, colon);

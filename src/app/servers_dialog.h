@@ -15,7 +15,8 @@ class QLineEdit;
 namespace skyreel {
 
 /// What is wrong with a server as the user typed it, in one sentence; empty when it is right. An HTTP root is
-/// "http://host[:port]", an FTP root "host[:port]"; empty text means the built-in server and is right.
+/// "http://host[:port]" or "https://host[:port]", an FTP root "host[:port]"; empty text means the built-in
+/// server and is right.
 std::string ServerRootProblem(const std::string& text, bool ftp);
 
 /// The servers that the user chose for all sources.

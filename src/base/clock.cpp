@@ -10,6 +10,10 @@ TDateTime TSystemClock::UtcNow() const {
   return TDateTime::FromUnixTime(0) + std::chrono::floor<std::chrono::milliseconds>(since_1970);
 }
 
+std::chrono::milliseconds TSystemClock::Uptime() const {
+  return std::chrono::floor<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
 void TSystemClock::Sleep(std::chrono::milliseconds span) {
   using TMonotonic = std::chrono::steady_clock;
   constexpr TMonotonic::duration kStep = std::chrono::milliseconds(5);

@@ -13,6 +13,8 @@ class TClock {
   virtual ~TClock() = default;
   /// The current UTC date and time.
   virtual TDateTime UtcNow() const = 0;
+  /// A time that nobody sets back, for measuring waits.
+  virtual std::chrono::milliseconds Uptime() const { return UtcNow() - TDateTime(); }
   /// Waits, and lets events through meanwhile: at least once, even for a span of zero.
   virtual void Sleep(std::chrono::milliseconds span) = 0;
 };
@@ -22,6 +24,7 @@ class TSystemClock : public TClock {
  public:
   explicit TSystemClock(TEventHook event_hook) : event_hook_(std::move(event_hook)) {}
   TDateTime UtcNow() const override;
+  std::chrono::milliseconds Uptime() const override;
   void Sleep(std::chrono::milliseconds span) override;
 
  private:

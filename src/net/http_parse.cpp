@@ -36,6 +36,15 @@ void ReadHeaderLine(std::string_view line, THttpReplyHeader& header) {
   }
 }
 
+std::string HeaderValue(std::string_view header, std::string_view name) {
+  std::string value;
+  ForEachLine(header, [&](std::string_view line) {
+    if (StartsWithText(line, name) && line.substr(name.size()).starts_with(':'))
+      value = Trim(line.substr(name.size() + 1));
+  });
+  return value;
+}
+
 std::int64_t ParseChunkSize(std::string_view line) {
   const auto size = ParseNumber<std::uint64_t>(Trim(line.substr(0, line.find(';'))), 16);
   return size && *size <= kMaxChunk ? static_cast<std::int64_t>(*size) : -1;

@@ -24,6 +24,9 @@ int ReplyCodeOf(std::string_view status_line);
 /// Reads one header line, with or without its line end, into `header`. Unknown lines change nothing.
 void ReadHeaderLine(std::string_view line, THttpReplyHeader& header);
 
+/// The value of the last line of that name in a header, trimmed; "" when it has no such line.
+std::string HeaderValue(std::string_view header, std::string_view name);
+
 /// The size in a chunk's first line (hexadecimal, an extension may follow a ";"); -1 for any other line.
 std::int64_t ParseChunkSize(std::string_view line);
 

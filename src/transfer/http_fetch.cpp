@@ -17,6 +17,8 @@
 #include "base/files.h"
 #include "base/scope.h"
 #include "base/text.h"
+#include "net/http_url.h"
+#include "net/https_client.h"
 #include "net/nm_http.h"
 #include "transfer/http_header.h"
 #include "transfer/jpeg_reencode.h"
@@ -27,14 +29,6 @@
 namespace skyreel {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-constexpr std::int64_t kLargestPage = 64 << 20;
-constexpr int kUnauthorized = 401;
-constexpr int kProxyUnauthorized = 407;
-
-// --- One request ---------------------------------------------------------------------------------------
 
 std::optional<THttpProxy> WantedProxy(TTransferContext& context) {
   TSharedSettings& shared = context.Shared;
@@ -47,13 +41,49 @@ std::optional<THttpProxy> WantedProxy(TTransferContext& context) {
   return std::nullopt;
 }
 
-THttpReply Ask(TTransferContext& context, THttpTransport& transport, THttpRequest request,
+namespace {
+
+constexpr std::int64_t kLargestPage = 64 << 20;
+constexpr int kProxyUnauthorized = 407;
+
+// --- One request ---------------------------------------------------------------------------------------
+
+bool IsSecure(const std::string& url) {
+  return StartsWithText(url, "https://");
+}
+
+/// Sends with `client`, or with the HTTPS client where the address or a redirect is a secure one. The request
+/// then has the address that was asked last.
+THttpReply Send(TTransferContext& context, TNMHTTP& client, THttpRequest& request,
+                const THttpTransport::TSink& sink) {
+  const bool secure = IsSecure(request.Url);
+  if (!secure) {
+    const TScopedValue stop_at_secure(
+        client.OnRedirect, [](TNMHTTP& sender, bool& handled) { handled = IsSecure(sender.Location()); });
+    const THttpReply reply = client.Fetch(request, sink);
+    if (reply.Code < 300 || reply.Code > 398 || !IsSecure(client.Location())) return reply;
+  }
+  if (request.UserId.empty()) request.UserId = client.HeaderInfo.UserId;
+  if (request.Password.empty()) request.Password = client.HeaderInfo.Password;
+  if (!secure) {
+    // A password is for the server that was asked first.
+    if (ServerOf(client.Location()) != ServerOf("http://" + ParseHttpUrl(request.Url).Host)) {
+      request.UserId.clear();
+      request.Password.clear();
+    }
+    request.Url = client.Location();
+  }
+  return context.Https.Fetch(request, sink);
+}
+
+/// Sends under the shared settings, and reports a server that cannot be reached or wants another login.
+THttpReply Ask(TTransferContext& context, TNMHTTP& client, THttpRequest request,
                const THttpTransport::TSink& sink) {
   request.TimeOut = context.Shared.TimeoutSeconds * 1000;
   request.Proxy = WantedProxy(context);
   const auto watchdog = Guard(context.Run);
   try {
-    THttpReply reply = transport.Fetch(request, sink);
+    THttpReply reply = Send(context, client, request, sink);
     if (reply.Code == kUnauthorized)
       ReportServerProblem(context, request.Url, "refused the user name or the password");
     if (reply.Code == kProxyUnauthorized)
@@ -78,8 +108,8 @@ struct TReceived {
 };
 
 /// One GET, the body to `sink`. Throws nothing.
-TReceived Receive(TTransferContext& context, THttpTransport& transport, THttpRequest request,
-                  std::int64_t limit, const THttpTransport::TSink& sink) {
+TReceived Receive(TTransferContext& context, TNMHTTP& client, THttpRequest request, std::int64_t limit,
+                  const THttpTransport::TSink& sink) {
   constexpr std::size_t kBeginning = 4096;
   TReceived received;
   const auto fail = [&](TFileOutcome outcome, const std::exception& error) {
@@ -87,7 +117,7 @@ TReceived Receive(TTransferContext& context, THttpTransport& transport, THttpReq
     received.Reason = ReasonOf(error);
   };
   try {
-    received.Reply = Ask(context, transport, std::move(request), [&](std::string_view piece) {
+    received.Reply = Ask(context, client, std::move(request), [&](std::string_view piece) {
       received.Bytes += static_cast<std::int64_t>(piece.size());
       if (received.Bytes > limit) throw ETooLarge("larger than the limit");
       received.Beginning += piece.substr(0, kBeginning - std::min(kBeginning, received.Beginning.size()));
@@ -332,13 +362,13 @@ THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url)
   return info;
 }
 
-THttpPage GetHttpPage(TTransferContext& context, THttpTransport& transport, const std::string& url,
+THttpPage GetHttpPage(TTransferContext& context, TNMHTTP& client, const std::string& url,
                       const std::string& detail) {
   const auto progress = ShowTransfer(context.Display, detail);
   THttpPage page;
   THttpRequest request;
   request.Url = url;
-  const TReceived received = Receive(context, transport, std::move(request), kLargestPage,
+  const TReceived received = Receive(context, client, std::move(request), kLargestPage,
                                      [&](std::string_view piece) { page.Text += piece; });
   if (received.Outcome != TFileOutcome::Saved) return {0, "", false, received.Reason};
   page.ReplyCode = received.Reply.Code;

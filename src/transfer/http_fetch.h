@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -11,11 +12,15 @@
 #include "transfer/file_result.h"
 #include "transfer/transfer_context.h"
 
+// An https address, and a redirect to one, goes through the context's HTTPS client.
 // Every request below goes out under the shared time-out and proxy, guarded by the watchdog. A wanted proxy
 // whose port is not a number from 0 to 65535 is left out, and one status line a run says so.
 // kept: once set, a proxy stays in effect for the program's run, even when it is not wanted any more.
 
 namespace skyreel {
+
+/// The proxy that the user wants, if any.
+std::optional<THttpProxy> WantedProxy(TTransferContext& context);
 
 /// What a server says about a file before it is fetched.
 struct THttpFileInfo {
@@ -39,7 +44,7 @@ struct THttpPage {
 
 /// Fetches a page with progress display and `detail` in the second panel. Throws nothing for a failed
 /// transfer.
-THttpPage GetHttpPage(TTransferContext& context, THttpTransport& transport, const std::string& url,
+THttpPage GetHttpPage(TTransferContext& context, TNMHTTP& client, const std::string& url,
                       const std::string& detail);
 
 /// A body in a temporary file of the system's temporary folder. All streams of a running program share one

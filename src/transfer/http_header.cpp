@@ -22,8 +22,7 @@ std::string_view TakeWord(std::string_view& text, char separator) {
   return word;
 }
 
-TDateTime ParseHttpDate(std::string_view line) {
-  TakeWord(line, ' ');  // the key
+TDateTime ReadHttpDate(std::string_view line) {
   TakeWord(line, ' ');  // the weekday
   const int day = ToInteger(TakeWord(line, ' '));
   const int month = MonthNumber(TakeWord(line, ' '));
@@ -81,7 +80,8 @@ bool ParseHttpHeader(std::string_view header, std::int32_t& content_length, TDat
         TakeWord(line, ' ');
         content_length = ToInteger(line);
       } else if (StartsWithText(line, "LAST-MODIFIED:")) {
-        last_modified = ParseHttpDate(line);
+        TakeWord(line, ' ');
+        last_modified = ReadHttpDate(line);
       }
     });
     return true;
@@ -109,6 +109,29 @@ TBodyHeader ReadBodyHeader(std::string_view header) {
   body.Length = length.value_or(size);
   if (!clear || *body.Length < size) body.Length.reset();
   return body;
+}
+
+std::optional<TDateTime> ParseHttpDate(std::string_view value) {
+  try {
+    return ReadHttpDate(value);
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+std::optional<std::chrono::seconds> ParseRetryAfter(std::string_view value, TDateTime now) {
+  if (const auto seconds = ParseNumber<std::uint32_t>(value, 10, UINT32_MAX))
+    return std::chrono::seconds(*seconds);
+  const auto time = ParseHttpDate(value);
+  if (!time) return std::nullopt;
+  return std::max(std::chrono::ceil<std::chrono::seconds>(*time - now), std::chrono::seconds(0));
+}
+
+TContentRange ParseContentRange(std::string_view value) {
+  if (!StartsWithText(value, "bytes ")) return {};
+  value.remove_prefix(6);
+  const std::string_view part = TakeWord(value, '/');
+  return {ParseNumber<std::int64_t>(part.substr(0, part.find('-'))), ParseNumber<std::int64_t>(value)};
 }
 
 int MonthNumber(std::string_view text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -11,6 +12,7 @@ namespace skyreel {
 /// The status of a reply that holds only a part of the file. The program never asks for a part; a server or a
 /// proxy may still send one.
 inline constexpr int kPartialContent = 206;
+inline constexpr int kUnauthorized = 401;
 
 /// Whether an HTTP status says that there is no such file.
 constexpr bool IsAbsent(int status) {
@@ -37,6 +39,20 @@ struct TBodyHeader {
 /// interim replies may come before it. Blanks before a colon, folded lines and equal repeats ("5, 5") are
 /// allowed. A number beyond 64 bits becomes the greatest one.
 TBodyHeader ReadBodyHeader(std::string_view header);
+
+/// A time as HTTP writes it, "Sun, 06 Nov 1994 08:49:37 GMT"; nothing for another text.
+std::optional<TDateTime> ParseHttpDate(std::string_view value);
+
+/// The wait of a Retry-After value (RFC 9110), seconds or a time; never negative. Nothing for another text.
+std::optional<std::chrono::seconds> ParseRetryAfter(std::string_view value, TDateTime now);
+
+/// A Content-Range value (RFC 9110): "bytes 5-9/10", "bytes 5-9/*", or "bytes */10" when no part is sent.
+struct TContentRange {
+  std::optional<std::int64_t> First;  ///< position of the part's first byte
+  std::optional<std::int64_t> Total;  ///< bytes of the whole
+};
+/// Leaves out what cannot be read.
+TContentRange ParseContentRange(std::string_view value);
 
 /// The month, 1 to 12, that a text of exactly three letters abbreviates in English, in any letter case; 0 for
 /// a text of any other length. Throws ERangeError "Bad month" for an unknown abbreviation.

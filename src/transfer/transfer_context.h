@@ -11,6 +11,7 @@ namespace skyreel {
 class TNMFTP;
 class TNMHTTP;
 class TTransferLedger;
+class THttpsClient;
 class TWinInetTransfer;
 struct TFileResult;
 struct TRunRecord;
@@ -73,6 +74,7 @@ struct TTransferContext {
   TNMFTP& NMFTP;
   TNMHTTP& NMHTTP;
   TNMHTTP& NMHTTPNotts;
+  THttpsClient& Https;
   TTransferLedger& Ledger;
   TRunRecord& Record;  ///< of the run; see EndFile
   TSharedSettings Shared;

@@ -180,13 +180,15 @@ TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
 
 TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   Store("ServerNewZealand", "ftp://x y");
+  Store("HostOverrides", "h=a:0");
   Open();
   Get<QCheckBox>("CheckBoxUseProxy").setChecked(true);
   Get<QLineEdit>("EditProxy").setText("127.0.0.1");
   Get<QLineEdit>("EditProxyPort").setText(QString::number(Server.Port()));
   PressControl(Qt::Key_R);
   EXPECT_EQ(Server.Paths().at(0), std::string("http://www.metservice.co.nz") + kFirstChart);
-  EXPECT_THAT(Lines()[0], StartsWith("New Zealand weather service: the server in the settings is not used"));
+  EXPECT_THAT(Lines()[0], StartsWith("The setting HostOverrides is not used for \"h=a:0\""));
+  EXPECT_THAT(Lines()[1], StartsWith("New Zealand weather service: the server in the settings is not used"));
   Get<QAction>("MenuItemServers").trigger();
   auto& dialog = Get<QDialog>("ServersDialog");
   auto& buttons = *dialog.findChild<QDialogButtonBox*>();
@@ -197,8 +199,8 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
     dialog.findChildren<QMessageBox*>().last()->button(answer)->click();
     EXPECT_EQ(edit.text().isEmpty(), answer == QMessageBox::Yes);
   }
-  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a", "ftp://a", "http://a:0",
-                           "http://a:65536", " n.z:65535/ "}) {
+  for (const char* text : {"http://", "http://h:80:81", "http://u@h", "https://a:b", "ftp://a", "http://a:0",
+                           "http://a:65536", " https://n.z:65535/ ", " n.z:65535/ "}) {
     edit.setText(text);
     EXPECT_TRUE(*text != ' ' || Get("LabelProblem").isHidden()) << "the field is corrected";
     dialog.accept();
@@ -330,12 +332,14 @@ TEST_F(MainFormTest, TheWatchdogOrASecondPressOfStopEndsAWaitOfEachClient) {
   const std::tuple<const char*, std::string, std::string, const char*> clients[] = {
       {"ServerMSFC", "", "220 hi\r\n", "ButtonRunMSFC"},
       {"ServerDundeePdus", "http://", "", "ButtonRunDundeePdus"},
+      {"ServerDundeePdus", "https://", "", "ButtonRunDundeePdus"},
       {"ServerEuArchiveOld", "http://", "", "ButtonRunEuArchive"}};
-  for (int i = 0; i < 6; ++i) {
-    const bool pressed = i >= 3;
-    const auto& [setting, scheme, greeting, button] = clients[i % 3];
+  for (int i = 0; i < 8; ++i) {
+    const bool pressed = i >= 4;
+    const auto& [setting, scheme, greeting, button] = clients[i % 4];
     TScriptedServer server([&, greeting = greeting, button = button](TScriptedServer::TPeer& peer) {
-      peer.Play(greeting + "<line>");
+      peer.Play(greeting);
+      peer.Fill();
       InTheWait([&] {
         EXPECT_GT(Get<QTimer>("TimerWatchdog").remainingTime(), 1'000'000);
         if (!pressed) QMetaObject::invokeMethod(&Get<QTimer>("TimerWatchdog"), "timeout");

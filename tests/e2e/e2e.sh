@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# e2e.sh SKYREEL ARCHIVE http | ftp PASSIVE: runs the program twice, as cron would, against Debian's nginx or
+# e2e.sh SKYREEL ARCHIVE http | https | ftp PASSIVE: runs the program twice, as cron would, against Debian's nginx or
 # vsftpd in a folder of its own, and compares what it leaves with what the server has. ARCHIVE makes the served
 # files.
 set -euo pipefail
@@ -8,6 +8,7 @@ shift 2
 scripts=$(dirname "${BASH_SOURCE[0]}")/../../scripts
 . "$scripts/program-settings.sh"
 . "$scripts/local-servers.sh"
+. "$scripts/certificates.sh"
 
 place=$(mktemp -d)
 trap 'stop_servers; rm -rf "$place"' EXIT
@@ -61,7 +62,7 @@ run() {
 # run_twice SWITCH... < settings : the second run fetches no file again.
 run_twice() {
   install_program "$place" "$skyreel"
-  point_at "$place" "http://127.0.0.1:$port" "127.0.0.1:$port"
+  point_at "$place" "${http_root:-http://127.0.0.1:$port}" "127.0.0.1:$port"
   set_values "$place"
   echo "ctot_12" >"$place/bin/EuArchive.txt"
   run "$@"
@@ -70,19 +71,28 @@ run_twice() {
   diff "$place/fetched" <(fetched) >&2 || fail "fetched again"
 }
 
-http() {
+https() {
+  make_self_signed "$place" ca
+  make_certificate "$place" archive.test
+  http_root=https://archive.test
+  http "$(use_certificate "$place" archive.test)" ssl
+}
+
+http() { # [LINES FLAGS]: of a secure server
   echo "demo:{PLAIN}demo" >"$place/passwords"
-  start_nginx "$place/nginx" "$root" "access_log $log plain;
+  start_nginx "$place/nginx" "$root" "${1:-} access_log $log plain;
     location /abin/ {
       auth_basic archive; auth_basic_user_file $place/passwords;
       location = /abin/pdus { try_files /abin/\$arg_name =404; }
-    }"
+    }" "${2:-}"
   serve "/abin/filesorder?s=Date"
   expect 06:00 EumetsatArchive CTOT_12.jpg "/~idds/images/out/SDDI-$ymd-0600-BNW-08-VIS006-00-800.jpg"
   expect 18:00 Bracknell bracka_1800.gif /wz/pics/bracka.gif
   expect 12:00 GOES/goes-w/conus "${ymd:2}1200G15I01.tif" "/goeswest-lzw/conus/vis/${ymd:2}1200G15I01.tif"
   expect 12:00 PDUS "${ymd:2}1200AV.pdu" "/abin/pdus?name=PDUS${ymd:2}1200AV"
   run_twice -MSLP -EUAR -GOES -PDUS <<SETTINGS
+CaFile="${1:+$place/ca.pem}"
+HostOverrides="${1:+archive.test=127.0.0.1:$port}"
 VisibleTabs="\"Weather data\",Eumetsat,GOES,PDUS"
 MSLPsources="Bracknell"
 EumetsatNewNaming=true

@@ -57,7 +57,7 @@ TEST_F(TSourceFaults, AChartIsNamedWhereItsServerRefusesOrCutsIt) {
   const std::tuple<std::string, std::string, std::string> rows[] = {
       {HttpReply("", {}, "404 Not Found"), "", ""},
       {HttpReply("", {}, "405 No"), "", " - refused by the server: 405"},
-      {"HTTP/1.0 302 Found\r\nLocation: https://h/\r\n\r\n", "", " - HTTP Secure Socket is not supported"},
+      {"HTTP/1.0 302 Found\r\nLocation: http://h:x/\r\n\r\n", "", " - Bad port in URL"},
       {header, header + Picture(3'000), " - missing or incomplete: received 3000 of 6000 bytes"},
       {header, "<close>", " - timed out"},
       {header, header + Picture(6'000), " - OK"},

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "base/files.h"
+#include "net/https_client.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/job_context.h"
@@ -37,7 +38,7 @@ class TJobFixture {
       : Clock(At(now)),
         Ledger(Folder / "ledger.txt"),
         Context{
-            {Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Ledger, Record, {}}, {}, Folder / "program"} {
+            {Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Https, Ledger, Record, {}}, {}, Folder / "program"} {
     std::filesystem::create_directories(OutputPath());
     std::filesystem::create_directories(Context.ProgramFolder);
     Context.Source = "Tab";
@@ -153,6 +154,7 @@ class TJobFixture {
   TNMFTP NMFTP{[this] { OnTurn(); }};
   TNMHTTP NMHTTP{[this] { OnTurn(); }};
   TNMHTTP NMHTTPNotts{[this] { OnTurn(); }};
+  THttpsClient Https{[this] { OnTurn(); }};
   TTransferLedger Ledger;
   TRunRecord Record;
   TJobContext Context;

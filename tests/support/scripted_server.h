@@ -185,7 +185,8 @@ class THttpServer : public TScriptedServer {
   TWords Requests() const {
     TWords requests;
     for (const std::string& line : Lines())
-      if (line.ends_with(" HTTP/1.0")) requests.push_back(line.substr(0, line.rfind(' ')));
+      if (line.substr(0, line.size() - 1).ends_with(" HTTP/1."))
+        requests.push_back(line.substr(0, line.rfind(' ')));
     return requests;
   }
   TWords Paths() const { return PathsOf(Requests()); }
@@ -201,7 +202,7 @@ class THttpServer : public TScriptedServer {
     } while (!line.empty());
     // LINK and UNLINK announce data that does not come.
     while (peer.Buffer.size() < size && request.find("LINK ") > 2) peer.Fill();
-    const std::string asked = request.substr(0, request.find(" HTTP/1.0"));
+    const std::string asked = request.substr(0, request.find(" HTTP/1."));
     const std::string path = PathsOf({asked})[0];
     std::unique_lock lock(answers_mutex_);
     TAnswer answer = [](auto&...) { return HttpReply("not found", {}, "404 Not Found"); };

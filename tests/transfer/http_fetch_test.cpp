@@ -1,6 +1,7 @@
 #include "transfer/http_fetch.h"
 
 #include "image/image_file.h"
+#include "support/https_server.h"
 #include "transfer/fetch_test.h"
 
 namespace skyreel {
@@ -150,6 +151,19 @@ TEST_F(THttpFetch, AProxyStaysInEffectAndAnUnusablePortIsReportedOnce) {
   EXPECT_THAT(Get("/a.jpg", "b.jpg"), ElementsAre("/a.jpg - OK"));
 }
 
+TEST_F(THttpFetch, ARedirectToASecureServerIsFollowedWithoutThePassword) {
+  test::THttpsServer server;
+  Https.SetSettings(server.Settings);
+  for (const char* const code : {"301", "308"}) {
+    Server.Script("/a", "HTTP/1.0 " + std::string(code) + " Go\r\nLocation: https://good.test/key\r\n\r\nno");
+    const THttpPage page = GetHttpPage(Context, NMHTTP, Server.Url("/a"), "");
+    EXPECT_EQ(page.Text, "key=");
+    THttpStream stream;
+    EXPECT_EQ(GetHttpToStream(Context, root_ + "/a", stream, "u", "w"), 4) << "no key follows";
+  }
+  EXPECT_EQ(GetHttpPage(Context, NMHTTP, "https://good.test/key", "").Text, "key=Basic dTp3");
+}
+
 // --- Faults ----------------------------------------------------------------------------------------------
 
 struct THttpFault {
@@ -193,12 +207,12 @@ const THttpFault kFaults[] = {
     {"chunked reply, cut inside a chunk", "<chunked>x", TimedOut, TimedOut,
      "Connection closed inside the reply", "1, noted"},
     {"redirect to another path", "<found>/moved\n\n", Saved, Saved, "", "whole"},
-    {"redirect to https", "<found>https://h/a\n\n", NotAsked, NotAsked,
-     "HTTP Secure Socket is not supported"},
+    {"redirect to https", "<found>https://h/a\n\n", TimedOut, TimedOut, "h: Connection refused"},
 };
 
 class THttpFaults : public test::TFetchTest {
  protected:
+  THttpFaults() { Https.SetSettings({"", {{"h", "127.0.0.1", test::ClosedPort()}}}); }
   void Serve(const THttpFault& fault) {
     const std::string body = test::Picture(kSize), half = body.substr(kSize / 2);
     const std::string chunk = "1770\n";  // 6000 bytes
