@@ -39,7 +39,7 @@ struct TFetchAnswer {
   std::string LastModified;
   std::optional<std::int64_t> Length;  ///< bytes of the whole, when the server said
   std::string Text;                    ///< the body of a 200, if it goes to no file
-  std::int64_t Bytes = 0;              ///< of the body, kept
+  std::int64_t Bytes = 0;              ///< of the body that came
   double Seconds = 0;                  ///< of the last try
   int Tries = 0;
 };
