@@ -125,6 +125,11 @@ TDateTime TimeOf(const TStatement& row, int column) {
   return row.IsNull(column) ? TDateTime() : TDateTime::FromUnixTime(row.Number(column));
 }
 
+std::string PathColumn(const std::filesystem::path& path) {
+  std::error_code ignored;
+  return std::filesystem::absolute(path, ignored).lexically_normal().string();
+}
+
 TTransaction::~TTransaction() {
   if (committed_) return;
   try {

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/date_time.h"
 
@@ -101,6 +102,13 @@ class TStatement {
 /// A time as a column: seconds since 1970, UTC; NULL for zero, an unknown time.
 std::optional<std::int64_t> ToColumn(TDateTime time);
 TDateTime TimeOf(const TStatement& row, int column);
+/// A path as a column: absolute, and written in one way.
+std::string PathColumn(const std::filesystem::path& path);
+/// The first of the rows, or nothing.
+template <typename T>
+std::optional<T> FirstOf(const std::vector<T>& rows) {
+  return rows.empty() ? std::nullopt : std::optional(rows.front());
+}
 
 /// Changes that become visible and lasting together with Commit; without it they are undone.
 class TTransaction {

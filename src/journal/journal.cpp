@@ -67,13 +67,16 @@ void TJournal::Add(const TJournalEntry& entry) {
   source.Bytes += entry.Bytes;
   if (entry.Outcome == TJournalOutcome::Present) return;
   Write([run = run_, at = clock_.UtcNow().UnixTime(), entry](TDatabase& database) {
+    const std::string path = PathColumn(entry.Path);
+    if (entry.Outcome <= TJournalOutcome::Updated)
+      database.Prepared("DELETE FROM stored WHERE path = ? AND source <> ?").Run(path, entry.Source);
     database
         .Prepared(
             "INSERT INTO files(run, at, source, product, slot, address, path, bytes, seconds, outcome, "
             "reason, etag, last_modified) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
-        .Run(run->Id, at, entry.Source, entry.Product, ToColumn(entry.SlotTime), Short(entry.Address),
-             entry.Path.string(), entry.Bytes, entry.Seconds, OutcomeWord(entry.Outcome), Short(entry.Reason),
-             Short(entry.ETag), Short(entry.LastModified));
+        .Run(run->Id, at, entry.Source, entry.Product, ToColumn(entry.SlotTime), Short(entry.Address), path,
+             entry.Bytes, entry.Seconds, OutcomeWord(entry.Outcome), Short(entry.Reason), Short(entry.ETag),
+             Short(entry.LastModified));
   });
 }
 
@@ -210,8 +213,7 @@ std::vector<TSourceRun> TJournal::LastRuns(const std::string& source, std::int64
 }
 
 std::optional<TSourceRun> TJournal::LastRun(const std::string& source) {
-  const std::vector<TSourceRun> runs = LastRuns(source, 1);
-  return runs.empty() ? std::nullopt : std::optional(runs.front());
+  return FirstOf(LastRuns(source, 1));
 }
 
 TSourceHealth TJournal::Health(const std::string& source, TDateTime::TSpan stale) {

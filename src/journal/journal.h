@@ -37,16 +37,16 @@ std::string_view OutcomeWord(TJournalOutcome outcome);
 /// One file that was asked for. A time of zero is an unknown one. Fractions of a second in times, and what is
 /// beyond 4,000 bytes of a text, are not kept.
 struct TJournalEntry {
-  std::string Source;   ///< the tab's caption of a built-in source, else the id of the description
-  std::string Product;  ///< the user's choice
-  TDateTime SlotTime;   ///< of the picture, UTC
-  std::string Address;  ///< without user name and password
-  std::filesystem::path Path;
-  std::int64_t Bytes = 0;  ///< received
-  double Seconds = 0;      ///< from the request to the end
+  std::string Source{};          ///< the tab's caption of a built-in source, else the id of the description
+  std::string Product{};         ///< the user's choice
+  TDateTime SlotTime{};          ///< of the picture, UTC
+  std::string Address{};         ///< without user name and password
+  std::filesystem::path Path{};  ///< absolute when the journal gives it back
+  std::int64_t Bytes = 0;        ///< received
+  double Seconds = 0;            ///< from the request to the end
   TJournalOutcome Outcome = TJournalOutcome::Failed;
-  std::string Reason;              ///< why there is no new file
-  std::string ETag, LastModified;  ///< as the server sent them
+  std::string Reason{};                ///< why there is no new file
+  std::string ETag{}, LastModified{};  ///< as the server sent them
 };
 
 /// An entry as the journal gives it back.
@@ -59,8 +59,8 @@ struct TJournalRow : TJournalEntry {
 /// Which rows are wanted: all that meet every condition.
 struct TJournalQuery {
   std::int64_t Run = 0;  ///< 0: of every run
-  std::string Source;    ///< empty: of every source
-  TDateTime Since;       ///< added at this time or later
+  std::string Source{};  ///< empty: of every source
+  TDateTime Since{};     ///< added at this time or later
   std::int64_t BeforeId =
       0;  ///< only rows that follow this one in the order of the answer; 0: from the first
   std::int64_t Limit = 500;
@@ -125,8 +125,9 @@ class TJournal {
   /// `stale` is the age from which the newest file is late; zero: never.
   TSourceHealth Health(const std::string& source, TDateTime::TSpan stale);
 
-  // --- For the classes of this folder.
+  // --- For TSourceMemory.
 
+  TDateTime Now() const { return clock_.UtcNow(); }
   /// Keeps a change for the next Flush. It may be called again when the first try failed.
   void Write(std::function<void(TDatabase& database)> change);
   /// Writes what waits, and asks.

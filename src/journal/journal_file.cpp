@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <thread>
 
 #include "base/date_time.h"
 #include "base/descriptor.h"
@@ -39,6 +40,13 @@ constexpr std::array kSteps = {
        CREATE INDEX files_at ON files(at);
        CREATE INDEX files_run ON files(run, at);
        CREATE INDEX files_source ON files(source, at);)",
+    R"(CREATE TABLE stored(
+         path TEXT PRIMARY KEY, source TEXT NOT NULL, product TEXT NOT NULL, slot INTEGER,
+         address TEXT NOT NULL, at INTEGER NOT NULL, bytes INTEGER NOT NULL, hash TEXT NOT NULL,
+         etag TEXT NOT NULL, last_modified TEXT NOT NULL) WITHOUT ROWID;
+       CREATE INDEX stored_slot ON stored(source, slot);
+       CREATE INDEX stored_address ON stored(source, product, address, at);
+       CREATE INDEX files_missing ON files(source, slot, product, at) WHERE outcome = 'missing';)",
 };
 
 std::int64_t VersionOf(TDatabase& database) {
@@ -54,22 +62,28 @@ std::pair<dev_t, ino_t> IdentityOf(const struct stat& info) {
 }  // namespace
 
 bool TJournalFile::Use(const std::function<void(TDatabase& database)>& action) {
-  for (const bool first : {true, false}) {
-    if (off_) return false;
+  const auto end = std::chrono::steady_clock::now() + patience_;
+  bool begun_anew = false;
+  while (!off_) {
     try {
       if (!database_) Open();
       action(*database_);
       return true;
     } catch (const EDatabaseError& error) {
+      const bool busy = error.Cause == TCause::Busy;
+      if (busy && std::chrono::steady_clock::now() < end) {
+        // While another copy opens or closes the file, SQLite does not wait.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        continue;
+      }
       if (error.Cause == TCause::Damaged) {
         database_.reset();
-        if (first && MoveAside()) continue;
+        if (!std::exchange(begun_anew, true) && MoveAside()) continue;
         off_ = true;
       }
-      if (error.Cause != TCause::Busy || patience_ > kPatience)
-        Tell("The journal " + file_.string() + " cannot be used: " + error.what());
+      if (!busy || patience_ > kPatience) TellUnusable(error.what());
     } catch (const std::system_error& error) {
-      Tell("The journal " + file_.string() + " cannot be used: " + ReasonOf(error));
+      TellUnusable(ReasonOf(error));
     }
     return false;
   }
@@ -136,6 +150,10 @@ bool TJournalFile::MoveAside() {
   if (std::rename(name.c_str(), aside.c_str()) != 0) return false;
   Tell("The journal " + name + " is damaged. It was renamed to " + aside + ", and a new one was begun");
   return true;
+}
+
+void TJournalFile::TellUnusable(const std::string& reason) {
+  Tell("The journal " + file_.string() + " cannot be used: " + reason);
 }
 
 void TJournalFile::Tell(const std::string& text) {

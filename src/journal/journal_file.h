@@ -36,6 +36,7 @@ class TJournalFile {
   void Open();
   void BringUpToDate();
   bool MoveAside();
+  void TellUnusable(const std::string& reason);
   void Tell(const std::string& text);
 
   const std::filesystem::path file_;
