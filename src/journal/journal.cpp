@@ -45,6 +45,7 @@ TJournal::TJournal(std::filesystem::path file, const TClock& clock)
     : clock_(clock), file_(std::move(file), clock) {}
 
 TJournal::~TJournal() {
+  file_.OnProblem = nullptr;  // what it refers to may be gone
   Flush();
 }
 

@@ -69,7 +69,7 @@ struct TJournalQuery {
 /// One source's part in a run.
 struct TSourceRun {
   TDateTime At;          ///< when the last file of the source was counted
-  TDateTime NewestSlot;  ///< of the files that are there, new and old; zero when there are none
+  TDateTime NewestSlot;  ///< of the files that are there, new and old; zero without files
   std::array<std::int64_t, kJournalOutcomes> Files{};  ///< by outcome
   std::int64_t Bytes = 0;
 
@@ -94,7 +94,7 @@ class TJournal {
  public:
   /// Opens the file, and creates its folder, at the first operation. The clock outlives the journal.
   TJournal(std::filesystem::path file, const TClock& clock);
-  /// Writes what is left.
+  /// Writes what is left; tells nothing.
   ~TJournal();
   TJournal(const TJournal&) = delete;
   TJournal& operator=(const TJournal&) = delete;
