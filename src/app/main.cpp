@@ -40,6 +40,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, bool headless
          .AppPaths = AppPathsFile(),
          .ProgramFolder = ProgramFolder(
              executable, ToPath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation))),
+         .JournalFile = StateFolder() / "Journal.sqlite",
          .Arguments = arguments,
          .Headless = headless,
          .Clock = nullptr,
