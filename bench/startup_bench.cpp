@@ -64,6 +64,7 @@ int main(int argc, char** argv) {
                            .Executable = folder / "Skyreel",
                            .AppPaths = folder / "App Paths.conf",
                            .ProgramFolder = folder,
+                           .JournalFile = folder / "Journal.sqlite",
                            .Arguments = {},
                            .Headless = false,
                            .Clock = nullptr,

@@ -6,7 +6,7 @@ run_program() {
   shift
   mkdir -p "$folder/home" "$folder/runtime"
   chmod 700 "$folder/runtime"
-  env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM -u XDG_DATA_HOME HOME="$folder/home" \
+  env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM -u XDG_DATA_HOME -u XDG_STATE_HOME HOME="$folder/home" \
     XDG_CONFIG_HOME="$folder/home/.config" XDG_RUNTIME_DIR="$folder/runtime" "$folder/bin/Skyreel" "$@"
 }
 

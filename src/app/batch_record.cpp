@@ -29,10 +29,14 @@ const char* StateText(TFileState state) {
   switch (state) {
     case TFileState::New:
       return "new";
+    case TFileState::Updated:
+      return "updated";
     case TFileState::NotYet:
       return "not_yet";
     case TFileState::Missing:
       return "missing";
+    case TFileState::Refused:
+      return "refused";
     case TFileState::Failed:
       break;
   }

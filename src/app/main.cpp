@@ -60,6 +60,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, const TStartP
          .AppPaths = AppPathsFile(),
          .ProgramFolder = ProgramFolder(
              executable, ToPath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation))),
+         .JournalFile = StateFolder() / "Journal.sqlite",
          .Arguments = arguments,
          .Headless = undrawn && batch,
          .Clock = nullptr,

@@ -34,6 +34,7 @@ TFormMain::TFormMain(TFormEnvironment environment)
     : environment_(std::move(environment)),
       ui_(std::make_unique<Ui::TFormMain>()),
       servers_(environment_.Store),
+      journal_(environment_.JournalFile, environment_.Clock, *this),
       WindowGeometry_(environment_.Store, "WindowGeometry", ""),
       SplitterState_(environment_.Store, "SplitterState", ""),
       CaFile_(environment_.Store, "CaFile", ""),
@@ -201,6 +202,7 @@ void TFormMain::RunSource(TSourcePage& page, const TSourcePage::TJob& job) {
   if (page.Source().NeedsVisibleTab && !tabs_->IsShown(page)) return;
   // During a job the press asks that job to stop, with a login or without.
   if (!Busy() && page.Source().NeedsLogin && CredentialsMissing(page)) return;
+  if (!Busy()) journal_.BeginRun(page.Source().Caption);
   runner_->Run(page, job);
 }
 
@@ -227,6 +229,7 @@ void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& re
 
 void TFormMain::JobEnded(const TRunRecord& record) {
   if (batch_running_) batch_.Runs.push_back(record);
+  journal_.EndRun({record});
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
@@ -245,7 +248,8 @@ void TFormMain::AddStatusLine(const std::string& text) {
 void TFormMain::BeginFile(const std::string& line) {
   log_->Begin(line);
 }
-void TFormMain::EndFile(const TFileResult&, const std::string& line) {
+void TFormMain::EndFile(const TFileResult& result, const std::string& line) {
+  journal_.Record(result);
   if (!line.empty()) log_->End(line);
 }
 

@@ -13,6 +13,7 @@
 #include "app/batch.h"
 #include "app/batch_record.h"
 #include "app/job_runner.h"
+#include "app/journal_recorder.h"
 #include "app/servers_dialog.h"
 #include "app/source_tabs.h"
 #include "app/status_log.h"
@@ -32,7 +33,8 @@ struct TFormEnvironment {
       Executable;  ///< recorded under its base name, so that the maker's other programs find it
   std::filesystem::path AppPaths;       ///< the file that records it
   std::filesystem::path ProgramFolder;  ///< report, transfer ledger, lists of wanted names
-  std::vector<std::string> Arguments;   ///< of the command line, without the program's name and Qt's own
+  std::filesystem::path JournalFile;
+  std::vector<std::string> Arguments;  ///< of the command line, without the program's name and Qt's own
   /// Nobody sees the window: messages go to the log, and the program closes after the batch.
   bool Headless = false;
   TClock* Clock = nullptr;     ///< nullptr: the computer's
@@ -126,6 +128,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   std::array<QLabel*, 2> panels_{};
   std::unique_ptr<TStatusLog> log_;
   TServerSettings servers_;
+  TJournalRecorder journal_;
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
   TRegistryString WindowGeometry_, SplitterState_;

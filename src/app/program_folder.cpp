@@ -1,5 +1,7 @@
 #include "app/program_folder.h"
 
+#include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QString>
 #include <algorithm>
@@ -30,6 +32,14 @@ fs::path ProgramFolder(const fs::path& executable, const fs::path& data_folder) 
   std::error_code ignored;
   fs::create_directories(data_folder, ignored);
   return data_folder;
+}
+
+fs::path StateFolder() {
+  // QStandardPaths knows this folder since Qt 6.7 only.
+  fs::path base = qgetenv("XDG_STATE_HOME").toStdString();
+  if (!base.is_absolute()) base = fs::path(QDir::homePath().toStdString()) / ".local/state";
+  return base / QCoreApplication::organizationName().toStdString() /
+         QCoreApplication::applicationName().toStdString();
 }
 
 }  // namespace skyreel

@@ -10,4 +10,7 @@ namespace skyreel {
 std::filesystem::path ProgramFolder(const std::filesystem::path& executable,
                                     const std::filesystem::path& data_folder);
 
+/// The user's folder for what this program remembers from run to run; it may not exist yet.
+std::filesystem::path StateFolder();
+
 }  // namespace skyreel

@@ -21,9 +21,11 @@ enum class TFileOutcome {
 /// How a run counts a file.
 enum class TFileState {
   New,      ///< stored by this run
+  Updated,  ///< stored by this run over other bytes
   NotYet,   ///< it may still come, or another copy of the program is fetching it
   Missing,  ///< the server does not have it
-  Failed,
+  Failed,   ///< it could not be fetched whole or not be stored
+  Refused,  ///< its name, address or size is against the rules
 };
 
 /// What became of one file that was asked for.
@@ -38,6 +40,7 @@ struct TFileResult {
   double Seconds = 0;      ///< from the request to the end
   TFileOutcome Outcome = TFileOutcome::TimedOut;
   std::string Reason;  ///< why the file is not stored whole; empty when it is
+  std::string ETag{}, LastModified{};  ///< as the server sent them; of described sources alone
   /// What a file that is not stored counts as; EndFile sets it for the others.
   TFileState State = TFileState::Failed;
 };

@@ -31,12 +31,14 @@ TFileState StateOf(const TFileResult& result, TDateTime now) {
 std::int64_t& CountOf(TRunCounts& counts, TFileState state) {
   switch (state) {
     case TFileState::New:
+    case TFileState::Updated:
       return counts.New;
     case TFileState::NotYet:
       return counts.NotYet;
     case TFileState::Missing:
       return counts.Missing;
     case TFileState::Failed:
+    case TFileState::Refused:
       break;
   }
   return counts.Failed;
@@ -66,12 +68,16 @@ std::string TRunCounts::Text() const {
 std::string TRunRecord::Line() const {
   std::string reason = Reason;
   if (reason.empty() && !Counts.HasFiles() && ServerProblems.empty()) reason = "nothing was chosen or due";
-  return Source + ": " + Counts.Text() + (reason.empty() ? "" : "; " + reason);
+  return Name() + ": " + Counts.Text() + (reason.empty() ? "" : "; " + reason);
 }
 
 void EndFile(TTransferContext& context, TFileResult result, const std::string& line) {
-  TRunRecord& record = context.Record;
   result.State = StateOf(result, context.Clock.UtcNow());
+  CountFile(context, std::move(result), line);
+}
+
+void CountFile(TTransferContext& context, TFileResult result, const std::string& line) {
+  TRunRecord& record = context.Record;
   ++CountOf(record.Counts, result.State);
   record.Counts.Bytes += result.Bytes;
   context.Display.EndFile(result, line);
@@ -88,7 +94,7 @@ void ReportServerProblem(TTransferContext& context, const std::string& address, 
   std::vector<std::string>& known = context.Record.ServerProblems;
   if (std::ranges::find(known, problem) != known.end()) return;
   known.push_back(problem);
-  context.Display.AddStatusLine(context.Source + ": " + problem);
+  context.Display.AddStatusLine(context.Record.Name() + ": " + problem);
 }
 
 }  // namespace skyreel

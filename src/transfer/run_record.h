@@ -33,16 +33,19 @@ enum class TRunEnd {
 
 /// What one run of a source did.
 struct TRunRecord {
-  std::string Source;       ///< the tab's caption
+  std::string Source;       ///< the tab's caption, or the id of a described source
+  std::string Title{};      ///< for lines; empty: the source
   TDateTime Started;        ///< UTC
   bool KeepsFiles = false;  ///< Files is filled; a run may ask for many thousands
   std::vector<TFileResult> Files;
   TRunCounts Counts;
+  TDateTime NewestPresent{};  ///< slot of the newest file that was present; zero when it is not known
   /// Servers that could not be reached or refused the login, each with what happened.
   std::vector<std::string> ServerProblems;
   TRunEnd End = TRunEnd::Done;
   std::string Reason;  ///< why the run is not Done
 
+  const std::string& Name() const { return Title.empty() ? Source : Title; }
   /// The line that ends a run: the source, its counts, and why it ended early.
   std::string Line() const;
 };
@@ -50,6 +53,9 @@ struct TRunRecord {
 /// Counts a file's end, sets its State, and shows it with its line at the display. A file that the server
 /// does not have counts as not yet there until three hours after its slot, then as missing.
 void EndFile(TTransferContext& context, TFileResult result, const std::string& line);
+
+/// The same for a file whose State is set already.
+void CountFile(TTransferContext& context, TFileResult result, const std::string& line);
 
 /// Adds a status line about a failure that costs more than one file, and counts it.
 void ReportFailure(TTransferContext& context, const std::string& line);

@@ -49,8 +49,8 @@ class MainFormTest : public testing::Test {
     store_ = std::make_unique<TRegistryStore>(Folder / "Skyreel.conf");
     const auto keep = [](TWords& lines) { return [&](const std::string& line) { lines.push_back(line); }; };
     form_ = std::make_unique<TFormMain>(TFormEnvironment{
-        *store_, "/opt/skyreel/Skyreel", Folder / "App Paths.conf", ProgramFolder, arguments, headless,
-        &Clock, [this] { ++Bells; }, keep(Output), keep(Errors), keep(Documents), 0ms});
+        *store_, "/opt/skyreel/Skyreel", Folder / "App Paths.conf", ProgramFolder, JournalFile, arguments,
+        headless, &Clock, [this] { ++Bells; }, keep(Output), keep(Errors), keep(Documents), 0ms});
     form_->show();
   }
   void Shut() { form_.reset(), store_.reset(); }
@@ -87,6 +87,7 @@ class MainFormTest : public testing::Test {
   THttpServer Server;
   TFakeClock Clock{TDateTime::FromDate(2005, 11, 10, 12, 0)};
   std::filesystem::path ProgramFolder = Folder.Path();
+  const std::filesystem::path JournalFile = Folder / "state/Journal.sqlite";
   int Bells = 0;
   TWords Output, Errors, Documents;
   std::unique_ptr<TRegistryStore> store_;
@@ -295,6 +296,13 @@ TEST_F(MainFormTest, ARunFetchesAndPutsTheFormBackAndIsReported) {
   EXPECT_EQ(File("SkyreelReport.txt"), form_->Log().Report());
   EXPECT_EQ(Lines().back(), kVersionLine);
   EXPECT_THAT(Output, IsEmpty()) << "lines go to standard output in a batch only";
+  Shut();
+  std::string journal;
+  for (const TJournalRow& row : TJournal(JournalFile, Clock).Rows({.Run = 1}))
+    journal += row.Source + ", " + row.Product + ": " + row.Path.filename().string() + " " +
+               std::string(OutcomeWord(row.Outcome)) + "|";
+  EXPECT_EQ(journal,
+            "Weather data, New Zealand: nz_tnz_0600.gif new|Weather data, New Zealand: nz_swp_0600.gif new|");
 }
 
 TEST_F(MainFormTest, RunOrCloseDuringAJobStopsIt) {
