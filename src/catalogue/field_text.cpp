@@ -17,12 +17,6 @@ using TLetters = TFieldText::TLetters;
 constexpr std::string_view kTimeWords = "YmdHMSjybs";
 constexpr std::size_t kMostAny = 4;
 
-std::string WithLetters(std::string text, TLetters letters) {
-  if (letters == TLetters::Upper) return UpperCase(text);
-  if (letters == TLetters::Lower) return LowerCase(text);
-  return text;
-}
-
 /// The index of the item of that name, or nothing.
 template <typename TItems>
 std::optional<std::size_t> IndexOf(const TItems& items, std::string_view name) {
@@ -173,7 +167,13 @@ class TParser {
     result_.Parts.push_back(std::move(part));
   }
 
-  void Problem(const std::string& text) { problem_(at_, text); }
+  void Problem(const std::string& text) {
+    problem_(at_, text);
+    // Something stands there, so that the rest of the text makes the sense that it was meant to.
+    TFieldText::TPart part;
+    part.Text = "x";
+    Add(std::move(part), TLetters::AsTheyAre);
+  }
 
   void CheckAny() {
     const auto& parts = result_.Parts;
@@ -214,6 +214,12 @@ std::string TFieldText::TimeWords() const {
     if (part.Kind == TKind::Time) words += part.Word;
   }
   return words;
+}
+
+std::string WithLetters(std::string text, TLetters letters) {
+  if (letters == TLetters::Upper) return UpperCase(text);
+  if (letters == TLetters::Lower) return LowerCase(text);
+  return text;
 }
 
 TFieldText ParseFieldText(std::string_view text, const TFieldNames& names, const TTakeProblem& problem) {

@@ -66,7 +66,8 @@ struct TFieldNames {
   bool Times = true, Tiles = false, Any = false;
 };
 
-/// Reads a text. Calls `problem` for each error, with its offset in the text; what is wrong is left out.
+/// Reads a text. Calls `problem` for each error, with its offset in the text; an "x" replaces the faulty
+/// field.
 TFieldText ParseFieldText(std::string_view text, const TFieldNames& names,
                           const std::function<void(std::size_t offset, const std::string& problem)>& problem);
 
@@ -83,10 +84,14 @@ struct TFieldValues {
 /// The text with its fields replaced. {*} stays as it is.
 std::string Fill(const TFieldText& text, const TFieldValues& values);
 
+/// The text that replaces one part.
 std::string FillPart(const TFieldText::TPart& part, const TFieldValues& values);
 
 /// A word of a time, on a clock that is `zone` ahead of UTC. Seconds since 1970 know no zone.
 std::string FormatTimeWord(char word, TDateTime time, TDateTime::TSpan zone);
+
+/// The text in the letters that a field asks for.
+std::string WithLetters(std::string text, TFieldText::TLetters letters);
 
 /// Whether words of one time hold a date: year, month and day; year and day of the year; or seconds.
 bool HoldsDate(std::string_view words);
