@@ -96,6 +96,10 @@ std::string WithoutControls(std::string text) {
   return text;
 }
 
+std::size_t Utf8Length(std::string_view text) {
+  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
 std::string Base64(std::string_view data) {
   constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string text;

@@ -56,6 +56,8 @@ std::int32_t ToInteger(std::string_view text);
 bool HasControlCharacter(std::string_view text);
 /// The text without such bytes, for a status line.
 std::string WithoutControls(std::string text);
+/// How many characters (code points) a UTF-8 text has.
+std::size_t Utf8Length(std::string_view text);
 /// The bytes in Base64, as HTTP sends a user name and password.
 std::string Base64(std::string_view data);
 

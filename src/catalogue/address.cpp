@@ -44,7 +44,8 @@ TAddress FillAddress(const TFieldText& text, const TFieldValues& values, bool fo
   for (const TFieldText::TPart& part : text.Parts) {
     const bool found = part.Kind == TKind::Found;
     if (own == std::string::npos && (found || part.Kind == TKind::Read)) own = address.Text.size();
-    address.Text += PercentEncode(FillPart(part, values), found && found_is_decoded ? "%?#" : "");
+    address.Text +=
+        PercentEncode(FillPart(part, values), found && values.Found && found_is_decoded ? "%?#" : "");
   }
   address.Problem = AddressProblem(address.Text);
   if (!address.Problem.empty() || own == std::string::npos) return address;

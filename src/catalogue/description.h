@@ -101,6 +101,7 @@ struct TFind {
   TFieldText Match;             ///< what an entry looks like; empty for WmsTime
   bool MatchIsAddress = false;  ///< Match is the last part of the address, percent-encoded as that is
   TFieldText At;                ///< Json: pointer to the time
+  bool EachEntry = true;        ///< the list has one text for each slot, not for the newest alone
   std::vector<TRead> Read;
   int Above = 0;  ///< ask only when more slots than this are wanted
 };

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/exceptions.h"
+#include "base/files.h"
 #include "base/text.h"
 #include "catalogue/address.h"
 #include "catalogue/description_rules.h"
@@ -22,6 +23,7 @@ using TSpan = TDateTime::TSpan;
 
 constexpr std::int64_t kFormat = 1;
 constexpr std::size_t kLargestFile = 64'000;
+constexpr const char* kTooLarge = "larger than 64 KB";
 constexpr std::size_t kMostValues = 1'000;
 constexpr const char* kDuration = "a duration such as \"1d6h\"";
 constexpr const char* kSize = "a size such as \"60KB\"";
@@ -65,20 +67,15 @@ constexpr const char* kTypeName<toml::array> = "a list";
 template <>
 constexpr const char* kTypeName<toml::table> = "a table";
 
-/// How many characters a UTF-8 text has.
-std::size_t CharactersOf(std::string_view text) {
-  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
 /// The place of a byte of a text; the text's beginning where escapes or line ends make that uncertain.
 TPlace PlaceIn(const toml::value<std::string>& text, std::size_t offset) {
   const toml::source_region& region = text.source();
   TPlace place = region.begin;
   const bool as_written = region.end.line == region.begin.line &&
-                          region.end.column - region.begin.column == CharactersOf(text.get()) + 2;
+                          region.end.column - region.begin.column == Utf8Length(text.get()) + 2;
   if (as_written) {
     place.column +=
-        static_cast<toml::source_index>(1 + CharactersOf(std::string_view(text.get()).substr(0, offset)));
+        static_cast<toml::source_index>(1 + Utf8Length(std::string_view(text.get()).substr(0, offset)));
   }
   return place;
 }
@@ -647,11 +644,12 @@ class TReader {
     const bool json = OnlyFor(words, find.Kind == TFind::TKind::Json, "at", "json");
     if (json) words.Require({"at", "match"});
     if (TakeFields(words, "at", names, find.At)) CheckPointer(words, "at", true);
+    const toml::node* const at = words.Find("at");
+    const bool star = at && at->is_string() && at->as_string()->get().find('*') != std::string::npos;
+    find.EachEntry = !json || star;
     OnlyFor(words, json, "read", "json");
     const auto* const read = words.Get<toml::table>("read");
     if (!read) return;
-    const toml::node* const at = words.Find("at");
-    const bool star = at && at->is_string() && at->as_string()->get().find('*') != std::string::npos;
     TWords reads(report_, *read, "read");
     for (const auto& [key, node] : reads.InOrder()) {
       if (!NameIsFree(*key)) continue;
@@ -788,7 +786,7 @@ TReadDescription ReadDescription(std::string_view text, const std::string& file)
   TReadDescription read;
   TReport report(file);
   if (text.size() > kLargestFile) {
-    read.Problems = {{file, 0, 0, "larger than 64 KB"}};
+    read.Problems = {{file, 0, 0, kTooLarge}};
     return read;
   }
   if (HasTooManyDots(text)) {
@@ -807,6 +805,20 @@ TReadDescription ReadDescription(std::string_view text, const std::string& file)
   read.Title = description.Title;
   read.Problems = report.Take();
   if (read.Problems.empty()) read.Description = std::move(description);
+  return read;
+}
+
+TReadDescription ReadDescriptionFile(const std::filesystem::path& file) {
+  std::string problem;
+  try {
+    return ReadDescription(ReadWholeFile(file, kLargestFile), file.string());
+  } catch (const ERangeError&) {
+    problem = kTooLarge;
+  } catch (const std::exception& error) {
+    problem = ReasonOf(error);
+  }
+  TReadDescription read;
+  read.Problems = {{file.string(), 0, 0, problem}};
   return read;
 }
 

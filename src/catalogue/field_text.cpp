@@ -163,6 +163,7 @@ class TParser {
     part.Text = WithLetters(std::move(part.Text), letters);
     part.Letters = letters;
     part.Field = field_;
+    part.First = result_.Parts.empty() || result_.Parts.back().Field != field_;
     part.Offset = at_;
     result_.Parts.push_back(std::move(part));
   }
@@ -258,6 +259,9 @@ std::string FillPart(const TFieldText::TPart& part, const TFieldValues& values) 
     return digits.size() < least ? std::string(least - digits.size(), '0') + digits : digits;
   };
   const auto& source = values.Source;
+  // A time that is not known becomes one "?", however many words it has.
+  const bool in_time = part.Kind == TKind::Time || (part.Kind == TKind::Plain && part.Field != 0);
+  if (in_time && !values.Slot) return part.First ? "?" : "";
   switch (part.Kind) {
     case TKind::Plain:
       return part.Text;
@@ -268,7 +272,6 @@ std::string FillPart(const TFieldText::TPart& part, const TFieldValues& values) 
     case TKind::Alias:
       return values.Slot ? WithLetters(source.Aliases[part.Index].At(*values.Slot), part.Letters) : "?";
     case TKind::Time: {
-      if (!values.Slot) return "?";
       const auto later = part.Index == 0 ? TDateTime::TSpan(0) : source.Times[part.Index - 1].Later;
       return WithLetters(FormatTimeWord(part.Word, *values.Slot + later, values.Zone), part.Letters);
     }
@@ -288,13 +291,7 @@ std::string FillPart(const TFieldText::TPart& part, const TFieldValues& values) 
 
 std::string Fill(const TFieldText& text, const TFieldValues& values) {
   std::string filled;
-  int unknown = 0;  // a time that is not known becomes one "?", however many words its field has
-  for (const TFieldText::TPart& part : text.Parts) {
-    const bool time = part.Kind == TKind::Time;
-    if (unknown != 0 && part.Field == unknown) continue;
-    filled += FillPart(part, values);
-    if (time && !values.Slot) unknown = part.Field;
-  }
+  for (const TFieldText::TPart& part : text.Parts) filled += FillPart(part, values);
   return filled;
 }
 

@@ -46,6 +46,7 @@ struct TFieldText {
     char Word = 0;  ///< one of "YmdHMSjybs"
     TLetters Letters = TLetters::AsTheyAre;
     int Field = 0;           ///< which "{...}" it comes from, counted from 1; 0 outside
+    bool First = true;       ///< the first part of its field
     std::size_t Offset = 0;  ///< of that field in the text
   };
 
