@@ -80,6 +80,12 @@ std::vector<std::string> SplitLines(std::string_view text) {
   return lines;
 }
 
+std::string Digits(std::int64_t number, std::size_t width) {
+  std::string text = std::to_string(number);
+  if (text.size() < width) text.insert(0, width - text.size(), '0');
+  return text;
+}
+
 std::int32_t ToInteger(std::string_view text) {
   std::string_view digits = Trim(text);
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);

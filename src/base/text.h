@@ -50,6 +50,8 @@ std::optional<T> ParseNumber(std::string_view text, int base = 10, std::optional
   if (error != std::errc()) return std::nullopt;
   return number;
 }
+/// The number, which is not negative, in decimal digits with zeros in front: `width` of them at least.
+std::string Digits(std::int64_t number, std::size_t width);
 /// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError for other text.
 std::int32_t ToInteger(std::string_view text);
 /// Whether the text holds a byte below 0x20 or 0x7F. Such a text must not go into a request or command.

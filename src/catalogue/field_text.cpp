@@ -197,10 +197,9 @@ class TParser {
   int field_ = 0;
 };
 
-std::string DayOfYear(TDateTime time) {
+int DayOfYear(TDateTime time) {
   const auto days = (time.Midnight() - TDateTime::FromDate(time.Parts().Year, 1, 1)) / std::chrono::days(1);
-  const std::string digits = std::to_string(days + 1);
-  return std::string(3 - digits.size(), '0') + digits;
+  return static_cast<int>(days) + 1;
 }
 
 }  // namespace
@@ -228,40 +227,37 @@ TFieldText ParseFieldText(std::string_view text, const TFieldNames& names, const
 }
 
 std::string FormatTimeWord(char word, TDateTime time, TDateTime::TSpan zone) {
+  const TDateTime::TParts parts = (time + zone).Parts();
   switch (word) {
     case 'Y':
-      return FormatDateTime("yyyy", time + zone);
+      return Digits(parts.Year, 4);
     case 'y':
-      return FormatDateTime("yy", time + zone);
+      return Digits(parts.Year % 100, 2);
     case 'm':
-      return FormatDateTime("mm", time + zone);
+      return Digits(parts.Month, 2);
     case 'b':
       return FormatDateTime("mmm", time + zone);
     case 'd':
-      return FormatDateTime("dd", time + zone);
+      return Digits(parts.Day, 2);
     case 'j':
-      return DayOfYear(time + zone);
+      return Digits(DayOfYear(time + zone), 3);
     case 'H':
-      return FormatDateTime("hh", time + zone);
+      return Digits(parts.Hour, 2);
     case 'M':
-      return FormatDateTime("nn", time + zone);
+      return Digits(parts.Minute, 2);
     case 'S':
-      return FormatDateTime("ss", time + zone);
+      return Digits(parts.Second, 2);
     default:
       return std::to_string(time.UnixTime());
   }
 }
 
 std::string FillPart(const TFieldText::TPart& part, const TFieldValues& values) {
-  const auto tile = [&values](int number) {
-    std::string digits = std::to_string(number);
-    const auto least = static_cast<std::size_t>(values.TileDigits);
-    return digits.size() < least ? std::string(least - digits.size(), '0') + digits : digits;
-  };
-  const auto& source = values.Source;
   // A time that is not known becomes one "?", however many words it has.
   const bool in_time = part.Kind == TKind::Time || (part.Kind == TKind::Plain && part.Field != 0);
   if (in_time && !values.Slot) return part.First ? "?" : "";
+  const auto& source = values.Source;
+  const auto digits = static_cast<std::size_t>(values.TileDigits);
   switch (part.Kind) {
     case TKind::Plain:
       return part.Text;
@@ -280,9 +276,9 @@ std::string FillPart(const TFieldText::TPart& part, const TFieldValues& values) 
     case TKind::Read:
       return values.Found ? values.Found->Read[part.Index] : "?";
     case TKind::TileX:
-      return tile(values.TileX);
+      return Digits(values.TileX, digits);
     case TKind::TileY:
-      return tile(values.TileY);
+      return Digits(values.TileY, digits);
     case TKind::Any:
       return "{*}";
   }

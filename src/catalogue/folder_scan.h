@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -19,10 +20,16 @@ class TFolderScan {
   bool Has(std::string_view relative_path);
 
  private:
-  using TNames = std::unordered_set<std::string>;
+  /// Lets a set be asked for a piece of a text without a copy of it.
+  struct THash : std::hash<std::string_view> {
+    using is_transparent = void;
+  };
+  using TNames = std::unordered_set<std::string, THash, std::equal_to<>>;
+
+  const TNames& NamesIn(std::string_view folder);
 
   const std::filesystem::path output_;
-  std::unordered_map<std::string, TNames> folders_;
+  std::unordered_map<std::string, TNames, THash, std::equal_to<>> folders_;
 };
 
 }  // namespace skyreel

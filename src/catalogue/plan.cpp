@@ -124,12 +124,22 @@ class TCombinationPlanner {
     }
   };
 
+  /// A slot of the grid, and its file.
+  struct TSeen {
+    TDateTime Slot;
+    std::string Path;
+    bool Present;
+  };
+
   /// How one way stands to a slot.
   enum class TChance { None, Try, Shown, Unknown };
 
   TFieldValues ValuesAt(TDateTime slot) const { return {source_, combination_, slot, time_.Zone}; }
-  bool OnDisk(const std::string& path) const { return request_.OnDisk && request_.OnDisk(path); }
-  std::string PathOf(TDateTime slot) const { return LocalPath(source_, combination_, slot); }
+  TSeen Look(TDateTime slot) const {
+    TSeen seen{slot, LocalPath(source_, combination_, slot), false};
+    seen.Present = request_.OnDisk && request_.OnDisk(seen.Path);
+    return seen;
+  }
   bool IsAtItsTime(TDateTime slot) const {
     return std::ranges::all_of(at_, [slot](const TSlotGrid& grid) { return grid.Has(slot); });
   }
@@ -196,7 +206,8 @@ class TCombinationPlanner {
   }
 
   void PlanGrid(const TSlotGrid& grid) {
-    AskListsOfGrid(grid);
+    std::vector<TSeen> due_slots = AskListsOfGrid(grid);
+    auto known = due_slots.begin();
     const bool listed = std::ranges::any_of(ways_, &TWayState::Asks);
     const TDateTime newest = grid.AtOrBefore(listed ? request_.Now + kDay : request_.Now);
     std::optional<TPlannedFile> not_there;
@@ -206,17 +217,18 @@ class TCombinationPlanner {
       const bool due = slot + time_.Delay <= request_.Now;
       if (!due && !IsShown(slot)) {
         if (request_.Days && slot <= request_.Now) {
-          files_.push_back({index_, slot, PathOf(slot), TFileState::NotYet});
+          files_.push_back({index_, slot, LocalPath(source_, combination_, slot), TFileState::NotYet});
         }
         continue;
       }
-      std::string path = PathOf(slot);
-      if (OnDisk(path)) {
-        files_.push_back({index_, slot, std::move(path), TFileState::Present});
+      while (known != due_slots.end() && known->Slot > slot) ++known;
+      TSeen seen = known != due_slots.end() && known->Slot == slot ? std::move(*known) : Look(slot);
+      if (seen.Present) {
+        files_.push_back({index_, slot, std::move(seen.Path), TFileState::Present});
         if (!request_.Days) break;
         continue;
       }
-      TPlannedFile file = FileOf(slot, std::move(path), slot + time_.Delay + time_.Grace);
+      TPlannedFile file = FileOf(slot, std::move(seen.Path), slot + time_.Delay + time_.Grace);
       const bool there = file.State != TFileState::NotYet && file.State != TFileState::Missing;
       if (request_.Days || there) {
         files_.push_back(std::move(file));
@@ -233,19 +245,21 @@ class TCombinationPlanner {
     return request_.Days ? slot < from_ : steps == kMostSteps || (slot < oldest_ && steps > 0);
   }
 
-  /// Asks the lists of those ways for which enough slots are wanted.
-  void AskListsOfGrid(const TSlotGrid& grid) {
-    if (std::ranges::none_of(ways_, [](const TWayState& way) { return way.Way.Find.has_value(); })) return;
+  /// Asks the lists of those ways for which enough slots are wanted. Returns the slots that it looked at,
+  /// newest first.
+  std::vector<TSeen> AskListsOfGrid(const TSlotGrid& grid) {
+    std::vector<TSeen> slots;
+    if (std::ranges::none_of(ways_, [](const TWayState& way) { return way.Way.Find.has_value(); }))
+      return slots;
     std::vector<TDateTime> wanted;
     int steps = 0;
     for (TDateTime slot = grid.AtOrBefore(request_.Now - time_.Delay); !Ends(slot, steps);
          slot = slot - grid.Every()) {
       if (!request_.Days && steps++ > time_.WalkBack) break;
       if (slot < oldest_ || !IsAtItsTime(slot)) continue;
-      const std::string path = PathOf(slot);
-      const bool present = OnDisk(path);
-      if (!present && !IsResting(path)) wanted.push_back(slot);
-      if (present && !request_.Days) break;
+      const TSeen& seen = slots.emplace_back(Look(slot));
+      if (!seen.Present && !IsResting(seen.Path)) wanted.push_back(slot);
+      if (seen.Present && !request_.Days) break;
     }
     for (TWayState& way : ways_) {
       if (!way.Way.Find || way.Way.IsFixedName() || wanted.empty()) continue;
@@ -257,6 +271,7 @@ class TCombinationPlanner {
         if (!DependsOnSlot(*way.Way.Find)) break;
       }
     }
+    return slots;
   }
 
   void PlanList() {
@@ -277,13 +292,13 @@ class TCombinationPlanner {
     int tries = 0;
     for (const TDateTime slot : slots) {
       if (!IsAtItsTime(slot)) continue;
-      std::string path = PathOf(slot);
-      if (OnDisk(path)) {
-        files_.push_back({index_, slot, std::move(path), TFileState::Present});
+      TSeen seen = Look(slot);
+      if (seen.Present) {
+        files_.push_back({index_, slot, std::move(seen.Path), TFileState::Present});
         if (!request_.Days) return;
         continue;
       }
-      files_.push_back(FileOf(slot, std::move(path), slot));
+      files_.push_back(FileOf(slot, std::move(seen.Path), slot));
       if (!request_.Days && ++tries > time_.WalkBack) return;
     }
   }
