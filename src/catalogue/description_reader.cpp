@@ -317,17 +317,15 @@ class TReader {
     if (!table) return;
     TWords words(report_, *table, "times");
     for (const auto& [key, node] : words.InOrder()) {
-      if (!ClaimName(*key)) continue;
+      ClaimName(*key);
       result_.Times.push_back({std::string(key->str()), TSpan(0)});
       words.Take(key->str(), ParseSignedDuration, kSignedDuration, result_.Times.back().Later);
     }
   }
 
-  /// Whether a name may be used by a new variable, alias or time.
-  bool ClaimName(const toml::key& key) {
-    if (!NameIsFree(key)) return false;
-    names_.insert(std::string(key.str()));
-    return true;
+  /// Takes the name of a new variable, alias or time; reports one that may not be used.
+  void ClaimName(const toml::key& key) {
+    if (NameIsFree(key)) names_.insert(std::string(key.str()));
   }
   bool NameIsFree(const toml::key& key) {
     const std::string name(key.str());
@@ -348,13 +346,13 @@ class TReader {
     if (!vary) return;
     TWords all(report_, *vary, "[vary]");
     for (const auto& [key, node] : all.InOrder()) {
-      const bool claimed = ClaimName(*key);
+      ClaimName(*key);
       InTable(all, key->str(), "[vary." + std::string(key->str()) + "]",
               [&, name = key->str()](TWords& words) {
                 TVariable variable;
                 variable.Name = variable.Title = name;
                 ReadVariable(words, variable);
-                if (claimed) result_.Variables.push_back(std::move(variable));
+                result_.Variables.push_back(std::move(variable));
               });
     }
     if (CountCombinations(result_) > kMostCombinations) {
@@ -465,7 +463,7 @@ class TReader {
     if (!table) return;
     TWords words(report_, *table, "[alias]");
     for (const auto& [key, node] : words.InOrder()) {
-      const bool claimed = ClaimName(*key);
+      ClaimName(*key);
       TAlias alias;
       alias.Name = key->str();
       const auto* const rows = words.Get<toml::array>(key->str());
@@ -475,7 +473,7 @@ class TReader {
         for (const toml::node& row : *rows) alias.Rows.push_back(ReadAliasRow(row, alias.Rows.empty()));
       }
       if (alias.Rows.empty()) alias.Rows.emplace_back().Value = "x";
-      if (claimed) result_.Aliases.push_back(std::move(alias));
+      result_.Aliases.push_back(std::move(alias));
     }
   }
 
@@ -588,7 +586,9 @@ class TReader {
 
   void ReadUrl(TWords& words, TWay& way) {
     const TFind* const find = way.Find ? &*way.Find : nullptr;
+    const std::size_t before = report_.Count();
     TakeAddress(words, {result_, find, true, way.Tiles.has_value(), false}, way.Url);
+    urls_are_sound_ = urls_are_sound_ && report_.Count() == before;
   }
 
   /// Takes "url", an address with fields.
@@ -724,12 +724,11 @@ class TReader {
 
   /// The rules of [time] that depend on the ways.
   void CheckTime() {
-    if (result_.Ways.empty() || !time_is_sound_) return;
+    if (result_.Ways.empty() || result_.Get().Url.Empty() || !time_is_sound_ || !urls_are_sound_) return;
     const TTimeRules& time = result_.Time;
     const bool fixed = result_.IsFixedName();
     const bool listed =
         std::ranges::any_of(result_.Ways, [](const TWay& way) { return way.Find.has_value(); });
-    if (result_.Get().Url.Empty()) return;
     if (!time.Every && !fixed && !listed) {
       report_.Add(every_place_, "[time] 'every' is missing: neither a list nor a fixed name gives the slots");
     }
@@ -778,6 +777,7 @@ class TReader {
   bool newer_ = false;
   bool time_is_sound_ = true;
   bool names_are_sound_ = true;
+  bool urls_are_sound_ = true;
 };
 
 }  // namespace

@@ -77,7 +77,8 @@ std::optional<TDateTime> TMatcher::SlotOf(std::string_view text) const {
     // A name that fits at all is found in few steps; the limit stops names made to take long.
     TSearch search{patterns_[i], 1000 + 16 * text.size()};
     if (!Step(search, 0, text)) continue;
-    if (*search.Slot >= epochs_[i] && (i + 1 == epochs_.size() || *search.Slot < epochs_[i + 1])) {
+    if ((i == 0 || *search.Slot >= epochs_[i]) &&
+        (i + 1 == epochs_.size() || *search.Slot < epochs_[i + 1])) {
       return search.Slot;
     }
   }
@@ -173,7 +174,7 @@ std::optional<std::size_t> TMatcher::DatedTime(const TFieldText& pattern) {
 }
 
 std::vector<TDateTime> AliasEpochs(const TDescription& source, const TFieldText& text) {
-  std::vector<TDateTime> epochs = {TDateTime::FromDate(1, 1, 2)};
+  std::vector<TDateTime> epochs;
   for (const TFieldText::TPart& part : text.Parts) {
     if (part.Kind != TKind::Alias) continue;
     for (const TAliasRow& row : source.Aliases[part.Index].Rows) {
@@ -181,6 +182,9 @@ std::vector<TDateTime> AliasEpochs(const TDescription& source, const TFieldText&
     }
   }
   std::ranges::sort(epochs);
+  const TDateTime early = TDateTime::FromDate(2000, 1, 1);
+  epochs.insert(epochs.begin(),
+                epochs.empty() ? early : std::min(early, epochs.front() - std::chrono::days(1)));
   const auto same = std::ranges::unique(epochs);
   epochs.erase(same.begin(), same.end());
   return epochs;

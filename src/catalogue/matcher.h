@@ -43,7 +43,7 @@ class TMatcher {
   std::vector<TFieldText> patterns_;
 };
 
-/// The times from which on the aliases of a text have other values; the first is before every slot.
+/// The times from which on the aliases of a text have other values, after a time before all of these.
 std::vector<TDateTime> AliasEpochs(const TDescription& source, const TFieldText& text);
 
 }  // namespace skyreel

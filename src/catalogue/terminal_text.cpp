@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "base/text.h"
@@ -22,7 +23,9 @@ std::string AddressText(const TPictureAddresses& picture) {
 
 std::string ListsText(const TPlan& plan) {
   std::string text;
+  std::string_view before;
   for (const TListRequest& list : plan.Lists) {
+    if (list.Address == std::exchange(before, list.Address)) continue;
     text += "asks " + list.Address + (list.Problem.empty() ? "" : " - refused: " + list.Problem) + "\n";
   }
   return text;
