@@ -106,12 +106,13 @@ struct TFind {
   int Above = 0;  ///< ask only when more slots than this are wanted
 };
 
+/// Where the server's date of a file may lie, counted from its slot.
+struct TModified {
+  TDateTime::TSpan After{0}, Before{0};
+};
+
 /// One way to fetch a picture: [get] or an [[alternate]].
 struct TWay {
-  struct TModified {
-    TDateTime::TSpan After{0}, Before{0};
-  };
-
   std::string Title;
   TFieldText Url;
   TFileType Type = TFileType::Jpeg;

@@ -190,28 +190,39 @@ class TWords {
   std::set<std::string> known_;
 };
 
-/// toml++ recurses once for each part of a dotted key and has no limit for them.
-bool HasTooManyDots(std::string_view text) {
+/// Reports what toml++ cannot bear outside of texts and comments: it recurses once for each part of a dotted
+/// key, without a limit, and some characters that are not ASCII end in undefined behaviour. False when it
+/// did.
+bool CheckKeys(std::string_view text, TReport& report) {
   constexpr std::size_t kMostDots = 1'000;
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   std::size_t dots = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (std::size_t i = text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0; i < text.size(); ++i) {
     const char c = text[i];
     if (c == '#') {
       i = std::min(text.find('\n', i), text.size());
     } else if (c == '"' || c == '\'') {
       const std::string_view quote = text.substr(i, text.substr(i, 3) == std::string(3, c) ? 3 : 1);
+      const bool long_text = quote.size() == 3;
       i += quote.size();
       // The parser reports a text that does not end.
-      while (i < text.size() && text.substr(i, quote.size()) != quote &&
-             (quote.size() == 3 || text[i] != '\n')) {
+      while (i < text.size() && text.substr(i, quote.size()) != quote && (long_text || text[i] != '\n')) {
         i += c == '"' && text[i] == '\\' ? 2 : 1;
       }
       i += quote.size() - 1;
-    } else if (c == '.' && ++dots > kMostDots) {
-      return true;
+      // A long text may end with quotes of its own.
+      while (long_text && text.substr(i + 1, 1) == quote.substr(0, 1)) ++i;
+    } else if ((c & 0x80) != 0 || (c == '.' && ++dots > kMostDots)) {
+      const std::string_view before = text.substr(0, i);
+      const std::size_t line = before.rfind('\n') + 1;  // 0 in the first line
+      report.Add(
+          {static_cast<toml::source_index>(std::ranges::count(before, '\n') + 1),
+           static_cast<toml::source_index>(Utf8Length(before.substr(line)) + 1)},
+          c == '.' ? "more than 1,000 dots in keys" : "only texts and comments may hold such a character");
+      return false;
     }
   }
-  return false;
+  return true;
 }
 
 /// Reads one file, whose TOML is sound.
@@ -557,7 +568,7 @@ class TReader {
       words.Problem("max_size", "'max_size' is below 'min_size'");
     InTable(words, "modified", "modified", [&](TWords& inner) {
       inner.Require({"after", "before"});
-      TWay::TModified& modified = way.Modified.emplace();
+      TModified& modified = way.Modified.emplace();
       inner.Take("after", ParseSignedDuration, kSignedDuration, modified.After);
       inner.Take("before", ParseSignedDuration, kSignedDuration, modified.Before);
       if (modified.After > modified.Before) inner.Problem("after", "'after' is later than 'before'");
@@ -789,8 +800,8 @@ TReadDescription ReadDescription(std::string_view text, const std::string& file)
     read.Problems = {{file, 0, 0, kTooLarge}};
     return read;
   }
-  if (HasTooManyDots(text)) {
-    read.Problems = {{file, 0, 0, "more than 1,000 dots in its keys"}};
+  if (!CheckKeys(text, report)) {
+    read.Problems = report.Take();
     return read;
   }
   const toml::parse_result parsed = toml::parse(text);

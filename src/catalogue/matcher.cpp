@@ -185,8 +185,7 @@ std::vector<TDateTime> AliasEpochs(const TDescription& source, const TFieldText&
   const TDateTime early = TDateTime::FromDate(2000, 1, 1);
   epochs.insert(epochs.begin(),
                 epochs.empty() ? early : std::min(early, epochs.front() - std::chrono::days(1)));
-  const auto same = std::ranges::unique(epochs);
-  epochs.erase(same.begin(), same.end());
+  epochs.erase(std::unique(epochs.begin(), epochs.end()), epochs.end());
   return epochs;
 }
 

@@ -202,7 +202,7 @@ class TCombinationPlanner {
 
   bool IsShown(TDateTime slot) const {
     return std::ranges::any_of(ways_,
-                               [&](const TWayState& way) { return ChanceOf(way, slot) == TChance::Shown; });
+                               [slot](const TWayState& way) { return way.Asks && way.Shown->Has(slot); });
   }
 
   void PlanGrid(const TSlotGrid& grid) {
@@ -214,18 +214,17 @@ class TCombinationPlanner {
     int steps = 0, tries = 0;
     for (TDateTime slot = newest; !Ends(slot, steps++); slot = slot - grid.Every()) {
       if (!IsAtItsTime(slot)) continue;
-      const bool due = slot + time_.Delay <= request_.Now;
-      if (!due && !IsShown(slot)) {
-        if (request_.Days && slot <= request_.Now) {
-          files_.push_back({index_, slot, LocalPath(source_, combination_, slot), TFileState::NotYet});
-        }
-        continue;
-      }
+      const bool asked = slot + time_.Delay <= request_.Now || IsShown(slot);
+      if (!asked && slot > request_.Now) continue;
       while (known != due_slots.end() && known->Slot > slot) ++known;
       TSeen seen = known != due_slots.end() && known->Slot == slot ? std::move(*known) : Look(slot);
       if (seen.Present) {
         files_.push_back({index_, slot, std::move(seen.Path), TFileState::Present});
         if (!request_.Days) break;
+        continue;
+      }
+      if (!asked) {
+        if (request_.Days) files_.push_back({index_, slot, std::move(seen.Path), TFileState::NotYet});
         continue;
       }
       TPlannedFile file = FileOf(slot, std::move(seen.Path), slot + time_.Delay + time_.Grace);
@@ -287,8 +286,7 @@ class TCombinationPlanner {
     const TDateTime first = std::max(from_.value_or(TDateTime::FromDate(1970, 1, 1)), oldest_);
     std::vector<TDateTime> slots = way->Shown->Within(first, request_.Now + kDay);
     std::ranges::sort(slots, std::greater());
-    const auto same = std::ranges::unique(slots);
-    slots.erase(same.begin(), same.end());
+    slots.erase(std::unique(slots.begin(), slots.end()), slots.end());
     int tries = 0;
     for (const TDateTime slot : slots) {
       if (!IsAtItsTime(slot)) continue;
