@@ -211,7 +211,7 @@ bool CheckKeys(std::string_view text, TReport& report) {
       }
       i += quote.size() - 1;
       // A long text may end with quotes of its own.
-      while (long_text && text.substr(i + 1, 1) == quote.substr(0, 1)) ++i;
+      while (long_text && i + 1 < text.size() && text[i + 1] == c) ++i;
     } else if ((c & 0x80) != 0 || (c == '.' && ++dots > kMostDots)) {
       const std::string_view before = text.substr(0, i);
       const std::size_t line = before.rfind('\n') + 1;  // 0 in the first line

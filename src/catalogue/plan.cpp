@@ -33,7 +33,7 @@ std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, con
     }
     const bool nothing_ticked = choice != choices.end() && choice->second.empty();
     if (rows.empty() && !nothing_ticked) rows = variable.Default;
-    if (!variable.Many && rows.size() > 1) rows.resize(1);
+    if (!variable.Many && rows.size() > 1) rows = {rows.front()};
   }
   return chosen;
 }

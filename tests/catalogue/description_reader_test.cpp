@@ -130,6 +130,8 @@ TEST(DescriptionReader, RefusesWhatIsTooLargeOrTooDeep) {
   }
   EXPECT_EQ(ProblemsOf("# caf\xC3\xA9\ntitle = \"\xC3\xA9\" \xC2\xA0"),
             "2:13: only texts and comments may hold such a character");
+  EXPECT_EQ(ProblemsOf("a = \"\"\"b\\"),
+            "1:10: Error while parsing string: encountered end-of-file");
   EXPECT_EQ(ProblemsOf("a=" + std::string(60'000, '[')),
             "1:259: Error while parsing value: exceeded maximum nested value depth of 256");
   EXPECT_EQ(ProblemsOf(test::With(test::kSample, "[\"1\", \"22\"]",
