@@ -42,7 +42,7 @@ struct TCatalogue {
   std::vector<TCatalogueEntry> Entries;  ///< by id
   std::vector<TProblem> Problems;        ///< of all files
 
-  /// The entry of that id; null when there is none.
+  /// The entry of that id; null when no source has it.
   const TCatalogueEntry* Find(std::string_view id) const;
 };
 

@@ -25,6 +25,7 @@ constexpr std::int64_t kFormat = 1;
 constexpr std::size_t kLargestFile = 64'000;
 constexpr const char* kTooLarge = "larger than 64 KB";
 constexpr std::size_t kMostValues = 1'000;
+constexpr std::size_t kMostAlternates = 20;
 constexpr const char* kDuration = "a duration such as \"1d6h\"";
 constexpr const char* kSize = "a size such as \"60KB\"";
 constexpr const char* kSignedDuration = "a duration such as \"+14m59s\" or \"-1m\"";
@@ -190,6 +191,15 @@ class TWords {
   std::set<std::string> known_;
 };
 
+/// Nothing for a date that TDateTime does not know, such as one of the year 0.
+std::optional<TDateTime> TimeOf(const toml::date& date, const toml::time& time) {
+  try {
+    return TDateTime::FromDate(date.year, date.month, date.day, time.hour, time.minute, time.second);
+  } catch (const EConvertError&) {
+    return std::nullopt;
+  }
+}
+
 /// Reports what toml++ cannot bear outside of texts and comments: it recurses once for each part of a dotted
 /// key, without a limit, and some characters that are not ASCII end in undefined behaviour. False when it
 /// did.
@@ -281,8 +291,9 @@ class TReader {
     root_.Take("revision", result_.Revision);
     if (result_.Revision < 0) root_.Problem("revision", "'revision' must not be negative");
     if (const auto* const date = root_.Get<toml::date>("checked")) {
-      const toml::date day = date->get();
-      result_.Checked = TDateTime::FromDate(day.year, day.month, day.day);
+      result_.Checked = TimeOf(date->get(), {});
+      if (!result_.Checked)
+        report_.Add(date->source().begin, "'checked' must be a date of the years 1 to 9999");
     }
     ReadLicence(root_, result_.Licence);
   }
@@ -451,7 +462,7 @@ class TReader {
     }
   }
 
-  /// The rows that a list of values means, ascending. Reports what is none.
+  /// The rows that a list of values means, ascending. Reports what is not a value.
   std::vector<std::size_t> RowsOf(const toml::array& values, const TVariable& variable) {
     std::set<std::size_t> rows;
     for (const toml::node& node : values) {
@@ -509,12 +520,8 @@ class TReader {
 
   std::optional<TDateTime> UtcOf(const toml::value<toml::date_time>& value) {
     const toml::date_time& from = value.get();
-    try {
-      const TDateTime time = TDateTime::FromDate(from.date.year, from.date.month, from.date.day,
-                                                 from.time.hour, from.time.minute, from.time.second);
-      if (from.offset) return time - std::chrono::minutes(from.offset->minutes);
-    } catch (const EConvertError&) {
-    }
+    const auto time = TimeOf(from.date, from.time);
+    if (time && from.offset) return *time - std::chrono::minutes(from.offset->minutes);
     report_.Add(value.source().begin, "'from' must be a date and time with 'Z' or an offset");
     return std::nullopt;
   }
@@ -541,6 +548,7 @@ class TReader {
     }
     const auto* const alternates = root_.Get<toml::array>("alternate");
     if (!alternates || !get) return;
+    if (alternates->size() > kMostAlternates) return root_.Problem("alternate", "more than 20 alternates");
     for (const toml::node& node : *alternates) {
       if (const auto* const table = node.as_table()) {
         TWords words(report_, *table, "[[alternate]]");

@@ -147,7 +147,7 @@ class TParser {
       const char word = ++i < pattern.size() ? pattern[i] : '\0';
       if (kTimeWords.find(word) == std::string_view::npos) {
         return Problem("'%" + std::string(pattern.substr(i, 1)) +
-                       "' is none of the words %Y %m %d %H %M %S %j " + "%y %b %s");
+                       "' is not a word of a time; those are %Y %m %d %H %M %S %j " + "%y %b %s");
       }
       if (!plain.Text.empty()) Add(std::exchange(plain, {}), letters);
       TFieldText::TPart part;

@@ -30,7 +30,7 @@ std::size_t WidthOf(char word) {
   }
 }
 
-/// The beginning of a text that can be this word of a time; empty when there is none.
+/// The beginning of a text that can be this word of a time; empty when no such word stands there.
 std::string_view WordAt(std::string_view text, char word) {
   constexpr std::size_t kMostSeconds = 11;
   const std::size_t width = WidthOf(word);

@@ -36,6 +36,7 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
       {"\"Sat\"", "\"Sat\"\ntitle = 1",
        "4:9: Error while parsing key-value pair: cannot redefine existing string 'title'"},
       {"\"Sat\"", "\"Sat\"\nchecked = \"now\"", "4:11: 'checked' must be a date such as 2026-11-26"},
+      {"\"Sat\"", "\"Sat\"\nchecked = 0000-01-01", "4:11: 'checked' must be a date of the years 1 to 9999"},
       {"\"Sat\"", "\"Sat\"\nhome = \"file:///etc\"",
        "4:8: 'home' must be an address such as \"https://example.org/\""},
       {", use = \"any\"", "", "4:11: licence 'use' is missing"},
@@ -73,7 +74,7 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
       {url, "{%Y%j%H%M}_{size|up}.jpg", "17:55: '|up' is neither '|upper' nor '|lower'"},
       {url, "{%Y%j%H%M}_{product.v}.jpg", "17:55: nothing defines '{product.v}' here"},
       {url, "{start:%Y}{%Y%j%H%M}", "17:44: no time 'start' in [time] times"},
-      {url, "{%Y%j%H%Q}", "17:44: '%Q' is none of the words %Y %m %d %H %M %S %j %y %b %s"},
+      {url, "{%Y%j%H%Q}", "17:44: '%Q' is not a word of a time; those are %Y %m %d %H %M %S %j %y %b %s"},
       {url, "{%Y%j%H%M}{*}", "17:54: '{*}' may stand in match alone"},
       {url, "{%Y%j%H%M}_{x}", "17:55: nothing defines '{x}' here"},
       {url, "{%Y%j%H%M}_}", "17:55: '}' without '{'; write '}}' for a brace"},
@@ -94,6 +95,13 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
       {"\"listing\"", "\"listing\"\nmatch = \"{%H}{*}{*}\"",
        "21:14: '{*}' just before a time or another '{*}'"},
       {"\"listing\"", "\"listing\"\nmatch = \"{%s}a{*}a{*}a{*}a{*}a{*}\"", "21:31: more than four '{*}'"},
+      {"\"listing\"", "\"json\"\nmatch = \"{%s}\"\nat = \"a\"\nread = { end = \"/b\", p = \"/*\" }",
+       "22:6: 'at' must begin with \"/\"|23:10: the name 'end' is defined twice|23:26: 'p' has a '*' and "
+       "'at' has none"},
+      {"\"listing\"", "\"wms-time\"\nmatch = \"{%s}\"",
+       "19:1: [find] 'layer' is missing|21:1: 'match' is not for the kind \"wms-time\""},
+      {line_6, "", "24:1: two slots have the same folder and name, since neither holds the second, %S"},
+      {"{sat}_{%Y%j%H%M}_", "", "7:1: for a fixed name 'grace' (1h) must be below 'every'"},
       {"{product}/{%Y-%m-%d}", "../{%Y-%m-%d}", "23:1: the folder leaves the output folder"},
       {"{product}/{%Y-%m-%d}", "/{product}/{%Y-%m-%d}", "23:1: \"\" is no name for a folder"},
       {"{product}/{%Y-%m-%d}", "{%Y-%m-%d}",
@@ -130,8 +138,10 @@ TEST(DescriptionReader, RefusesWhatIsTooLargeOrTooDeep) {
   }
   EXPECT_EQ(ProblemsOf("# caf\xC3\xA9\ntitle = \"\xC3\xA9\" \xC2\xA0"),
             "2:13: only texts and comments may hold such a character");
-  EXPECT_EQ(ProblemsOf("a = \"\"\"b\\"),
-            "1:10: Error while parsing string: encountered end-of-file");
+  EXPECT_EQ(ProblemsOf("a = \"\"\"b\\"), "1:10: Error while parsing string: encountered end-of-file");
+  std::string alternates = test::kSample;
+  for (int i = 0; i < 20; ++i) alternates += "[[alternate]]\n";
+  EXPECT_EQ(ProblemsOf(alternates), "25:3: more than 20 alternates");
   EXPECT_EQ(ProblemsOf("a=" + std::string(60'000, '[')),
             "1:259: Error while parsing value: exceeded maximum nested value depth of 256");
   EXPECT_EQ(ProblemsOf(test::With(test::kSample, "[\"1\", \"22\"]",
