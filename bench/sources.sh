@@ -14,6 +14,7 @@ measure() { # PROGRAM FILTER
 measure bench_http_sources ArchiveWantedList
 measure bench_http_sources GoesAllPresent
 measure bench_order_page 'OrderPage'
+measure bench_catalogue .
 
 # Milliseconds of one benchmark: the fourth column is the processor time, the fifth its unit.
 milliseconds() {
@@ -34,3 +35,5 @@ row "Wanted list of 90 days for 70 items, new naming" BM_ArchiveWantedList/new:1
 row "GOES run over 90 days, all 77,760 files present" BM_GoesAllPresent/iterations:3 3
 row "Order page of 20,000 links for 375 items, all wanted" BM_OrderPage/1 0.2 BM_OrderPagePlainSearch/1
 row "Order page of 20,000 links for 375 items, 20 wanted" BM_OrderPage/1000 0.2 BM_OrderPagePlainSearch/1000
+row "Plan of 90 days for a described source, all 129,600 files present" BM_PlanAllPresent 1
+row "30 descriptions" BM_ReadDescriptions 0.003

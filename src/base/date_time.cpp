@@ -19,12 +19,6 @@ std::int64_t FloorDivide(std::int64_t value, std::int64_t divisor) {
   return value / divisor - (value % divisor < 0 ? 1 : 0);
 }
 
-std::string Digits(int value, std::size_t width) {
-  std::string text = std::to_string(value);
-  if (text.size() < width) text.insert(0, width - text.size(), '0');
-  return text;
-}
-
 }  // namespace
 
 TDateTime TDateTime::FromDate(int year, int month, int day, int hour, int minute, int second) {

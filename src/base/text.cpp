@@ -96,6 +96,12 @@ std::optional<std::int64_t> ParseByteCount(std::string_view text) {
   return static_cast<std::int64_t>(std::min<std::uint64_t>(*count, INT64_MAX));
 }
 
+std::string Digits(std::int64_t number, std::size_t width) {
+  std::string text = std::to_string(number);
+  if (text.size() < width) text.insert(0, width - text.size(), '0');
+  return text;
+}
+
 std::int32_t ToInteger(std::string_view text) {
   std::string_view digits = Trim(text);
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
@@ -110,6 +116,10 @@ bool HasControlCharacter(std::string_view text) {
 std::string WithoutControls(std::string text) {
   std::erase_if(text, IsControl);
   return text;
+}
+
+std::size_t Utf8Length(std::string_view text) {
+  return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
 std::string Base64(std::string_view data) {

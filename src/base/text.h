@@ -53,12 +53,16 @@ std::optional<T> ParseNumber(std::string_view text, int base = 10, std::optional
 /// The whole trimmed text, digits alone, as a number of bytes that a server announces. A number beyond 64
 /// bits becomes the greatest one.
 std::optional<std::int64_t> ParseByteCount(std::string_view text);
+/// The number, which is not negative, in decimal digits with zeros in front: `width` of them at least.
+std::string Digits(std::int64_t number, std::size_t width);
 /// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError for other text.
 std::int32_t ToInteger(std::string_view text);
 /// Whether the text holds a byte below 0x20 or 0x7F. Such a text must not go into a request or command.
 bool HasControlCharacter(std::string_view text);
 /// The text without such bytes, for a status line.
 std::string WithoutControls(std::string text);
+/// How many characters (code points) a UTF-8 text has.
+std::size_t Utf8Length(std::string_view text);
 /// The bytes in Base64, as HTTP sends a user name and password.
 std::string Base64(std::string_view data);
 

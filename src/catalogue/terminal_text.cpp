@@ -1,0 +1,121 @@
+#include "catalogue/terminal_text.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+
+namespace skyreel {
+
+namespace {
+
+std::string SlotText(std::optional<TDateTime> slot) {
+  return slot ? FormatDateTime("yyyy-mm-dd hh:nn:ss' UTC'", *slot) : "dated by the server";
+}
+
+/// The address of a picture, or of its first tile.
+std::string AddressText(const TPictureAddresses& picture) {
+  const std::size_t more = picture.Addresses.size() - 1;
+  return picture.Addresses.front().Text + (more == 0 ? "" : " and " + std::to_string(more) + " more tiles");
+}
+
+std::string ListsText(const TPlan& plan) {
+  std::string text;
+  std::string_view before;
+  for (const TListRequest& list : plan.Lists) {
+    if (list.Address == std::exchange(before, list.Address)) continue;
+    text += "asks " + list.Address + (list.Problem.empty() ? "" : " - refused: " + list.Problem) + "\n";
+  }
+  return text;
+}
+
+const char* StateText(TFileState state) {
+  switch (state) {
+    case TFileState::Present:
+      return "present";
+    case TFileState::Wanted:
+      return "wanted";
+    case TFileState::NeedsList:
+      return "needs the server's list";
+    case TFileState::NotYet:
+      return "not yet";
+    case TFileState::Missing:
+      return "missing";
+    case TFileState::Resting:
+      return "missing, asked again later";
+    case TFileState::TooOld:
+      return "too old";
+    case TFileState::Unchanged:
+      return "unchanged";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string SourceListText(const TCatalogue& catalogue,
+                           const std::function<bool(const std::string& id)>& ticked,
+                           const std::function<std::string(const std::string& id)>& health) {
+  std::vector<std::array<std::string, 5>> rows;
+  std::array<std::size_t, 5> widths{};
+  for (const TCatalogueEntry& entry : catalogue.Entries) {
+    const auto& known = entry.Description;
+    auto& row = rows.emplace_back(std::array<std::string, 5>{entry.Id, entry.Title, known ? known->Group : "",
+                                                             ticked(entry.Id) ? "ticked" : "not ticked",
+                                                             known ? health(entry.Id) : "broken"});
+    if (entry.ChangedByUser) row.back() += ", changed by you";
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Utf8Length(row[i]));
+  }
+  std::string text;
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i + 1 < row.size(); ++i) {
+      text += row[i] + std::string(widths[i] - Utf8Length(row[i]) + 2, ' ');
+    }
+    text += row.back() + "\n";
+  }
+  return text;
+}
+
+std::string CheckSourceText(const TDescription& source, TDateTime now) {
+  // The three newest slots are what a run tries that goes back twice, and asks every list.
+  TDescription three = source;
+  three.Time.WalkBack = 2;
+  three.Time.Kept.reset();
+  for (TWay& way : three.Ways) {
+    if (way.Find) way.Find->Above = 0;
+  }
+  TPlan plan = MakePlan({three, now});
+  std::string text = source.Title + " (" + source.Id + "): no errors\n" + ListsText(plan);
+  for (std::size_t i = 0; plan.Files.empty() && i < plan.Combinations.size(); ++i)
+    plan.Files.push_back({i, {}, ""});
+  for (const TPlannedFile& file : plan.Files) {
+    const TCombination& combination = plan.Combinations[file.Combination];
+    const std::string label = LabelOf(source, combination);
+    text += "\n" + SlotText(file.Slot) + (label.empty() ? "" : ", " + label) + "\n";
+    for (std::size_t i = 0; i < source.Ways.size(); ++i) {
+      if (!source.Ways[i].Serves(combination)) continue;
+      const bool fixed = source.Ways[i].IsFixedName();
+      const auto picture =
+          AddressesOf(source, combination, {i, file.Slot}, fixed ? std::optional(now) : std::nullopt);
+      text += (i == 0 ? "  from " : "  or   ") + AddressText(picture) + "\n";
+    }
+    text += "  to   " + LocalPath(source, combination, file.Slot) + "\n";
+  }
+  return text;
+}
+
+std::string PlanText(const TDescription& source, const TPlan& plan, TDateTime now) {
+  std::string text = ListsText(plan);
+  for (const TPlannedFile& file : plan.Files) {
+    const TCombination& combination = plan.Combinations[file.Combination];
+    text += std::string(StateText(file.State)) + ": " + LocalPath(source, combination, file.Slot);
+    if (!file.Ways.empty())
+      text += " from " + AddressText(AddressesOf(source, combination, file.Ways.front(), now));
+    text += "\n";
+  }
+  return text;
+}
+
+}  // namespace skyreel

@@ -1,0 +1,67 @@
+#include "catalogue/catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include "base/files.h"
+#include "catalogue/sample.h"
+#include "catalogue/terminal_text.h"
+#include "support/helpers.h"
+
+namespace skyreel {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(Catalogue, TheUsersFilesReplaceTheSystemsAndThoseOfTheProgram) {
+  const test::TTempFolder folder;
+  const auto source = [](const std::string& id, const std::string& title) {
+    return test::With(test::With(test::kSample, "org.example.sat", id), "\"Sat\"", "\"" + title + "\"");
+  };
+  const std::string built_in = source("a.a", "built in"), other = source("b.b", "other");
+  folder.Write("low/skyreel/sources/x.toml", source("c.c", "low"));
+  folder.Write("high/skyreel/sources/y.toml", source("c.c", "high"));
+  const fs::path user = "home/.local/share/Quenmoor/Skyreel/sources";
+  folder.Write(user / "1.toml", source("a.a", "mine"));
+  folder.Write(user / "2.toml", source("d.d", "new"));
+  folder.Write(user / "3.toml", test::With(source("b.b", "broken"), "every", "evry"));
+  folder.Write(user / "4.txt", "no description");
+  fs::create_directory(folder / user / "5.toml");
+  const TSourceFolders folders = SourceFolders([&](const char* name) -> std::string {
+    if (std::string(name) == "XDG_DATA_DIRS")
+      return (folder / "high").string() + ":relative::" + (folder / "low").string();
+    return std::string(name) == "HOME" ? (folder / "home").string() : "";
+  });
+  const TCatalogue catalogue = LoadCatalogue({{"a.toml", built_in}, {"b.toml", other}}, folders);
+  EXPECT_EQ(SourceListText(
+                catalogue, [](const std::string& id) { return id == "a.a"; },
+                [](const std::string&) { return "fresh"; }),
+            "a.a  mine      ticked      fresh, changed by you\n"
+            "b.b  broken    not ticked  broken, changed by you\n"
+            "c.c  high      not ticked  fresh\n"
+            "d.d  new       not ticked  fresh\n");
+  const std::string path = (folder / user).string();
+  ASSERT_EQ(catalogue.Problems.size(), 2u);
+  EXPECT_EQ(catalogue.Problems[0].Message(), path + "/3.toml:6:1: unknown word 'evry' in [time]");
+  EXPECT_EQ(catalogue.Problems[1].Message(), path + "/5.toml: Invalid argument");
+}
+
+TEST(Catalogue, TheBuiltInDescriptionsAreSound) {
+  const TCatalogue catalogue = LoadCatalogue(EmbeddedDescriptions(), {});
+  EXPECT_GE(catalogue.Entries.size(), 3u);
+  for (const TProblem& problem : catalogue.Problems) ADD_FAILURE() << problem.Message();
+}
+
+TEST(Catalogue, CheckingADescriptionShowsItsNextAddresses) {
+  int checked = 0;
+  for (const auto& entry : fs::directory_iterator(SKYREEL_TEST_EXAMPLES)) {
+    if (entry.path().extension() != ".toml") continue;
+    const TDescription source = test::Described(ReadWholeFile(entry.path()));
+    const fs::path expected = fs::path(entry.path()).replace_extension(".txt");
+    EXPECT_EQ(CheckSourceText(source, TDateTime::FromDate(2026, 11, 26, 6, 2, 30)), ReadWholeFile(expected));
+    ++checked;
+  }
+  EXPECT_GE(checked, 8);
+}
+
+}  // namespace
+}  // namespace skyreel
