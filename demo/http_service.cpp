@@ -1,6 +1,8 @@
 #include "demo/http_service.h"
 
+#include <algorithm>
 #include <array>
+#include <map>
 
 #include "base/text.h"
 
@@ -28,8 +30,10 @@ void ReplyWithText(TConnection& client, const std::string& status, const std::st
                std::to_string(page.size()) + "\r\nConnection: close\r\n\r\n" + (head ? "" : page));
 }
 
-void Answer(TDemoArchive& archive, TConnection& client, const std::string& request,
-            const std::string& login) {
+/// Header fields by their names in lower case.
+using TFields = std::map<std::string, std::string>;
+
+void Answer(const TFindFile& find, TConnection& client, const std::string& request, TFields fields) {
   const auto method_end = request.find(' ');
   const auto target_end = request.find(' ', method_end + 1);
   if (method_end == std::string::npos || target_end == std::string::npos)
@@ -42,35 +46,51 @@ void Answer(TDemoArchive& archive, TConnection& client, const std::string& reque
   // A proxy is asked with the whole address.
   if (StartsWithText(path, "http://")) path.erase(0, std::min(path.find('/', 7), path.size()));
 
-  const auto file = archive.Find(path);
+  const std::string host = fields["host"].substr(0, fields["host"].find(':'));
+  const auto file = find(host, path);
   if (!file) return ReplyWithText(client, "404 Not Found", "", head);
-  if (file->NeedsLogin && login != "Basic " + Base64(kDemoUser + std::string(":") + kDemoPassword))
+  if (file->NeedsLogin &&
+      fields["authorization"] != "Basic " + Base64(kDemoUser + std::string(":") + kDemoPassword))
     return ReplyWithText(client, "401 Unauthorized", "WWW-Authenticate: Basic realm=\"archive\"\r\n", head);
   if (file->Fault == TFault::Stall) return client.Finish(kStall);
 
   std::string_view body = *file->Content;
+  const std::string date = HttpDate(file->Modified);
+  const std::string tag =
+      "\"" + std::to_string(file->Modified.UnixTime()) + "-" + std::to_string(body.size()) + "\"";
+  const std::string last_fields =
+      "ETag: " + tag + "\r\nLast-Modified: " + date + "\r\nConnection: close\r\n\r\n";
+  const std::string known_tag = fields["if-none-match"];
+  // The tag decides when the client has one.
+  if (known_tag.empty() ? fields["if-modified-since"] == date : known_tag == tag) {
+    client.Write("HTTP/1.1 304 Not Modified\r\n" + last_fields);
+    return;
+  }
   client.Write("HTTP/1.1 200 OK\r\nContent-Type: " + file->Type +
-               "\r\nContent-Length: " + std::to_string(body.size()) +
-               "\r\nLast-Modified: " + HttpDate(file->Modified) + "\r\nConnection: close\r\n\r\n");
+               "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + last_fields);
   if (head) return;
   client.Write(file->Fault == TFault::Cut ? body.substr(0, body.size() / 2) : body);
 }
 
 }  // namespace
 
-void ServeHttp(TDemoArchive& archive, TConnection& client) {
+void ServeHttp(const TFindFile& find, TConnection& client) {
   const auto request = client.ReadLine();
   if (!request) return;
-  std::string login;
+  TFields fields;
   for (int i = 0; i < kMostHeaderLines; ++i) {
     const auto line = client.ReadLine();
     if (!line) return;
     if (line->empty()) break;
-    constexpr std::string_view name = "Authorization:";
-    if (StartsWithText(*line, name)) login = Trim(std::string_view(*line).substr(name.size()));
+    const std::size_t colon = std::min(line->find(':'), line->size() - 1);
+    fields[LowerCase(line->substr(0, colon))] = Trim(std::string_view(*line).substr(colon + 1));
   }
-  Answer(archive, client, *request, login);
+  Answer(find, client, *request, std::move(fields));
   client.Finish(5s);
+}
+
+void ServeHttp(TDemoArchive& archive, TConnection& client) {
+  ServeHttp([&](const std::string&, const std::string& path) { return archive.Find(path); }, client);
 }
 
 }  // namespace skyreel::demo

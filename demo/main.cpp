@@ -1,5 +1,5 @@
-// The demo archive: serves made-up satellite pictures over HTTP and FTP on 127.0.0.1, under the paths that
-// Skyreel's sources ask for.
+// The demo archive: serves made-up satellite pictures over HTTP, HTTPS and FTP on 127.0.0.1, under the paths
+// that Skyreel's sources ask for.
 
 #include <signal.h>
 
@@ -10,11 +10,14 @@
 #include "base/clock.h"
 #include "base/exceptions.h"
 #include "base/files.h"
+#include "base/scope.h"
 #include "base/text.h"
 #include "demo/archive.h"
 #include "demo/ftp_service.h"
 #include "demo/http_service.h"
+#include "demo/live_archive.h"
 #include "demo/tcp_server.h"
+#include "demo/tls.h"
 
 namespace {
 
@@ -22,9 +25,13 @@ using namespace skyreel;
 using namespace skyreel::demo;
 
 constexpr const char* kHelp =
-    "skyreel-demo-archive [--now \"yyyy-mm-dd hh:nn\"] [--http-port N] [--ftp-port N]\n"
+    "skyreel-demo-archive [--now \"yyyy-mm-dd hh:nn\"] [--http-port N] [--https-port N] [--ftp-port N]\n"
+    "                     [--ca-file FILE]\n"
     "    Serves the archive on 127.0.0.1 until SIGTERM or SIGINT. Port 0, the default, is any free one.\n"
-    "    Prints http_port=N and ftp_port=N, a line each, once both ports are open.\n"
+    "    Prints http_port=N, https_port=N, ca_file=FILE and ftp_port=N, a line each, once all are open.\n"
+    "    HTTPS serves the hosts of demo/sources. A certificate authority made at the start vouches for "
+    "them;\n"
+    "    its certificate is in ca_file (default: a file in the temporary folder, deleted at the end).\n"
     "skyreel-demo-archive [--now TIME] --export FOLDER PATH...\n"
     "    Writes the files of these server paths below FOLDER, with their modification times and without the\n"
     "    query in their names. Ends with 1 when a path has no file.\n"
@@ -35,7 +42,9 @@ constexpr const char* kHelp =
 struct TOptions {
   TDateTime Now;  ///< zero: the clock's
   int HttpPort = 0;
+  int HttpsPort = 0;
   int FtpPort = 0;
+  std::filesystem::path CaFile;
   std::string ExportFolder;
   std::vector<std::string> ExportPaths;
   bool Help = false;
@@ -64,6 +73,10 @@ TOptions ParseOptions(const std::vector<std::string>& arguments) {
       options.Now = TimeFromText(arguments[++i]);
     } else if (name == "--http-port") {
       options.HttpPort = ToInteger(arguments[++i]);
+    } else if (name == "--https-port") {
+      options.HttpsPort = ToInteger(arguments[++i]);
+    } else if (name == "--ca-file") {
+      options.CaFile = arguments[++i];
     } else if (name == "--ftp-port") {
       options.FtpPort = ToInteger(arguments[++i]);
     } else if (name == "--export") {
@@ -90,7 +103,7 @@ int Export(TDemoArchive& archive, const TOptions& options) {
   return 0;
 }
 
-int Serve(TDemoArchive& archive, const TOptions& options) {
+int Serve(TDemoArchive& archive, const TLiveArchive& live, const TOptions& options) {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
@@ -100,7 +113,25 @@ int Serve(TDemoArchive& archive, const TOptions& options) {
 
   const TTcpServer http(options.HttpPort, [&](TConnection& client) { ServeHttp(archive, client); });
   const TTcpServer ftp(options.FtpPort, [&](TConnection& client) { ServeFtp(archive, client); });
-  std::cout << "http_port=" << http.Port() << "\nftp_port=" << ftp.Port() << std::endl;
+  const TTlsIdentity identity(TLiveArchive::Hosts());
+  const TTcpServer https(options.HttpsPort, [&](TConnection& client) {
+    TTlsConnection secure(identity, client);
+    ServeHttp([&](const std::string& host, const std::string& path) { return live.Find(host, path); },
+              secure);
+  });
+  const bool temporary = options.CaFile.empty();
+  const std::filesystem::path ca_file = temporary
+                                            ? std::filesystem::temp_directory_path() /
+                                                  ("skyreel-demo-ca-" + std::to_string(https.Port()) + ".pem")
+                                            : std::filesystem::absolute(options.CaFile);
+  WriteFileWhole(ca_file, identity.Authority());
+  const TAtScopeEnd remove([&] {
+    std::error_code ignored;
+    if (temporary) std::filesystem::remove(ca_file, ignored);
+  });
+  // Scripts wait for the last line.
+  std::cout << "http_port=" << http.Port() << "\nhttps_port=" << https.Port()
+            << "\nca_file=" << ca_file.string() << "\nftp_port=" << ftp.Port() << std::endl;
   int signal = 0;
   sigwait(&signals, &signal);
   return 0;
@@ -116,8 +147,10 @@ int main(int argc, char** argv) {
       return 0;
     }
     const TSystemClock clock({});
-    TDemoArchive archive([&] { return options.Now.IsZero() ? clock.UtcNow() : options.Now; });
-    return options.ExportFolder.empty() ? Serve(archive, options) : Export(archive, options);
+    const auto now = [&] { return options.Now.IsZero() ? clock.UtcNow() : options.Now; };
+    TDemoArchive archive(now);
+    return options.ExportFolder.empty() ? Serve(archive, TLiveArchive(now), options)
+                                        : Export(archive, options);
   } catch (const std::exception& error) {
     std::cerr << "skyreel-demo-archive: " << error.what() << "\n";
     return 2;

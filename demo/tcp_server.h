@@ -15,7 +15,7 @@ namespace skyreel::demo {
 class TConnection {
  public:
   explicit TConnection(int socket) : socket_(socket) {}
-  ~TConnection();
+  virtual ~TConnection();
   TConnection(const TConnection&) = delete;
   TConnection& operator=(const TConnection&) = delete;
 
@@ -25,11 +25,11 @@ class TConnection {
   /// A line has come, or the other side has closed.
   bool HasInput();
   /// Waits up to a minute for the next bytes. Returns "" when the connection is over.
-  std::string Receive();
-  bool Write(std::string_view data);
+  virtual std::string Receive();
+  virtual bool Write(std::string_view data);
   /// Ends the sending, then waits at most `limit` until the other side has closed too: data on their way are
   /// not lost.
-  void Finish(std::chrono::milliseconds limit);
+  virtual void Finish(std::chrono::milliseconds limit);
   /// Ends all waits; for another thread.
   void Interrupt();
   int Socket() const { return socket_; }

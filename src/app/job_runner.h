@@ -40,6 +40,7 @@ class TJobRunner : public QObject, private TRunControl {
   bool Busy() const { return running_ != nullptr; }
   /// Which certificates secure servers may have besides the usual ones, and where hosts are (see
   /// ReadHttpsSettings). The next run says what is wrong with it.
+  void SetHttps(const std::string& ca_file, const std::string& host_overrides);
   /// Runs a page's job to its end. While a job is running, asks that one to stop instead, and the second
   /// time aborts its transfer.
   void Run(TSourcePage& page, const TSourcePage::TJob& job);

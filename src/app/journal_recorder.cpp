@@ -58,7 +58,7 @@ void TJournalRecorder::EndRun(const std::vector<TRunRecord>& records) {
   flush_timer_.stop();
   for (const TRunRecord& record : records)
     journal_.CountPresent(record.Source, record.Counts.Present, record.NewestPresent);
-  journal_.EndRun(static_cast<int>(TBatchRecord{.Started = {}, .Runs = records}.ExitCode()));
+  journal_.EndRun(static_cast<int>(TBatchRecord{{}, records, {}}.ExitCode()));
 }
 
 }  // namespace skyreel

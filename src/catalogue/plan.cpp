@@ -188,15 +188,15 @@ class TCombinationPlanner {
       file.Ways.push_back({way.Index, way.Way.IsFixedName() ? std::nullopt : std::optional(slot), found});
     }
     if (slot < oldest_) {
-      file.State = TFileState::TooOld;
+      file.State = TPlanState::TooOld;
     } else if (IsResting(file.Path)) {
-      file.State = TFileState::Resting;
+      file.State = TPlanState::Resting;
     } else if (unknown) {
-      file.State = TFileState::NeedsList;
+      file.State = TPlanState::NeedsList;
     } else if (file.Ways.empty()) {
-      file.State = request_.Now < last_call ? TFileState::NotYet : TFileState::Missing;
+      file.State = request_.Now < last_call ? TPlanState::NotYet : TPlanState::Missing;
     }
-    if (file.State != TFileState::Wanted) file.Ways.clear();
+    if (file.State != TPlanState::Wanted) file.Ways.clear();
     return file;
   }
 
@@ -219,16 +219,16 @@ class TCombinationPlanner {
       while (known != due_slots.end() && known->Slot > slot) ++known;
       TSeen seen = known != due_slots.end() && known->Slot == slot ? std::move(*known) : Look(slot);
       if (seen.Present) {
-        files_.push_back({index_, slot, std::move(seen.Path), TFileState::Present});
+        files_.push_back({index_, slot, std::move(seen.Path), TPlanState::Present});
         if (!request_.Days) break;
         continue;
       }
       if (!asked) {
-        if (request_.Days) files_.push_back({index_, slot, std::move(seen.Path), TFileState::NotYet});
+        if (request_.Days) files_.push_back({index_, slot, std::move(seen.Path), TPlanState::NotYet});
         continue;
       }
       TPlannedFile file = FileOf(slot, std::move(seen.Path), slot + time_.Delay + time_.Grace);
-      const bool there = file.State != TFileState::NotYet && file.State != TFileState::Missing;
+      const bool there = file.State != TPlanState::NotYet && file.State != TPlanState::Missing;
       if (request_.Days || there) {
         files_.push_back(std::move(file));
       } else if (!not_there) {
@@ -292,7 +292,7 @@ class TCombinationPlanner {
       if (!IsAtItsTime(slot)) continue;
       TSeen seen = Look(slot);
       if (seen.Present) {
-        files_.push_back({index_, slot, std::move(seen.Path), TFileState::Present});
+        files_.push_back({index_, slot, std::move(seen.Path), TPlanState::Present});
         if (!request_.Days) return;
         continue;
       }
@@ -332,7 +332,7 @@ class TCombinationPlanner {
       TWayState& way = ways_.front();
       AskList(way, request_.Now);
       if (IsUnchanged(way)) {
-        file.State = TFileState::Unchanged;
+        file.State = TPlanState::Unchanged;
         file.Ways.clear();
       }
     }

@@ -68,7 +68,7 @@ struct TPlanRequest {
   std::function<std::string(const std::string& address)> LastStamp = {};
 };
 
-enum class TFileState {
+enum class TPlanState {
   Present,    ///< on disk
   Wanted,     ///< to be asked for
   NeedsList,  ///< to be asked for, once the server's list tells its name
@@ -90,7 +90,7 @@ struct TPlannedFile {
   std::size_t Combination = 0;    ///< in TPlan::Combinations
   std::optional<TDateTime> Slot;  ///< none for a source with a fixed name
   std::string Path;               ///< below the output folder; empty without a slot
-  TFileState State = TFileState::Wanted;
+  TPlanState State = TPlanState::Wanted;
   std::vector<TPlannedWay> Ways = {};  ///< of a wanted file, in the order in which they are tried
 };
 

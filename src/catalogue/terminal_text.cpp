@@ -31,23 +31,23 @@ std::string ListsText(const TPlan& plan) {
   return text;
 }
 
-const char* StateText(TFileState state) {
+const char* StateText(TPlanState state) {
   switch (state) {
-    case TFileState::Present:
+    case TPlanState::Present:
       return "present";
-    case TFileState::Wanted:
+    case TPlanState::Wanted:
       return "wanted";
-    case TFileState::NeedsList:
+    case TPlanState::NeedsList:
       return "needs the server's list";
-    case TFileState::NotYet:
+    case TPlanState::NotYet:
       return "not yet";
-    case TFileState::Missing:
+    case TPlanState::Missing:
       return "missing";
-    case TFileState::Resting:
+    case TPlanState::Resting:
       return "missing, asked again later";
-    case TFileState::TooOld:
+    case TPlanState::TooOld:
       return "too old";
-    case TFileState::Unchanged:
+    case TPlanState::Unchanged:
       return "unchanged";
   }
   return "";

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "image/readers.h"
+#include "image/codecs.h"
 
 namespace skyreel {
 

@@ -2,11 +2,13 @@
 
 #include "base/files.h"
 #include "base/text.h"
-#include "image/readers.h"
+#include "image/codecs.h"
 
 namespace skyreel {
 
 namespace {
+
+constexpr int kQuality = 90;
 
 constexpr struct {
   const char* Extension;
@@ -19,6 +21,11 @@ auto FindReader(std::string_view extension) {
     if (SameText(reader.Extension, extension)) return reader.Read;
   }
   throw EInvalidGraphic("Unknown picture type \"" + std::string(extension) + "\"");
+}
+
+void RequireSavable(const TExtBitmap& bitmap, const std::string& kind) {
+  if (bitmap.PixelFormat() != TPixelFormat::Bits8 && bitmap.PixelFormat() != TPixelFormat::Bits24)
+    throw EInvalidGraphic("Cannot save bitmap as " + kind + " with specified PixelFormat");
 }
 
 }  // namespace
@@ -38,6 +45,25 @@ void LoadImageFromMemory(TExtBitmap& bitmap, std::string_view extension, std::st
   loaded.PixelLimit = bitmap.PixelLimit;
   read(loaded, data);
   bitmap = std::move(loaded);
+}
+
+void SaveAsJpeg(const TExtBitmap& bitmap, const std::filesystem::path& path, int quality,
+                const std::string& comment) {
+  RequireSavable(bitmap, "JPEG");
+  try {
+    WriteFileWhole(path, EncodeJpeg(bitmap, quality, comment));
+  } catch (const std::runtime_error&) {
+    throw EInvalidGraphic("Error writing JPEG to file");
+  }
+}
+
+void SaveImage(const TExtBitmap& bitmap, const std::filesystem::path& path) {
+  const std::string extension = path.extension().string();
+  RequireSavable(bitmap, extension);
+  if (SameText(extension, ".PNG")) return WriteFileWhole(path, EncodePng(bitmap));
+  if (SameText(extension, ".JPG") || SameText(extension, ".JPEG"))
+    return WriteFileWhole(path, EncodeJpeg(bitmap, kQuality, ""));
+  throw EInvalidGraphic("Cannot save a picture as \"" + extension + "\"");
 }
 
 }  // namespace skyreel

@@ -24,4 +24,9 @@ void LoadImageFromMemory(TExtBitmap& bitmap, std::string_view extension, std::st
 void SaveAsJpeg(const TExtBitmap& bitmap, const std::filesystem::path& path, int quality,
                 const std::string& comment);
 
+/// Writes the picture, 8 or 24 bits, in the format that the extension names: .JPG and .JPEG (quality 90) or
+/// .PNG, in either letter case. Replaces an older file as a whole. Throws EInvalidGraphic and
+/// std::system_error.
+void SaveImage(const TExtBitmap& bitmap, const std::filesystem::path& path);
+
 }  // namespace skyreel

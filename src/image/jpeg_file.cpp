@@ -12,9 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "base/files.h"
-#include "image/image_file.h"
-#include "image/readers.h"
+#include "image/codecs.h"
 
 namespace skyreel {
 
@@ -170,9 +168,8 @@ class TWriter {
   TWriter(const TWriter&) = delete;
   TWriter& operator=(const TWriter&) = delete;
 
-  /// False when the encoder fails.
-  bool Write(const TExtBitmap& bitmap, int quality, const std::string& comment) {
-    return Guarded(errors_, [&] {
+  std::string Write(const TExtBitmap& bitmap, int quality, const std::string& comment) {
+    const bool written = Guarded(errors_, [&] {
       const bool grey = bitmap.PixelFormat() == TPixelFormat::Bits8;
       jpeg_create_compress(&info_);
       info_.dest = &destination_;
@@ -183,17 +180,19 @@ class TWriter {
       jpeg_set_defaults(&info_);
       jpeg_set_quality(&info_, quality, TRUE);
       jpeg_start_compress(&info_, TRUE);
-      jpeg_write_marker(&info_, JPEG_COM, reinterpret_cast<const JOCTET*>(comment.data()),
-                        static_cast<unsigned>(comment.size()));
+      if (!comment.empty()) {
+        jpeg_write_marker(&info_, JPEG_COM, reinterpret_cast<const JOCTET*>(comment.data()),
+                          static_cast<unsigned>(comment.size()));
+      }
       for (int y = 0; y < bitmap.Height(); ++y) {
         JSAMPROW rows[] = {const_cast<JSAMPROW>(bitmap.ScanLine(y))};  // only read
         jpeg_write_scanlines(&info_, rows, 1);
       }
       jpeg_finish_compress(&info_);
     });
+    if (!written) throw EInvalidGraphic(std::string("JPEG: ") + errors_.Message);
+    return std::move(destination_.Data);
   }
-
-  const std::string& Data() const { return destination_.Data; }
 
  private:
   TErrors errors_;
@@ -207,21 +206,8 @@ void ReadJpeg(TExtBitmap& bitmap, std::string_view data) {
   TReader().Read(bitmap, data);
 }
 
-void SaveAsJpeg(const TExtBitmap& bitmap, const std::filesystem::path& path, int quality,
-                const std::string& comment) {
-  if (bitmap.PixelFormat() != TPixelFormat::Bits8 && bitmap.PixelFormat() != TPixelFormat::Bits24) {
-    throw EInvalidGraphic("Cannot save bitmap as JPEG with specified PixelFormat");
-  }
-  TWriter writer;
-  bool written = writer.Write(bitmap, quality, comment);
-  if (written) {
-    try {
-      WriteFileWhole(path, writer.Data());
-    } catch (const std::system_error&) {
-      written = false;
-    }
-  }
-  if (!written) throw EInvalidGraphic("Error writing JPEG to file");
+std::string EncodeJpeg(const TExtBitmap& bitmap, int quality, const std::string& comment) {
+  return TWriter().Write(bitmap, quality, comment);
 }
 
 }  // namespace skyreel

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "image/readers.h"
+#include "image/codecs.h"
 
 namespace skyreel {
 

@@ -16,7 +16,7 @@ namespace {
 constexpr std::chrono::hours kNotYet{3};
 
 /// "http://host:81" of "http://host:81/path".
-std::string ServerOf(const std::string& address) {
+std::string RootOf(const std::string& address) {
   const std::string shown = UrlForDisplay(address);
   const std::size_t scheme = shown.find("//");
   return shown.substr(0, shown.find('/', scheme == std::string::npos ? 0 : scheme + 2));
@@ -90,7 +90,7 @@ void ReportFailure(TTransferContext& context, const std::string& line) {
 }
 
 void ReportServerProblem(TTransferContext& context, const std::string& address, const std::string& what) {
-  const std::string problem = ServerOf(address) + " " + WithoutControls(what);
+  const std::string problem = RootOf(address) + " " + WithoutControls(what);
   std::vector<std::string>& known = context.Record.ServerProblems;
   if (std::ranges::find(known, problem) != known.end()) return;
   known.push_back(problem);

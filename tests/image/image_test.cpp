@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "base/files.h"
+#include "image/tile_grid.h"
 #include "support/helpers.h"
 
 namespace skyreel {
@@ -157,6 +158,49 @@ TEST(ImageFiles, JpegsAreSavedBaselineWithTheirChannelsOrNotAtAll) {
   EXPECT_EQ(save(wide, "grey.jpg"), "Cannot save bitmap as JPEG with specified PixelFormat");
   ExpectPicture(folder / "colour.jpeg", kColour, 6);
   ExpectPicture(folder / "grey.jpg", kGrey, 1);
+}
+
+TEST(ImageFiles, PicturesAreSavedInTheFormatOfTheirExtension) {
+  const test::TTempFolder folder;
+  TExtBitmap colour(TPixelFormat::Bits24), grey(TPixelFormat::Bits8), wide(TPixelFormat::Bits32);
+  LoadImage(colour, kPictures / "colour.png");
+  LoadImage(grey, kPictures / "grey.png");
+  SaveImage(colour, folder / "colour.PNG");
+  SaveImage(grey, folder / "grey.png");
+  SaveImage(colour, folder / "colour.jpeg");
+  ExpectPicture(folder / "colour.PNG", kColour);
+  ExpectPicture(folder / "grey.png", kGrey);
+  ExpectPicture(folder / "colour.jpeg", kColour, 12);
+  const TExtBitmap empty(TPixelFormat::Bits24);
+  const std::tuple<const TExtBitmap&, const char*, const char*> refused[] = {
+      {colour, "x.gif", "Cannot save a picture as \".gif\""},
+      {wide, "x.png", "PixelFormat"},
+      {empty, "x.png", "PNG: Invalid IHDR data"},
+      {empty, "x.jpg", "JPEG: Empty"},
+      {colour, "none/x.png", "No such file"}};
+  for (const auto& [bitmap, name, message] : refused)
+    EXPECT_THAT(test::Failure([&, &bitmap = bitmap, &name = name] { SaveImage(bitmap, folder / name); }),
+                HasSubstr(message));
+}
+
+TEST(TileGrid, JoinsEqualTilesInAnyOrder) {
+  const std::string colour = ReadWholeFile(kPictures / "colour.png"),
+                    grey = ReadWholeFile(kPictures / "grey.png");
+  const test::TTempFolder folder;
+  TTileGrid grid(2, 2);
+  for (const auto& [column, row] : {std::pair(1, 1), {0, 1}, {1, 0}}) grid.Put(column, row, ".png", colour);
+  EXPECT_EQ(test::Failure<EInvalidGraphic>([&] { grid.Picture(); }), "A tile is missing");
+  EXPECT_THAT(test::Failure<EInvalidGraphic>(
+                  [&] { grid.Put(0, 0, ".gif", ReadWholeFile(kPictures / "colour_at_5_3.gif")); }),
+              HasSubstr("does not fit"));
+  grid.Put(0, 0, ".png", grey);
+  SaveImage(grid.Picture(), folder / "all.png");
+  const auto pixels = [](int x, int y) { return x < 37 && y < 23 ? kGrey(x, y) : kColour(x % 37, y % 23); };
+  ExpectPicture(folder / "all.png", pixels, 0, 74, 46);
+
+  TTileGrid large(1000, 1000);
+  EXPECT_THAT(test::Failure<EInvalidGraphic>([&] { large.Put(0, 0, ".png", colour); }),
+              HasSubstr("too large"));
 }
 
 TEST(GammaCorrect, MapsEveryPixelForExponentsFromAFifthToFive) {

@@ -1,5 +1,5 @@
-// Reads PNG with libpng. The library reports an error by a longjmp: every step runs in Guarded and owns
-// nothing.
+// Reads and writes PNG with libpng. The library reports an error by a longjmp: every step runs in Guarded and
+// owns nothing.
 
 #include <png.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "image/readers.h"
+#include "image/codecs.h"
 
 namespace skyreel {
 
@@ -124,10 +124,60 @@ class TReader {
   png_infop info_ = nullptr;
 };
 
+/// Appends to the string that `png` was given. No exception may leave through the library.
+void OnWrite(png_structp png, png_bytep data, png_size_t count) {
+  bool taken = true;
+  try {
+    static_cast<std::string*>(png_get_io_ptr(png))->append(reinterpret_cast<const char*>(data), count);
+  } catch (const std::exception&) {
+    taken = false;
+  }
+  if (!taken) png_error(png, "out of memory");
+}
+
+class TWriter {
+ public:
+  TWriter() {
+    png_ =
+        png_create_write_struct(PNG_LIBPNG_VER_STRING, &state_, OnError, [](png_structp, png_const_charp) {});
+    info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
+  }
+  ~TWriter() { png_destroy_write_struct(&png_, &info_); }
+  TWriter(const TWriter&) = delete;
+  TWriter& operator=(const TWriter&) = delete;
+
+  std::string Write(const TExtBitmap& bitmap) {
+    if (info_ == nullptr) throw std::bad_alloc();
+    const bool written = Guarded(state_, [&] {
+      png_set_write_fn(png_, &data_, OnWrite, [](png_structp) {});
+      png_set_IHDR(png_, info_, static_cast<png_uint_32>(bitmap.Width()),
+                   static_cast<png_uint_32>(bitmap.Height()), 8,
+                   bitmap.PixelFormat() == TPixelFormat::Bits8 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB,
+                   PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+      png_write_info(png_, info_);
+      png_set_bgr(png_);
+      for (int y = 0; y < bitmap.Height(); ++y) png_write_row(png_, bitmap.ScanLine(y));
+      png_write_end(png_, nullptr);
+    });
+    if (!written) throw EInvalidGraphic(std::string("PNG: ") + state_.Message);
+    return std::move(data_);
+  }
+
+ private:
+  std::string data_;
+  TState state_;
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+};
+
 }  // namespace
 
 void ReadPng(TExtBitmap& bitmap, std::string_view data) {
   TReader(data).Read(bitmap);
+}
+
+std::string EncodePng(const TExtBitmap& bitmap) {
+  return TWriter().Write(bitmap);
 }
 
 }  // namespace skyreel
