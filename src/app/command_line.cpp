@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/text.h"
 #include "sources/source_table.h"
 
 namespace skyreel {
@@ -16,6 +17,8 @@ constexpr bool kDisplayNeedsVariable = false;
 #else
 constexpr bool kDisplayNeedsVariable = true;
 #endif
+
+constexpr int kMostDays = 366;
 
 std::string HelpText() {
   std::string text =
@@ -39,6 +42,12 @@ std::string HelpText() {
   add("-DIAL", "dial the default Internet connection first (Windows)");
   add("-CLOSE", "close the program when all is fetched");
   add("--json FILE", "write what became of each file as JSON; - is standard output");
+  add("--list-sources", "list the described sources (docs/sources.md)");
+  add("--check-source FILE", "check a description of a source without the network");
+  add("--try-source FILE|ID", "fetch one picture of a source into nowhere and say what came");
+  add("--run ID[,ID...]", "fetch the newest pictures of described sources, then end");
+  add("--days N", "with --run: fetch N days instead");
+  add("--dry-run", "with --run: print what would be fetched");
   add("--help, -h, -?", "show this text");
   add("--version", "show the version");
   text +=
@@ -47,8 +56,8 @@ std::string HelpText() {
       "the current file; the report and the settings are written.\n\n"
       "A batch ends with the first of these exit codes that applies:\n"
       "  5  a signal ended it\n"
-      "  1  the program could not start, or a source that was named could not (its tab is hidden, or it\n"
-      "     has no output folder)\n"
+      "  1  the program could not start, or a source that was named could not (its tab is hidden, it has no\n"
+      "     output folder, or its description is wrong)\n"
       "  2  an argument matches no switch; the others are carried out\n"
       "  4  a server could not be reached or refused the login, or a user name or password is missing\n"
       "  3  a file failed; one that the server does not have is no failure\n"
@@ -56,19 +65,59 @@ std::string HelpText() {
   return text;
 }
 
+/// An option of our own that takes a value.
+struct TOption {
+  const char* Name;
+  const char* Needs;  ///< what its value is
+  /// False when the value is wrong.
+  bool (*Take)(const std::string& value, TStartPlan& plan);
+};
+
+template <TTerminalCommand::TKind kind>
+bool TakeCommand(const std::string& value, TStartPlan& plan) {
+  plan.Terminal.Kind = kind;
+  plan.Terminal.Argument = value;
+  return true;
+}
+
+bool TakeDays(const std::string& value, TStartPlan& plan) {
+  plan.Terminal.Days = ParseNumber<int>(value);
+  return plan.Terminal.Days && *plan.Terminal.Days >= 1 && *plan.Terminal.Days <= kMostDays;
+}
+
+bool TakeJson(const std::string& value, TStartPlan& plan) {
+  plan.Json = value;
+  return true;
+}
+
 /// Takes the options of our own out of the arguments.
 void TakeOptions(const std::vector<std::string>& arguments, TStartPlan& plan) {
-  constexpr std::string_view kJson = "--json";
+  using enum TTerminalCommand::TKind;
+  constexpr TOption kOptions[] = {
+      {"--json", "the name of a file, or - for standard output", TakeJson},
+      {"--run", "the ids of sources, separated by commas", TakeCommand<Run>},
+      {"--days", "a number of days from 1 to 366", TakeDays},
+      {"--check-source", "the name of a file", TakeCommand<CheckSource>},
+      {"--try-source", "the name of a file, or an id", TakeCommand<TrySource>},
+  };
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
-    if (argument != kJson) {
+    const auto option = std::ranges::find(kOptions, argument, &TOption::Name);
+    if (argument == "--list-sources") {
+      plan.Terminal.Kind = ListSources;
+    } else if (argument == "--dry-run") {
+      plan.Terminal.DryRun = true;
+    } else if (option == std::end(kOptions)) {
       plan.Arguments.push_back(argument);
-    } else if (++i < arguments.size()) {
-      plan.Json = arguments[i];
-    } else {
+    } else if (++i == arguments.size() || arguments[i].empty() || !option->Take(arguments[i], plan)) {
       plan.Action = TStartPlan::TAction::Refuse;
-      plan.Text = "Skyreel: --json needs the name of a file, or - for standard output\n";
+      plan.Text = "Skyreel: " + argument + " needs " + option->Needs + "\n";
+      return;
     }
+  }
+  if ((plan.Terminal.Days || plan.Terminal.DryRun) && plan.Terminal.Kind != Run) {
+    plan.Action = TStartPlan::TAction::Refuse;
+    plan.Text = "Skyreel: --days and --dry-run need --run\n";
   }
 }
 

@@ -1,10 +1,20 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace skyreel {
+
+/// What is done on the terminal, without a window.
+struct TTerminalCommand {
+  enum class TKind { None, ListSources, CheckSource, TrySource, Run };
+  TKind Kind = TKind::None;
+  std::string Argument;     ///< a file, an id, or the ids that run, separated by commas
+  std::optional<int> Days;  ///< Run: so many days instead of the newest slot
+  bool DryRun = false;      ///< Run: only prints the plan
+};
 
 /// What the program does before any window exists.
 struct TStartPlan {
@@ -19,6 +29,7 @@ struct TStartPlan {
   /// the user or Qt chooses.
   std::string Platforms;
   std::vector<std::string> Arguments;  ///< without the options of our own: switches, and what Qt takes
+  TTerminalCommand Terminal;
   std::string Json;  ///< where the batch's document goes: a file, or "-" for standard output; empty: nowhere
 };
 

@@ -3,14 +3,13 @@
 #include <QCoreApplication>
 #include <utility>
 
+#include "app/program_folder.h"
 #include "base/scope.h"
 #include "transfer/transfer_progress.h"
 
 namespace skyreel {
 
 namespace {
-
-constexpr const char* kLedgerName = "SkyreelTransfers.txt";
 
 std::unique_ptr<TWinInetTransfer> MakeWinInet() {
   auto library = LoadWinInet();
@@ -130,8 +129,8 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
 }
 
 TJobContext TJobRunner::JobContext(const TSource& source, TClock& clock, TRunRecord& record) {
-  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, https_, ledger_, record, setup_.Shared(),
-           win_inet_.get(), source.Caption},
+  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, https_, ledger_, record,
+           setup_.Shared(), win_inet_.get(), source.Caption},
           setup_.Servers.Roots(source, setup_.Display),
           setup_.ProgramFolder};
 }

@@ -81,7 +81,7 @@ class TJobRunner : public QObject, private TRunControl {
   QTimer TimerSilence_{this};
 
   std::vector<std::string> https_problems_;  ///< not yet said
-  const TSourcePage* running_ = nullptr;  ///< whose job is running
+  const TSourcePage* running_ = nullptr;     ///< whose job is running
   bool stop_requested_ = false;
   bool close_when_done_ = false;
   bool in_event_hook_ = false;

@@ -7,13 +7,14 @@
 
 #include "base/clock.h"
 #include "journal/journal.h"
-#include "transfer/run_record.h"
 #include "transfer/file_result.h"
+#include "transfer/run_record.h"
 #include "transfer/transfer_context.h"
 
 namespace skyreel {
 
-/// Writes runs and what became of their files into the journal. A fault of the journal becomes one status line.
+/// Writes runs and what became of their files into the journal. A fault of the journal becomes one status
+/// line.
 class TJournalRecorder {
  public:
   /// `clock`: nullptr for the computer's. Clock and display outlive the object.

@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <QDir>
 #include <QLoggingCategory>
 #include <QMessageBox>
 #include <QStandardPaths>
@@ -9,6 +10,7 @@
 #include "app/main_form.h"
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
+#include "app/terminal.h"
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "settings/registry_store.h"
@@ -24,57 +26,113 @@ std::filesystem::path ToPath(const QString& text) {
   return text.toStdString();
 }
 
-/// Runs the form. Returns the exit code.
-int Run(QApplication& application, TSignalWatcher& signal_watcher, const TStartPlan& plan) {
+std::string Variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+/// Names the settings after the executable. Returns its path.
+std::filesystem::path NameTheProgram() {
+  std::filesystem::path executable = ToPath(QCoreApplication::applicationFilePath());
   QCoreApplication::setOrganizationName("Quenmoor");
-  QCoreApplication::setApplicationName(ToPath(application.applicationFilePath()).stem().string().c_str());
+  QCoreApplication::setApplicationName(executable.stem().string().c_str());
   QCoreApplication::setApplicationVersion(SKYREEL_VERSION);
+  return executable;
+}
+
+std::filesystem::path FolderOf(const std::filesystem::path& executable) {
+  return ProgramFolder(executable, ToPath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation)));
+}
+
+/// Where a batch writes its document, if it is wanted.
+class TDocument {
+ public:
+  explicit TDocument(std::string file) : file_(std::move(file)) {}
+  std::function<void(const std::string&)> Writer() {
+    if (file_.empty()) return nullptr;
+    return [this](const std::string& document) { Write(document); };
+  }
+  /// Where the status lines go.
+  int Lines() const { return file_ == "-" ? kStandardError : kStandardOutput; }
+  bool IsLost() const { return lost_; }
+
+ private:
+  void Write(const std::string& document) {
+    if (file_ == "-") return WriteLine(kStandardOutput, document);
+    try {
+      WriteFileWhole(file_, document + "\n");
+    } catch (const std::exception& error) {
+      lost_ = true;
+      WriteLine(kStandardError, "Skyreel: " + file_ + " cannot be written: " + ReasonOf(error));
+    }
+  }
+
+  const std::string file_;
+  bool lost_ = false;
+};
+
+void WriteError(const std::string& line) {
+  WriteLine(kStandardError, "Skyreel: " + line);
+}
+
+/// Carries out a command without a window. Returns the exit code.
+int RunCommand(TSignalWatcher& signal_watcher, const TStartPlan& plan) {
+  const std::filesystem::path executable = NameTheProgram();
+  TDocument document(plan.Json);
+  const TTerminal terminal{.SettingsFile = SettingsFile(executable),
+                           .ProgramFolder = FolderOf(executable),
+                           .JournalFile = StateFolder() / kJournalName,
+                           .Home = ToPath(QDir::homePath()),
+                           .Signals = signal_watcher,
+                           .Variable = Variable,
+                           .Output = [&](const std::string& line) { WriteLine(document.Lines(), line); },
+                           .ErrorOutput = WriteError,
+                           .Document = document.Writer()};
+  try {
+    const int code = RunOnTerminal(terminal, plan.Terminal, plan.Arguments);
+    return document.IsLost() ? EXIT_FAILURE : code;
+  } catch (const ERegistryError& error) {
+    WriteError(error.what());
+    return EXIT_FAILURE;
+  }
+}
+
+/// Runs the form. Returns the exit code.
+int Run(TSignalWatcher& signal_watcher, const TStartPlan& plan) {
+  const std::filesystem::path executable = NameTheProgram();
   QGuiApplication::setDesktopFileName("skyreel");
 
-  const std::filesystem::path executable = ToPath(QCoreApplication::applicationFilePath());
   std::vector<std::string> arguments;
   for (const QString& argument : QCoreApplication::arguments().mid(1))
     arguments.push_back(argument.toStdString());
   const bool batch = !arguments.empty();
   const bool undrawn = QGuiApplication::platformName() == "offscreen";
   if (undrawn && !batch && !plan.Platforms.empty()) {
-    WriteLine(kStandardError, std::string("Skyreel: ") + kNoDisplayText);
+    WriteError(kNoDisplayText);
     return EXIT_FAILURE;
   }
-  const int lines_to = plan.Json == "-" ? kStandardError : kStandardOutput;
-  bool document_lost = false;
-  const auto write_document = [&](const std::string& document) {
-    if (plan.Json == "-") return WriteLine(kStandardOutput, document);
-    try {
-      WriteFileWhole(plan.Json, document + "\n");
-    } catch (const std::exception& error) {
-      document_lost = true;
-      WriteLine(kStandardError, "Skyreel: " + plan.Json + " cannot be written: " + ReasonOf(error));
-    }
-  };
+  TDocument document(plan.Json);
   try {
     TRegistryStore store(SettingsFile(executable));
-    TFormMain form(
-        {.Store = store,
-         .Executable = executable,
-         .AppPaths = AppPathsFile(),
-         .ProgramFolder = ProgramFolder(
-             executable, ToPath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation))),
-         .JournalFile = StateFolder() / "Journal.sqlite",
-         .Arguments = arguments,
-         .Headless = undrawn && batch,
-         .Clock = nullptr,
-         .Bell = {},
-         .Output = [=](const std::string& line) { WriteLine(lines_to, line); },
-         .ErrorOutput = [](const std::string& line) { WriteLine(kStandardError, "Skyreel: " + line); },
-         .Document = plan.Json.empty() ? nullptr : std::function<void(const std::string&)>(write_document)});
+    TFormMain form({.Store = store,
+                    .Executable = executable,
+                    .AppPaths = AppPathsFile(),
+                    .ProgramFolder = FolderOf(executable),
+                    .JournalFile = StateFolder() / kJournalName,
+                    .Arguments = arguments,
+                    .Headless = undrawn && batch,
+                    .Clock = nullptr,
+                    .Bell = {},
+                    .Output = [&](const std::string& line) { WriteLine(document.Lines(), line); },
+                    .ErrorOutput = WriteError,
+                    .Document = document.Writer()});
     signal_watcher.Start([&form] { form.CloseSoon(); });
     form.show();
     QApplication::exec();
-    return document_lost ? EXIT_FAILURE : static_cast<int>(form.ExitCode());
+    return document.IsLost() ? EXIT_FAILURE : static_cast<int>(form.ExitCode());
   } catch (const ERegistryError& error) {
     if (batch) {
-      WriteLine(kStandardError, std::string("Skyreel: ") + error.what());
+      WriteError(error.what());
     } else {
       signal_watcher.Start([] { QApplication::closeAllWindows(); });
       QMessageBox::critical(nullptr, "Skyreel", QString::fromStdString(error.what()));
@@ -86,10 +144,7 @@ int Run(QApplication& application, TSignalWatcher& signal_watcher, const TStartP
 }  // namespace
 
 int main(int argc, char** argv) {
-  const TStartPlan plan = PlanStart({argv + 1, argv + argc}, [](const char* name) -> std::string {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-  });
+  const TStartPlan plan = PlanStart({argv + 1, argv + argc}, Variable);
   if (plan.Action != TStartPlan::TAction::Run) {
     const bool wanted = plan.Action == TStartPlan::TAction::ShowText;
     std::fputs(plan.Text.c_str(), wanted ? stdout : stderr);
@@ -112,7 +167,11 @@ int main(int argc, char** argv) {
   for (const std::string& argument : plan.Arguments) left.push_back(const_cast<char*>(argument.c_str()));
   int count = static_cast<int>(left.size());
   left.push_back(nullptr);
-  QApplication application(count, left.data());
+  if (plan.Terminal.Kind != TTerminalCommand::TKind::None) {
+    const QCoreApplication application(argc, argv);
+    return RunCommand(signal_watcher, plan);
+  }
+  const QApplication application(count, left.data());
   if (QGuiApplication::platformName() != "offscreen") QLoggingCategory::setFilterRules("");
-  return Run(application, signal_watcher, plan);
+  return Run(signal_watcher, plan);
 }

@@ -12,6 +12,7 @@
 #include <QWindow>
 #include <algorithm>
 
+#include "app/program_folder.h"
 #include "app/signal_watcher.h"
 #include "base/files.h"
 #include "settings/persisted_controls.h"
@@ -22,7 +23,6 @@ namespace skyreel {
 namespace {
 
 constexpr const char* kCaption = "Quenmoor's Skyreel - automated Web file retriever - V";
-constexpr const char* kReportName = "SkyreelReport.txt";
 
 /// The items of "Warning bell".
 constexpr int kBellAfterBatch = 1;

@@ -4,6 +4,10 @@
 
 namespace skyreel {
 
+inline constexpr const char* kReportName = "SkyreelReport.txt";
+inline constexpr const char* kLedgerName = "SkyreelTransfers.txt";
+inline constexpr const char* kJournalName = "Journal.sqlite";
+
 /// The program's folder, for the report and the lists of wanted names. It is the executable's own folder; but
 /// `data_folder` (created if missing) if that one is under a system prefix (/usr, /opt) or this user cannot
 /// write there.

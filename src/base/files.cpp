@@ -44,22 +44,6 @@ bool IsNamedLike(std::string_view name, std::string_view pattern) {
                     [](char c, char p) { return p == 'X' ? IsLetterOrDigit(c) : c == p; });
 }
 
-struct TTemporary {
-  std::string Name;
-  TDescriptor File;
-};
-
-/// A new file in the folder of `path`, locked against RemoveAbandoned. Its name is short: that of `path` may
-/// already be as long as the file system allows.
-TTemporary MakeTemporary(const fs::path& path) {
-  for (;;) {
-    std::string name = (path.parent_path() / kTemporaryName).string();
-    TDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
-    if (!file.IsOpen()) ThrowErrno(path.string());
-    if (LockNew(file.Get(), name)) return {std::move(name), std::move(file)};
-  }
-}
-
 /// Writes a temporary file with `write` and renames it to `path`. `write` returns false, with errno set, when
 /// it fails. The file has its permissions from the start.
 template <typename TWrite>
@@ -181,6 +165,36 @@ void RemoveAbandoned(const fs::path& folder, std::string_view pattern) {
     if (!file.IsOpen() || ::fstat(file.Get(), &info) != 0 || info.st_uid != ::geteuid()) continue;
     if (TryLock(file.Get(), path)) fs::remove_all(path, ignored);
   }
+}
+
+TTemporary MakeTemporary(const fs::path& path) {
+  // Its name is short: that of `path` may already be as long as the file system allows.
+  for (;;) {
+    std::string name = (path.parent_path() / kTemporaryName).string();
+    TDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
+    if (!file.IsOpen()) ThrowErrno(path.string());
+    if (LockNew(file.Get(), name)) return {std::move(name), std::move(file)};
+  }
+}
+
+std::string FileHash(const fs::path& path) {
+  const TDescriptor file = OpenToRead(path);
+  std::uint64_t sum = 14695981039346656037U;
+  std::int64_t size = 0;
+  std::array<char, 64 * 1024> buffer;
+  for (;;) {
+    const ssize_t got = ::read(file.Get(), buffer.data(), buffer.size());
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) ThrowErrno(path.string());
+    if (got == 0) break;
+    for (ssize_t i = 0; i < got; ++i)
+      sum = (sum ^ static_cast<unsigned char>(buffer[static_cast<std::size_t>(i)])) * 1099511628211U;
+    size += got;
+  }
+  char text[48];
+  std::snprintf(text, sizeof text, "%lld-%016llx", static_cast<long long>(size),
+                static_cast<unsigned long long>(sum));
+  return text;
 }
 
 void WriteFileWhole(const fs::path& path, std::string_view data, unsigned permissions) {

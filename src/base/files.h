@@ -58,6 +58,18 @@ void RemoveAbandoned(const std::filesystem::path& folder, std::string_view patte
 /// either the old one or the whole new one. Replaces a symbolic link, does not follow it. The file has
 /// `permissions` less the user's umask from the start. Throws std::system_error; then the old file is
 /// unchanged and the temporary one is gone.
+/// A new temporary file. While it is open, RemoveAbandoned leaves it alone.
+struct TTemporary {
+  std::string Name;
+  TDescriptor File;
+};
+/// Makes one in the folder of `path`, readable by its owner alone. Throws std::system_error.
+TTemporary MakeTemporary(const std::filesystem::path& path);
+
+/// A text that tells the content of a file from others: its size and a 64-bit FNV-1a sum. It is no proof
+/// against somebody who wants two files to have the same. Throws std::system_error.
+std::string FileHash(const std::filesystem::path& path);
+
 void WriteFileWhole(const std::filesystem::path& path, std::string_view data, unsigned permissions = 0666);
 
 /// Waits until the file's content is on the disk, safe from a power cut. False, with errno set, on failure.

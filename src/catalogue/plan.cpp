@@ -1,7 +1,6 @@
 #include "catalogue/plan.h"
 
 #include <algorithm>
-#include <array>
 #include <set>
 
 #include "base/text.h"
@@ -36,12 +35,6 @@ std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, con
     if (!variable.Many && rows.size() > 1) rows = {rows.front()};
   }
   return chosen;
-}
-
-/// How soon a file that was missing so many times is asked for again.
-TSpan RestAfter(int times) {
-  constexpr std::array<TSpan, 6> kRests = {5min, 15min, 30min, 60min, 180min, 360min};
-  return kRests[std::min(static_cast<std::size_t>(times), kRests.size()) - 1];
 }
 
 bool DependsOnSlot(const TFind& find) {
@@ -143,9 +136,8 @@ class TCombinationPlanner {
   bool IsAtItsTime(TDateTime slot) const {
     return std::ranges::all_of(at_, [slot](const TSlotGrid& grid) { return grid.Has(slot); });
   }
-  bool IsResting(const std::string& path) const {
-    const TMissed missed = request_.Missed ? request_.Missed(path) : TMissed{};
-    return missed.Times > 0 && request_.Now < missed.Last + RestAfter(missed.Times);
+  bool IsResting(TDateTime slot) const {
+    return request_.AskAgainAt && request_.Now < request_.AskAgainAt(combination_, slot);
   }
 
   /// Notes the list that tells of a slot, and takes its answer.
@@ -189,7 +181,7 @@ class TCombinationPlanner {
     }
     if (slot < oldest_) {
       file.State = TPlanState::TooOld;
-    } else if (IsResting(file.Path)) {
+    } else if (IsResting(slot)) {
       file.State = TPlanState::Resting;
     } else if (unknown) {
       file.State = TPlanState::NeedsList;
@@ -257,7 +249,7 @@ class TCombinationPlanner {
       if (!request_.Days && steps++ > time_.WalkBack) break;
       if (slot < oldest_ || !IsAtItsTime(slot)) continue;
       const TSeen& seen = slots.emplace_back(Look(slot));
-      if (!seen.Present && !IsResting(seen.Path)) wanted.push_back(slot);
+      if (!seen.Present && !IsResting(slot)) wanted.push_back(slot);
       if (seen.Present && !request_.Days) break;
     }
     for (TWayState& way : ways_) {
@@ -347,7 +339,8 @@ class TCombinationPlanner {
     const auto entry = std::ranges::find_if(
         answer->Entries, [&](const TListEntry& each) { return matcher.SlotOf(each.Text).has_value(); });
     if (entry == answer->Entries.end() || entry->Stamp.empty()) return false;
-    return entry->Stamp == request_.LastStamp(FillAddress(way.Way.Url, ValuesAt(request_.Now)).Text);
+    return entry->Stamp ==
+           request_.LastStamp(combination_, FillAddress(way.Way.Url, ValuesAt(request_.Now)).Text);
   }
 
   const TPlanRequest& request_;

@@ -41,12 +41,6 @@ struct TListAnswer {
   std::function<std::vector<TDateTime>(TDateTime first, TDateTime last)> TimesWithin = {};
 };
 
-/// How often a missing file was asked for, and when the last time.
-struct TMissed {
-  int Times = 0;
-  TDateTime Last;
-};
-
 /// The ticked values of each variable. A variable that is not there, or of which no ticked value exists any
 /// more, has its default; one with an empty list has nothing ticked.
 using TChoices = std::map<std::string, std::vector<std::string>>;
@@ -62,10 +56,10 @@ struct TPlanRequest {
   std::function<bool(std::string_view path)> OnDisk = {};
   /// The answer to a list; null while the server has not been asked.
   std::function<const TListAnswer*(const TListRequest&)> Lists = {};
-  /// What the journal remembers of a file that was missing.
-  std::function<TMissed(std::string_view path)> Missed = {};
-  /// The stamp that a listing showed when a file of a fixed name was last fetched; empty without.
-  std::function<std::string(const std::string& address)> LastStamp = {};
+  /// When to ask again for a file that was missing; zero for any other.
+  std::function<TDateTime(const TCombination& combination, TDateTime slot)> AskAgainAt = {};
+  /// The stamp that a listing showed when the file of a fixed name was last fetched; empty without.
+  std::function<std::string(const TCombination& combination, const std::string& address)> LastStamp = {};
 };
 
 enum class TPlanState {

@@ -43,7 +43,7 @@ constexpr std::array kSteps = {
     R"(CREATE TABLE stored(
          path TEXT PRIMARY KEY, source TEXT NOT NULL, product TEXT NOT NULL, slot INTEGER,
          address TEXT NOT NULL, at INTEGER NOT NULL, bytes INTEGER NOT NULL, hash TEXT NOT NULL,
-         etag TEXT NOT NULL, last_modified TEXT NOT NULL) WITHOUT ROWID;
+         etag TEXT NOT NULL, last_modified TEXT NOT NULL, stamp TEXT NOT NULL) WITHOUT ROWID;
        CREATE INDEX stored_slot ON stored(source, slot);
        CREATE INDEX stored_address ON stored(source, product, address, at);
        CREATE INDEX files_missing ON files(source, slot, product, at) WHERE outcome = 'missing';)",

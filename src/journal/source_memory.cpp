@@ -16,9 +16,9 @@ void TSourceMemory::Remember(const TStoredFile& file) {
     database
         .Prepared(
             "INSERT OR REPLACE INTO stored(path, source, product, slot, address, at, bytes, hash, etag, "
-            "last_modified) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+            "last_modified, stamp) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .Run(PathColumn(file.Path), source, file.Product, ToColumn(file.SlotTime), file.Address, ToColumn(at),
-             file.Bytes, file.Hash, file.ETag, file.LastModified);
+             file.Bytes, file.Hash, file.ETag, file.LastModified, file.Stamp);
   });
 }
 
@@ -34,7 +34,7 @@ std::vector<TStoredFile> TSourceMemory::Files(const std::string& condition, cons
   journal_.Ask([&](TDatabase& database) {
     files.clear();
     TStatement found(database,
-                     "SELECT source, product, slot, address, path, bytes, hash, etag, last_modified "
+                     "SELECT source, product, slot, address, path, bytes, hash, etag, last_modified, stamp "
                      "FROM stored WHERE " +
                          condition);
     found.With(values...);
@@ -49,6 +49,7 @@ std::vector<TStoredFile> TSourceMemory::Files(const std::string& condition, cons
       file.Hash = found.Text(6);
       file.ETag = found.Text(7);
       file.LastModified = found.Text(8);
+      file.Stamp = found.Text(9);
     }
   });
   return files;

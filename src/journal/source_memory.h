@@ -21,6 +21,7 @@ struct TStoredFile {
   std::int64_t Bytes = 0;        ///< on the disk
   std::string Hash{};            ///< of the bytes as they came
   std::string ETag{}, LastModified{};
+  std::string Stamp{};  ///< date and size as the server's listing shows them
 };
 
 /// A slot that the server did not have although it was overdue.

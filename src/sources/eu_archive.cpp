@@ -13,7 +13,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "net/nm_http.h"
-#include "sources/folder_maker.h"
+#include "transfer/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
 #include "transfer/http_fetch.h"

@@ -7,7 +7,7 @@
 
 #include "base/files.h"
 #include "base/text.h"
-#include "sources/folder_maker.h"
+#include "transfer/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "transfer/http_fetch.h"
 #include "transfer/run_record.h"

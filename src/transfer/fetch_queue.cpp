@@ -305,6 +305,7 @@ TFetchQueue::TVerdict TFetchQueue::Judge(TItem& item, const THttpsReply& reply,
     if (item.File) item.File->Close();
     return {TFetchEnd::Answered};
   } catch (const ETooLarge& error) {
+    answer.TooLarge = true;
     return {TFetchEnd::NotKept, error.what()};
   } catch (const std::system_error& error) {
     return {TFetchEnd::NotKept, ReasonOf(error)};

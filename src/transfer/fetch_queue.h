@@ -30,12 +30,13 @@ enum class TFetchEnd {
 /// What became of an address.
 struct TFetchAnswer {
   TFetchEnd End = TFetchEnd::Stopped;
-  std::string Reason;  ///< why it is not Answered, for a status line
+  std::string Reason;         ///< why it is not Answered, for a status line
+  bool TooLarge = false;      ///< NotKept: the body is beyond the limit
   std::string ServerProblem;  ///< that it could not be reached or refused the login; see ReportServerProblem
-  int Code = 0;        ///< HTTP status of the last reply; 0 when there was none
-  std::string Header;  ///< the last reply's header lines
-  std::string Url;     ///< the address that answered, after redirects
-  std::string ETag;    ///< of the last reply; "" when it has none
+  int Code = 0;               ///< HTTP status of the last reply; 0 when there was none
+  std::string Header;         ///< the last reply's header lines
+  std::string Url;            ///< the address that answered, after redirects
+  std::string ETag;           ///< of the last reply; "" when it has none
   std::string LastModified;
   std::optional<std::int64_t> Length;  ///< bytes of the whole, when the server said
   std::string Text;                    ///< the body of a 200, if it goes to no file

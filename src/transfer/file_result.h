@@ -39,7 +39,7 @@ struct TFileResult {
   std::int64_t Bytes = 0;  ///< received
   double Seconds = 0;      ///< from the request to the end
   TFileOutcome Outcome = TFileOutcome::TimedOut;
-  std::string Reason;  ///< why the file is not stored whole; empty when it is
+  std::string Reason;                  ///< why the file is not stored whole; empty when it is
   std::string ETag{}, LastModified{};  ///< as the server sent them; of described sources alone
   /// What a file that is not stored counts as; EndFile sets it for the others.
   TFileState State = TFileState::Failed;

@@ -34,7 +34,7 @@ struct TWorld {
   std::optional<int> Days = {};
   std::set<std::string> Disk = {};
   std::map<std::string, TListAnswer> Lists = {};  ///< by address
-  std::map<std::string, TMissed> Missed = {};
+  std::map<std::string, TDateTime> AskAgainAt = {};
   TChoices Choices = {};
   std::string Stamp = {};
 };
@@ -49,11 +49,12 @@ std::string PlanOf(const std::string& text, const TWorld& world) {
     const auto answer = world.Lists.find(list.Address);
     return answer == world.Lists.end() ? nullptr : &answer->second;
   };
-  request.Missed = [&](std::string_view path) {
-    const auto missed = world.Missed.find(std::string(path.substr(kFolder.size())));
-    return missed == world.Missed.end() ? TMissed{} : missed->second;
+  request.AskAgainAt = [&](const TCombination& combination, TDateTime slot) {
+    const auto missed =
+        world.AskAgainAt.find(LocalPath(request.Source, combination, slot).substr(kFolder.size()));
+    return missed == world.AskAgainAt.end() ? TDateTime() : missed->second;
   };
-  request.LastStamp = [&](const std::string&) { return world.Stamp; };
+  request.LastStamp = [&](const TCombination&, const std::string&) { return world.Stamp; };
   return ReplaceAll(ReplaceAll(PlanText(source, MakePlan(request), kNow), kFolder, ""), "?/", "");
 }
 
@@ -100,7 +101,7 @@ TEST(Plan, TellsWhichFilesAreWanted) {
        "present: 2602.gif\ntoo old: 2601.gif\ntoo old: 2600.gif\n"},
       {"a missing file rests ever longer",
        With(hourly, "every", "walk_back = 1\nevery"),
-       {{}, {}, {}, {{"2605.gif", {2, kNow - 14min}}, {"2604.gif", {1, kNow - 5min}}}},
+       {{}, {}, {}, {{"2605.gif", kNow + 1min}, {"2604.gif", kNow}}},
        "missing, asked again later: 2605.gif\nwanted: 2604.gif from https://h/04.gif\n"},
       {"offset and zone",
        With(With(hourly, "every = \"1h\"",

@@ -1,4 +1,4 @@
-#include "sources/folder_maker.h"
+#include "transfer/folder_maker.h"
 
 #include <unistd.h>
 

@@ -1,0 +1,328 @@
+#include "app/terminal.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <map>
+#include <optional>
+
+#include "app/batch_record.h"
+#include "app/journal_recorder.h"
+#include "app/program_folder.h"
+#include "base/comma_text.h"
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "catalogue/catalogue.h"
+#include "catalogue/described_run.h"
+#include "catalogue/description_reader.h"
+#include "catalogue/terminal_text.h"
+#include "net/http_parse.h"
+#include "net/nm_ftp.h"
+#include "net/nm_http.h"
+#include "settings/registry_store.h"
+#include "transfer/transfer_ledger.h"
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The settings that a run of described sources reads.
+class TLiveSettings {
+ public:
+  explicit TLiveSettings(const TTerminal& terminal) : store_(terminal.SettingsFile) {
+    OutputPath = Text("OutputPathLive", (terminal.Home / "Skyreel/Live").string());
+    if (store_.HasValue("Timeout")) Shared.TimeoutSeconds = store_.ReadInteger("Timeout");
+    if (store_.HasValue("UseProxy")) Shared.UseProxy = store_.ReadBoolean("UseProxy");
+    Shared.ProxyServer = Text("ProxyServer");
+    Shared.ProxyPort = Text("ProxyPort");
+    CaFile = Text("CaFile");
+    HostOverrides = Text("HostOverrides");
+    for (const std::string& entry : FromCommaText(Text("LiveChoices"))) {
+      const std::size_t slash = entry.find('/'), equals = entry.find('=', slash);
+      if (equals == std::string::npos) continue;
+      // "id/variable=" ticks nothing.
+      std::vector<std::string>& ticked =
+          Choices[entry.substr(0, slash)][entry.substr(slash + 1, equals - slash - 1)];
+      if (equals + 1 < entry.size()) ticked.push_back(entry.substr(equals + 1));
+    }
+    for (const std::string& entry : FromCommaText(Text("LiveKeepDays"))) {
+      const std::size_t equals = entry.rfind('=');
+      if (equals == std::string::npos) continue;
+      const auto days = ParseNumber<int>(std::string_view(entry).substr(equals + 1));
+      if (days && *days > 0) KeepDays[entry.substr(0, equals)] = *days;
+    }
+    for (const std::string& id : FromCommaText(Text("LiveTicked"))) Ticked.push_back(id);
+  }
+
+  fs::path OutputPath;
+  TSharedSettings Shared;
+  std::string CaFile, HostOverrides;
+  std::map<std::string, TChoices> Choices;  ///< by id
+  std::map<std::string, int> KeepDays;      ///< by id
+  std::vector<std::string> Ticked;          ///< ids
+
+ private:
+  std::string Text(const char* name, const std::string& otherwise = "") {
+    return store_.HasValue(name) ? store_.ReadString(name).toStdString() : otherwise;
+  }
+
+  TRegistryStore store_;
+};
+
+/// Writes the lines of a run to the terminal and keeps them for the report.
+class TTerminalDisplay : public TStatusDisplay {
+ public:
+  explicit TTerminalDisplay(const std::function<void(const std::string&)>& output) : output_(output) {}
+
+  void AddStatusLine(const std::string& text) override {
+    Report += text + "\r\n";
+    Fire(output_, text);
+  }
+  void BeginFile(const std::string&) override {}
+  void EndFile(const TFileResult& result, const std::string& line) override {
+    Fire(OnFile, result);
+    if (!line.empty()) AddStatusLine(line);
+  }
+  void SetPanel(int, const std::string&) override {}
+  void SetProgress(int) override {}
+  void SetBytes(const std::string&, const std::string&) override {}
+  void SetBusyCursor(bool) override {}
+
+  std::function<void(const TFileResult& result)> OnFile;
+  std::string Report;
+
+ private:
+  const std::function<void(const std::string&)> output_;
+};
+
+/// All that a run works with; a signal stops it.
+class TTerminalRun : private TRunControl {
+ public:
+  TTerminalRun(const TTerminal& terminal, const TLiveSettings& settings, const fs::path& journal_file,
+               const fs::path& ledger_file)
+      : Display(terminal.Output),
+        ledger_(ledger_file),
+        Recorder(journal_file, &clock_, Display),
+        context_{Display, *this, clock_, ftp_, http_, notts_, https_, ledger_, record_, settings.Shared} {
+    Display.OnFile = [this](const TFileResult& result) { Recorder.Record(result); };
+    std::vector<std::string> problems;
+    try {
+      https_.SetSettings(ReadHttpsSettings(settings.CaFile, settings.HostOverrides, problems));
+    } catch (const std::exception& error) {
+      problems.push_back(std::string("The setting CaFile is not used: ") + error.what());
+    }
+    for (const std::string& problem : problems) Display.AddStatusLine(problem);
+    terminal.Signals.Start([this] {
+      if (Stopped) https_.Abort();
+      Stopped = true;
+    });
+  }
+
+  TDescribedRun Described(const fs::path& output) {
+    return {.Context = context_, .Journal = Recorder.Journal(), .Output = output};
+  }
+
+  TTerminalDisplay Display;
+  bool Stopped = false;
+
+ private:
+  bool StopRequested() const override { return Stopped; }
+  void RestartWatchdog() override {}
+  void StopWatchdog() override {}
+
+  static void LetEventsThrough() { QCoreApplication::processEvents(); }
+
+  TSystemClock clock_{LetEventsThrough};
+  TNMFTP ftp_{LetEventsThrough};
+  TNMHTTP http_{LetEventsThrough}, notts_{LetEventsThrough};
+  THttpsClient https_{LetEventsThrough};
+  TTransferLedger ledger_;
+  TRunRecord record_;
+
+ public:
+  TJournalRecorder Recorder;
+
+ private:
+  TTransferContext context_;
+};
+
+TCatalogue Catalogue(const TTerminal& terminal) {
+  TCatalogue catalogue = LoadCatalogue(EmbeddedDescriptions(), SourceFolders(terminal.Variable));
+  for (const TProblem& problem : catalogue.Problems) Fire(terminal.ErrorOutput, problem.Message());
+  return catalogue;
+}
+
+std::string HealthText(TSourceHealth health) {
+  switch (health) {
+    case TSourceHealth::NeverRun:
+      return "never run";
+    case TSourceHealth::Fresh:
+      return "fresh";
+    case TSourceHealth::Late:
+      return "late";
+    case TSourceHealth::Failing:
+      break;
+  }
+  return "failing";
+}
+
+void Print(const TTerminal& terminal, const std::string& text) {
+  ForEachLine(text, [&](std::string_view line) { Fire(terminal.Output, std::string(line)); });
+}
+
+int ListSources(const TTerminal& terminal) {
+  const TCatalogue catalogue = Catalogue(terminal);
+  const TLiveSettings settings(terminal);
+  const TSystemClock clock({});
+  std::optional<TJournal> journal;
+  // A list makes no journal.
+  if (FileSizeOf(terminal.JournalFile) >= 0) journal.emplace(terminal.JournalFile, clock);
+  const auto ticked = [&](const std::string& id) {
+    return std::ranges::find(settings.Ticked, id) != settings.Ticked.end();
+  };
+  const auto health = [&](const std::string& id) {
+    if (!journal) return HealthText(TSourceHealth::NeverRun);
+    const TDescription& source = *catalogue.Find(id)->Description;
+    return HealthText(journal->Health(id, source.Time.Stale.value_or(TDateTime::TSpan{0})));
+  };
+  Print(terminal, SourceListText(catalogue, ticked, health));
+  return 0;
+}
+
+/// The description in a file; nothing, and its problems are written, when it is wrong.
+std::optional<TDescription> ReadFromFile(const TTerminal& terminal, const std::string& file) {
+  TReadDescription read = ReadDescriptionFile(file);
+  for (const TProblem& problem : read.Problems) Fire(terminal.ErrorOutput, problem.Message());
+  return std::move(read.Description);
+}
+
+int CheckSource(const TTerminal& terminal, const std::string& file) {
+  const auto source = ReadFromFile(terminal, file);
+  if (!source) return static_cast<int>(TExitCode::NotStarted);
+  Print(terminal, CheckSourceText(*source, TSystemClock({}).UtcNow()));
+  return 0;
+}
+
+/// The description that an id names; nothing, and the reason is written, when there is none to use.
+const TDescription* FindSource(const TTerminal& terminal, const TCatalogue& catalogue,
+                               const std::string& id) {
+  const TCatalogueEntry* const entry = catalogue.Find(id);
+  if (entry && entry->Description) return &*entry->Description;
+  Fire(terminal.ErrorOutput, "\"" + id + (entry ? "\" has a wrong description" : "\" is no source") +
+                                 "; see Skyreel --list-sources");
+  return nullptr;
+}
+
+/// What a server answered, for --try-source.
+std::string AnswerText(const TFetchAnswer& answer) {
+  std::string text = "GET " + answer.Url + "\n";
+  if (answer.Code != 0) text += "  status: " + std::to_string(answer.Code) + "\n";
+  for (const char* const name : {"Content-Type", "Last-Modified", "ETag", "Retry-After"}) {
+    const std::string value = WithoutControls(HeaderValue(answer.Header, name));
+    if (!value.empty()) text += "  " + std::string(name) + ": " + value + "\n";
+  }
+  text += "  size: " + std::to_string(answer.Bytes) + " bytes\n";
+  if (!answer.Reason.empty()) text += "  " + answer.Reason + "\n";
+  return text;
+}
+
+int TrySource(const TTerminal& terminal, const std::string& name) {
+  const TCatalogue catalogue = Catalogue(terminal);
+  std::optional<TDescription> source;
+  if (FileSizeOf(name) >= 0) {
+    source = ReadFromFile(terminal, name);
+  } else if (const TDescription* const found = FindSource(terminal, catalogue, name)) {
+    source = *found;
+  }
+  if (!source) return static_cast<int>(TExitCode::NotStarted);
+  // One picture is enough.
+  source->Time.WalkBack = 0;
+  TWantedSource wanted{*source};
+  for (const TVariable& variable : source->Variables)
+    wanted.Choices[variable.Name] = {
+        variable.Rows[variable.Default.empty() ? 0 : variable.Default.front()].Value};
+
+  const QTemporaryDir temporary;
+  const fs::path place = temporary.path().toStdString();
+  TTerminalRun run(terminal, TLiveSettings(terminal), place / "journal", place / "ledger");
+  TDescribedRun described = run.Described(place / "out");
+  described.OnAnswer = [&terminal](const TFetchAnswer& answer) { Print(terminal, AnswerText(answer)); };
+  const std::vector<TRunRecord> records = RunDescribedSources(described, {wanted});
+  if (!records[0].ServerProblems.empty()) return static_cast<int>(TExitCode::ServerProblem);
+  return static_cast<int>(records[0].Counts.New > 0 ? TExitCode::Done : TExitCode::FileFailed);
+}
+
+int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
+               const std::vector<std::string>& unknown) {
+  const TCatalogue catalogue = Catalogue(terminal);
+  const TLiveSettings settings(terminal);
+  TBatchRecord batch;
+  batch.UnknownArguments = unknown;
+  for (const std::string& argument : unknown)
+    Fire(terminal.ErrorOutput, "\"" + argument + "\" does not go with --run; see Skyreel --help");
+  std::vector<TWantedSource> wanted;
+  for (const std::string& id : FromCommaText(command.Argument)) {
+    const TDescription* const source = FindSource(terminal, catalogue, id);
+    if (source == nullptr) {
+      TRunRecord& record = batch.Runs.emplace_back();
+      record.Source = id;
+      record.End = TRunEnd::NotStarted;
+      record.Reason = "no such source";
+    } else if (std::ranges::find(wanted, source, [](const TWantedSource& each) { return &each.Source; }) ==
+               wanted.end()) {
+      TWantedSource& added = wanted.emplace_back(TWantedSource{*source});
+      added.Days = command.Days;
+      if (const auto choices = settings.Choices.find(id); choices != settings.Choices.end())
+        added.Choices = choices->second;
+      if (const auto days = settings.KeepDays.find(id); days != settings.KeepDays.end())
+        added.KeepDays = days->second;
+    }
+  }
+  TTerminalRun run(terminal, settings, terminal.JournalFile, terminal.ProgramFolder / kLedgerName);
+  TDescribedRun described = run.Described(settings.OutputPath);
+  described.KeepsFiles = terminal.Document != nullptr;
+  const TSystemClock clock({});
+  if (command.DryRun) {
+    for (const TWantedSource& each : wanted) {
+      Print(terminal, each.Source.Title + " (" + each.Source.Id + ")");
+      Print(terminal, PlanText(each.Source, PlanOffline(described, each), clock.UtcNow()));
+    }
+    return static_cast<int>(batch.ExitCode());
+  }
+  batch.Started = clock.UtcNow();
+  run.Recorder.BeginRun("--run " + command.Argument);
+  std::vector<TRunRecord> records = RunDescribedSources(described, wanted);
+  run.Recorder.EndRun(records);
+  std::ranges::move(records, std::back_inserter(batch.Runs));
+  batch.Signal = run.Stopped;
+  run.Display.AddStatusLine(batch.Line());
+  run.Display.AddStatusLine(std::string("Skyreel - V") + SKYREEL_VERSION);
+  try {
+    WriteFileWhole(terminal.ProgramFolder / kReportName, run.Display.Report);
+  } catch (const std::exception& error) {
+    Fire(terminal.ErrorOutput, std::string("The report cannot be written: ") + error.what());
+  }
+  Fire(terminal.Document, batch.Json(clock.UtcNow()));
+  return static_cast<int>(batch.ExitCode());
+}
+
+}  // namespace
+
+int RunOnTerminal(const TTerminal& terminal, const TTerminalCommand& command,
+                  const std::vector<std::string>& unknown) {
+  switch (command.Kind) {
+    case TTerminalCommand::TKind::ListSources:
+      return ListSources(terminal);
+    case TTerminalCommand::TKind::CheckSource:
+      return CheckSource(terminal, command.Argument);
+    case TTerminalCommand::TKind::TrySource:
+      return TrySource(terminal, command.Argument);
+    default:
+      return RunSources(terminal, command, unknown);
+  }
+}
+
+}  // namespace skyreel

@@ -1,0 +1,685 @@
+#include "catalogue/described_run.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <system_error>
+
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "catalogue/folder_scan.h"
+#include "catalogue/json_list.h"
+#include "catalogue/listing.h"
+#include "catalogue/slot_grid.h"
+#include "catalogue/whole_file.h"
+#include "catalogue/xml_lists.h"
+#include "image/image_file.h"
+#include "image/tile_grid.h"
+#include "journal/source_memory.h"
+#include "transfer/folder_maker.h"
+#include "transfer/http_header.h"
+#include "transfer/transfer_progress.h"
+
+namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// So many pictures of a source wait in the queue at once: enough for its hosts, few for the memory.
+constexpr int kPicturesAtOnce = 6;
+constexpr int kMostListPages = 1'000;
+constexpr std::size_t kMostTimes = 100'000;
+
+/// A slot of an answer that belongs to no list of its own kind.
+TListAnswer ReadAnswer(const TListRequest& request, const std::string& text, std::string& next_page) {
+  TListAnswer answer;
+  const auto take = [&answer](const TListed& listed) {
+    answer.Entries.push_back({std::string(listed.Text), {}, std::string(listed.Stamp)});
+  };
+  switch (request.Kind) {
+    case TFind::TKind::Listing:
+      StartsWithText(request.Address, "ftp:") ? ReadFtpListing(text, take) : ReadHtmlListing(text, take);
+      break;
+    case TFind::TKind::Json:
+      for (TJsonEntry& entry : ReadJsonList(text, request.At, request.Read))
+        answer.Entries.push_back({std::move(entry.Time), std::move(entry.Read)});
+      break;
+    case TFind::TKind::S3:
+      next_page = ReadS3List(text, take);
+      break;
+    case TFind::TKind::WmsTime:
+      const auto ranges = ReadWmsTimes(text, request.Layer);
+      answer.HasTime = [ranges](TDateTime time) { return skyreel::HasTime(ranges, time); };
+      answer.TimesWithin = [ranges](TDateTime first, TDateTime last) {
+        return skyreel::TimesWithin(ranges, first, last, kMostTimes);
+      };
+      break;
+  }
+  return answer;
+}
+
+bool HasFormatOf(const fs::path& path, TFileType type) {
+  const std::string extension = LowerCase(path.extension().string());
+  return extension == ExtensionOf(type) || (type == TFileType::Jpeg && extension == ".jpeg") ||
+         (type == TFileType::Tiff && extension == ".tiff") ||
+         (type != TFileType::Jpeg && extension != ".jpg" && extension != ".jpeg" && extension != ".png");
+}
+
+}  // namespace
+
+// --- One source --------------------------------------------------------------------------------------------
+
+/// One source in a run. Its callbacks come from the queue.
+class TDescribedSourceRun {
+ public:
+  TDescribedSourceRun(TDescribedRun& run, TFetchQueue& queue, const TWantedSource& wanted)
+      : run_(run),
+        queue_(queue),
+        wanted_(wanted),
+        source_(wanted.Source),
+        now_(run.Context.Clock.UtcNow()),
+        context_{run.Context.Display,        run.Context.Run,     run.Context.Clock,
+                 run.Context.NMFTP,          run.Context.NMHTTP,  run.Context.NMHTTPNotts,
+                 run.Context.Https,          run.Context.Ledger,  record_,
+                 run.Context.Shared,         run.Context.WinInet, wanted.Source.Id,
+                 run.Context.LargestDownload},
+        memory_(run.Journal, wanted.Source.Id),
+        on_disk_(run.Output),
+        folders_(context_) {
+    record_.Source = source_.Id;
+    record_.Title = source_.Title;
+    record_.Started = now_;
+    record_.KeepsFiles = run.KeepsFiles;
+    for (const TWay& way : source_.Ways) gap_ = std::max(gap_, way.Gap);
+    const TDateTime since = now_ - std::chrono::days(wanted.Days.value_or(1) + 1);
+    for (const TMissedSlot& slot : memory_.Missed(since))
+      ask_again_[{slot.Product, slot.SlotTime}] = slot.AskAgainAt();
+  }
+
+  /// Plans, and asks for the lists or the first pictures.
+  void Start() {
+    for (;;) {
+      plan_ = Plan();
+      if (plan_.Lists.empty()) return Begin();
+      for (const TListRequest& list : plan_.Lists) AskList(list);
+      // Otherwise the last list to come goes on.
+      if (!documents_.empty()) return;
+    }
+  }
+
+  TPlan Plan() {
+    TPlanRequest request{source_, now_};
+    request.Choices = wanted_.Choices;
+    request.Days = wanted_.Days;
+    request.OnDisk = [this](std::string_view path) { return on_disk_.Has(path); };
+    request.Lists = [this](const TListRequest& list) -> const TListAnswer* {
+      const auto answer = lists_.find(list);
+      return answer == lists_.end() ? nullptr : &answer->second;
+    };
+    request.AskAgainAt = [this](const TCombination& combination, TDateTime slot) {
+      const auto missed = ask_again_.find({LabelOf(source_, combination), slot});
+      return missed == ask_again_.end() ? TDateTime() : missed->second;
+    };
+    request.LastStamp = [this](const TCombination& combination, const std::string& address) {
+      const auto last = LastOf(LabelOf(source_, combination), address);
+      return last ? last->Stamp : "";
+    };
+    return MakePlan(request);
+  }
+
+  /// Ends the source when the queue has come to its end.
+  TRunRecord End() {
+    const bool stopped = context_.Run.StopRequested();
+    if (stopped) {
+      record_.End = TRunEnd::Stopped;
+      record_.Reason = "stopped";
+    } else if (list_failed_ && record_.Counts.New + record_.Counts.Present == 0) {
+      ++record_.Counts.Failed;
+    }
+    if (!stopped && !list_failed_ && wanted_.KeepDays) DeleteOld(*wanted_.KeepDays);
+    return std::move(record_);
+  }
+
+ private:
+  /// Files that are tried one after the other until one is whole; the index is that in the plan.
+  using TChain = std::deque<std::size_t>;
+
+  /// A picture on its way.
+  struct TPicture {
+    TPicture(TDescribedSourceRun& owner, TChain chain, const TPlannedFile& file)
+        : Owner(owner), Chain(std::move(chain)), File(file) {}
+    ~TPicture() { DropTemporary(); }
+    void DropTemporary() {
+      std::error_code ignored;
+      if (!Temporary.Name.empty()) fs::remove(Temporary.Name, ignored);
+      Temporary = {};
+    }
+
+    TDescribedSourceRun& Owner;
+    TChain Chain;  ///< what to try when this one is not whole
+    const TPlannedFile& File;
+    std::size_t Way = 0;  ///< the one that is tried, in File.Ways
+    TFileResult Result;
+    std::string FailedWhy, RefusedWhy, AbsentWhy;  ///< of the ways so far; empty: none ended so
+    bool LeftOut = false;                          ///< not asked, and the queue says so
+    TTemporary Temporary;
+    std::unique_ptr<TTileGrid> Tiles;
+    int TilesMissing = 0;
+    std::string Stamp;
+  };
+  using TPicturePtr = std::shared_ptr<TPicture>;
+
+  // --- Lists
+
+  void AskList(const TListRequest& list) {
+    if (!list.Problem.empty()) return ListFailed(list, list.Problem);
+    std::vector<TListRequest>& waiting = documents_[list.Address];
+    waiting.push_back(list);
+    if (waiting.size() == 1) AskPage(list.Address, list.Address, 1);
+  }
+
+  void AskPage(const std::string& list, const std::string& address, int page) {
+    TFetchRequest request;
+    request.Url = address;
+    request.Gap = gap_;
+    request.Done = [this, list, page](const TFetchAnswer& answer) { ListArrived(list, page, answer); };
+    queue_.Add(std::move(request));
+  }
+
+  void ListArrived(const std::string& address, int page, const TFetchAnswer& answer) {
+    Fire(run_.OnAnswer, answer);
+    const std::string why = WhyNoBody(answer);
+    std::string next_page;
+    for (const TListRequest& list : documents_[address]) {
+      try {
+        if (!why.empty()) throw EListError(why);
+        TListAnswer read = ReadAnswer(list, answer.Text, next_page);
+        std::vector<TListEntry>& entries = lists_[list].Entries;
+        entries.insert(entries.end(), std::make_move_iterator(read.Entries.begin()),
+                       std::make_move_iterator(read.Entries.end()));
+        lists_[list].HasTime = std::move(read.HasTime);
+        lists_[list].TimesWithin = std::move(read.TimesWithin);
+      } catch (const std::exception& error) {
+        if (answer.End != TFetchEnd::Stopped) ListFailed(list, error.what());
+      }
+    }
+    if (!next_page.empty() && page < kMostListPages && !lists_[documents_[address].front()].Failed) {
+      return AskPage(address, address + "&continuation-token=" + PercentEncode(next_page, "+/=&?#%"),
+                     page + 1);
+    }
+    documents_.erase(address);
+    if (documents_.empty() && answer.End != TFetchEnd::Stopped) Start();
+  }
+
+  void ListFailed(const TListRequest& list, const std::string& why) {
+    lists_[list] = {.Failed = true};
+    list_failed_ = true;
+    if (told_lists_.insert(list.Address).second)
+      context_.Display.AddStatusLine(source_.Title + ": the list " + list.Address +
+                                     " cannot be used: " + why);
+  }
+
+  /// Why an answer brought nothing; reports a server that cannot be reached.
+  std::string WhyNoBody(const TFetchAnswer& answer) {
+    if (!answer.ServerProblem.empty()) ReportServerProblem(context_, answer.Url, answer.ServerProblem);
+    if (answer.End != TFetchEnd::Answered) return answer.Reason.empty() ? "not asked" : answer.Reason;
+    return answer.Code == 200 ? "" : "the server answered " + std::to_string(answer.Code);
+  }
+
+  // --- Pictures
+
+  void Begin() {
+    std::map<std::size_t, TChain> chains;
+    for (std::size_t i = 0; i < plan_.Files.size(); ++i) {
+      if (wanted_.Days) {
+        waiting_.push_back({i});
+      } else {
+        chains[plan_.Files[i].Combination].push_back(i);
+      }
+    }
+    for (auto& [combination, chain] : chains) waiting_.push_back(std::move(chain));
+    StartMore();
+  }
+
+  void StartMore() {
+    // A picture that ends at once comes here again.
+    if (std::exchange(starting_, true)) return;
+    while (active_ < kPicturesAtOnce && !waiting_.empty() && !context_.Run.StopRequested()) {
+      TChain chain = std::move(waiting_.front());
+      waiting_.pop_front();
+      GoOn(std::move(chain));
+    }
+    starting_ = false;
+  }
+
+  /// Takes the next file of a chain.
+  void GoOn(TChain chain) {
+    while (!chain.empty()) {
+      const TPlannedFile& file = plan_.Files[chain.front()];
+      chain.pop_front();
+      switch (file.State) {
+        case TPlanState::Present:
+        case TPlanState::Unchanged:
+          return CountPresent(file.Slot);
+        case TPlanState::NotYet:
+          ++record_.Counts.NotYet;
+          break;
+        case TPlanState::Missing:
+        case TPlanState::Resting:
+          ++record_.Counts.Missing;
+          break;
+        case TPlanState::TooOld:
+        case TPlanState::NeedsList:
+          break;
+        case TPlanState::Wanted:
+          ++active_;
+          return TryWay(std::make_shared<TPicture>(*this, std::move(chain), file));
+      }
+    }
+  }
+
+  void CountPresent(std::optional<TDateTime> slot) {
+    ++record_.Counts.Present;
+    if (slot) record_.NewestPresent = std::max(record_.NewestPresent, *slot);
+  }
+
+  const TCombination& CombinationOf(const TPicture& picture) const {
+    return plan_.Combinations[picture.File.Combination];
+  }
+  const TPlannedWay& PlannedOf(const TPicture& picture) const { return picture.File.Ways[picture.Way]; }
+  const TWay& WayOf(const TPicture& picture) const { return source_.Ways[PlannedOf(picture).Way]; }
+
+  void TryWay(const TPicturePtr& picture) {
+    if (picture->Way == picture->File.Ways.size()) return EndWithout(*picture);
+    const TPlannedWay& planned = PlannedOf(*picture);
+    const TWay& way = WayOf(*picture);
+    const TPictureAddresses addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
+    picture->DropTemporary();
+    picture->Result.Address = addresses.Addresses.front().Text;
+    for (const TAddress& address : addresses.Addresses) {
+      if (!address.Problem.empty()) return Refuse(picture, address.Problem);
+    }
+    // A name that is always the same gives one picture, which the first slot that asks gets.
+    const bool fixed_alternate = way.IsFixedName() && !source_.IsFixedName();
+    if (fixed_alternate && !asked_names_.insert(picture->Result.Address).second)
+      return Absent(picture, "another slot has it");
+    if (way.Tiles) return FetchTiles(picture, addresses);
+    FetchOne(picture, way);
+  }
+  void NextWay(const TPicturePtr& picture) {
+    ++picture->Way;
+    TryWay(picture);
+  }
+  void Fail(const TPicturePtr& picture, const std::string& why) {
+    picture->FailedWhy = why;
+    NextWay(picture);
+  }
+  void Refuse(const TPicturePtr& picture, const std::string& why) {
+    picture->RefusedWhy = why;
+    NextWay(picture);
+  }
+  void Absent(const TPicturePtr& picture, const std::string& why) {
+    picture->AbsentWhy = why;
+    NextWay(picture);
+  }
+
+  TFetchRequest RequestOf(const TWay& way, const std::string& address) const {
+    TFetchRequest request;
+    request.Url = address;
+    request.Limit = way.MaxSize.value_or(0);
+    request.Gap = way.Gap;
+    return request;
+  }
+
+  void FetchOne(const TPicturePtr& picture, const TWay& way) {
+    const fs::path path = run_.Output / picture->File.Path;
+    const fs::path folder = picture->File.Slot ? path.parent_path() : run_.Output;
+    if (!folders_.Make(folder)) return Leave(*picture);
+    TFetchRequest request = RequestOf(way, picture->Result.Address);
+    try {
+      picture->Temporary = MakeTemporary(folder / "picture");
+    } catch (const std::system_error& error) {
+      return Fail(picture, "not saved: " + ReasonOf(error));
+    }
+    request.File = picture->Temporary.Name;
+    if (way.IsFixedName()) {
+      if (const auto last = LastOf(LabelOf(source_, CombinationOf(*picture)), request.Url)) {
+        request.ETag = last->ETag;
+        request.LastModified = last->LastModified;
+      }
+    }
+    request.Done = [this, picture](const TFetchAnswer& answer) { PictureArrived(picture, answer); };
+    queue_.Add(std::move(request));
+  }
+
+  /// What this product stored last from an address, if the file is still there.
+  std::optional<TStoredFile> LastOf(const std::string& product, const std::string& address) {
+    auto last = memory_.Last(product, address);
+    if (last && FileSizeOf(last->Path) != last->Bytes) last.reset();
+    return last;
+  }
+
+  /// Judges what the code of an answer says. True: there is a body, which must be judged.
+  bool HasBody(const TPicturePtr& picture, const TFetchAnswer& answer) {
+    Fire(run_.OnAnswer, answer);
+    TFileResult& result = picture->Result;
+    result.Bytes += answer.Bytes;
+    result.Seconds += answer.Seconds;
+    result.ETag = answer.ETag;
+    result.LastModified = answer.LastModified;
+    const std::string why = WhyNoBody(answer);
+    if (why.empty()) return true;
+    if (answer.End == TFetchEnd::Stopped) {
+      Leave(*picture);
+    } else if (answer.End == TFetchEnd::Answered && IsGone(answer.Code)) {
+      Absent(picture, why);
+    } else if (answer.End == TFetchEnd::NotKept && answer.TooLarge) {
+      Refuse(picture, why);
+    } else {
+      picture->LeftOut = answer.End == TFetchEnd::LeftOut;
+      Fail(picture, why);
+    }
+    return false;
+  }
+  static bool IsGone(int code) { return IsAbsent(code) || code == 403 || code == 204; }
+
+  void PictureArrived(const TPicturePtr& picture, const TFetchAnswer& answer) {
+    if (answer.End == TFetchEnd::Answered && answer.Code == 304) {
+      Fire(run_.OnAnswer, answer);
+      CountPresent(std::nullopt);
+      return Leave(*picture);
+    }
+    if (!HasBody(picture, answer)) return;
+    const auto modified = ParseHttpDate(answer.LastModified);
+    const bool fixed = WayOf(*picture).IsFixedName();
+    if (fixed && !modified) return Fail(picture, "the server names no date, which would be the slot");
+    const TDateTime slot = fixed ? SlotOfFixedName(source_.Time, *modified) : *picture->File.Slot;
+    if (picture->File.Slot && slot != *picture->File.Slot)
+      return Absent(picture, "the picture is of another slot");
+    try {
+      const TVerdict verdict = JudgeFile(picture->Temporary.Name, WayOf(*picture),
+                                         {answer.Length, modified.value_or(TDateTime()), slot});
+      if (Accept(picture, verdict)) Store(picture, slot);
+    } catch (const std::exception& error) {
+      Fail(picture, "not saved: " + ReasonOf(error));
+    }
+  }
+
+  bool Accept(const TPicturePtr& picture, const TVerdict& verdict) {
+    switch (verdict.Kind) {
+      case TVerdictKind::Whole:
+        return true;
+      case TVerdictKind::NoPicture:
+        Absent(picture, verdict.Reason);
+        break;
+      case TVerdictKind::Refused:
+        Refuse(picture, verdict.Reason);
+        break;
+      case TVerdictKind::Damaged:
+        Fail(picture, verdict.Reason);
+        break;
+    }
+    return false;
+  }
+
+  void Store(const TPicturePtr& picture, TDateTime slot) {
+    const std::string product = LabelOf(source_, CombinationOf(*picture));
+    const fs::path path = run_.Output / LocalPath(source_, CombinationOf(*picture), slot);
+    picture->Result.Path = path;
+    picture->Result.SlotTime = slot;
+    const std::string hash = FileHash(picture->Temporary.Name);
+    TFileState state = TFileState::New;
+    if (source_.IsFixedName()) {
+      const auto last = LastOf(product, picture->Result.Address);
+      const auto owner = memory_.At(path);
+      const bool there = FileSizeOf(path) >= 0;
+      if (there && owner && owner->Source != source_.Id)
+        return Refuse(picture, "another source stored that file");
+      if (last && last->Hash == hash) {
+        CountPresent(last->SlotTime);
+        return Leave(*picture);
+      }
+      if (there) state = TFileState::Updated;
+      if (!folders_.Make(path.parent_path())) return Leave(*picture);
+    } else if (FileSizeOf(path) >= 0) {
+      // Another copy of the program was faster.
+      CountPresent(slot);
+      return Leave(*picture);
+    }
+    const TFileType type = WayOf(*picture).Type;
+    if (HasFormatOf(path, type)) {
+      SetFileDateTime(picture->Temporary.File.Get(), slot);
+      MoveFileWhole(picture->Temporary.File.Get(), picture->Temporary.Name, path);
+    } else {
+      TExtBitmap bitmap(TPixelFormat::Bits24);
+      LoadImageFromMemory(bitmap, ExtensionOf(type), ReadWholeFile(picture->Temporary.Name));
+      SaveImage(bitmap, path);
+      SetFileDateTime(path, slot);
+    }
+    Stored(*picture, state, hash);
+  }
+
+  // --- Tiles
+
+  void FetchTiles(const TPicturePtr& picture, const TPictureAddresses& addresses) {
+    if (!folders_.Make((run_.Output / picture->File.Path).parent_path())) return Leave(*picture);
+    picture->Tiles = std::make_unique<TTileGrid>(addresses.Columns, addresses.Rows);
+    picture->TilesMissing = addresses.Columns * addresses.Rows;
+    // The first tile comes alone: it tells whether the server has the picture.
+    FetchTile(picture, picture->Way, addresses, 0);
+  }
+
+  void FetchTile(const TPicturePtr& picture, std::size_t attempt, const TPictureAddresses& addresses,
+                 int index) {
+    TFetchRequest request =
+        RequestOf(WayOf(*picture), addresses.Addresses[static_cast<std::size_t>(index)].Text);
+    request.Group = addresses.Addresses.front().Text;
+    request.Done = [this, picture, attempt, addresses, index](const TFetchAnswer& answer) {
+      // The picture may have been given up for another tile.
+      if (picture->Way == attempt && picture->Tiles) TileArrived(picture, addresses, index, answer);
+    };
+    queue_.Add(std::move(request));
+  }
+
+  void TileArrived(const TPicturePtr& picture, const TPictureAddresses& addresses, int index,
+                   const TFetchAnswer& answer) {
+    if (!HasBody(picture, answer)) return picture->Tiles.reset();
+    const TWay& way = WayOf(*picture);
+    const TDateTime modified = ParseHttpDate(answer.LastModified).value_or(TDateTime());
+    const std::size_t attempt = picture->Way;
+    try {
+      const TVerdict verdict = JudgeBytes(answer.Text, way, {answer.Length, modified, *picture->File.Slot});
+      if (verdict.Kind != TVerdictKind::Whole) {
+        picture->Tiles.reset();
+        Accept(picture, verdict);
+        return;
+      }
+      picture->Tiles->Put(index % addresses.Columns, index / addresses.Columns, ExtensionOf(way.Type),
+                          answer.Text);
+      if (--picture->TilesMissing == 0) return StoreTiles(*picture);
+    } catch (const std::exception& error) {
+      picture->Tiles.reset();
+      return Fail(picture, ReasonOf(error));
+    }
+    if (index != 0) return;
+    for (int other = 1; other < addresses.Columns * addresses.Rows; ++other)
+      FetchTile(picture, attempt, addresses, other);
+  }
+
+  void StoreTiles(TPicture& picture) {
+    const fs::path path = run_.Output / picture.File.Path;
+    picture.Result.Path = path;
+    picture.Result.SlotTime = *picture.File.Slot;
+    SaveImage(picture.Tiles->Picture(), path);
+    SetFileDateTime(path, *picture.File.Slot);
+    picture.Tiles.reset();
+    Stored(picture, TFileState::New, "");
+  }
+
+  // --- The end of a picture
+
+  void Stored(TPicture& picture, TFileState state, const std::string& hash) {
+    TFileResult& result = picture.Result;
+    result.Outcome = TFileOutcome::Saved;
+    memory_.Remember({.Product = LabelOf(source_, CombinationOf(picture)),
+                      .SlotTime = result.SlotTime,
+                      .Address = result.Address,
+                      .Path = result.Path,
+                      .Bytes = FileSizeOf(result.Path),
+                      .Hash = hash,
+                      .ETag = result.ETag,
+                      .LastModified = result.LastModified,
+                      .Stamp = StampOf(picture)});
+    EndPicture(picture, state, "");
+    Leave(picture);
+  }
+
+  /// What the listing shows for a fixed name; see TPlanRequest::LastStamp.
+  std::string StampOf(const TPicture& picture) const {
+    const TWay& way = WayOf(picture);
+    if (!source_.IsFixedName() || !way.Find) return "";
+    for (const auto& [list, answer] : lists_) {
+      const std::string name =
+          PercentDecode(picture.Result.Address.substr(picture.Result.Address.rfind('/') + 1));
+      for (const TListEntry& entry : answer.Entries) {
+        if (entry.Text == name) return entry.Stamp;
+      }
+    }
+    return "";
+  }
+
+  /// Every way has ended without a whole picture.
+  void EndWithout(TPicture& picture) {
+    TFileState state = TFileState::Missing;
+    std::string why = picture.AbsentWhy;
+    if (!picture.FailedWhy.empty()) {
+      state = TFileState::Failed;
+      why = picture.FailedWhy;
+    } else if (!picture.RefusedWhy.empty()) {
+      state = TFileState::Refused;
+      why = picture.RefusedWhy;
+    } else if (picture.File.Slot && source_.Time.Every &&
+               context_.Clock.UtcNow() < *picture.File.Slot + source_.Time.Delay + source_.Time.Grace) {
+      state = TFileState::NotYet;
+    }
+    if (picture.File.Slot) {
+      picture.Result.SlotTime = *picture.File.Slot;
+      picture.Result.Path = run_.Output / picture.File.Path;
+    }
+    EndPicture(picture, state, why);
+    TChain chain = std::move(picture.Chain);
+    --active_;
+    GoOn(std::move(chain));
+    StartMore();
+  }
+
+  /// Counts the picture and writes its line.
+  void EndPicture(TPicture& picture, TFileState state, const std::string& why) {
+    TFileResult& result = picture.Result;
+    result.Source = source_.Id;
+    result.Product = LabelOf(source_, CombinationOf(picture));
+    result.State = state;
+    result.Reason = why;
+    result.Name = result.Path.empty() ? result.Address : result.Path.filename().string();
+    if (result.Outcome != TFileOutcome::Saved) result.Outcome = TFileOutcome::Refused;
+    std::string line;
+    if (state == TFileState::New || state == TFileState::Updated) {
+      line = result.Name + (state == TFileState::New ? " - OK" : " - updated");
+    } else if (state == TFileState::Missing) {
+      line = result.Name + " - missing: " + why;
+    } else if (state != TFileState::NotYet && !picture.LeftOut) {
+      line = result.Name + (state == TFileState::Failed ? " - failed: " : " - refused: ") + why;
+    }
+    CountFile(context_, result, line);
+  }
+
+  /// The picture needs nothing more.
+  void Leave(TPicture& picture) {
+    picture.Tiles.reset();
+    picture.DropTemporary();
+    --active_;
+    StartMore();
+  }
+
+  // --- Retention
+
+  void DeleteOld(int days) {
+    const TDateTime limit = now_ - std::chrono::days(days);
+    std::int64_t deleted = 0;
+    for (;;) {
+      const std::vector<TStoredFile> old = memory_.Before(limit, 1'000);
+      for (const TStoredFile& file : old) {
+        // A file that somebody changed is not the one that was stored.
+        std::error_code error;
+        if (IsBelowOutput(file.Path) && FileSizeOf(file.Path) == file.Bytes && fs::remove(file.Path, error))
+          ++deleted;
+        memory_.Forget(file.Path);
+      }
+      if (old.size() < 1'000) break;
+    }
+    if (deleted > 0) {
+      context_.Display.AddStatusLine(source_.Title + ": deleted " + std::to_string(deleted) +
+                                     " files of slots before " + FormatDateTime("yyyy-mm-dd hh':'nn", limit));
+    }
+  }
+  bool IsBelowOutput(const fs::path& path) const {
+    const fs::path relative = path.lexically_normal().lexically_relative(run_.Output.lexically_normal());
+    return !relative.empty() && *relative.begin() != "..";
+  }
+
+  TDescribedRun& run_;
+  TFetchQueue& queue_;
+  const TWantedSource& wanted_;
+  const TDescription& source_;
+  const TDateTime now_;
+  TRunRecord record_;
+  TTransferContext context_;  ///< the run's, with this source's record
+  TSourceMemory memory_;
+  TFolderScan on_disk_;
+  TFolderMaker folders_;
+  std::chrono::milliseconds gap_{0};
+  std::map<std::pair<std::string, TDateTime>, TDateTime> ask_again_;  ///< by product and slot
+  TPlan plan_;
+  std::map<TListRequest, TListAnswer> lists_;
+  std::map<std::string, std::vector<TListRequest>> documents_;  ///< being asked for, by address
+  std::set<std::string> told_lists_;
+  bool list_failed_ = false;
+  std::set<std::string> asked_names_;
+  std::deque<TChain> waiting_;
+  int active_ = 0;
+  bool starting_ = false;
+};
+
+// --- The run -----------------------------------------------------------------------------------------------
+
+TPlan PlanOffline(TDescribedRun& run, const TWantedSource& wanted) {
+  TFetchQueue queue(run.Context);
+  return TDescribedSourceRun(run, queue, wanted).Plan();
+}
+
+std::vector<TRunRecord> RunDescribedSources(TDescribedRun& run, const std::vector<TWantedSource>& sources) {
+  TFetchQueue queue(run.Context);
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<std::unique_ptr<TDescribedSourceRun>> running;
+  for (const TWantedSource& wanted : sources) {
+    running.push_back(std::make_unique<TDescribedSourceRun>(run, queue, wanted));
+    running.back()->Start();
+  }
+  queue.Run();
+  std::vector<TRunRecord> records;
+  for (const auto& source : running) {
+    records.push_back(source->End());
+    records.back().Counts.Seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    run.Context.Display.AddStatusLine(records.back().Line());
+  }
+  return records;
+}
+
+}  // namespace skyreel

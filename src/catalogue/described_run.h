@@ -1,0 +1,45 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "catalogue/plan.h"
+#include "journal/journal.h"
+#include "transfer/fetch_queue.h"
+#include "transfer/run_record.h"
+#include "transfer/transfer_context.h"
+
+namespace skyreel {
+
+/// A described source, and what the user wants of it.
+struct TWantedSource {
+  const TDescription& Source;
+  TChoices Choices = {};
+  std::optional<int> Days = {};  ///< see TPlanRequest; without, the newest slot alone
+  /// Deletes its stored pictures of slots that are older than so many days; without, keeps all.
+  std::optional<int> KeepDays = {};
+};
+
+/// What a run of described sources works with. All of it outlives the run.
+struct TDescribedRun {
+  TTransferContext& Context;
+  TJournal& Journal;
+  std::filesystem::path Output;  ///< the sources' folders are below it
+  bool KeepsFiles = false;       ///< the records hold each file
+  /// Gets each answer of a server.
+  std::function<void(const TFetchAnswer& answer)> OnAnswer = {};
+};
+
+/// The plan of a source as far as no server is asked.
+TPlan PlanOffline(TDescribedRun& run, const TWantedSource& wanted);
+
+/// Fetches what is wanted of these sources, several hosts side by side, and gives each source's record in
+/// their order. A source asks its lists first. A picture is tried in its ways one after the other, and judged
+/// before it is stored: under a temporary name, stamped with its slot, then renamed. Each file ends at the
+/// display, also one that the server does not have. Throws nothing for a failed file.
+std::vector<TRunRecord> RunDescribedSources(TDescribedRun& run, const std::vector<TWantedSource>& sources);
+
+}  // namespace skyreel
