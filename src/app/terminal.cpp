@@ -192,7 +192,7 @@ int ListSources(const TTerminal& terminal) {
   return 0;
 }
 
-/// The description in a file; nothing, and its problems are written, when it is wrong.
+/// The description in a file; nothing when it is wrong; its problems are written then.
 std::optional<TDescription> ReadFromFile(const TTerminal& terminal, const std::string& file) {
   TReadDescription read = ReadDescriptionFile(file);
   for (const TProblem& problem : read.Problems) Fire(terminal.ErrorOutput, problem.Message());
@@ -206,7 +206,7 @@ int CheckSource(const TTerminal& terminal, const std::string& file) {
   return 0;
 }
 
-/// The description that an id names; nothing, and the reason is written, when there is none to use.
+/// The description that an id names; nothing when no usable description has it; the reason is written then.
 const TDescription* FindSource(const TTerminal& terminal, const TCatalogue& catalogue,
                                const std::string& id) {
   const TCatalogueEntry* const entry = catalogue.Find(id);
@@ -249,6 +249,7 @@ int TrySource(const TTerminal& terminal, const std::string& name) {
   const fs::path place = temporary.path().toStdString();
   TTerminalRun run(terminal, TLiveSettings(terminal), place / "journal", place / "ledger");
   TDescribedRun described = run.Described(place / "out");
+  described.Tries = 1;
   described.OnAnswer = [&terminal](const TFetchAnswer& answer) { Print(terminal, AnswerText(answer)); };
   const std::vector<TRunRecord> records = RunDescribedSources(described, {wanted});
   if (!records[0].ServerProblems.empty()) return static_cast<int>(TExitCode::ServerProblem);

@@ -36,7 +36,7 @@ constexpr int kPicturesAtOnce = 6;
 constexpr int kMostListPages = 1'000;
 constexpr std::size_t kMostTimes = 100'000;
 
-/// A slot of an answer that belongs to no list of its own kind.
+/// Reads one page of a list. `next_page` gets the token of the page after it, if there is one.
 TListAnswer ReadAnswer(const TListRequest& request, const std::string& text, std::string& next_page) {
   TListAnswer answer;
   const auto take = [&answer](const TListed& listed) {
@@ -188,6 +188,7 @@ class TDescribedSourceRun {
     TFetchRequest request;
     request.Url = address;
     request.Gap = gap_;
+    request.Tries = run_.Tries;
     request.Done = [this, list, page](const TFetchAnswer& answer) { ListArrived(list, page, answer); };
     queue_.Add(std::move(request));
   }
@@ -334,6 +335,7 @@ class TDescribedSourceRun {
     request.Url = address;
     request.Limit = way.MaxSize.value_or(0);
     request.Gap = way.Gap;
+    request.Tries = run_.Tries;
     return request;
   }
 
@@ -392,7 +394,8 @@ class TDescribedSourceRun {
   void PictureArrived(const TPicturePtr& picture, const TFetchAnswer& answer) {
     if (answer.End == TFetchEnd::Answered && answer.Code == 304) {
       Fire(run_.OnAnswer, answer);
-      CountPresent(std::nullopt);
+      const auto last = LastOf(LabelOf(source_, CombinationOf(*picture)), picture->Result.Address);
+      CountPresent(last ? std::optional(last->SlotTime) : std::nullopt);
       return Leave(*picture);
     }
     if (!HasBody(picture, answer)) return;

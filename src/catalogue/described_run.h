@@ -29,6 +29,7 @@ struct TDescribedRun {
   TJournal& Journal;
   std::filesystem::path Output;  ///< the sources' folders are below it
   bool KeepsFiles = false;       ///< the records hold each file
+  int Tries = 3;                 ///< see TFetchRequest
   /// Gets each answer of a server.
   std::function<void(const TFetchAnswer& answer)> OnAnswer = {};
 };

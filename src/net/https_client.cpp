@@ -284,8 +284,7 @@ struct THttpsClient::TTransfer {
     if (line.starts_with("HTTP/")) {
       Reply.Header.clear();
       const std::string_view status = Trim(line.substr(std::min(line.find(' '), line.size())));
-      Reply.Status =
-          WithoutSecrets(WithoutControls(std::string(status)), Request.UserId, Request.Password);
+      Reply.Status = WithoutSecrets(WithoutControls(std::string(status)), Request.UserId, Request.Password);
     }
     Reply.Header += line;
     return line.size();

@@ -13,9 +13,9 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "net/nm_http.h"
-#include "transfer/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
+#include "transfer/folder_maker.h"
 #include "transfer/http_fetch.h"
 #include "transfer/run_record.h"
 

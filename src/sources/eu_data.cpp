@@ -7,9 +7,9 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "sources/fetch_and_uncompress.h"
-#include "transfer/folder_maker.h"
 #include "sources/slot_walk.h"
 #include "sources/wanted_names.h"
+#include "transfer/folder_maker.h"
 #include "transfer/run_record.h"
 #include "transfer/transfer_ledger.h"
 

@@ -7,8 +7,8 @@
 
 #include "base/files.h"
 #include "base/text.h"
-#include "transfer/folder_maker.h"
 #include "sources/slot_walk.h"
+#include "transfer/folder_maker.h"
 #include "transfer/http_fetch.h"
 #include "transfer/run_record.h"
 

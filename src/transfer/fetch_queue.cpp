@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::size_t kMaxHosts = 6;     ///< asked at a time
 constexpr std::size_t kMaxStreams = 32;  ///< requests of a group at a time
-constexpr int kMaxTries = 3;             ///< of one file
 constexpr int kMaxFailed = 2;            ///< files of one host
 constexpr std::int64_t kMaxErrorPage = 1 << 20;
 constexpr std::int64_t kMaxText = 64 << 20;
@@ -264,7 +263,7 @@ void TFetchQueue::ItemEnded(THost& host, TItem& item, const THttpsReply& reply,
       context_.Display.AddStatusLine(host.Name + " asks for a pause of " +
                                      std::to_string(verdict.Wait->count()) + " s");
   }
-  if (verdict.MayPass && answer.Tries < kMaxTries && host.LeftWhy.empty()) {
+  if (verdict.MayPass && answer.Tries < owned->Request.Tries && host.LeftWhy.empty()) {
     if (!verdict.Wait) host.Due = std::max(host.Due, context_.Clock.Uptime() + Pause());
     host.Waiting.push_front(std::move(owned));
     return;
@@ -298,7 +297,8 @@ TFetchQueue::TVerdict TFetchQueue::Judge(TItem& item, const THttpsReply& reply,
         return {TFetchEnd::Failed, "Connection closed inside the reply", true};
       const TBodyHeader body = ReadBodyHeader(reply.Header);
       if (body.Encoded) return {TFetchEnd::Failed, "the server compressed it"};
-      if (!body.Length) return {TFetchEnd::Failed, "the server announced no clear length"};
+      if (reply.Code == 200 && !body.Length)
+        return {TFetchEnd::Failed, "the server announced no clear length"};
       answer.Code = 200;
     }
     if (answer.Code == kUnauthorized) answer.ServerProblem = "refused the user name or the password";

@@ -53,6 +53,7 @@ struct TFetchRequest {
   std::filesystem::path File;
   std::int64_t Limit = 0;  ///< most bytes of the body; 0: the context's LargestDownload; 64 MiB in memory
   bool HeaderOnly = false;
+  int Tries = 3;  ///< how often a failure that may pass is met in all
   /// Of the copy that is there: an unchanged file is answered with 304. May be empty.
   std::string ETag, LastModified;
   /// Neighbours in the queue with the same group, if any, may be asked for side by side (tiles of a picture).

@@ -37,11 +37,12 @@ class TJobFixture {
   explicit TJobFixture(const std::string& now = "2005-11-10 12:00")
       : Clock(At(now)),
         Ledger(Folder / "ledger.txt"),
-        Context{
-            {Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Https, Ledger, Record, {}}, {}, Folder / "program"} {
+        Context{{Display, Run, Clock, NMFTP, NMHTTP, NMHTTPNotts, Https, Ledger, Record, {}},
+                {},
+                Folder / "program"} {
     std::filesystem::create_directories(OutputPath());
     std::filesystem::create_directories(Context.ProgramFolder);
-    Context.Source = "Tab";
+    Context.Source = Record.Source = "Tab";
     Context.Shared.TimeoutSeconds = 20;
     Context.Shared.BackDays = 1;
     for (const TSource& source : Sources())
