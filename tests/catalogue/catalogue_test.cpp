@@ -51,16 +51,30 @@ TEST(Catalogue, TheBuiltInDescriptionsAreSound) {
   for (const TProblem& problem : catalogue.Problems) ADD_FAILURE() << problem.Message();
 }
 
+const TDateTime kNow = TDateTime::FromDate(2026, 11, 26, 6, 2, 30);
+
 TEST(Catalogue, CheckingADescriptionShowsItsNextAddresses) {
   int checked = 0;
   for (const auto& entry : fs::directory_iterator(SKYREEL_TEST_EXAMPLES)) {
     if (entry.path().extension() != ".toml") continue;
     const TDescription source = test::Described(ReadWholeFile(entry.path()));
     const fs::path expected = fs::path(entry.path()).replace_extension(".txt");
-    EXPECT_EQ(CheckSourceText(source, TDateTime::FromDate(2026, 11, 26, 6, 2, 30)), ReadWholeFile(expected));
+    EXPECT_EQ(CheckSourceText(source, kNow), ReadWholeFile(expected));
     ++checked;
   }
   EXPECT_GE(checked, 8);
+}
+
+TEST(Catalogue, TheExamplesOfTheDocumentAreSoundAndPrintWhatItShows) {
+  const std::string document = ReadWholeFile(SKYREEL_TEST_DOCUMENT);
+  int sound = 0, shown = 0;
+  for (std::size_t at = 0; (at = document.find("```toml\n", at)) != std::string::npos; ++sound) {
+    at += 8;
+    const TDescription source = test::Described(document.substr(at, document.find("```", at) - at));
+    shown += document.find("```text\n" + CheckSourceText(source, kNow) + "```") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_GE(sound, 9);
+  EXPECT_EQ(shown, 2);
 }
 
 }  // namespace
