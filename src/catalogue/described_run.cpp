@@ -64,11 +64,11 @@ TListAnswer ReadAnswer(const TListRequest& request, const std::string& text, std
   return answer;
 }
 
-bool HasFormatOf(const fs::path& path, TFileType type) {
+/// Whether the name asks for another format than the picture has, so that it is written anew.
+bool AsksForOtherFormat(const fs::path& path, TFileType type) {
   const std::string extension = LowerCase(path.extension().string());
-  return extension == ExtensionOf(type) || (type == TFileType::Jpeg && extension == ".jpeg") ||
-         (type == TFileType::Tiff && extension == ".tiff") ||
-         (type != TFileType::Jpeg && extension != ".jpg" && extension != ".jpeg" && extension != ".png");
+  if (extension == ".png") return type != TFileType::Png;
+  return (extension == ".jpg" || extension == ".jpeg") && type != TFileType::Jpeg;
 }
 
 }  // namespace
@@ -456,14 +456,14 @@ class TDescribedSourceRun {
       return Leave(*picture);
     }
     const TFileType type = WayOf(*picture).Type;
-    if (HasFormatOf(path, type)) {
-      SetFileDateTime(picture->Temporary.File.Get(), slot);
-      MoveFileWhole(picture->Temporary.File.Get(), picture->Temporary.Name, path);
-    } else {
+    if (AsksForOtherFormat(path, type)) {
       TExtBitmap bitmap(TPixelFormat::Bits24);
       LoadImageFromMemory(bitmap, ExtensionOf(type), ReadWholeFile(picture->Temporary.Name));
       SaveImage(bitmap, path);
       SetFileDateTime(path, slot);
+    } else {
+      SetFileDateTime(picture->Temporary.File.Get(), slot);
+      MoveFileWhole(picture->Temporary.File.Get(), picture->Temporary.Name, path);
     }
     Stored(*picture, state, hash);
   }
