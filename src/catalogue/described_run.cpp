@@ -306,10 +306,12 @@ class TDescribedSourceRun {
     for (const TAddress& address : addresses.Addresses) {
       if (!address.Problem.empty()) return Refuse(picture, address.Problem);
     }
-    // A name that is always the same gives one picture, which the first slot that asks gets.
-    const bool fixed_alternate = way.IsFixedName() && !source_.IsFixedName();
-    if (fixed_alternate && !asked_names_.insert(picture->Result.Address).second)
-      return Absent(picture, "another slot has it");
+    if (way.IsFixedName() && !source_.IsFixedName()) {
+      // A name that is always the same gives one picture. Ask again only for the slot that it has.
+      const auto [known, fresh] = slots_of_names_.try_emplace(picture->Result.Address);
+      if (!fresh && known->second != picture->File.Slot)
+        return Absent(picture, "the picture is of another slot");
+    }
     if (way.Tiles) return FetchTiles(picture, addresses);
     FetchOne(picture, way);
   }
@@ -403,6 +405,7 @@ class TDescribedSourceRun {
     const bool fixed = WayOf(*picture).IsFixedName();
     if (fixed && !modified) return Fail(picture, "the server names no date, which would be the slot");
     const TDateTime slot = fixed ? SlotOfFixedName(source_.Time, *modified) : *picture->File.Slot;
+    if (fixed) slots_of_names_[picture->Result.Address] = slot;
     if (picture->File.Slot && slot != *picture->File.Slot)
       return Absent(picture, "the picture is of another slot");
     try {
@@ -492,7 +495,10 @@ class TDescribedSourceRun {
 
   void TileArrived(const TPicturePtr& picture, const TPictureAddresses& addresses, int index,
                    const TFetchAnswer& answer) {
-    if (!HasBody(picture, answer)) return picture->Tiles.reset();
+    // The next way may bring tiles of its own.
+    auto tiles = std::move(picture->Tiles);
+    if (!HasBody(picture, answer)) return;
+    picture->Tiles = std::move(tiles);
     const TWay& way = WayOf(*picture);
     const TDateTime modified = ParseHttpDate(answer.LastModified).value_or(TDateTime());
     const std::size_t attempt = picture->Way;
@@ -653,7 +659,7 @@ class TDescribedSourceRun {
   std::map<std::string, std::vector<TListRequest>> documents_;  ///< being asked for, by address
   std::set<std::string> told_lists_;
   bool list_failed_ = false;
-  std::set<std::string> asked_names_;
+  std::map<std::string, std::optional<TDateTime>> slots_of_names_;  ///< by address; empty: not known yet
   std::deque<TChain> waiting_;
   int active_ = 0;
   bool starting_ = false;
