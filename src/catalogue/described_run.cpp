@@ -13,6 +13,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "catalogue/folder_scan.h"
+#include "catalogue/found_slots.h"
 #include "catalogue/json_list.h"
 #include "catalogue/listing.h"
 #include "catalogue/slot_grid.h"
@@ -235,7 +236,34 @@ class TDescribedSourceRun {
 
   // --- Pictures
 
+  /// Says when nothing in a list fits: the description then most likely has a wrong name.
+  void ReportUnfitLists() {
+    constexpr std::size_t kEnough = 1'000;
+    for (const auto& [list, answer] : lists_) {
+      if (answer.Entries.empty() ||
+          Fits({.Entries = {answer.Entries.begin(),
+                            answer.Entries.begin() +
+                                static_cast<std::ptrdiff_t>(std::min(kEnough, answer.Entries.size()))}}))
+        continue;
+      context_.Display.AddStatusLine(
+          source_.Title + ": none of the " + std::to_string(answer.Entries.size()) + " names in the list " +
+          list.Address + " fits, such as \"" + WithoutControls(answer.Entries.front().Text) + "\"");
+    }
+  }
+  bool Fits(const TListAnswer& answer) const {
+    for (const TWay& way : source_.Ways) {
+      if (!way.Find) continue;
+      for (const TCombination& combination : plan_.Combinations) {
+        TFoundSlots found(source_, *way.Find, combination);
+        found.Add(answer);
+        if (!found.Within(TDateTime::FromDate(1970, 1, 1), now_ + std::chrono::days(1)).empty()) return true;
+      }
+    }
+    return false;
+  }
+
   void Begin() {
+    if (!source_.IsFixedName()) ReportUnfitLists();
     std::map<std::size_t, TChain> chains;
     for (std::size_t i = 0; i < plan_.Files.size(); ++i) {
       if (wanted_.Days) {
