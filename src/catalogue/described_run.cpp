@@ -245,9 +245,9 @@ class TDescribedSourceRun {
                             answer.Entries.begin() +
                                 static_cast<std::ptrdiff_t>(std::min(kEnough, answer.Entries.size()))}}))
         continue;
-      context_.Display.AddStatusLine(
-          source_.Title + ": none of the " + std::to_string(answer.Entries.size()) + " names in the list " +
-          list.Address + " fits, such as \"" + WithoutControls(answer.Entries.front().Text) + "\"");
+      context_.Display.AddStatusLine(source_.Title + ": no name in the list " + list.Address + " fits (" +
+                                     std::to_string(answer.Entries.size()) + " names, such as \"" +
+                                     WithoutControls(answer.Entries.front().Text) + "\")");
     }
   }
   bool Fits(const TListAnswer& answer) const {

@@ -148,6 +148,9 @@ TEST_F(TDescribedRunTest, ListsTellTheSlotsAndOldFilesGoOnlyAfterAWholeList) {
   Server.Answer("/bucket?list-type=2&prefix=", page("20261126010000.gif", ""));
   EXPECT_EQ(run(1), "0 new, 1 present, 0 not yet, 0 missing, 0 failed");
   EXPECT_THAT(Tree(), ElementsAre(Key("2026-11/2301.gif"), Key("2026-11/26010000.gif")));
+  Server.Answer("/bucket?list-type=2&prefix=", page("2026-11-26.gif", ""));
+  run({});
+  EXPECT_THAT(Lines(), Contains(HasSubstr("&prefix= fits (1 names, such as \"2026-11-26.gif\")")));
 }
 
 TEST_F(TDescribedRunTest, WhatCannotBeKeptOrReachedCostsItsSourceAlone) {
