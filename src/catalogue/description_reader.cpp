@@ -216,13 +216,26 @@ std::string NotAsciiProblem(std::string_view from) {
   return "only texts and comments may hold such a character";
 }
 
+/// Whether the "[" at `bracket` is the beginning of a value, or a name can follow it.
+bool IsSoundBracket(std::string_view text, std::size_t bracket) {
+  constexpr std::string_view kBlanks = " \t";
+  const std::size_t before = text.substr(0, bracket).find_last_not_of(kBlanks);
+  if (before != text.npos && text[before] == '=') return true;
+  std::size_t name = text.find_first_not_of(kBlanks, bracket + 1);
+  if (name != text.npos && text[name] == '[') name = text.find_first_not_of(kBlanks, name + 1);
+  if (name == text.npos) return true;
+  const char c = text[name];
+  return IsLetterOrDigit(c) || (c & 0x80) != 0 || std::string_view("-_\"']").find(c) != text.npos;
+}
+
 /// Reports quotes that are not closed, for which the parser has no clear words, and what toml++ cannot bear
-/// outside of texts and comments: it recurses once for each part of a dotted key, without a limit, and some
-/// characters that are not ASCII end in undefined behaviour. False when it did.
+/// outside of texts and comments: it recurses once for each part of a dotted key, without a limit, and a
+/// table without a name and some characters that are not ASCII end in undefined behaviour. False when it did.
 bool CheckCharacters(std::string_view text, TReport& report) {
   constexpr std::size_t kMostDots = 1'000;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   std::size_t dots = 0;
+  int depth = 0;  // of brackets and braces
   for (std::size_t i = text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0; i < text.size(); ++i) {
     const char c = text[i];
     if (c == '#') {
@@ -243,6 +256,12 @@ bool CheckCharacters(std::string_view text, TReport& report) {
       i += quote.size() - 1;
       // A long text may end with quotes of its own.
       while (long_text && i + 1 < text.size() && text[i + 1] == c) ++i;
+    } else if (c == '[' || c == '{') {
+      if (depth++ > 0 || c == '{' || IsSoundBracket(text, i)) continue;
+      report.Add(PlaceOf(text, i), "a table's name must follow '['");
+      return false;
+    } else if (c == ']' || c == '}') {
+      --depth;
     } else if ((c & 0x80) != 0 || (c == '.' && ++dots > kMostDots)) {
       report.Add(PlaceOf(text, i),
                  c == '.' ? "more than 1,000 dots in keys" : NotAsciiProblem(text.substr(i)));
@@ -264,7 +283,7 @@ std::string ValueAt(std::string_view file, TPlace& place) {
     const bool begins = (line[stop] & 0xC0) != 0x80;
     if (begins && ++column == place.column) break;
   }
-  const std::size_t begin = line.substr(0, stop).find_last_of("=,[{ \t") + 1;  // 0 when there is none
+  const std::size_t begin = line.substr(0, stop).find_last_of("=,[{ \t") + 1;  // 0 without one
   const std::string value(Trim(line.substr(begin, line.find_first_of(",]}#", begin) - begin)));
   if (value.size() > kLongest || HasControlCharacter(value) || value.find('"') != value.npos) return "";
   place.column = static_cast<toml::source_index>(Utf8Length(line.substr(0, begin)) + 1);
