@@ -230,12 +230,13 @@ bool IsSoundBracket(std::string_view text, std::size_t bracket) {
 
 /// Reports quotes that are not closed, for which the parser has no clear words, and what toml++ cannot bear
 /// outside of texts and comments: it recurses once for each part of a dotted key, without a limit, and a
-/// table without a name and some characters that are not ASCII end in undefined behaviour. False when it did.
+/// table without a name, a wrong bracket and some characters that are not ASCII end in undefined behaviour.
+/// False when it did.
 bool CheckCharacters(std::string_view text, TReport& report) {
   constexpr std::size_t kMostDots = 1'000;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   std::size_t dots = 0;
-  int depth = 0;  // of brackets and braces
+  std::string open;  // brackets and braces
   for (std::size_t i = text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0; i < text.size(); ++i) {
     const char c = text[i];
     if (c == '#') {
@@ -257,11 +258,17 @@ bool CheckCharacters(std::string_view text, TReport& report) {
       // A long text may end with quotes of its own.
       while (long_text && i + 1 < text.size() && text[i + 1] == c) ++i;
     } else if (c == '[' || c == '{') {
-      if (depth++ > 0 || c == '{' || IsSoundBracket(text, i)) continue;
+      open += c;
+      if (open.size() > 1 || c == '{' || IsSoundBracket(text, i)) continue;
       report.Add(PlaceOf(text, i), "a table's name must follow '['");
       return false;
     } else if (c == ']' || c == '}') {
-      --depth;
+      const char opening = c == ']' ? '[' : '{';
+      if (!open.ends_with(opening)) {
+        report.Add(PlaceOf(text, i), std::string("this '") + c + "' closes no '" + opening + "'");
+        return false;
+      }
+      open.pop_back();
     } else if ((c & 0x80) != 0 || (c == '.' && ++dots > kMostDots)) {
       report.Add(PlaceOf(text, i),
                  c == '.' ? "more than 1,000 dots in keys" : NotAsciiProblem(text.substr(i)));

@@ -45,6 +45,7 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
       {line_6, "every = \"0s\"", "6:1: 'every' must divide a day: \"10m\", \"6h\", \"1d\""},
       {line_6, "every = \"2d\"", "6:1: 'every' must divide a day: \"10m\", \"6h\", \"1d\""},
       {"[time]", "[[\nvalues]]", "5:1: a table's name must follow '['"},
+      {line_6, "every = [}", "6:10: this '}' closes no '{'"},
       {line_6, "every = 10m", "6:9: a text stands in quotes: \"10m\""},
       {line_6, "every = \"10m", "6:9: this quote is not closed in its line"},
       {line_6, "every = “10m”", "6:9: “ is no quote of this format; type the plain \""},
