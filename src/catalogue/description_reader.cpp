@@ -200,13 +200,43 @@ std::optional<TDateTime> TimeOf(const toml::date& date, const toml::time& time) 
   }
 }
 
-/// Reports what toml++ cannot bear outside of texts and comments: it recurses once for each part of a dotted
-/// key, without a limit, and some characters that are not ASCII end in undefined behaviour. False when it
-/// did.
-bool CheckKeys(std::string_view text, TReport& report) {
+/// The place of a byte of the file.
+TPlace PlaceOf(std::string_view file, std::size_t offset) {
+  const std::string_view before = file.substr(0, offset);
+  const std::size_t line = before.rfind('\n') + 1;  // 0 in the first line
+  return {static_cast<toml::source_index>(std::ranges::count(before, '\n') + 1),
+          static_cast<toml::source_index>(Utf8Length(before.substr(line)) + 1)};
+}
+
+/// What is wrong about a character that is not ASCII and stands outside of texts and comments.
+std::string NotAsciiProblem(std::string_view from) {
+  for (const char* const quote : {"“", "”", "„", "‟", "‘", "’", "‚", "«", "»", "″"}) {
+    if (from.starts_with(quote)) return std::string(quote) + " is no quote of this format; type the plain \"";
+  }
+  return "only texts and comments may hold such a character";
+}
+
+/// Whether the "[" at `bracket` is the beginning of a value, or a name can follow it.
+bool IsSoundBracket(std::string_view text, std::size_t bracket) {
+  constexpr std::string_view kBlanks = " \t";
+  const std::size_t before = text.substr(0, bracket).find_last_not_of(kBlanks);
+  if (before != text.npos && text[before] == '=') return true;
+  std::size_t name = text.find_first_not_of(kBlanks, bracket + 1);
+  if (name != text.npos && text[name] == '[') name = text.find_first_not_of(kBlanks, name + 1);
+  if (name == text.npos) return true;
+  const char c = text[name];
+  return IsLetterOrDigit(c) || (c & 0x80) != 0 || std::string_view("-_\"']").find(c) != text.npos;
+}
+
+/// Reports quotes that are not closed, for which the parser has no clear words, and what toml++ cannot bear
+/// outside of texts and comments: it recurses once for each part of a dotted key, without a limit, and a
+/// table without a name, a wrong bracket and some characters that are not ASCII end in undefined behaviour.
+/// False when it did.
+bool CheckCharacters(std::string_view text, TReport& report) {
   constexpr std::size_t kMostDots = 1'000;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   std::size_t dots = 0;
+  std::string open;  // brackets and braces
   for (std::size_t i = text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0; i < text.size(); ++i) {
     const char c = text[i];
     if (c == '#') {
@@ -214,25 +244,71 @@ bool CheckKeys(std::string_view text, TReport& report) {
     } else if (c == '"' || c == '\'') {
       const std::string_view quote = text.substr(i, text.substr(i, 3) == std::string(3, c) ? 3 : 1);
       const bool long_text = quote.size() == 3;
+      const std::size_t begin = i;
       i += quote.size();
-      // The parser reports a text that does not end.
       while (i < text.size() && text.substr(i, quote.size()) != quote && (long_text || text[i] != '\n')) {
-        i += c == '"' && text[i] == '\\' ? 2 : 1;
+        i += c == '"' && text[i] == '\\' && text.substr(i + 1, 1) != "\n" ? 2 : 1;
+      }
+      if (i >= text.size() || text.substr(i, quote.size()) != quote) {
+        report.Add(PlaceOf(text, begin), long_text ? "these three quotes are never closed"
+                                                   : "this quote is not closed in its line");
+        return false;
       }
       i += quote.size() - 1;
       // A long text may end with quotes of its own.
       while (long_text && i + 1 < text.size() && text[i + 1] == c) ++i;
+    } else if (c == '[' || c == '{') {
+      open += c;
+      if (open.size() > 1 || c == '{' || IsSoundBracket(text, i)) continue;
+      report.Add(PlaceOf(text, i), "a table's name must follow '['");
+      return false;
+    } else if (c == ']' || c == '}') {
+      const char opening = c == ']' ? '[' : '{';
+      if (!open.ends_with(opening)) {
+        report.Add(PlaceOf(text, i), std::string("this '") + c + "' closes no '" + opening + "'");
+        return false;
+      }
+      open.pop_back();
     } else if ((c & 0x80) != 0 || (c == '.' && ++dots > kMostDots)) {
-      const std::string_view before = text.substr(0, i);
-      const std::size_t line = before.rfind('\n') + 1;  // 0 in the first line
-      report.Add(
-          {static_cast<toml::source_index>(std::ranges::count(before, '\n') + 1),
-           static_cast<toml::source_index>(Utf8Length(before.substr(line)) + 1)},
-          c == '.' ? "more than 1,000 dots in keys" : "only texts and comments may hold such a character");
+      report.Add(PlaceOf(text, i),
+                 c == '.' ? "more than 1,000 dots in keys" : NotAsciiProblem(text.substr(i)));
       return false;
     }
   }
   return true;
+}
+
+/// Finds the value in which the parser stopped, and moves `place` to its beginning. Empty for a value that is
+/// long or odd.
+std::string ValueAt(std::string_view file, TPlace& place) {
+  constexpr std::size_t kLongest = 100;
+  std::size_t line_begin = 0;
+  for (auto line = place.line; line > 1; --line) line_begin = file.find('\n', line_begin) + 1;
+  const std::string_view line = file.substr(line_begin, file.find('\n', line_begin) - line_begin);
+  std::size_t stop = 0;
+  for (toml::source_index column = 0; stop < line.size(); ++stop) {
+    const bool begins = (line[stop] & 0xC0) != 0x80;
+    if (begins && ++column == place.column) break;
+  }
+  const std::size_t begin = line.substr(0, stop).find_last_of("=,[{ \t") + 1;  // 0 without one
+  const std::string value(Trim(line.substr(begin, line.find_first_of(",]}#", begin) - begin)));
+  if (value.size() > kLongest || HasControlCharacter(value) || value.find('"') != value.npos) return "";
+  place.column = static_cast<toml::source_index>(Utf8Length(line.substr(0, begin)) + 1);
+  return value;
+}
+
+/// Reports what the parser says. A text without quotes looks like a wrong number or the like to it.
+void AddParseError(const toml::parse_error& error, std::string_view file, TReport& report) {
+  const std::string_view text = error.description();
+  TPlace place = error.source().begin;
+  for (const char* const problem :
+       {"value: could not determine value type", "boolean: expected", "floating-point: expected",
+        "decimal integer: expected digit", "decimal integer: leading zeroes"}) {
+    if (!text.starts_with("Error while parsing " + std::string(problem))) continue;
+    const std::string value = ValueAt(file, place);
+    if (!value.empty()) return report.Add(place, "a text stands in quotes: \"" + value + "\"");
+  }
+  report.Add(place, std::string(text.substr(0, text.find(" (TOML_"))));
 }
 
 /// Reads one file, whose TOML is sound.
@@ -809,14 +885,13 @@ TReadDescription ReadDescription(std::string_view text, const std::string& file)
     read.Problems = {{file, 0, 0, kTooLarge}};
     return read;
   }
-  if (!CheckKeys(text, report)) {
+  if (!CheckCharacters(text, report)) {
     read.Problems = report.Take();
     return read;
   }
   const toml::parse_result parsed = toml::parse(text);
   if (!parsed) {
-    const std::string_view problem = parsed.error().description();
-    report.Add(parsed.error().source().begin, std::string(problem.substr(0, problem.find(" (TOML_"))));
+    AddParseError(parsed.error(), text, report);
     read.Problems = report.Take();
     return read;
   }

@@ -83,15 +83,22 @@ bool IsPicture(TFileType type) {
          type == TFileType::Tiff;
 }
 
+/// The extensions of each type, the usual one first.
+constexpr std::pair<TFileType, const char*> kExtensions[] = {
+    {TFileType::Jpeg, ".jpg"}, {TFileType::Jpeg, ".jpeg"}, {TFileType::Png, ".png"},
+    {TFileType::Gif, ".gif"},  {TFileType::Tiff, ".tif"},  {TFileType::Tiff, ".tiff"},
+    {TFileType::Tar, ".tar"},  {TFileType::NetCdf, ".nc"}, {TFileType::NetCdf, ".nc4"},
+    {TFileType::Hdf5, ".h5"},  {TFileType::Hdf5, ".hdf5"}, {TFileType::Pdf, ".pdf"}};
+
 /// Whether files of a type have this extension of their own.
 bool HasExtension(TFileType type, const std::string& extension) {
-  static const std::pair<TFileType, const char*> kExtensions[] = {
-      {TFileType::Jpeg, ".jpg"}, {TFileType::Jpeg, ".jpeg"}, {TFileType::Png, ".png"},
-      {TFileType::Gif, ".gif"},  {TFileType::Tiff, ".tif"},  {TFileType::Tiff, ".tiff"},
-      {TFileType::Tar, ".tar"},  {TFileType::NetCdf, ".nc"}, {TFileType::NetCdf, ".nc4"},
-      {TFileType::Hdf5, ".h5"},  {TFileType::Hdf5, ".hdf5"}, {TFileType::Pdf, ".pdf"}};
   return std::ranges::any_of(
       kExtensions, [&](const auto& each) { return each.first == type && each.second == extension; });
+}
+
+std::string UsualExtension(const TWay& way) {
+  if (way.Tiles) return ".jpg or .png";
+  return std::ranges::find(kExtensions, way.Type, &std::pair<TFileType, const char*>::first)->second;
 }
 
 /// The paths of a source's combinations, and whether one of them can be the path of another.
@@ -183,6 +190,7 @@ std::string FolderProblem(const TDescription& source) {
   if (std::string problem = UnfitProblem(source, folder, true); !problem.empty()) return problem;
   return FirstProblem(source, folder, [&](const TFieldValues& values) -> std::string {
     const std::string filled = Fill(folder, values) + "/";
+    if (filled.starts_with('/') || filled.ends_with("//")) return "'folder' begins or ends with \"/\"";
     for (std::size_t at = 0; at < filled.size();) {
       const std::size_t slash = filled.find('/', at);
       const std::string part = filled.substr(at, slash - at);
@@ -236,6 +244,7 @@ std::string FormatProblem(const TDescription& source) {
       if (!way.Serves(values.Rows) || !sound.insert({&way, extension}).second) continue;
       const bool anew = IsPicture(way.Type) && (extension == ".jpg" || extension == ".png");
       if (anew || (HasExtension(way.Type, extension) && !way.Tiles)) continue;
+      if (extension.empty()) return "the name has no extension; add " + UsualExtension(way);
       return "the extension \"" + extension + "\" does not fit " +
              (way.Tiles ? "joined tiles, which are .jpg or .png" : "the type of the file");
     }

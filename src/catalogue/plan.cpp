@@ -371,6 +371,7 @@ TPlan MakePlan(const TPlanRequest& request) {
   }
   std::ranges::stable_sort(plan.Files, std::greater(), &TPlannedFile::Slot);
   plan.Lists.assign(lists.begin(), lists.end());
+  plan.NewestAlone = !request.Days;
   return plan;
 }
 

@@ -89,6 +89,7 @@ struct TPlannedFile {
 };
 
 struct TPlan {
+  bool NewestAlone = false;                ///< each combination wants one file; the others are in reserve
   std::vector<TCombination> Combinations;  ///< the chosen ones, in their order
   /// Newest slot first, then by combination. When only the newest slot is wanted, each combination has the
   /// slots to be tried one after the other until one is whole; a file that is present ends them.

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
+#include <set>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -26,7 +29,7 @@ std::string ListsText(const TPlan& plan) {
   std::string_view before;
   for (const TListRequest& list : plan.Lists) {
     if (list.Address == std::exchange(before, list.Address)) continue;
-    text += "asks " + list.Address + (list.Problem.empty() ? "" : " - refused: " + list.Problem) + "\n";
+    text += "would ask " + list.Address + (list.Problem.empty() ? "" : " - refused: " + list.Problem) + "\n";
   }
   return text;
 }
@@ -90,6 +93,7 @@ std::string CheckSourceText(const TDescription& source, TDateTime now) {
   std::string text = source.Title + " (" + source.Id + "): no errors\n" + ListsText(plan);
   for (std::size_t i = 0; plan.Files.empty() && i < plan.Combinations.size(); ++i)
     plan.Files.push_back({i, {}, ""});
+  std::map<std::tuple<std::size_t, std::size_t, std::string>, TDateTime> slots;  // by address
   for (const TPlannedFile& file : plan.Files) {
     const TCombination& combination = plan.Combinations[file.Combination];
     const std::string label = LabelOf(source, combination);
@@ -100,6 +104,12 @@ std::string CheckSourceText(const TDescription& source, TDateTime now) {
       const auto picture =
           AddressesOf(source, combination, {i, file.Slot}, fixed ? std::optional(now) : std::nullopt);
       text += (i == 0 ? "  from " : "  or   ") + AddressText(picture) + "\n";
+      if (!file.Slot || fixed || source.Ways[i].Modified || source.Ways[i].Url.NeedsFound()) continue;
+      const TDateTime same =
+          slots.try_emplace({file.Combination, i, picture.Addresses.front().Text}, *file.Slot).first->second;
+      // Names may return every day.
+      if (same != *file.Slot && same - *file.Slot < std::chrono::days(1))
+        text += "  note this is also the address of " + SlotText(same) + "\n";
     }
     text += "  to   " + LocalPath(source, combination, file.Slot) + "\n";
   }
@@ -108,9 +118,12 @@ std::string CheckSourceText(const TDescription& source, TDateTime now) {
 
 std::string PlanText(const TDescription& source, const TPlan& plan, TDateTime now) {
   std::string text = ListsText(plan);
+  std::set<std::size_t> wanted;  // combinations
   for (const TPlannedFile& file : plan.Files) {
     const TCombination& combination = plan.Combinations[file.Combination];
-    text += std::string(StateText(file.State)) + ": " + LocalPath(source, combination, file.Slot);
+    const bool in_reserve = file.State == TPlanState::Wanted && !wanted.insert(file.Combination).second;
+    text += std::string(in_reserve && plan.NewestAlone ? "in reserve" : StateText(file.State)) + ": " +
+            LocalPath(source, combination, file.Slot);
     if (!file.Ways.empty())
       text += " from " + AddressText(AddressesOf(source, combination, file.Ways.front(), now));
     text += "\n";

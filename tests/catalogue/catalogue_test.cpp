@@ -91,6 +91,8 @@ TEST(Catalogue, CheckingADescriptionShowsItsNextAddresses) {
     ++checked;
   }
   EXPECT_GE(checked, 8);
+  const std::string hourless = test::With(test::kSample, "{%Y%j%H%M}", "{%Y%j}");
+  EXPECT_NE(CheckSourceText(test::Described(hourless), kNow).find("also the address of"), std::string::npos);
 }
 
 TEST(Catalogue, TheExamplesOfTheDocumentAreSoundAndPrintWhatItShows) {

@@ -44,6 +44,12 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
       {line_6, "every = \"7m\"", "6:1: 'every' must divide a day: \"10m\", \"6h\", \"1d\""},
       {line_6, "every = \"0s\"", "6:1: 'every' must divide a day: \"10m\", \"6h\", \"1d\""},
       {line_6, "every = \"2d\"", "6:1: 'every' must divide a day: \"10m\", \"6h\", \"1d\""},
+      {"[time]", "[[\nvalues]]", "5:1: a table's name must follow '['"},
+      {line_6, "every = [}", "6:10: this '}' closes no '{'"},
+      {line_6, "every = 10m", "6:9: a text stands in quotes: \"10m\""},
+      {line_6, "every = \"10m", "6:9: this quote is not closed in its line"},
+      {line_6, "every = “10m”", "6:9: “ is no quote of this format; type the plain \""},
+      {", use = \"any\"", ", credit = \"é\", use = an/y", "4:48: a text stands in quotes: \"an/y\""},
       {line_6, "every = \"10\"", "6:9: 'every' must be a duration such as \"1d6h\""},
       {line_6, line_6 + "\noffset = \"10m\"", "7:1: 'offset' must be below 'every'"},
       {line_6, line_6 + "\nzone = \"+99:00\"",
@@ -103,7 +109,7 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
       {line_6, "", "24:1: two slots have the same folder and name, since neither holds the second, %S"},
       {"{sat}_{%Y%j%H%M}_", "", "7:1: for a fixed name 'grace' (1h) must be below 'every'"},
       {"{product}/{%Y-%m-%d}", "../{%Y-%m-%d}", "23:1: the folder leaves the output folder"},
-      {"{product}/{%Y-%m-%d}", "/{product}/{%Y-%m-%d}", "23:1: \"\" is no name for a folder"},
+      {"{product}/{%Y-%m-%d}", "/{product}/{%Y-%m-%d}", "23:1: 'folder' begins or ends with \"/\""},
       {"{product}/{%Y-%m-%d}", "{%Y-%m-%d}",
        "24:1: two combinations of values can have the same folder and name, such as "
        "\"2000-01-01/1_0000.jpg\""},
@@ -114,6 +120,8 @@ TEST(DescriptionReader, ReportsEachErrorAtItsPlace) {
        "24:1: two slots have the same folder and name, since neither holds the minute, %M"},
       {name, "{size}_{%H%M}{found}.jpg", "24:22: nothing defines '{found}' here"},
       {name, "{size}_{%H/%M}.jpg", "24:1: \"/\" has a character that does not fit into a file name"},
+      {"{product}/{%Y-%m-%d}", "{product}/{%Y-%m-%d}/", "23:1: 'folder' begins or ends with \"/\""},
+      {name, "{size}_{%H%M}", "24:1: the name has no extension; add .jpg"},
       {name, "{size}_{%H%M}.pdf", "24:1: the extension \".pdf\" does not fit the type of the file"},
       {"\"VIS\", layer", "\"V/S\", layer",
        "23:1: \"V/S\" has a character that does not fit into a file name|28:21: the variable 'product' has "
@@ -138,7 +146,7 @@ TEST(DescriptionReader, RefusesWhatIsTooLargeOrTooDeep) {
   }
   EXPECT_EQ(ProblemsOf("# caf\xC3\xA9\ntitle = \"\xC3\xA9\" \xC2\xA0"),
             "2:13: only texts and comments may hold such a character");
-  EXPECT_EQ(ProblemsOf("a = \"\"\"b\\"), "1:10: Error while parsing string: encountered end-of-file");
+  EXPECT_EQ(ProblemsOf("a = \"\"\"b\\"), "1:5: these three quotes are never closed");
   std::string alternates = test::kSample;
   for (int i = 0; i < 20; ++i) alternates += "[[alternate]]\n";
   EXPECT_EQ(ProblemsOf(alternates), "25:3: more than 20 alternates");

@@ -89,11 +89,12 @@ TEST(Plan, TellsWhichFilesAreWanted) {
       {"newest alone goes back, and stops at a file",
        hourly,
        {{}, {"2603.gif"}},
-       "wanted: 2605.gif from https://h/05.gif\nwanted: 2604.gif from https://h/04.gif\npresent: 2603.gif\n"},
+       "wanted: 2605.gif from https://h/05.gif\nin reserve: 2604.gif from https://h/04.gif\npresent: "
+       "2603.gif\n"},
       {"newest alone goes back no further",
        With(hourly, "delay", "walk_back = 1\ndelay"),
        {},
-       "wanted: 2605.gif from https://h/05.gif\nwanted: 2604.gif from https://h/04.gif\n"},
+       "wanted: 2605.gif from https://h/05.gif\nin reserve: 2604.gif from https://h/04.gif\n"},
       {"a day",
        With(hourly, "delay = \"30m\"", "delay = \"3h\"\nkept = \"5h\""),
        {1, {"2602.gif"}},
@@ -112,14 +113,14 @@ TEST(Plan, TellsWhichFilesAreWanted) {
       {"a list is needed",
        listed,
        {},
-       "asks https://h/26/\nwanted: 2605.gif from https://h/2605.gif\nwanted: 2604.gif from "
+       "would ask https://h/26/\nwanted: 2605.gif from https://h/2605.gif\nin reserve: 2604.gif from "
        "https://h/2604.gif\n"
-       "wanted: 2603.gif from https://h/2603.gif\nwanted: 2602.gif from https://h/2602.gif\n"},
+       "in reserve: 2603.gif from https://h/2603.gif\nin reserve: 2602.gif from https://h/2602.gif\n"},
       {"what a list shows",
        listed,
        {{}, {}, {{"https://h/26/", some}}},
-       "wanted: 2606.gif from https://h/2606.gif\nwanted: 2604.gif from https://h/2604.gif\n"
-       "wanted: 2602.gif from https://h/2602.gif\n"},
+       "wanted: 2606.gif from https://h/2606.gif\nin reserve: 2604.gif from https://h/2604.gif\n"
+       "in reserve: 2602.gif from https://h/2602.gif\n"},
       {"what a list does not show",
        listed,
        {1, {"2600.gif"}, {{"https://h/26/", some}}},
@@ -138,12 +139,13 @@ TEST(Plan, TellsWhichFilesAreWanted) {
       {"a name that only the server knows",
        With(listed, "{%d%H}.gif", "{found}"),
        {{}, {"2602.gif"}, {{"https://h/26/", some}}},
-       "wanted: 2606.gif from https://h/2026112606a\nwanted: 2604.gif from https://h/2026112604c\npresent: "
+       "wanted: 2606.gif from https://h/2026112606a\nin reserve: 2604.gif from "
+       "https://h/2026112604c\npresent: "
        "2602.gif\n"},
       {"and is not known yet",
        With(With(listed, "{%d%H}.gif", "{found}"), "delay", "walk_back = 0\ndelay"),
        {},
-       "asks https://h/26/\nneeds the server's list: 2605.gif\n"},
+       "would ask https://h/26/\nneeds the server's list: 2605.gif\n"},
       {"an alternate where the list shows nothing",
        With(With(listed, "[keep]", "[[alternate]]\ntype = \"image/gif\"\nurl = \"https://b/{%H}\"\n[keep]"),
             "delay", "walk_back = 0\ndelay"),
