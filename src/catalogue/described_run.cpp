@@ -393,10 +393,13 @@ class TDescribedSourceRun {
 
   void PictureArrived(const TPicturePtr& picture, const TFetchAnswer& answer) {
     if (answer.End == TFetchEnd::Answered && answer.Code == 304) {
-      Fire(run_.OnAnswer, answer);
+      // Only a fixed name's request allows this answer, and the file may be gone since.
       const auto last = LastOf(LabelOf(source_, CombinationOf(*picture)), picture->Result.Address);
-      CountPresent(last ? std::optional(last->SlotTime) : std::nullopt);
-      return Leave(*picture);
+      if (last && WayOf(*picture).IsFixedName()) {
+        Fire(run_.OnAnswer, answer);
+        CountPresent(last->SlotTime);
+        return Leave(*picture);
+      }
     }
     if (!HasBody(picture, answer)) return;
     const auto modified = ParseHttpDate(answer.LastModified);

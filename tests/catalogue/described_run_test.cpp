@@ -54,6 +54,9 @@ class TDescribedRunTest : public test::TJobTest {
 TEST_F(TDescribedRunTest, GoesBackFromTheNewestSlotUntilAPictureIsWhole) {
   const std::string time = "every = \"1h\"\ngrace = \"30m\"\nwalk_back = 2", get = "url = \"{S}/{%d%H}.gif\"";
   Server.Answer("/2605.gif", gif_.substr(0, gif_.size() / 2));
+  Server.Answer("/2604.gif", "", {}, "304 Not Modified");
+  EXPECT_EQ(Counts(time, get, "{%d%H}.gif"), "0 new, 0 present, 1 not yet, 0 missing, 2 failed");
+  Lines();
   Server.Answer("/2604.gif", gif_);
   EXPECT_EQ(Counts(time, get, "{%d%H}.gif"), "1 new, 0 present, 1 not yet, 0 missing, 1 failed");
   EXPECT_THAT(Lines(),
