@@ -34,6 +34,7 @@ namespace {
 /// So many pictures of a source wait in the queue at once: enough for its hosts, few for the memory.
 constexpr int kPicturesAtOnce = 6;
 constexpr int kMostListPages = 1'000;
+constexpr std::size_t kMostListEntries = 2'000'000;  ///< of all its pages
 constexpr std::size_t kMostTimes = 100'000;
 
 /// Reads one page of a list. `next_page` gets the token of the page after it, if there is one.
@@ -202,6 +203,10 @@ class TDescribedSourceRun {
         if (!why.empty()) throw EListError(why);
         TListAnswer read = ReadAnswer(list, answer.Text, next_page);
         std::vector<TListEntry>& entries = lists_[list].Entries;
+        if (page == kMostListPages && !next_page.empty())
+          throw EListError("the bucket's list has more than 1,000 pages");
+        if (entries.size() + read.Entries.size() > kMostListEntries)
+          throw EListError("the list has too many entries");
         entries.insert(entries.end(), std::make_move_iterator(read.Entries.begin()),
                        std::make_move_iterator(read.Entries.end()));
         lists_[list].HasTime = std::move(read.HasTime);
@@ -210,7 +215,7 @@ class TDescribedSourceRun {
         if (answer.End != TFetchEnd::Stopped) ListFailed(list, error.what());
       }
     }
-    if (!next_page.empty() && page < kMostListPages && !lists_[documents_[address].front()].Failed) {
+    if (!next_page.empty() && !lists_[documents_[address].front()].Failed) {
       return AskPage(address, address + "&continuation-token=" + PercentEncode(next_page, "+/=&?#%"),
                      page + 1);
     }
