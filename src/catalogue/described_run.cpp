@@ -632,7 +632,8 @@ class TDescribedSourceRun {
           ++deleted;
         memory_.Forget(file.Path);
       }
-      if (old.size() < 1'000) break;
+      // While the journal cannot be written, the same files would come again.
+      if (old.size() < 1'000 || !run_.Journal.Flush()) break;
     }
     if (deleted > 0) {
       context_.Display.AddStatusLine(source_.Title + ": deleted " + std::to_string(deleted) +
