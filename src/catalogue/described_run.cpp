@@ -170,6 +170,7 @@ class TDescribedSourceRun {
     std::string FailedWhy, RefusedWhy, AbsentWhy;  ///< of the ways so far; empty: none ended so
     bool LeftOut = false;                          ///< not asked, and the queue says so
     TTemporary Temporary;
+    TPictureAddresses Addresses;  ///< of the way
     std::unique_ptr<TTileGrid> Tiles;
     int TilesMissing = 0;
     std::string Stamp;
@@ -302,20 +303,21 @@ class TDescribedSourceRun {
   const TWay& WayOf(const TPicture& picture) const { return source_.Ways[PlannedOf(picture).Way]; }
 
   void TryWay(const TPicturePtr& picture) {
+    picture->Tiles.reset();
     if (picture->Way == picture->File.Ways.size()) return EndWithout(*picture);
     const TPlannedWay& planned = PlannedOf(*picture);
     const TWay& way = WayOf(*picture);
-    const TPictureAddresses addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
+    picture->Addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
     picture->DropTemporary();
-    picture->Result.Address = addresses.Addresses.front().Text;
-    for (const TAddress& address : addresses.Addresses) {
+    picture->Result.Address = picture->Addresses.Addresses.front().Text;
+    for (const TAddress& address : picture->Addresses.Addresses) {
       if (!address.Problem.empty()) return Refuse(picture, address.Problem);
     }
     // A name that is always the same gives one picture, which the first slot that asks gets.
     const bool fixed_alternate = way.IsFixedName() && !source_.IsFixedName();
     if (fixed_alternate && !asked_names_.insert(picture->Result.Address).second)
       return Absent(picture, "another slot has it");
-    if (way.Tiles) return FetchTiles(picture, addresses);
+    if (way.Tiles) return FetchTiles(picture);
     FetchOne(picture, way);
   }
   void NextWay(const TPicturePtr& picture) {
@@ -478,49 +480,44 @@ class TDescribedSourceRun {
 
   // --- Tiles
 
-  void FetchTiles(const TPicturePtr& picture, const TPictureAddresses& addresses) {
+  void FetchTiles(const TPicturePtr& picture) {
     if (!folders_.Make((run_.Output / picture->File.Path).parent_path())) return Leave(*picture);
-    picture->Tiles = std::make_unique<TTileGrid>(addresses.Columns, addresses.Rows);
-    picture->TilesMissing = addresses.Columns * addresses.Rows;
+    const TPictureAddresses& all = picture->Addresses;
+    picture->Tiles = std::make_unique<TTileGrid>(all.Columns, all.Rows);
+    picture->TilesMissing = all.Columns * all.Rows;
     // The first tile comes alone: it tells whether the server has the picture.
-    FetchTile(picture, picture->Way, addresses, 0);
+    FetchTile(picture, 0);
   }
 
-  void FetchTile(const TPicturePtr& picture, std::size_t attempt, const TPictureAddresses& addresses,
-                 int index) {
-    TFetchRequest request =
-        RequestOf(WayOf(*picture), addresses.Addresses[static_cast<std::size_t>(index)].Text);
-    request.Group = addresses.Addresses.front().Text;
-    request.Done = [this, picture, attempt, addresses, index](const TFetchAnswer& answer) {
-      // The picture may have been given up for another tile.
-      if (picture->Way == attempt && picture->Tiles) TileArrived(picture, addresses, index, answer);
+  void FetchTile(const TPicturePtr& picture, int index) {
+    const std::vector<TAddress>& addresses = picture->Addresses.Addresses;
+    TFetchRequest request = RequestOf(WayOf(*picture), addresses[static_cast<std::size_t>(index)].Text);
+    request.Group = addresses.front().Text;
+    // The picture may have been given up for another tile.
+    request.IsWanted = [picture, attempt = picture->Way] {
+      return picture->Way == attempt && picture->Tiles != nullptr;
+    };
+    request.Done = [this, picture, index, wanted = request.IsWanted](const TFetchAnswer& answer) {
+      if (wanted()) TileArrived(picture, index, answer);
     };
     queue_.Add(std::move(request));
   }
 
-  void TileArrived(const TPicturePtr& picture, const TPictureAddresses& addresses, int index,
-                   const TFetchAnswer& answer) {
-    if (!HasBody(picture, answer)) return picture->Tiles.reset();
+  void TileArrived(const TPicturePtr& picture, int index, const TFetchAnswer& answer) {
+    if (!HasBody(picture, answer)) return;
     const TWay& way = WayOf(*picture);
+    const int columns = picture->Addresses.Columns;
     const TDateTime modified = ParseHttpDate(answer.LastModified).value_or(TDateTime());
-    const std::size_t attempt = picture->Way;
     try {
       const TVerdict verdict = JudgeBytes(answer.Text, way, {answer.Length, modified, *picture->File.Slot});
-      if (verdict.Kind != TVerdictKind::Whole) {
-        picture->Tiles.reset();
-        Accept(picture, verdict);
-        return;
-      }
-      picture->Tiles->Put(index % addresses.Columns, index / addresses.Columns, ExtensionOf(way.Type),
-                          answer.Text);
+      if (!Accept(picture, verdict)) return;
+      picture->Tiles->Put(index % columns, index / columns, ExtensionOf(way.Type), answer.Text);
       if (--picture->TilesMissing == 0) return StoreTiles(*picture);
     } catch (const std::exception& error) {
-      picture->Tiles.reset();
       return Fail(picture, ReasonOf(error));
     }
     if (index != 0) return;
-    for (int other = 1; other < addresses.Columns * addresses.Rows; ++other)
-      FetchTile(picture, attempt, addresses, other);
+    for (int other = 1; other < columns * picture->Addresses.Rows; ++other) FetchTile(picture, other);
   }
 
   void StoreTiles(TPicture& picture) {

@@ -110,6 +110,10 @@ TEST_F(TDescribedRunTest, AnotherWayAnotherFormatAndTilesMakeAPicture) {
   EXPECT_EQ(Counts(time, tiles, "t{%d}.png"), "0 new, 0 present, 0 not yet, 1 missing, 0 failed");
   Server.Answer("/t01.gif?26", gif_);
   Clock.Now = Clock.Now + std::chrono::hours(1);
+  const std::string tall = "[[alternate]]\ntype = \"image/gif\"\nurl = \"{S}/t{y}{x}.gif?{%d}\"\n";
+  EXPECT_EQ(Counts(time, ReplaceAll(tiles, "/t", "/no") + "\n" + tall + "tiles = { columns = 2, rows = 1 }",
+                   "u{%d}.png"),
+            "1 new, 0 present, 0 not yet, 0 missing, 0 failed");
   EXPECT_EQ(Counts(time, tiles, "t{%d}.png"), "1 new, 0 present, 0 not yet, 0 missing, 0 failed");
   TExtBitmap one(TPixelFormat::Bits24), two(TPixelFormat::Bits24);
   LoadImage(one, Output("2026-11/26.png"));
