@@ -348,11 +348,12 @@ class TDescribedSourceRun {
 
   void FetchOne(const TPicturePtr& picture, const TWay& way) {
     const fs::path path = run_.Output / picture->File.Path;
-    const fs::path folder = picture->File.Slot ? path.parent_path() : run_.Output;
-    if (!folders_.Make(folder)) return Leave(*picture);
+    if (picture->File.Slot && !folders_.Make(path.parent_path())) return Leave(*picture);
+    // What a killed run leaves here the next one finds, whatever folders that fills.
+    if (!folders_.Make(run_.Output)) return Leave(*picture);
     TFetchRequest request = RequestOf(way, picture->Result.Address);
     try {
-      picture->Temporary = MakeTemporary(folder / "picture");
+      picture->Temporary = MakeTemporary(run_.Output / "picture");
     } catch (const std::system_error& error) {
       return Fail(picture, "not saved: " + ReasonOf(error));
     }
