@@ -525,6 +525,11 @@ class TDescribedSourceRun {
     const fs::path path = run_.Output / picture.File.Path;
     picture.Result.Path = path;
     picture.Result.SlotTime = *picture.File.Slot;
+    if (FileSizeOf(path) >= 0) {
+      // Another copy of the program was faster.
+      CountPresent(picture.File.Slot);
+      return Leave(picture);
+    }
     SaveImage(picture.Tiles->Picture(), path);
     SetFileDateTime(path, *picture.File.Slot);
     picture.Tiles.reset();
