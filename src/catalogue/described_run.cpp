@@ -413,6 +413,8 @@ class TDescribedSourceRun {
     const auto modified = ParseHttpDate(answer.LastModified);
     const bool fixed = WayOf(*picture).IsFixedName();
     if (fixed && !modified) return Fail(picture, "the server names no date, which would be the slot");
+    if (fixed && *modified > now_ + std::chrono::days(1))
+      return Fail(picture, "the server dates the file ahead of now");
     const TDateTime slot = fixed ? SlotOfFixedName(source_.Time, *modified) : *picture->File.Slot;
     if (picture->File.Slot && slot != *picture->File.Slot)
       return Absent(picture, "the picture is of another slot");
