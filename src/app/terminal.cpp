@@ -33,7 +33,11 @@ namespace {
 class TLiveSettings {
  public:
   explicit TLiveSettings(const TTerminal& terminal) : store_(terminal.SettingsFile) {
-    OutputPath = Text("OutputPathLive", (terminal.Home / "Skyreel/Live").string());
+    std::string output = Text("OutputPathLive");
+    if (output.empty()) output = "Skyreel/Live";
+    if (output.starts_with("~/")) output.erase(0, 2);
+    // cron and a terminal start the program in different folders. An absolute path stays as it is.
+    OutputPath = terminal.Home / output;
     if (store_.HasValue("Timeout")) Shared.TimeoutSeconds = store_.ReadInteger("Timeout");
     if (store_.HasValue("UseProxy")) Shared.UseProxy = store_.ReadBoolean("UseProxy");
     Shared.ProxyServer = Text("ProxyServer");
