@@ -299,10 +299,11 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
   }
   batch.Started = clock.UtcNow();
   run.Recorder.BeginRun("--run " + command.Argument);
-  std::vector<TRunRecord> records = RunDescribedSources(described, wanted);
-  run.Recorder.EndRun(records);
-  std::ranges::move(records, std::back_inserter(batch.Runs));
+  const std::vector<TRunRecord> records = RunDescribedSources(described, wanted);
+  batch.Runs.insert(batch.Runs.end(), records.begin(), records.end());
   batch.Signal = run.Stopped;
+  batch.SideBySide = true;
+  run.Recorder.EndRun(records, batch.ExitCode());
   run.Display.AddStatusLine(batch.Line());
   run.Display.AddStatusLine(std::string("Skyreel - V") + SKYREEL_VERSION);
   try {
