@@ -461,6 +461,12 @@ class TDescribedSourceRun {
         CountPresent(last->SlotTime);
         return Leave(*picture);
       }
+      if (there && FileHash(path) == hash) {
+        // The journal was lost, or cannot be used.
+        Remember(*picture, hash);
+        CountPresent(slot);
+        return Leave(*picture);
+      }
       if (there) state = TFileState::Updated;
       if (!folders_.Make(path.parent_path())) return Leave(*picture);
     } else if (FileSizeOf(path) >= 0) {
@@ -541,8 +547,14 @@ class TDescribedSourceRun {
   // --- The end of a picture
 
   void Stored(TPicture& picture, TFileState state, const std::string& hash) {
-    TFileResult& result = picture.Result;
-    result.Outcome = TFileOutcome::Saved;
+    picture.Result.Outcome = TFileOutcome::Saved;
+    Remember(picture, hash);
+    EndPicture(picture, state, "");
+    Leave(picture);
+  }
+
+  void Remember(const TPicture& picture, const std::string& hash) {
+    const TFileResult& result = picture.Result;
     memory_.Remember({.Product = LabelOf(source_, CombinationOf(picture)),
                       .SlotTime = result.SlotTime,
                       .Address = result.Address,
@@ -552,8 +564,6 @@ class TDescribedSourceRun {
                       .ETag = result.ETag,
                       .LastModified = result.LastModified,
                       .Stamp = StampOf(picture)});
-    EndPicture(picture, state, "");
-    Leave(picture);
   }
 
   /// What the listing shows for a fixed name; see TPlanRequest::LastStamp.

@@ -96,6 +96,8 @@ TEST_F(TDescribedRunTest, AFixedNameIsNewOnlyWhenItsBytesAre) {
   EXPECT_EQ(run("c.d"), "0 new, 0 present, 0 not yet, 0 missing, 1 failed") << "another source has that file";
   EXPECT_EQ(run(), added);
   EXPECT_THAT(Lines(), Contains("chart_2600.gif - updated"));
+  std::filesystem::remove(Folder / "journal.sqlite");
+  EXPECT_EQ(run(), present) << "the journal is lost";
   EXPECT_THAT(Tree(), ElementsAre(Pair("2026-11/chart_2600.gif", body.size())));
 }
 
