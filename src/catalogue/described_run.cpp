@@ -467,6 +467,9 @@ class TDescribedSourceRun {
         CountPresent(slot);
         return Leave(*picture);
       }
+      // What this program stores has the slot's date.
+      if (there && !owner && GetFileDateTime(path) != slot)
+        return Refuse(picture, "a file that Skyreel did not store has this name");
       if (there) state = TFileState::Updated;
       if (!folders_.Make(path.parent_path())) return Leave(*picture);
     } else if (FileSizeOf(path) >= 0) {

@@ -99,6 +99,9 @@ TEST_F(TDescribedRunTest, AFixedNameIsNewOnlyWhenItsBytesAre) {
   std::filesystem::remove(Folder / "journal.sqlite");
   EXPECT_EQ(run(), present) << "the journal is lost";
   EXPECT_THAT(Tree(), ElementsAre(Pair("2026-11/chart_2600.gif", body.size())));
+  std::filesystem::remove(Folder / "journal.sqlite");
+  WriteOutput("2026-11/chart_2600.gif", "the user's own");
+  EXPECT_EQ(run(), "0 new, 0 present, 0 not yet, 0 missing, 1 failed");
 }
 
 TEST_F(TDescribedRunTest, AnotherWayAnotherFormatAndTilesMakeAPicture) {
