@@ -131,6 +131,11 @@ class TDescribedSourceRun {
       const auto last = LastOf(LabelOf(source_, combination), address);
       return last ? last->Stamp : "";
     };
+    // A long list and many choices take minutes, so a signal must come through.
+    request.Stopped = [this] {
+      context_.Clock.Sleep(std::chrono::milliseconds(0));
+      return context_.Run.StopRequested();
+    };
     return MakePlan(request);
   }
 
