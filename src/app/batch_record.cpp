@@ -77,7 +77,12 @@ json RunJson(const TRunRecord& run) {
 
 TRunCounts TBatchRecord::Total() const {
   TRunCounts total;
-  for (const TRunRecord& run : Runs) total += run.Counts;
+  double longest = 0;
+  for (const TRunRecord& run : Runs) {
+    total += run.Counts;
+    longest = std::max(longest, run.Counts.Seconds);
+  }
+  if (SideBySide) total.Seconds = longest;
   return total;
 }
 

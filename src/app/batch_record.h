@@ -23,6 +23,7 @@ struct TBatchRecord {
   std::vector<TRunRecord> Runs;
   std::vector<std::string> UnknownArguments;
   bool Signal = false;
+  bool SideBySide = false;  ///< the runs shared their time
 
   TRunCounts Total() const;
   /// The line that ends a batch.

@@ -1,7 +1,5 @@
 #include "app/journal_recorder.h"
 
-#include "app/batch_record.h"
-
 namespace skyreel {
 
 namespace {
@@ -54,11 +52,11 @@ void TJournalRecorder::Record(const TFileResult& result) {
                 .LastModified = result.LastModified});
 }
 
-void TJournalRecorder::EndRun(const std::vector<TRunRecord>& records) {
+void TJournalRecorder::EndRun(const std::vector<TRunRecord>& records, TExitCode code) {
   flush_timer_.stop();
   for (const TRunRecord& record : records)
     journal_.CountPresent(record.Source, record.Counts.Present, record.NewestPresent);
-  journal_.EndRun(static_cast<int>(TBatchRecord{{}, records, {}}.ExitCode()));
+  journal_.EndRun(static_cast<int>(code));
 }
 
 }  // namespace skyreel

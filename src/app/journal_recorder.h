@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "app/batch_record.h"
 #include "base/clock.h"
 #include "journal/journal.h"
 #include "transfer/file_result.h"
@@ -23,8 +24,8 @@ class TJournalRecorder {
   /// `what` is run: a source, or the ids of several.
   void BeginRun(const std::string& what);
   void Record(const TFileResult& result);
-  /// With the records of all sources of the run.
-  void EndRun(const std::vector<TRunRecord>& records);
+  /// With the records of all sources of the run, and the exit code that they give.
+  void EndRun(const std::vector<TRunRecord>& records, TExitCode code);
   TJournal& Journal() { return journal_; }
 
  private:

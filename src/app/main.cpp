@@ -1,3 +1,5 @@
+#include <fcntl.h>
+
 #include <QApplication>
 #include <QDir>
 #include <QLoggingCategory>
@@ -11,6 +13,7 @@
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
 #include "app/terminal.h"
+#include "base/descriptor.h"
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "settings/registry_store.h"
@@ -60,7 +63,14 @@ class TDocument {
   void Write(const std::string& document) {
     if (file_ == "-") return WriteLine(kStandardOutput, document);
     try {
-      WriteFileWhole(file_, document + "\n");
+      std::error_code ignored;
+      // A pipe or a device must not be replaced by a file.
+      if (std::filesystem::exists(file_, ignored) && !std::filesystem::is_regular_file(file_, ignored)) {
+        const TDescriptor out(::open(file_.c_str(), O_WRONLY | O_CLOEXEC));
+        if (!out.IsOpen() || !WriteAll(out.Get(), document + "\n")) ThrowErrno(file_);
+      } else {
+        WriteFileWhole(file_, document + "\n");
+      }
     } catch (const std::exception& error) {
       lost_ = true;
       WriteLine(kStandardError, "Skyreel: " + file_ + " cannot be written: " + ReasonOf(error));

@@ -229,7 +229,7 @@ void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& re
 
 void TFormMain::JobEnded(const TRunRecord& record) {
   if (batch_running_) batch_.Runs.push_back(record);
-  journal_.EndRun({record});
+  journal_.EndRun({record}, TBatchRecord{{}, {record}, {}}.ExitCode());
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();

@@ -33,7 +33,11 @@ namespace {
 class TLiveSettings {
  public:
   explicit TLiveSettings(const TTerminal& terminal) : store_(terminal.SettingsFile) {
-    OutputPath = Text("OutputPathLive", (terminal.Home / "Skyreel/Live").string());
+    std::string output = Text("OutputPathLive");
+    if (output.empty()) output = "Skyreel/Live";
+    if (output.starts_with("~/")) output.erase(0, 2);
+    // cron and a terminal start the program in different folders. An absolute path stays as it is.
+    OutputPath = terminal.Home / output;
     if (store_.HasValue("Timeout")) Shared.TimeoutSeconds = store_.ReadInteger("Timeout");
     if (store_.HasValue("UseProxy")) Shared.UseProxy = store_.ReadBoolean("UseProxy");
     Shared.ProxyServer = Text("ProxyServer");
@@ -298,10 +302,11 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
   }
   batch.Started = clock.UtcNow();
   run.Recorder.BeginRun("--run " + command.Argument);
-  std::vector<TRunRecord> records = RunDescribedSources(described, wanted);
-  run.Recorder.EndRun(records);
-  std::ranges::move(records, std::back_inserter(batch.Runs));
+  const std::vector<TRunRecord> records = RunDescribedSources(described, wanted);
+  batch.Runs.insert(batch.Runs.end(), records.begin(), records.end());
   batch.Signal = run.Stopped;
+  batch.SideBySide = true;
+  run.Recorder.EndRun(records, batch.ExitCode());
   run.Display.AddStatusLine(batch.Line());
   run.Display.AddStatusLine(std::string("Skyreel - V") + SKYREEL_VERSION);
   try {

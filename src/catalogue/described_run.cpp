@@ -35,6 +35,7 @@ namespace {
 /// So many pictures of a source wait in the queue at once: enough for its hosts, few for the memory.
 constexpr int kPicturesAtOnce = 6;
 constexpr int kMostListPages = 1'000;
+constexpr std::size_t kMostListEntries = 2'000'000;  ///< of all its pages
 constexpr std::size_t kMostTimes = 100'000;
 
 /// Reads one page of a list. `next_page` gets the token of the page after it, if there is one.
@@ -131,6 +132,11 @@ class TDescribedSourceRun {
       const auto last = LastOf(LabelOf(source_, combination), address);
       return last ? last->Stamp : "";
     };
+    // A long list and many choices take minutes, so a signal must come through.
+    request.Stopped = [this] {
+      context_.Clock.Sleep(std::chrono::milliseconds(0));
+      return context_.Run.StopRequested();
+    };
     return MakePlan(request);
   }
 
@@ -170,6 +176,7 @@ class TDescribedSourceRun {
     std::string FailedWhy, RefusedWhy, AbsentWhy;  ///< of the ways so far; empty: none ended so
     bool LeftOut = false;                          ///< not asked, and the queue says so
     TTemporary Temporary;
+    TPictureAddresses Addresses;  ///< of the way
     std::unique_ptr<TTileGrid> Tiles;
     int TilesMissing = 0;
     std::string Stamp;
@@ -203,6 +210,10 @@ class TDescribedSourceRun {
         if (!why.empty()) throw EListError(why);
         TListAnswer read = ReadAnswer(list, answer.Text, next_page);
         std::vector<TListEntry>& entries = lists_[list].Entries;
+        if (page == kMostListPages && !next_page.empty())
+          throw EListError("the bucket's list has more than 1,000 pages");
+        if (entries.size() + read.Entries.size() > kMostListEntries)
+          throw EListError("the list has too many entries");
         entries.insert(entries.end(), std::make_move_iterator(read.Entries.begin()),
                        std::make_move_iterator(read.Entries.end()));
         lists_[list].HasTime = std::move(read.HasTime);
@@ -211,7 +222,7 @@ class TDescribedSourceRun {
         if (answer.End != TFetchEnd::Stopped) ListFailed(list, error.what());
       }
     }
-    if (!next_page.empty() && page < kMostListPages && !lists_[documents_[address].front()].Failed) {
+    if (!next_page.empty() && !lists_[documents_[address].front()].Failed) {
       return AskPage(address, address + "&continuation-token=" + PercentEncode(next_page, "+/=&?#%"),
                      page + 1);
     }
@@ -325,13 +336,14 @@ class TDescribedSourceRun {
   const TWay& WayOf(const TPicture& picture) const { return source_.Ways[PlannedOf(picture).Way]; }
 
   void TryWay(const TPicturePtr& picture) {
+    picture->Tiles.reset();
     if (picture->Way == picture->File.Ways.size()) return EndWithout(*picture);
     const TPlannedWay& planned = PlannedOf(*picture);
     const TWay& way = WayOf(*picture);
-    const TPictureAddresses addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
+    picture->Addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
     picture->DropTemporary();
-    picture->Result.Address = addresses.Addresses.front().Text;
-    for (const TAddress& address : addresses.Addresses) {
+    picture->Result.Address = picture->Addresses.Addresses.front().Text;
+    for (const TAddress& address : picture->Addresses.Addresses) {
       if (!address.Problem.empty()) return Refuse(picture, address.Problem);
     }
     if (way.IsFixedName() && !source_.IsFixedName()) {
@@ -340,7 +352,7 @@ class TDescribedSourceRun {
       if (!fresh && known->second != picture->File.Slot)
         return Absent(picture, "the picture is of another slot");
     }
-    if (way.Tiles) return FetchTiles(picture, addresses);
+    if (way.Tiles) return FetchTiles(picture);
     FetchOne(picture, way);
   }
   void NextWay(const TPicturePtr& picture) {
@@ -371,11 +383,12 @@ class TDescribedSourceRun {
 
   void FetchOne(const TPicturePtr& picture, const TWay& way) {
     const fs::path path = run_.Output / picture->File.Path;
-    const fs::path folder = picture->File.Slot ? path.parent_path() : run_.Output;
-    if (!folders_.Make(folder)) return Leave(*picture);
+    if (picture->File.Slot && !folders_.Make(path.parent_path())) return Leave(*picture);
+    // What a killed run leaves here the next one finds, whatever folders that fills.
+    if (!folders_.Make(run_.Output)) return Leave(*picture);
     TFetchRequest request = RequestOf(way, picture->Result.Address);
     try {
-      picture->Temporary = MakeTemporary(folder / "picture");
+      picture->Temporary = MakeTemporary(run_.Output / "picture");
     } catch (const std::system_error& error) {
       return Fail(picture, "not saved: " + ReasonOf(error));
     }
@@ -423,15 +436,20 @@ class TDescribedSourceRun {
 
   void PictureArrived(const TPicturePtr& picture, const TFetchAnswer& answer) {
     if (answer.End == TFetchEnd::Answered && answer.Code == 304) {
-      Fire(run_.OnAnswer, answer);
+      // Only a fixed name's request allows this answer, and the file may be gone since.
       const auto last = LastOf(LabelOf(source_, CombinationOf(*picture)), picture->Result.Address);
-      CountPresent(last ? std::optional(last->SlotTime) : std::nullopt);
-      return Leave(*picture);
+      if (last && WayOf(*picture).IsFixedName()) {
+        Fire(run_.OnAnswer, answer);
+        CountPresent(last->SlotTime);
+        return Leave(*picture);
+      }
     }
     if (!HasBody(picture, answer)) return;
     const auto modified = ParseHttpDate(answer.LastModified);
     const bool fixed = WayOf(*picture).IsFixedName();
     if (fixed && !modified) return Fail(picture, "the server names no date, which would be the slot");
+    if (fixed && *modified > now_ + std::chrono::days(1))
+      return Fail(picture, "the server dates the file ahead of now");
     const TDateTime slot = fixed ? SlotOfFixedName(source_.Time, *modified) : *picture->File.Slot;
     if (fixed) slots_of_names_[picture->Result.Address] = slot;
     if (picture->File.Slot && slot != *picture->File.Slot)
@@ -479,6 +497,15 @@ class TDescribedSourceRun {
         CountPresent(last->SlotTime);
         return Leave(*picture);
       }
+      if (there && FileHash(path) == hash) {
+        // The journal was lost, or cannot be used.
+        Remember(*picture, hash);
+        CountPresent(slot);
+        return Leave(*picture);
+      }
+      // What this program stores has the slot's date.
+      if (there && !owner && GetFileDateTime(path) != slot)
+        return Refuse(picture, "a file that Skyreel did not store has this name");
       if (there) state = TFileState::Updated;
       if (!folders_.Make(path.parent_path())) return Leave(*picture);
     } else if (FileSizeOf(path) >= 0) {
@@ -501,58 +528,55 @@ class TDescribedSourceRun {
 
   // --- Tiles
 
-  void FetchTiles(const TPicturePtr& picture, const TPictureAddresses& addresses) {
+  void FetchTiles(const TPicturePtr& picture) {
     if (!folders_.Make((run_.Output / picture->File.Path).parent_path())) return Leave(*picture);
-    picture->Tiles = std::make_unique<TTileGrid>(addresses.Columns, addresses.Rows);
-    picture->TilesMissing = addresses.Columns * addresses.Rows;
+    const TPictureAddresses& all = picture->Addresses;
+    picture->Tiles = std::make_unique<TTileGrid>(all.Columns, all.Rows);
+    picture->TilesMissing = all.Columns * all.Rows;
     // The first tile comes alone: it tells whether the server has the picture.
-    FetchTile(picture, picture->Way, addresses, 0);
+    FetchTile(picture, 0);
   }
 
-  void FetchTile(const TPicturePtr& picture, std::size_t attempt, const TPictureAddresses& addresses,
-                 int index) {
-    TFetchRequest request =
-        RequestOf(WayOf(*picture), addresses.Addresses[static_cast<std::size_t>(index)].Text);
-    request.Group = addresses.Addresses.front().Text;
-    request.Done = [this, picture, attempt, addresses, index](const TFetchAnswer& answer) {
-      // The picture may have been given up for another tile.
-      if (picture->Way == attempt && picture->Tiles) TileArrived(picture, addresses, index, answer);
+  void FetchTile(const TPicturePtr& picture, int index) {
+    const std::vector<TAddress>& addresses = picture->Addresses.Addresses;
+    TFetchRequest request = RequestOf(WayOf(*picture), addresses[static_cast<std::size_t>(index)].Text);
+    request.Group = addresses.front().Text;
+    // The picture may have been given up for another tile.
+    request.IsWanted = [picture, attempt = picture->Way] {
+      return picture->Way == attempt && picture->Tiles != nullptr;
+    };
+    request.Done = [this, picture, index, wanted = request.IsWanted](const TFetchAnswer& answer) {
+      if (wanted()) TileArrived(picture, index, answer);
     };
     queue_.Add(std::move(request));
   }
 
-  void TileArrived(const TPicturePtr& picture, const TPictureAddresses& addresses, int index,
-                   const TFetchAnswer& answer) {
-    // The next way may bring tiles of its own.
-    auto tiles = std::move(picture->Tiles);
+  void TileArrived(const TPicturePtr& picture, int index, const TFetchAnswer& answer) {
     if (!HasBody(picture, answer)) return;
-    picture->Tiles = std::move(tiles);
     const TWay& way = WayOf(*picture);
+    const int columns = picture->Addresses.Columns;
     const TDateTime modified = ParseHttpDate(answer.LastModified).value_or(TDateTime());
-    const std::size_t attempt = picture->Way;
     try {
       const TVerdict verdict = JudgeBytes(answer.Text, way, {answer.Length, modified, *picture->File.Slot});
-      if (verdict.Kind != TVerdictKind::Whole) {
-        picture->Tiles.reset();
-        Accept(picture, verdict);
-        return;
-      }
-      picture->Tiles->Put(index % addresses.Columns, index / addresses.Columns, ExtensionOf(way.Type),
-                          answer.Text);
+      if (!Accept(picture, verdict)) return;
+      picture->Tiles->Put(index % columns, index / columns, ExtensionOf(way.Type), answer.Text);
       if (--picture->TilesMissing == 0) return StoreTiles(*picture);
     } catch (const std::exception& error) {
-      picture->Tiles.reset();
       return Fail(picture, ReasonOf(error));
     }
     if (index != 0) return;
-    for (int other = 1; other < addresses.Columns * addresses.Rows; ++other)
-      FetchTile(picture, attempt, addresses, other);
+    for (int other = 1; other < columns * picture->Addresses.Rows; ++other) FetchTile(picture, other);
   }
 
   void StoreTiles(TPicture& picture) {
     const fs::path path = run_.Output / picture.File.Path;
     picture.Result.Path = path;
     picture.Result.SlotTime = *picture.File.Slot;
+    if (FileSizeOf(path) >= 0) {
+      // Another copy of the program was faster.
+      CountPresent(picture.File.Slot);
+      return Leave(picture);
+    }
     SaveImage(picture.Tiles->Picture(), path);
     SetFileDateTime(path, *picture.File.Slot);
     picture.Tiles.reset();
@@ -562,8 +586,14 @@ class TDescribedSourceRun {
   // --- The end of a picture
 
   void Stored(TPicture& picture, TFileState state, const std::string& hash) {
-    TFileResult& result = picture.Result;
-    result.Outcome = TFileOutcome::Saved;
+    picture.Result.Outcome = TFileOutcome::Saved;
+    Remember(picture, hash);
+    EndPicture(picture, state, "");
+    Leave(picture);
+  }
+
+  void Remember(const TPicture& picture, const std::string& hash) {
+    const TFileResult& result = picture.Result;
     memory_.Remember({.Product = LabelOf(source_, CombinationOf(picture)),
                       .SlotTime = result.SlotTime,
                       .Address = result.Address,
@@ -573,8 +603,6 @@ class TDescribedSourceRun {
                       .ETag = result.ETag,
                       .LastModified = result.LastModified,
                       .Stamp = StampOf(picture)});
-    EndPicture(picture, state, "");
-    Leave(picture);
   }
 
   /// What the listing shows for a fixed name; see TPlanRequest::LastStamp.
@@ -658,7 +686,8 @@ class TDescribedSourceRun {
           ++deleted;
         memory_.Forget(file.Path);
       }
-      if (old.size() < 1'000) break;
+      // While the journal cannot be written, the same files would come again.
+      if (old.size() < 1'000 || !run_.Journal.Flush()) break;
     }
     if (deleted > 0) {
       context_.Display.AddStatusLine(source_.Title + ": deleted " + std::to_string(deleted) +

@@ -366,6 +366,7 @@ TPlan MakePlan(const TPlanRequest& request) {
     return true;
   });
   for (std::size_t i = 0; i < plan.Combinations.size(); ++i) {
+    if (request.Stopped && request.Stopped()) break;
     auto files = TCombinationPlanner(request, i, plan.Combinations[i], lists).Plan();
     std::ranges::move(files, std::back_inserter(plan.Files));
   }

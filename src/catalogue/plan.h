@@ -60,6 +60,8 @@ struct TPlanRequest {
   std::function<TDateTime(const TCombination& combination, TDateTime slot)> AskAgainAt = {};
   /// The stamp that a listing showed when the file of a fixed name was last fetched; empty without.
   std::function<std::string(const TCombination& combination, const std::string& address)> LastStamp = {};
+  /// Asked before each combination, if set. True ends the plan, which then lacks the rest.
+  std::function<bool()> Stopped = {};
 };
 
 enum class TPlanState {

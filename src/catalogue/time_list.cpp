@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <optional>
 #include <queue>
+#include <utility>
 
 #include "base/exceptions.h"
 #include "base/text.h"
@@ -17,6 +19,12 @@ using TSpan = TDateTime::TSpan;
 
 /// Of all ranges together, for one answer.
 constexpr std::size_t kMostSteps = 2'000'000;
+/// Each is looked at for each slot; single times may be more.
+constexpr std::ptrdiff_t kMostRanges = 10'000;
+
+bool IsSingle(const TTimeRange& range) {
+  return range.First == range.Last;
+}
 
 /// The text up to `separator`, which is taken off `text` with it.
 std::string_view TakeUntil(std::string_view& text, char separator) {
@@ -124,11 +132,18 @@ std::vector<TTimeRange> ReadTimeList(std::string_view text) {
     TTimeRange range{*first, *last, {}, 0};
     if (part.empty() || ReadPeriod(part, range)) ranges.push_back(range);
   }
+  std::ranges::sort(ranges, std::less(),
+                    [](const TTimeRange& range) { return std::pair(!IsSingle(range), range.First); });
+  if (ranges.end() - std::ranges::partition_point(ranges, IsSingle) > kMostRanges)
+    throw EListError("the list has too many ranges of time");
   return ranges;
 }
 
 bool HasTime(const std::vector<TTimeRange>& ranges, TDateTime time) {
-  return std::any_of(ranges.begin(), ranges.end(), [&](const TTimeRange& range) {
+  const auto longer = std::ranges::partition_point(ranges, IsSingle);
+  const auto single = std::ranges::lower_bound(ranges.begin(), longer, time, {}, &TTimeRange::First);
+  if (single != longer && single->First == time) return true;
+  return std::any_of(longer, ranges.end(), [&](const TTimeRange& range) {
     if (time < range.First || time > range.Last) return false;
     const bool every = range.Step == TSpan() && range.StepMonths == 0;
     return every || TimeAt(range, LastNotAfter(range, time)) == time;
@@ -155,8 +170,7 @@ std::vector<TDateTime> TimesWithin(const std::vector<TTimeRange>& ranges, TDateT
   }
   for (const TTimeRange& end : ends) push(end, LastNotAfter(end, last));
   std::vector<TDateTime> times;
-  for (std::size_t steps = 0; !next.empty() && times.size() < most; ++steps) {
-    if (steps == kMostSteps) throw EListError("the list has too many times");
+  for (std::size_t steps = 0; !next.empty() && times.size() < most && steps < kMostSteps; ++steps) {
     const TNext newest = next.top();
     next.pop();
     if (times.empty() || times.back() != newest.Time) times.push_back(newest.Time);

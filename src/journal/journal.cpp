@@ -102,16 +102,17 @@ void TJournal::Write(std::function<void(TDatabase& database)> change) {
     Flush();
 }
 
-void TJournal::Flush() {
+bool TJournal::Flush() {
   last_flush_ = std::chrono::steady_clock::now();
   WriteCounts();
-  if (waiting_.empty()) return;
+  if (waiting_.empty()) return true;
   const bool written = file_.Use([this](TDatabase& database) {
     TTransaction transaction(database);
     for (const auto& change : waiting_) change(database);
     transaction.Commit();
   });
   if (written) waiting_.clear();
+  return written;
 }
 
 void TJournal::WriteCounts() {

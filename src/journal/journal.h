@@ -111,7 +111,8 @@ class TJournal {
   /// Counts files that were there already; the newest of them has this slot time (zero: unknown). With 0
   /// files it tells that the source took part in the run.
   void CountPresent(const std::string& source, std::int64_t files, TDateTime newest_slot = {});
-  void Flush();
+  /// False when rows still wait.
+  bool Flush();
   void EndRun(int exit_code);
 
   // --- Questions. They see all that was added.

@@ -616,8 +616,13 @@ void THttpsClient::Finish(TTransfer& transfer, int library_code) {
 bool THttpsClient::GoesOn(TTransfer& transfer, int library_code) {
   const auto code = static_cast<CURLcode>(library_code);
   if (transfer.Failure) std::rethrow_exception(transfer.Failure);
-  if (code == CURLE_OPERATION_TIMEDOUT && transfer.Request.TimeOut > 0) throw transfer.NoAnswer();
   const std::string server = ServerOf(transfer.Url);
+  if (code == CURLE_OPERATION_TIMEDOUT && transfer.Request.TimeOut > 0) {
+    const ESockError why = transfer.NoAnswer();
+    if (transfer.Sent) throw why;
+    throw EConnectError(why.what(),
+                        "cannot be reached: no answer within " + Seconds(transfer.Request.TimeOut));
+  }
   if ((code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM) && !transfer.Http1) {
     http1_servers_.insert(server);
     // Of a body that has begun the sink has a part already.

@@ -185,6 +185,7 @@ void TFetchQueue::Start(THost& host) {
   host.Waiting.pop_front();
   TItem& item = *owned;
   const TFetchRequest& wanted = item.Request;
+  if (wanted.IsWanted && !wanted.IsWanted()) return;
 
   THttpsRequest request;
   request.Url = wanted.Url;

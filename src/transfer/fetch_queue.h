@@ -60,6 +60,8 @@ struct TFetchRequest {
   std::string Group;
   /// Least time from one request to the next at this host. Of all requests to a host the longest holds.
   std::chrono::milliseconds Gap{0};
+  /// Asked before each try, if set. False drops the request without a call of Done.
+  std::function<bool()> IsWanted;
   /// Called exactly once, in Run. May add requests. Must not throw.
   std::function<void(const TFetchAnswer& answer)> Done;
 };

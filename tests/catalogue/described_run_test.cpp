@@ -54,6 +54,9 @@ class TDescribedRunTest : public test::TJobTest {
 TEST_F(TDescribedRunTest, GoesBackFromTheNewestSlotUntilAPictureIsWhole) {
   const std::string time = "every = \"1h\"\ngrace = \"30m\"\nwalk_back = 2", get = "url = \"{S}/{%d%H}.gif\"";
   Server.Answer("/2605.gif", gif_.substr(0, gif_.size() / 2));
+  Server.Answer("/2604.gif", "", {}, "304 Not Modified");
+  EXPECT_EQ(Counts(time, get, "{%d%H}.gif"), "0 new, 0 present, 1 not yet, 0 missing, 2 failed");
+  Lines();
   Server.Answer("/2604.gif", gif_);
   EXPECT_EQ(Counts(time, get, "{%d%H}.gif"), "1 new, 0 present, 1 not yet, 0 missing, 1 failed");
   EXPECT_THAT(Lines(),
@@ -93,7 +96,12 @@ TEST_F(TDescribedRunTest, AFixedNameIsNewOnlyWhenItsBytesAre) {
   EXPECT_EQ(run("c.d"), "0 new, 0 present, 0 not yet, 0 missing, 1 failed") << "another source has that file";
   EXPECT_EQ(run(), added);
   EXPECT_THAT(Lines(), Contains("chart_2600.gif - updated"));
+  std::filesystem::remove(Folder / "journal.sqlite");
+  EXPECT_EQ(run(), present) << "the journal is lost";
   EXPECT_THAT(Tree(), ElementsAre(Pair("2026-11/chart_2600.gif", body.size())));
+  std::filesystem::remove(Folder / "journal.sqlite");
+  WriteOutput("2026-11/chart_2600.gif", "the user's own");
+  EXPECT_EQ(run(), "0 new, 0 present, 0 not yet, 0 missing, 1 failed");
 }
 
 TEST_F(TDescribedRunTest, AnotherWayAnotherFormatAndTilesMakeAPicture) {
@@ -107,6 +115,10 @@ TEST_F(TDescribedRunTest, AnotherWayAnotherFormatAndTilesMakeAPicture) {
   EXPECT_EQ(Counts(time, tiles, "t{%d}.png"), "0 new, 0 present, 0 not yet, 1 missing, 0 failed");
   Server.Answer("/t01.gif?26", gif_);
   Clock.Now = Clock.Now + std::chrono::hours(1);
+  const std::string tall = "[[alternate]]\ntype = \"image/gif\"\nurl = \"{S}/t{y}{x}.gif?{%d}\"\n";
+  EXPECT_EQ(Counts(time, ReplaceAll(tiles, "/t", "/no") + "\n" + tall + "tiles = { columns = 2, rows = 1 }",
+                   "u{%d}.png"),
+            "1 new, 0 present, 0 not yet, 0 missing, 0 failed");
   EXPECT_EQ(Counts(time, tiles, "t{%d}.png"), "1 new, 0 present, 0 not yet, 0 missing, 0 failed");
   // A tile is missing in the first way; the fixed name of the last one has yesterday's picture.
   const std::string ways =
