@@ -289,7 +289,8 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
   if (command.DryRun) {
     for (const TWantedSource& each : wanted) {
       Print(terminal, each.Source.Title + " (" + each.Source.Id + ")");
-      Print(terminal, PlanText(each.Source, PlanOffline(described, each), clock.UtcNow()));
+      const TPlan plan = PlanOffline(described.Journal, described.Output, clock.UtcNow(), each);
+      Print(terminal, PlanText(each.Source, plan, clock.UtcNow()));
     }
     return static_cast<int>(batch.ExitCode());
   }

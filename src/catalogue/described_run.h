@@ -34,8 +34,9 @@ struct TDescribedRun {
   std::function<void(const TFetchAnswer& answer)> OnAnswer = {};
 };
 
-/// The plan of a source as far as no server is asked.
-TPlan PlanOffline(TDescribedRun& run, const TWantedSource& wanted);
+/// The plan of a source as far as no server is asked. The sources' folders are below `output`.
+TPlan PlanOffline(TJournal& journal, const std::filesystem::path& output, TDateTime now,
+                  const TWantedSource& wanted);
 
 /// Fetches what is wanted of these sources, several hosts side by side, and gives each source's record in
 /// their order. A source asks its lists first. A picture is tried in its ways one after the other, and judged
