@@ -42,4 +42,9 @@ fs::path StateFolder() {
          QCoreApplication::applicationName().toStdString();
 }
 
+std::string FromHome(const std::string& path, const std::filesystem::path& home) {
+  constexpr char kBegin[] = {'~', static_cast<char>(std::filesystem::path::preferred_separator)};
+  return path.starts_with(std::string_view(kBegin, 2)) ? home.string() + path.substr(1) : path;
+}
+
 }  // namespace skyreel

@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QTimeEdit>
 
+#include "app/program_folder.h"
 #include "settings/persisted_controls.h"
 
 namespace skyreel {
@@ -74,9 +75,7 @@ void TSourcePage::PrepareControls() {
 }
 
 std::string TSourcePage::OutputPath() const {
-  QString path = output_path_->text();
-  if (path.startsWith(QString("~") + QDir::separator())) path.replace(0, 1, QDir::homePath());
-  return path.toStdString();
+  return FromHome(output_path_->text().toStdString(), QDir::homePath().toStdString());
 }
 
 void TSourcePage::ShowRunState(TRunState state) {

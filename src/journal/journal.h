@@ -84,6 +84,8 @@ enum class TSourceHealth {
   Late,     ///< at the last run its newest file was older than it should be
   Failing,  ///< the last three runs failed
 };
+/// "never run", "fresh", "late", "failing".
+const char* HealthText(TSourceHealth health);
 
 /// What became of runs and files, kept for a year in one database file. Files that were present are counted,
 /// not kept as rows. Several copies of the program may use the file at once. A damaged file is renamed to
