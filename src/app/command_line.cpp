@@ -37,7 +37,7 @@ std::string HelpText() {
     add(names,
         std::string("fetch \"") + source.Caption + "\"" + (source.HasJob() ? "" : " (not in this version)"));
   }
-  add("-ALL", "fetch all of them, minimised, then close");
+  add("-ALL", "fetch all of them but \"Live\", minimised, then close");
   add("-MIN", "minimise the window first");
   add("-DIAL", "dial the default Internet connection first (Windows)");
   add("-CLOSE", "close the program when all is fetched");

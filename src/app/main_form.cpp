@@ -59,9 +59,10 @@ void TFormMain::FormCreate() {
                                environment_.WatchdogPeriod, environment_.Document != nullptr,
                                [this] { return ReadShared(); }});
   runner_->SetHttps(CaFile_.Value.toStdString(), HostOverrides_.Value.toStdString());
-  tabs_ = std::make_unique<TSourceTabs>(*ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
-                                        environment_.Store, environment_.ProgramFolder,
-                                        runner_->WinInet() != nullptr);
+  tabs_ = std::make_unique<TSourceTabs>(
+      *ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
+      TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
+                       journal_.Journal(), environment_.SourceFolders, [this] { return UtcNow(); }});
   OrderFocus();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
@@ -103,12 +104,16 @@ void TFormMain::OrderFocus() {
 }
 
 void TFormMain::WireEvents() {
-  runner_->OnEnd = [this](const TRunRecord& record) { JobEnded(record); };
+  runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
     page->OnMessage = [this](const std::string& subject, const std::string& text) {
       ShowMessage(subject, text);
     };
+    page->OnAsk = [this](const std::string& subject, const std::string& text,
+                         const std::function<void()>& yes) { Ask(subject, text, yes); };
+    page->IsBusy = [this] { return Busy(); };
+    page->IsUnattended = [this] { return batch_running_ || environment_.Headless; };
   }
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
@@ -227,9 +232,9 @@ void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& re
   batch_.Runs.push_back(std::move(record));
 }
 
-void TFormMain::JobEnded(const TRunRecord& record) {
-  if (batch_running_) batch_.Runs.push_back(record);
-  journal_.EndRun({record});
+void TFormMain::JobEnded(const std::vector<TRunRecord>& records) {
+  if (batch_running_) batch_.Runs.insert(batch_.Runs.end(), records.begin(), records.end());
+  journal_.EndRun(records);
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
@@ -288,6 +293,21 @@ void TFormMain::ShowMessage(const std::string& subject, const std::string& text)
   auto* box = new QMessageBox(QMessageBox::Information, QString::fromStdString(subject),
                               QString::fromStdString(text), QMessageBox::Ok, this);
   box->setAttribute(Qt::WA_DeleteOnClose);
+  box->open();
+}
+
+void TFormMain::Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes) {
+  auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(subject),
+                              QString::fromStdString(text), QMessageBox::Yes | QMessageBox::No, this);
+  box->setTextFormat(Qt::PlainText);
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  // Queued: a run may follow, and the box must be gone before it.
+  connect(
+      box, &QMessageBox::finished, this,
+      [yes](int answer) {
+        if (answer == QMessageBox::Yes) yes();
+      },
+      Qt::QueuedConnection);
   box->open();
 }
 

@@ -43,8 +43,9 @@ fs::path StateFolder() {
 }
 
 std::string FromHome(const std::string& path, const std::filesystem::path& home) {
-  constexpr char kBegin[] = {'~', static_cast<char>(std::filesystem::path::preferred_separator)};
-  return path.starts_with(std::string_view(kBegin, 2)) ? home.string() + path.substr(1) : path;
+  const bool at_home = path.starts_with("~/") || (path.size() > 1 && path[0] == '~' &&
+                                                  path[1] == std::filesystem::path::preferred_separator);
+  return at_home ? home.string() + path.substr(1) : path;
 }
 
 }  // namespace skyreel

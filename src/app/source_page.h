@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "base/event.h"
+#include "catalogue/catalogue.h"
+#include "journal/journal.h"
 #include "settings/check_list_box.h"
 #include "settings/registry_store.h"
 #include "sources/job_context.h"
@@ -20,12 +22,19 @@ class QTimeEdit;
 
 namespace skyreel {
 
-/// What a page is made from.
-struct TPageContext {
-  const TSource& Source;
+/// What all pages are made from.
+struct TPageEnvironment {
   TRegistryStore& Store;  ///< outlives the page
   std::filesystem::path ProgramFolder;
-  bool HasWinInet = false;  ///< the operating system's Internet library is there
+  bool HasWinInet;    ///< the operating system's Internet library is there
+  TJournal& Journal;  ///< outlives the page
+  TSourceFolders SourceFolders;
+  std::function<TDateTime()> UtcNow;
+};
+
+/// What one page is made from.
+struct TPageContext : TPageEnvironment {
+  const TSource& Source;
 };
 
 /// What a press of a Run button does: start the job, stop it, or abort the file that the stop waits for.
@@ -56,6 +65,11 @@ class TSourcePage : public QWidget {
   std::function<void(const TJob& job)> OnRun;
   /// Tells the user something about a subject.
   std::function<void(const std::string& subject, const std::string& text)> OnMessage;
+  /// Asks the user, and calls `yes` later if the answer is yes.
+  std::function<void(const std::string& subject, const std::string& text, const std::function<void()>& yes)>
+      OnAsk;
+  std::function<bool()> IsBusy;        ///< a job is running
+  std::function<bool()> IsUnattended;  ///< a batch is running: nobody answers a question
 
  protected:
   explicit TSourcePage(TPageContext context) : context_(std::move(context)) {}

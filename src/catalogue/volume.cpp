@@ -17,9 +17,7 @@ void Add(TVolume& volume, const TDescription& source, const TCombination& combin
   const auto way =
       std::ranges::find_if(source.Ways, [&](const TWay& each) { return each.Serves(combination); });
   const auto size = way == source.Ways.end() ? std::nullopt : way->TypicalSize;
-  volume.Pictures += pictures;
-  volume.Bytes += pictures * size.value_or(0);
-  volume.AllSizesKnown = volume.AllSizesKnown && size;
+  volume += {pictures, pictures * size.value_or(0), size.has_value()};
 }
 
 std::string Count(std::int64_t number, const std::string& what) {
@@ -28,8 +26,15 @@ std::string Count(std::int64_t number, const std::string& what) {
 
 }  // namespace
 
-std::string TVolume::Text() const {
-  std::string text = Count(Pictures, "picture");
+TVolume& TVolume::operator+=(const TVolume& other) {
+  Pictures += other.Pictures;
+  Bytes += other.Bytes;
+  AllSizesKnown = AllSizesKnown && other.AllSizesKnown;
+  return *this;
+}
+
+std::string TVolume::TextWith(const char* period) const {
+  std::string text = Count(Pictures, "picture") + period;
   if (Bytes > 0) text += (AllSizesKnown ? ", about " : ", more than ") + SizeText(Bytes);
   return text;
 }

@@ -9,13 +9,21 @@
 namespace skyreel {
 
 /// So many pictures, and what they may weigh.
-struct TVolume {
+class TVolume {
+ public:
   std::int64_t Pictures = 0;
   std::int64_t Bytes = 0;     ///< of those whose usual size the description tells
   bool AllSizesKnown = true;  ///< it tells the size of each
 
-  /// "144 pictures", with "144 pictures, about 130 MB" when a size is known, and "more than" when one is not.
-  std::string Text() const;
+  TVolume& operator+=(const TVolume& other);
+
+  /// "3 pictures"; with known sizes "3 pictures, about 2 MB", with only some "3 pictures, more than 2 MB".
+  std::string Text() const { return TextWith(""); }
+  /// The same of a day: "144 pictures a day, about 130 MB".
+  std::string DailyText() const { return TextWith(" a day"); }
+
+ private:
+  std::string TextWith(const char* period) const;
 };
 
 /// What the ticked pictures of a source come to in a day; nothing when only the server knows that.

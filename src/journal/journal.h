@@ -118,6 +118,9 @@ class TJournal {
 
   // --- Questions. They see all that was added.
 
+  /// Whether there is a file to ask. The other questions make one.
+  bool FileExists() const { return file_.Exists(); }
+
   /// The number of the current run, or else of the last one; 0 before the first.
   std::int64_t RunNumber();
   /// The newest rows first.

@@ -11,6 +11,12 @@ namespace skyreel {
 
 const std::vector<TSource>& Sources() {
   static const std::vector<TSource> sources = {
+      {.Caption = "Live",
+       .Page = "live",
+       .OutputFolder = "Live",
+       .Switches = {"-LIVE"},
+       .ShownAtStart = true,
+       .Described = true},
       {.Caption = "Weather data",
        .Page = "weather_data",
        .OutputFolder = "Bracknell",
