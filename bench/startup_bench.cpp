@@ -70,7 +70,8 @@ int main(int argc, char** argv) {
                            .Clock = nullptr,
                            .Bell = {},
                            .Output = {},
-                           .ErrorOutput = {}});
+                           .ErrorOutput = {},
+                           .Document = {}});
   const TFirstPaint first_paint(form);
   form.show();
   return QApplication::exec();

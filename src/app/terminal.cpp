@@ -232,6 +232,9 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
   batch.UnknownArguments = unknown;
   for (const std::string& argument : unknown)
     Fire(terminal.ErrorOutput, "\"" + argument + "\" does not go with --run; see Skyreel --help");
+  // "--dryrun" must not fetch.
+  const auto is_option = [](const std::string& argument) { return argument.starts_with("--"); };
+  if (std::ranges::any_of(unknown, is_option)) return static_cast<int>(TExitCode::UnknownArgument);
   std::vector<TWantedSource> wanted;
   for (const std::string& id : FromCommaText(command.Argument)) {
     const TDescription* const source = FindSource(terminal, catalogue, id);

@@ -13,6 +13,7 @@
 #include "base/files.h"
 #include "base/text.h"
 #include "catalogue/folder_scan.h"
+#include "catalogue/found_slots.h"
 #include "catalogue/json_list.h"
 #include "catalogue/listing.h"
 #include "catalogue/slot_grid.h"
@@ -64,11 +65,11 @@ TListAnswer ReadAnswer(const TListRequest& request, const std::string& text, std
   return answer;
 }
 
-bool HasFormatOf(const fs::path& path, TFileType type) {
+/// Whether the name asks for another format than the picture has, so that it is written anew.
+bool AsksForOtherFormat(const fs::path& path, TFileType type) {
   const std::string extension = LowerCase(path.extension().string());
-  return extension == ExtensionOf(type) || (type == TFileType::Jpeg && extension == ".jpeg") ||
-         (type == TFileType::Tiff && extension == ".tiff") ||
-         (type != TFileType::Jpeg && extension != ".jpg" && extension != ".jpeg" && extension != ".png");
+  if (extension == ".png") return type != TFileType::Png;
+  return (extension == ".jpg" || extension == ".jpeg") && type != TFileType::Jpeg;
 }
 
 // --- The plan of one source ------------------------------------------------------------------------------
@@ -265,7 +266,34 @@ class TDescribedSourceRun {
 
   // --- Pictures
 
+  /// Says when nothing in a list fits: the description then most likely has a wrong name.
+  void ReportUnfitLists() {
+    constexpr std::size_t kEnough = 1'000;
+    for (const auto& [list, answer] : lists_) {
+      if (answer.Entries.empty() ||
+          Fits({.Entries = {answer.Entries.begin(),
+                            answer.Entries.begin() +
+                                static_cast<std::ptrdiff_t>(std::min(kEnough, answer.Entries.size()))}}))
+        continue;
+      context_.Display.AddStatusLine(source_.Title + ": no name in the list " + list.Address + " fits (" +
+                                     std::to_string(answer.Entries.size()) + " names, such as \"" +
+                                     WithoutControls(answer.Entries.front().Text) + "\")");
+    }
+  }
+  bool Fits(const TListAnswer& answer) const {
+    for (const TWay& way : source_.Ways) {
+      if (!way.Find) continue;
+      for (const TCombination& combination : plan_.Combinations) {
+        TFoundSlots found(source_, *way.Find, combination);
+        found.Add(answer);
+        if (!found.Within(TDateTime::FromDate(1970, 1, 1), now_ + std::chrono::days(1)).empty()) return true;
+      }
+    }
+    return false;
+  }
+
   void Begin() {
+    if (!source_.IsFixedName()) ReportUnfitLists();
     std::map<std::size_t, TChain> chains;
     for (std::size_t i = 0; i < plan_.Files.size(); ++i) {
       if (wanted_.Days) {
@@ -336,10 +364,12 @@ class TDescribedSourceRun {
     for (const TAddress& address : addresses.Addresses) {
       if (!address.Problem.empty()) return Refuse(picture, address.Problem);
     }
-    // A name that is always the same gives one picture, which the first slot that asks gets.
-    const bool fixed_alternate = way.IsFixedName() && !source_.IsFixedName();
-    if (fixed_alternate && !asked_names_.insert(picture->Result.Address).second)
-      return Absent(picture, "another slot has it");
+    if (way.IsFixedName() && !source_.IsFixedName()) {
+      // A name that is always the same gives one picture. Ask again only for the slot that it has.
+      const auto [known, fresh] = slots_of_names_.try_emplace(picture->Result.Address);
+      if (!fresh && known->second != picture->File.Slot)
+        return Absent(picture, "the picture is of another slot");
+    }
     if (way.Tiles) return FetchTiles(picture, addresses);
     FetchOne(picture, way);
   }
@@ -426,6 +456,7 @@ class TDescribedSourceRun {
     const bool fixed = WayOf(*picture).IsFixedName();
     if (fixed && !modified) return Fail(picture, "the server names no date, which would be the slot");
     const TDateTime slot = fixed ? SlotOfFixedName(source_.Time, *modified) : *picture->File.Slot;
+    if (fixed) slots_of_names_[picture->Result.Address] = slot;
     if (picture->File.Slot && slot != *picture->File.Slot)
       return Absent(picture, "the picture is of another slot");
     try {
@@ -479,14 +510,14 @@ class TDescribedSourceRun {
       return Leave(*picture);
     }
     const TFileType type = WayOf(*picture).Type;
-    if (HasFormatOf(path, type)) {
-      SetFileDateTime(picture->Temporary.File.Get(), slot);
-      MoveFileWhole(picture->Temporary.File.Get(), picture->Temporary.Name, path);
-    } else {
+    if (AsksForOtherFormat(path, type)) {
       TExtBitmap bitmap(TPixelFormat::Bits24);
       LoadImageFromMemory(bitmap, ExtensionOf(type), ReadWholeFile(picture->Temporary.Name));
       SaveImage(bitmap, path);
       SetFileDateTime(path, slot);
+    } else {
+      SetFileDateTime(picture->Temporary.File.Get(), slot);
+      MoveFileWhole(picture->Temporary.File.Get(), picture->Temporary.Name, path);
     }
     Stored(*picture, state, hash);
   }
@@ -515,7 +546,10 @@ class TDescribedSourceRun {
 
   void TileArrived(const TPicturePtr& picture, const TPictureAddresses& addresses, int index,
                    const TFetchAnswer& answer) {
-    if (!HasBody(picture, answer)) return picture->Tiles.reset();
+    // The next way may bring tiles of its own.
+    auto tiles = std::move(picture->Tiles);
+    if (!HasBody(picture, answer)) return;
+    picture->Tiles = std::move(tiles);
     const TWay& way = WayOf(*picture);
     const TDateTime modified = ParseHttpDate(answer.LastModified).value_or(TDateTime());
     const std::size_t attempt = picture->Way;
@@ -673,7 +707,7 @@ class TDescribedSourceRun {
   std::map<std::string, std::vector<TListRequest>> documents_;  ///< being asked for, by address
   std::set<std::string> told_lists_;
   bool list_failed_ = false;
-  std::set<std::string> asked_names_;
+  std::map<std::string, std::optional<TDateTime>> slots_of_names_;  ///< by address; empty: not known yet
   std::deque<TChain> waiting_;
   int active_ = 0;
   bool starting_ = false;

@@ -270,11 +270,12 @@ class TReader {
   }
 
   void ReadHead() {
-    root_.Require({"format", "id", "title", "licence"});
+    root_.Require({"format"});
     std::int64_t format = kFormat;
     root_.Take("format", format);
     newer_ = format > kFormat;
     if (newer_) return root_.Problem("format", "this file needs a newer Skyreel");
+    root_.Require({"id", "title", "licence"});
     if (format < kFormat) root_.Problem("format", "'format' must be 1");
     root_.Take(
         "id", [](const std::string& id) { return IsSourceId(id) ? std::optional(id) : std::nullopt; },

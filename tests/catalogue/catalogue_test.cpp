@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "base/files.h"
+#include "catalogue/plan.h"
 #include "catalogue/sample.h"
 #include "catalogue/terminal_text.h"
 #include "support/helpers.h"
@@ -11,6 +14,7 @@ namespace skyreel {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 TEST(Catalogue, TheUsersFilesReplaceTheSystemsAndThoseOfTheProgram) {
   const test::TTempFolder folder;
@@ -45,13 +49,37 @@ TEST(Catalogue, TheUsersFilesReplaceTheSystemsAndThoseOfTheProgram) {
   EXPECT_EQ(catalogue.Problems[1].Message(), path + "/5.toml: Invalid argument");
 }
 
-TEST(Catalogue, TheBuiltInDescriptionsAreSound) {
-  const TCatalogue catalogue = LoadCatalogue(EmbeddedDescriptions(), {});
-  EXPECT_GE(catalogue.Entries.size(), 3u);
-  for (const TProblem& problem : catalogue.Problems) ADD_FAILURE() << problem.Message();
-}
-
 const TDateTime kNow = TDateTime::FromDate(2026, 11, 26, 6, 2, 30);
+
+TEST(Catalogue, TheBuiltInDescriptionsAreSoundAndRespectTheTermsOfTheServers) {
+  const TCatalogue catalogue = LoadCatalogue(EmbeddedDescriptions(), {});
+  for (const TProblem& problem : catalogue.Problems) ADD_FAILURE() << problem.Message();
+  // Only these servers allow programs to fetch for any use.
+  const std::string open =
+      "https://cdn.star.nesdis.noaa.gov/ https://ocean.weather.gov/ https://tgftp.nws.noaa.gov/ "
+      "https://www.nhc.noaa.gov/ https://www.wpc.ncep.noaa.gov/ https://www.data.jma.go.jp/ "
+      "https://www.jma.go.jp/ https://opendata.dwd.de/ https://www.dwd.de/ https://maps.dwd.de/";
+  std::set<std::string> titles, paths;
+  int for_any_use = 0;
+  for (const TCatalogueEntry& entry : catalogue.Entries) {
+    titles.insert(entry.Title);
+    const TDescription& source = entry.Description.value();
+    const TCombination first = MakePlan({source, kNow}).Combinations.front();
+    for (const int back : {0, 1, 2}) {
+      const TDateTime slot = kNow - back * source.Time.Every.value_or(1s);
+      EXPECT_TRUE(paths.insert(LocalPath(source, first, slot)).second) << entry.File;
+    }
+    for_any_use += source.Licence.Use == TLicence::TUse::Any ? 1 : 0;
+    for (const TWay& way : source.Ways) {
+      if (way.Licence.value_or(source.Licence).Use != TLicence::TUse::Any) continue;
+      const std::string address = Fill(way.Url, {source, first});
+      EXPECT_NE(open.find(address.substr(0, address.find('/', 8) + 1)), std::string::npos) << address;
+    }
+  }
+  EXPECT_EQ(catalogue.Entries.size(), EmbeddedDescriptions().size()) << "two have one id";
+  EXPECT_EQ(titles.size(), catalogue.Entries.size()) << "two have one title";
+  EXPECT_GE(for_any_use, 20);
+}
 
 TEST(Catalogue, CheckingADescriptionShowsItsNextAddresses) {
   int checked = 0;

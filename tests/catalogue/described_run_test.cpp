@@ -108,6 +108,15 @@ TEST_F(TDescribedRunTest, AnotherWayAnotherFormatAndTilesMakeAPicture) {
   Server.Answer("/t01.gif?26", gif_);
   Clock.Now = Clock.Now + std::chrono::hours(1);
   EXPECT_EQ(Counts(time, tiles, "t{%d}.png"), "1 new, 0 present, 0 not yet, 0 missing, 0 failed");
+  // A tile is missing in the first way; the fixed name of the last one has yesterday's picture.
+  const std::string ways =
+      "url = \"{S}/u{y}{x}.gif?{%d}\"\n[tiles]\ncolumns = 2\nrows = 1\n"
+      "[[alternate]]\ntype = \"image/gif\"\ntiles = { columns = 2, rows = 1 }\n"
+      "url = \"{S}/t{y}{x}.gif?{%d}\"\n[[alternate]]\ntype = \"image/gif\"\nurl = \"{S}/now.gif\"";
+  Server.Answer("/u00.gif?26", gif_);
+  Server.Answer("/now.gif", gif_, {"Last-Modified: Wed, 25 Nov 2026 13:00:00 GMT"});
+  EXPECT_EQ(Counts("every = \"1d\"\nwalk_back = 1", ways, "v{%d}.png", 2),
+            "2 new, 0 present, 0 not yet, 0 missing, 0 failed");
   TExtBitmap one(TPixelFormat::Bits24), two(TPixelFormat::Bits24);
   LoadImage(one, Output("2026-11/26.png"));
   LoadImage(two, Output("2026-11/t26.png"));
@@ -139,6 +148,9 @@ TEST_F(TDescribedRunTest, ListsTellTheSlotsAndOldFilesGoOnlyAfterAWholeList) {
   Server.Answer("/bucket?list-type=2&prefix=", page("20261126010000.gif", ""));
   EXPECT_EQ(run(1), "0 new, 1 present, 0 not yet, 0 missing, 0 failed");
   EXPECT_THAT(Tree(), ElementsAre(Key("2026-11/2301.gif"), Key("2026-11/26010000.gif")));
+  Server.Answer("/bucket?list-type=2&prefix=", page("2026-11-26.gif", ""));
+  run({});
+  EXPECT_THAT(Lines(), Contains(HasSubstr("&prefix= fits (1 names, such as \"2026-11-26.gif\")")));
 }
 
 TEST_F(TDescribedRunTest, WhatCannotBeKeptOrReachedCostsItsSourceAlone) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# e2e.sh SKYREEL ARCHIVE http | https | ftp PASSIVE: runs the program twice, as cron would, against Debian's nginx or
+# e2e.sh SKYREEL ARCHIVE http | https | live | ftp PASSIVE: runs the program twice, as cron would, against Debian's nginx or
 # vsftpd in a folder of its own, and compares what it leaves with what the server has. ARCHIVE makes the served
 # files.
 set -euo pipefail
@@ -11,7 +11,8 @@ scripts=$(dirname "${BASH_SOURCE[0]}")/../../scripts
 . "$scripts/certificates.sh"
 
 place=$(mktemp -d)
-trap 'stop_servers; rm -rf "$place"' EXIT
+archive_process=
+trap '[ -z "$archive_process" ] || kill "$archive_process"; stop_servers; rm -rf "$place"' EXIT
 root=$place/root whole=$place/whole out=$place/home/Skyreel log=$place/access.log
 mkdir "$root" "$whole"
 # vsftpd's sessions are another user's.
@@ -104,6 +105,52 @@ DundeePdusUsername=demo
 DundeePdusPassword=">?75"
 WantedPdusEurope="\"1200, Meteosat Europe, Visible\""
 SETTINGS
+}
+
+# ends CODE ARGUMENT... : the program ends with this exit code.
+ends() {
+  local code=$1 got=0
+  shift
+  run_program "$place" "$@" >"$place/output" 2>&1 || got=$?
+  [ "$got" -eq "$code" ] || fail "exit code $got instead of $code: $*"
+}
+
+# Described sources on the terminal, over HTTPS from the demo archive.
+live() {
+  "$archive" >"$place/ports" &
+  archive_process=$!
+  until grep -q '^ftp_port=' "$place/ports"; do sleep 0.05; done
+  value() { sed -n "s/^$1=//p" "$place/ports"; }
+  local at=127.0.0.1:$(value https_port) sources=$place/home/.local/share/Quenmoor/Skyreel/sources
+  install_program "$place" "$skyreel"
+  set_values "$place" <<SETTINGS
+CaFile=$(value ca_file)
+HostOverrides="charts.weather.example=$at,maps.weather.example=$at,pictures.weather.example=$at"
+SETTINGS
+  cp -r "$place/home/.config" "$place/config"
+  mkdir -p "$sources"
+  cp "$scripts"/../demo/sources/*.toml "$sources"
+  echo 'format = 2' >"$sources/newer.toml"
+  local ids=example.weather.analysis,example.weather.disc,example.weather.europe
+  ends 0 --list-sources
+  grep -q 'newer.toml:1:1: this file needs a newer Skyreel' "$place/output" || fail "a faulty description"
+  ends 0 --run $ids --dry-run
+  [ ! -e "$out/Live" ] || fail "a plan has fetched"
+  ends 0 --run $ids --json "$place/batch.json"
+  jsonschema -i "$place/batch.json" "$scripts/../docs/report.schema.json" >&2 || fail "another document"
+  [ "$(find "$out/Live" -type f | wc -l)" -eq 5 ] || fail "other files"
+  grep -q '^Batch: 5 new, ' "$place/bin/SkyreelReport.txt" || fail "another report"
+  ends 0 --run $ids
+  grep -q '^Batch: 0 new, 5 present, ' "$place/output" || fail "fetched again"
+  ends 0 --try-source example.weather.disc
+  ends 1 --run nobody,example.weather.disc
+  ends 1 --check-source "$sources/newer.toml"
+  ends 0 --check-source "$sources/disc.toml"
+  sed 's/^min_size.*/min_size = "9MB"/' "$sources/disc.toml" >"$sources/large.toml"
+  ends 3 --try-source "$sources/large.toml"
+  sed 's/pictures.weather/nowhere.weather/' "$sources/disc.toml" >"$sources/away.toml"
+  ends 4 --try-source "$sources/away.toml"
+  diff -r "$place/config" "$place/home/.config" >&2 || fail "the settings were written"
 }
 
 ftp() { # passive: true or false
