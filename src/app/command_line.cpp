@@ -34,8 +34,8 @@ std::string HelpText() {
     std::string names;
     for (const std::string& item : source.Switches) names += (names.empty() ? "" : ", ") + item;
     if (names.empty()) continue;
-    add(names,
-        std::string("fetch \"") + source.Caption + "\"" + (source.HasJob() ? "" : " (not in this version)"));
+    add(names, std::string("fetch \"") + source.Caption + "\"" +
+                   (source.HasJob() ? "" : " (its service has closed)"));
   }
   add("-ALL", "fetch all of them but \"Live\", minimised, then close");
   add("-MIN", "minimise the window first");

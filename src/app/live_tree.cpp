@@ -92,6 +92,8 @@ void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& t
     const QSignalBlocker no_ticks(this);
     clear();
     for (const TCatalogueEntry& entry : catalogue.Entries) {
+      // It runs from its tab.
+      if (entry.Description && entry.Description->Page) continue;
       const TDescription* const source = entry.Description ? &*entry.Description : nullptr;
       const std::string group = !source ? "With errors" : source->Group.empty() ? "Other" : source->Group;
       auto* item = new QTreeWidgetItem(&Group(QString::fromStdString(group)));

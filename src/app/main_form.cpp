@@ -369,7 +369,7 @@ void TFormMain::PressRun(const TSource& source, bool named) {
   if (source.HasJob()) {
     page.RunButton().click();
   } else if (named) {
-    const std::string reason = "this version does not fetch from this source";
+    const std::string reason = "its service has closed and has no known successor";
     AddStatusLine(caption + ": " + reason);
     NotRun(source, TRunEnd::NotStarted, reason);
   }

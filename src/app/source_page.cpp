@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QTimeEdit>
 
+#include "app/bound_sources.h"
 #include "app/program_folder.h"
 #include "settings/persisted_controls.h"
 
@@ -54,6 +55,15 @@ QStringList ToQStrings(const std::vector<std::string>& items) {
 
 }  // namespace
 
+TSourcePage::TSourcePage(TPageContext context) : context_(std::move(context)) {}
+
+TSourcePage::~TSourcePage() = default;
+
+void TSourcePage::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (bound_) bound_->Load();
+}
+
 void TSourcePage::PrepareControls() {
   run_ = Find<QPushButton>(*this, "ButtonRun");
   output_path_ = Find<QLineEdit>(*this, "EditOutputPath");
@@ -62,8 +72,13 @@ void TSourcePage::PrepareControls() {
   if (context_.Source.HasJob()) {
     ShowRunState(TRunState::Run);
   } else {
-    run_->setToolTip("This version does not fetch from this source; it keeps the settings");
+    run_->setToolTip("The service of this tab has closed and has no known successor");
   }
+  const TSource& source = context_.Source;
+  if (source.Bound || !source.HasJob()) bound_ = std::make_unique<TBoundSources>(*this, context_);
+  if (source.Bound)
+    connect(run_, &QPushButton::clicked, this,
+            [this] { bound_->Run([this](const TJob& job) { RunJob(job); }); });
   if (auto* box = Find<QCheckBox>(*this, "UseWinInet")) {
     box->setVisible(kIsWindows);
     box->setEnabled(context_.HasWinInet);

@@ -22,6 +22,8 @@ class QTimeEdit;
 
 namespace skyreel {
 
+class TBoundSources;
+
 /// What all pages are made from.
 struct TPageEnvironment {
   TRegistryStore& Store;  ///< outlives the page
@@ -46,6 +48,8 @@ enum class TRunState { Run, Stop, Wait };
 class TSourcePage : public QWidget {
  public:
   using TJob = std::function<void(TJobContext& context)>;
+
+  ~TSourcePage() override;
 
   const TSource& Source() const { return context_.Source; }
   QPushButton& RunButton() const { return *run_; }
@@ -72,7 +76,7 @@ class TSourcePage : public QWidget {
   std::function<bool()> IsUnattended;  ///< a batch is running: nobody answers a question
 
  protected:
-  explicit TSourcePage(TPageContext context) : context_(std::move(context)) {}
+  explicit TSourcePage(TPageContext context);
   /// Call it once the controls are there.
   void PrepareControls();
 
@@ -85,6 +89,7 @@ class TSourcePage : public QWidget {
   const TPageContext context_;
   /// Keeps the trailing separator of the output folder.
   bool eventFilter(QObject* watched, QEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
  private:
   void ButtonBrowseClick();
@@ -92,6 +97,7 @@ class TSourcePage : public QWidget {
 
   QPushButton* run_ = nullptr;
   QLineEdit* output_path_ = nullptr;
+  std::unique_ptr<TBoundSources> bound_;  ///< of a service that has closed
 };
 
 /// A page with the controls of its form file; it needs no code of its own when it has no job.

@@ -269,7 +269,7 @@ class TDescribedSourceRun {
   /// Says when nothing in a list fits: the description then most likely has a wrong name.
   void ReportUnfitLists() {
     constexpr std::size_t kEnough = 1'000;
-    for (const auto& [list, answer] : lists_) {
+    for (const auto& [list, answer] : planner_.Lists) {
       if (answer.Entries.empty() ||
           Fits({.Entries = {answer.Entries.begin(),
                             answer.Entries.begin() +

@@ -107,10 +107,9 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
     captions += tabs.isTabVisible(i) ? text + ", " : "(" + text + "), ";
     EXPECT_TRUE(Page(i).minimumSizeHint().width() <= 900 && Page(i).minimumSizeHint().height() <= 360);
   }
-  EXPECT_EQ(
-      captions,
-      "Live, Weather data, Archive Direct, Dundee off, Eumetsat, (GMS-5 off), GOES, (GSFC off), (MSFC), "
-      "(Nottingham off), (PDUS), (RSS Archive off), (Ulm off), ");
+  EXPECT_EQ(captions,
+            "Live, Weather data, Archive Direct, Dundee, Eumetsat, (GMS-5), GOES, (GSFC off), (MSFC), "
+            "(Nottingham), (PDUS), (RSS Archive off), (Ulm), ");
   EXPECT_FALSE(Get<QTabWidget>("PageControlDundee").isTabVisible(0));
   EXPECT_TRUE(Get("ButtonAnalysePDUS").isHidden() && Get("CheckBoxMSFCUseWinInet").isHidden());
   EXPECT_EQ(form_->windowTitle(), "Quenmoor's Skyreel - automated Web file retriever - V" SKYREEL_VERSION);
@@ -408,6 +407,34 @@ class LivePageTest : public MainFormTest {
   }
 };
 
+TEST_F(LivePageTest, ATabOfAClosedServiceGetsTodaysPicturesForItsControls) {
+  Folder.Write(
+      "sources/tab.toml",
+      "format = 1\nid = \"org.quenmoor.skyreel.tab-gms5\"\ntitle = \"Tab\"\nprovider = \"Successor\"\nhome = "
+      "\"https://s.example/\"\n"
+      "licence = { name = \"L\", use = \"ask\" }\n[page]\ntab = \"GMS-5\"\noutput = \"EditOutputPathGMS5\"\n"
+      "[time]\nevery = \"12h\"\n[vary.item]\ncontrol = \"CheckListBoxGms5Sectors\"\nvalues = [\n"
+      "  { value = \"Japan vis\", file = \"north\" },\n  { value = \"Japan IR\", file = \"south\" },\n]\n"
+      "[vary.alt]\ncontrol = \"CheckBoxAltGMS5source\"\nmany = false\nvalues = [\"a\", \"b\"]\n"
+      "[get]\nurl = \"" +
+          Server.Url("/{item.file}{%H}.gif") +
+          "\"\ntype = \"image/gif\"\n[keep]\nname = \"{item}{alt}{%Y%m%d%H}.gif\"\n");
+  Store("VisibleTabs", "GMS-5,\"RSS Archive\"");
+  Store("Gms5Sectors", "\"Japan vis\",\"East Asia vis\"");
+  Store("AltGMS5source", "true");
+  Open();
+  Get<QTabWidget>("PageControl").setCurrentIndex(5);
+  EXPECT_THAT(Page(5).findChild<QLabel*>("LabelProvider")->text().toStdString(),
+              AllOf(HasSubstr("<a href=\"https://s.example/\">Successor</a>"), HasSubstr("Grey items")));
+  Press("ButtonRunGms5");
+  EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr("Tab: L; ask the provider"));
+  EXPECT_EQ(FileSizeOf(Folder / "Skyreel/GMS5/Japan visb2005111012.gif"),
+            FileSizeOf(SKYREEL_TEST_PICTURES "/colour.gif"));
+  EXPECT_THAT(Server.Paths(), Each(StartsWith("/north")));
+  Press("ButtonRunGms5");
+  EXPECT_THAT(Lines().back(), StartsWith("Tab: 0 new, 1 present, "));
+}
+
 TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {
   Open();
   Choose("a.wrong");
@@ -488,7 +515,7 @@ TEST_F(LivePageTest, ANewTabIsShownOnceInAnOldProfile) {
 // --- Batch and end -------------------------------------------------------------------------------------
 
 TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
-  const std::string all = "Weather data, Archive Direct, Eumetsat, GOES, MSFC, Batch, ";
+  const std::string all = "Weather data, Archive Direct, Dundee, Eumetsat, GOES, MSFC, Batch, ";
   const std::pair<TWords, std::string> cases[] = {
       {{"-goes", "-All", "-close"}, all},
       {{"-GOES", "-GSFC", "-Close"}, "GOES, Batch, "},
