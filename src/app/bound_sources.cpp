@@ -26,7 +26,7 @@ bool Serves(const std::vector<const TDescription*>& sources, const QString& cont
   return false;
 }
 
-/// The values that a control chooses; nothing when it is none that can choose.
+/// The values that a control chooses; nothing for a control without values.
 std::optional<std::vector<std::string>> ValuesOf(const QWidget& control, const TVariable& variable) {
   if (const auto* list = qobject_cast<const TCheckListBox*>(&control)) return CheckedTexts(*list);
   if (const auto* combo = qobject_cast<const QComboBox*>(&control))
