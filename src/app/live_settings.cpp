@@ -10,7 +10,8 @@ namespace skyreel {
 namespace {
 
 /// Sources that a new profile has ticked.
-const std::set<std::string> kTickedAtFirst = {};
+const std::set<std::string> kTickedAtFirst = {"gov.noaa.opc.surface-analysis", "gov.noaa.star.goes-east-fd",
+                                              "jp.go.jma.himawari"};
 
 std::vector<std::string> Entries(TRegistryStore& store, const char* name) {
   return store.HasValue(name) ? FromCommaText(store.ReadString(name).toStdString())
@@ -87,6 +88,7 @@ TWantedSource TLiveSettings::Wanted(const TDescription& source) const {
     wanted.Choices = choices->second;
   if (const auto days = Days.find(source.Id); days != Days.end()) wanted.Days = days->second;
   if (const auto days = KeepDays.find(source.Id); days != KeepDays.end()) wanted.KeepDays = days->second;
+  wanted.AcceptsTerms = Accepted.contains(source.Id);
   return wanted;
 }
 

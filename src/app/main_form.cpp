@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QFileInfo>
 #include <QIcon>
 #include <QLabel>
@@ -9,9 +10,11 @@
 #include <QProcess>
 #include <QSessionManager>
 #include <QShortcut>
+#include <QUrl>
 #include <QWindow>
 #include <algorithm>
 
+#include "app/first_steps.h"
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
 #include "base/files.h"
@@ -74,6 +77,7 @@ void TFormMain::FormCreate() {
     restoreGeometry(QByteArray::fromBase64(WindowGeometry_.Value.toLatin1()));
     ui_->Splitter->restoreState(QByteArray::fromBase64(SplitterState_.Value.toLatin1()));
   }
+  ShowFirstSteps();
   WireEvents();
 }
 
@@ -101,6 +105,19 @@ void TFormMain::OrderFocus() {
     setTabOrder(before, control);
     before = control;
   }
+}
+
+void TFormMain::ShowFirstSteps() {
+  auto* const steps = new TFirstSteps(*ui_->ListBoxStatus);
+  TSourcePage& live = *tabs_->Pages().front();
+  steps->OnFetch = [&live] { live.FetchFirstPicture(); };
+  steps->OnOpenFolder = [this, &live] {
+    // Before the first run the folder is not there yet.
+    std::error_code ignored;
+    std::filesystem::create_directories(live.OutputPath(), ignored);
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(live.OutputPath()))))
+      AddStatusLine("No program opens the folder " + live.OutputPath());
+  };
 }
 
 void TFormMain::WireEvents() {

@@ -81,6 +81,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void BuildStatusArea();
   /// Tab goes through the tabs, the page, the log and the shared controls.
   void OrderFocus();
+  void ShowFirstSteps();
   void WireEvents();
 
   /// Runs the page's job, unless its tab is hidden or its login is missing.

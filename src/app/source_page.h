@@ -62,6 +62,9 @@ class TSourcePage : public QWidget {
   QLineEdit* UserNameEdit() const;
   QLineEdit* PasswordEdit() const;
 
+  /// Fetches one picture that needs no choice. Only the page of described sources can.
+  virtual void FetchFirstPicture() {}
+
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 

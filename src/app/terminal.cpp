@@ -246,6 +246,8 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
     } else if (std::ranges::find(wanted, source, [](const TWantedSource& each) { return &each.Source; }) ==
                wanted.end()) {
       wanted.push_back(settings.Live.Wanted(*source));
+      // Who names a source accepts its terms.
+      wanted.back().AcceptsTerms = true;
       wanted.back().Days = command.Days;
     }
   }

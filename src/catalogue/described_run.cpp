@@ -361,6 +361,8 @@ class TDescribedSourceRun {
     const TPictureAddresses addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
     picture->DropTemporary();
     picture->Result.Address = addresses.Addresses.front().Text;
+    if (way.Licence && way.Licence->Use != TLicence::TUse::Any && !wanted_.AcceptsTerms)
+      return Absent(picture, "the terms of \"" + way.Title + "\" were not accepted");
     for (const TAddress& address : addresses.Addresses) {
       if (!address.Problem.empty()) return Refuse(picture, address.Problem);
     }

@@ -21,6 +21,9 @@ struct TWantedSource {
   std::optional<int> Days = {};  ///< see TPlanRequest; without, the newest slot alone
   /// Deletes its stored pictures of slots that are older than so many days; without, keeps all.
   std::optional<int> KeepDays = {};
+  /// The user accepts the terms of alternates that have a licence of their own; otherwise those that do not
+  /// allow any use are passed over.
+  bool AcceptsTerms = false;
 };
 
 /// What a run of described sources works with. All of it outlives the run.

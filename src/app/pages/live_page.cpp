@@ -13,6 +13,9 @@ namespace skyreel {
 
 namespace {
 
+/// What a first-time user fetches.
+constexpr const char* kFirstSource = "gov.noaa.star.goes-east-fd";
+
 /// A run that may be larger asks first.
 constexpr std::int64_t kLargeRun = 1'000'000'000;
 
@@ -36,6 +39,8 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     ShowSource("");
     WireEvents();
   }
+
+  void FetchFirstPicture() override { Start({kFirstSource}); }
 
  protected:
   void paintEvent(QPaintEvent* event) override {
