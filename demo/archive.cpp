@@ -94,7 +94,7 @@ const std::vector<TDemoArchive::TEntry>& TDemoArchive::Day(TDateTime day) {
   if (days_.size() >= kMostDaysInMemory) days_.clear();
   std::vector<TEntry>& entries = days_[day];
   for (const TSource& source : Sources()) {
-    if (!source.HasJob()) continue;
+    if (source.Offers == nullptr) continue;
     for (TOffer& offer : source.Offers(day)) entries.push_back({&source, std::move(offer)});
   }
   return entries;

@@ -39,7 +39,7 @@ void RunBatch(const std::vector<std::string>& arguments, bool can_dial, TBatchAc
     const TPriorityClass saved = LowerPriority();
     for (const TSource& source : Sources()) {
       const bool named = Names(upper, source);
-      if (!named && (!all || source.Switches.empty())) continue;
+      if (!named && (!all || source.Described || source.Switches.empty())) continue;
       if (actions.ClosePending() || !done.insert(&source).second) continue;
       actions.PressRun(source, named);
     }

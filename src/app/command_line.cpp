@@ -34,10 +34,10 @@ std::string HelpText() {
     std::string names;
     for (const std::string& item : source.Switches) names += (names.empty() ? "" : ", ") + item;
     if (names.empty()) continue;
-    add(names,
-        std::string("fetch \"") + source.Caption + "\"" + (source.HasJob() ? "" : " (not in this version)"));
+    add(names, std::string("fetch \"") + source.Caption + "\"" +
+                   (source.HasJob() ? "" : " (its service has closed)"));
   }
-  add("-ALL", "fetch all of them, minimised, then close");
+  add("-ALL", "fetch all of them but \"Live\", minimised, then close");
   add("-MIN", "minimise the window first");
   add("-DIAL", "dial the default Internet connection first (Windows)");
   add("-CLOSE", "close the program when all is fetched");

@@ -102,6 +102,7 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
   if (BeginRun(page)) return;
   for (const std::string& problem : std::exchange(https_problems_, {})) setup_.Display.AddStatusLine(problem);
   TClock& clock = setup_.Clock != nullptr ? *setup_.Clock : own_clock_;
+  std::vector<TRunRecord> records;
   TRunRecord record;
   record.Source = page.Source().Caption;
   record.Started = clock.UtcNow();
@@ -117,15 +118,19 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
     try {
       TJobContext context = JobContext(page.Source(), clock, record);
       job(context);
+      records = std::move(context.Records);
       if (stop_requested_) ended(TRunEnd::Stopped, "stopped");
     } catch (const std::exception& error) {
       ended(TRunEnd::Broken, error.what());
     }
   }
   record.Counts.Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  setup_.Display.AddStatusLine(record.Line());
+  if (records.empty()) {
+    setup_.Display.AddStatusLine(record.Line());
+    records.push_back(std::move(record));
+  }
   EndRun(page);
-  Fire(OnEnd, std::as_const(record));
+  Fire(OnEnd, records);
 }
 
 TJobContext TJobRunner::JobContext(const TSource& source, TClock& clock, TRunRecord& record) {

@@ -52,8 +52,8 @@ class TJobRunner : public QObject, private TRunControl {
   /// Counts the silence anew: a server said something.
   void EndSilence();
 
-  /// A job has ended and the display is back at rest.
-  std::function<void(const TRunRecord& record)> OnEnd;
+  /// A job has ended and the display is back at rest. There is a record for each source that it ran.
+  std::function<void(const std::vector<TRunRecord>& records)> OnEnd;
 
  private:
   /// True when a job was running already.

@@ -54,8 +54,11 @@ void TJournalRecorder::Record(const TFileResult& result) {
 
 void TJournalRecorder::EndRun(const std::vector<TRunRecord>& records, TExitCode code) {
   flush_timer_.stop();
-  for (const TRunRecord& record : records)
+  for (const TRunRecord& record : records) {
+    // It took no part in the run, so the run says nothing about its health.
+    if (record.End == TRunEnd::NotStarted) continue;
     journal_.CountPresent(record.Source, record.Counts.Present, record.NewestPresent);
+  }
   journal_.EndRun(static_cast<int>(code));
 }
 

@@ -129,6 +129,7 @@ int Run(TSignalWatcher& signal_watcher, const TStartPlan& plan) {
                     .AppPaths = AppPathsFile(),
                     .ProgramFolder = FolderOf(executable),
                     .JournalFile = StateFolder() / kJournalName,
+                    .SourceFolders = SourceFolders(Variable),
                     .Arguments = arguments,
                     .Headless = undrawn && batch,
                     .Clock = nullptr,

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDesktopServices>
 #include <QFileInfo>
 #include <QIcon>
 #include <QLabel>
@@ -9,9 +10,11 @@
 #include <QProcess>
 #include <QSessionManager>
 #include <QShortcut>
+#include <QUrl>
 #include <QWindow>
 #include <algorithm>
 
+#include "app/first_steps.h"
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
 #include "base/files.h"
@@ -59,9 +62,10 @@ void TFormMain::FormCreate() {
                                environment_.WatchdogPeriod, environment_.Document != nullptr,
                                [this] { return ReadShared(); }});
   runner_->SetHttps(CaFile_.Value.toStdString(), HostOverrides_.Value.toStdString());
-  tabs_ = std::make_unique<TSourceTabs>(*ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
-                                        environment_.Store, environment_.ProgramFolder,
-                                        runner_->WinInet() != nullptr);
+  tabs_ = std::make_unique<TSourceTabs>(
+      *ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
+      TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
+                       journal_.Journal(), environment_.SourceFolders, [this] { return UtcNow(); }});
   OrderFocus();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
@@ -73,6 +77,7 @@ void TFormMain::FormCreate() {
     restoreGeometry(QByteArray::fromBase64(WindowGeometry_.Value.toLatin1()));
     ui_->Splitter->restoreState(QByteArray::fromBase64(SplitterState_.Value.toLatin1()));
   }
+  ShowFirstSteps();
   WireEvents();
 }
 
@@ -102,13 +107,30 @@ void TFormMain::OrderFocus() {
   }
 }
 
+void TFormMain::ShowFirstSteps() {
+  auto* const steps = new TFirstSteps(*ui_->ListBoxStatus);
+  TSourcePage& live = *tabs_->Pages().front();
+  steps->OnFetch = [&live] { live.FetchFirstPicture(); };
+  steps->OnOpenFolder = [this, &live] {
+    // Before the first run the folder is not there yet.
+    std::error_code ignored;
+    std::filesystem::create_directories(live.OutputPath(), ignored);
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(live.OutputPath()))))
+      AddStatusLine("No program opens the folder " + live.OutputPath());
+  };
+}
+
 void TFormMain::WireEvents() {
-  runner_->OnEnd = [this](const TRunRecord& record) { JobEnded(record); };
+  runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
     page->OnMessage = [this](const std::string& subject, const std::string& text) {
       ShowMessage(subject, text);
     };
+    page->OnAsk = [this](const std::string& subject, const std::string& text,
+                         const std::function<void()>& yes) { Ask(subject, text, yes); };
+    page->IsBusy = [this] { return Busy(); };
+    page->IsUnattended = [this] { return batch_running_ || environment_.Headless; };
   }
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
@@ -227,9 +249,9 @@ void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& re
   batch_.Runs.push_back(std::move(record));
 }
 
-void TFormMain::JobEnded(const TRunRecord& record) {
-  if (batch_running_) batch_.Runs.push_back(record);
-  journal_.EndRun({record}, TBatchRecord{{}, {record}, {}}.ExitCode());
+void TFormMain::JobEnded(const std::vector<TRunRecord>& records) {
+  if (batch_running_) batch_.Runs.insert(batch_.Runs.end(), records.begin(), records.end());
+  journal_.EndRun(records, TBatchRecord{{}, records, {}}.ExitCode());
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
@@ -291,6 +313,21 @@ void TFormMain::ShowMessage(const std::string& subject, const std::string& text)
   box->open();
 }
 
+void TFormMain::Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes) {
+  auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(subject),
+                              QString::fromStdString(text), QMessageBox::Yes | QMessageBox::No, this);
+  box->setTextFormat(Qt::PlainText);
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  // Queued: a run may follow, and the box must be gone before it.
+  connect(
+      box, &QMessageBox::finished, this,
+      [yes](int answer) {
+        if (answer == QMessageBox::Yes) yes();
+      },
+      Qt::QueuedConnection);
+  box->open();
+}
+
 void TFormMain::Bell() {
   if (environment_.Bell) {
     environment_.Bell();
@@ -349,7 +386,7 @@ void TFormMain::PressRun(const TSource& source, bool named) {
   if (source.HasJob()) {
     page.RunButton().click();
   } else if (named) {
-    const std::string reason = "this version does not fetch from this source";
+    const std::string reason = "its service has closed and has no known successor";
     AddStatusLine(caption + ": " + reason);
     NotRun(source, TRunEnd::NotStarted, reason);
   }

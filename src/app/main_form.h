@@ -34,6 +34,7 @@ struct TFormEnvironment {
   std::filesystem::path AppPaths;       ///< the file that records it
   std::filesystem::path ProgramFolder;  ///< report, transfer ledger, lists of wanted names
   std::filesystem::path JournalFile;
+  TSourceFolders SourceFolders;        ///< of descriptions
   std::vector<std::string> Arguments;  ///< of the command line, without the program's name and Qt's own
   /// Nobody sees the window: messages go to the log, and the program closes after the batch.
   bool Headless = false;
@@ -80,11 +81,12 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void BuildStatusArea();
   /// Tab goes through the tabs, the page, the log and the shared controls.
   void OrderFocus();
+  void ShowFirstSteps();
   void WireEvents();
 
   /// Runs the page's job, unless its tab is hidden or its login is missing.
   void RunSource(TSourcePage& page, const TSourcePage::TJob& job);
-  void JobEnded(const TRunRecord& record);
+  void JobEnded(const std::vector<TRunRecord>& records);
   /// A source that the batch names does not run.
   void NotRun(const TSource& source, TRunEnd end, const std::string& reason);
   bool CredentialsMissing(const TSourcePage& page);
@@ -120,6 +122,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void MenuItemAboutClick();
   /// Tells the user something about `subject` without waiting for an answer.
   void ShowMessage(const std::string& subject, const std::string& text);
+  /// Asks the user; calls `yes` when the answer is yes.
+  void Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes);
   void Bell();
   TDateTime UtcNow() const;
 

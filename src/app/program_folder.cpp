@@ -42,4 +42,10 @@ fs::path StateFolder() {
          QCoreApplication::applicationName().toStdString();
 }
 
+std::string FromHome(const std::string& path, const std::filesystem::path& home) {
+  const bool at_home = path.starts_with("~/") || (path.size() > 1 && path[0] == '~' &&
+                                                  path[1] == std::filesystem::path::preferred_separator);
+  return at_home ? home.string() + path.substr(1) : path;
+}
+
 }  // namespace skyreel

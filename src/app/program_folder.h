@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace skyreel {
 
@@ -16,5 +17,8 @@ std::filesystem::path ProgramFolder(const std::filesystem::path& executable,
 
 /// The user's folder for what this program remembers from run to run; it may not exist yet.
 std::filesystem::path StateFolder();
+
+/// A path that the user typed: "~/" at its beginning is the home folder.
+std::string FromHome(const std::string& path, const std::filesystem::path& home);
 
 }  // namespace skyreel

@@ -9,6 +9,8 @@
 #include <QPushButton>
 #include <QTimeEdit>
 
+#include "app/bound_sources.h"
+#include "app/program_folder.h"
 #include "settings/persisted_controls.h"
 
 namespace skyreel {
@@ -53,6 +55,15 @@ QStringList ToQStrings(const std::vector<std::string>& items) {
 
 }  // namespace
 
+TSourcePage::TSourcePage(TPageContext context) : context_(std::move(context)) {}
+
+TSourcePage::~TSourcePage() = default;
+
+void TSourcePage::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (bound_) bound_->Load();
+}
+
 void TSourcePage::PrepareControls() {
   run_ = Find<QPushButton>(*this, "ButtonRun");
   output_path_ = Find<QLineEdit>(*this, "EditOutputPath");
@@ -61,8 +72,13 @@ void TSourcePage::PrepareControls() {
   if (context_.Source.HasJob()) {
     ShowRunState(TRunState::Run);
   } else {
-    run_->setToolTip("This version does not fetch from this source; it keeps the settings");
+    run_->setToolTip("The service of this tab has closed and has no known successor");
   }
+  const TSource& source = context_.Source;
+  if (source.Bound || !source.HasJob()) bound_ = std::make_unique<TBoundSources>(*this, context_);
+  if (source.Bound)
+    connect(run_, &QPushButton::clicked, this,
+            [this] { bound_->Run([this](const TJob& job) { RunJob(job); }); });
   if (auto* box = Find<QCheckBox>(*this, "UseWinInet")) {
     box->setVisible(kIsWindows);
     box->setEnabled(context_.HasWinInet);
@@ -74,9 +90,7 @@ void TSourcePage::PrepareControls() {
 }
 
 std::string TSourcePage::OutputPath() const {
-  QString path = output_path_->text();
-  if (path.startsWith(QString("~") + QDir::separator())) path.replace(0, 1, QDir::homePath());
-  return path.toStdString();
+  return FromHome(output_path_->text().toStdString(), QDir::homePath().toStdString());
 }
 
 void TSourcePage::ShowRunState(TRunState state) {

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "base/event.h"
+#include "catalogue/catalogue.h"
+#include "journal/journal.h"
 #include "settings/check_list_box.h"
 #include "settings/registry_store.h"
 #include "sources/job_context.h"
@@ -20,12 +22,21 @@ class QTimeEdit;
 
 namespace skyreel {
 
-/// What a page is made from.
-struct TPageContext {
-  const TSource& Source;
+class TBoundSources;
+
+/// What all pages are made from.
+struct TPageEnvironment {
   TRegistryStore& Store;  ///< outlives the page
   std::filesystem::path ProgramFolder;
-  bool HasWinInet = false;  ///< the operating system's Internet library is there
+  bool HasWinInet;    ///< the operating system's Internet library is there
+  TJournal& Journal;  ///< outlives the page
+  TSourceFolders SourceFolders;
+  std::function<TDateTime()> UtcNow;
+};
+
+/// What one page is made from.
+struct TPageContext : TPageEnvironment {
+  const TSource& Source;
 };
 
 /// What a press of a Run button does: start the job, stop it, or abort the file that the stop waits for.
@@ -38,6 +49,8 @@ class TSourcePage : public QWidget {
  public:
   using TJob = std::function<void(TJobContext& context)>;
 
+  ~TSourcePage() override;
+
   const TSource& Source() const { return context_.Source; }
   QPushButton& RunButton() const { return *run_; }
   QLineEdit& OutputPathEdit() const { return *output_path_; }
@@ -49,6 +62,9 @@ class TSourcePage : public QWidget {
   QLineEdit* UserNameEdit() const;
   QLineEdit* PasswordEdit() const;
 
+  /// Fetches one picture that needs no choice. Only the page of described sources can.
+  virtual void FetchFirstPicture() {}
+
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 
@@ -56,9 +72,14 @@ class TSourcePage : public QWidget {
   std::function<void(const TJob& job)> OnRun;
   /// Tells the user something about a subject.
   std::function<void(const std::string& subject, const std::string& text)> OnMessage;
+  /// Asks the user, and calls `yes` later if the answer is yes.
+  std::function<void(const std::string& subject, const std::string& text, const std::function<void()>& yes)>
+      OnAsk;
+  std::function<bool()> IsBusy;        ///< a job is running
+  std::function<bool()> IsUnattended;  ///< a batch is running: nobody answers a question
 
  protected:
-  explicit TSourcePage(TPageContext context) : context_(std::move(context)) {}
+  explicit TSourcePage(TPageContext context);
   /// Call it once the controls are there.
   void PrepareControls();
 
@@ -71,6 +92,7 @@ class TSourcePage : public QWidget {
   const TPageContext context_;
   /// Keeps the trailing separator of the output folder.
   bool eventFilter(QObject* watched, QEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
  private:
   void ButtonBrowseClick();
@@ -78,6 +100,7 @@ class TSourcePage : public QWidget {
 
   QPushButton* run_ = nullptr;
   QLineEdit* output_path_ = nullptr;
+  std::unique_ptr<TBoundSources> bound_;  ///< of a service that has closed
 };
 
 /// A page with the controls of its form file; it needs no code of its own when it has no job.

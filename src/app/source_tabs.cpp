@@ -1,6 +1,7 @@
 #include "app/source_tabs.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "base/comma_text.h"
 
@@ -8,31 +9,47 @@ namespace skyreel {
 
 namespace {
 
-QString CaptionsShownAtStart() {
+/// The captions of the sources for which `wanted` is true, as comma text.
+template <typename TWanted>
+QString Captions(TWanted wanted) {
   std::vector<std::string> captions;
   for (const TSource& source : Sources()) {
-    if (source.ShownAtStart) captions.push_back(source.Caption);
+    if (std::invoke(wanted, source)) captions.push_back(source.Caption);
   }
   return QString::fromStdString(ToCommaText(captions));
 }
 
+bool Has(const std::vector<std::string>& captions, const char* caption) {
+  return std::ranges::find(captions, caption) != captions.end();
+}
+
 }  // namespace
 
-TSourceTabs::TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
-                         const std::filesystem::path& program_folder, bool has_win_inet)
+TSourceTabs::TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu,
+                         const TPageEnvironment& environment)
     : area_(area),
       tabs_(tabs),
-      VisibleTabs_(store, "VisibleTabs", CaptionsShownAtStart()),
-      LastTab_(store, "LastTab", "") {
-  const std::vector<std::string> shown = FromCommaText(VisibleTabs_.Value.toStdString());
+      VisibleTabs_(environment.Store, "VisibleTabs", Captions(&TSource::ShownAtStart)),
+      // Older versions knew all tabs but that of the described sources, and did not store this.
+      SeenTabs_(environment.Store, "SeenTabs",
+                Captions([](const TSource& source) { return !source.Described; })),
+      LastTab_(environment.Store, "LastTab", "") {
+  std::vector<std::string> shown = FromCommaText(VisibleTabs_.Value.toStdString());
+  const std::vector<std::string> seen = FromCommaText(SeenTabs_.Value.toStdString());
   for (const TSource& source : Sources()) {
-    TSourcePage* page = MakePage({source, store, program_folder, has_win_inet}).release();
+    if (source.ShownAtStart && !Has(seen, source.Caption) && !Has(shown, source.Caption))
+      shown.push_back(source.Caption);
+  }
+  VisibleTabs_.Value = QString::fromStdString(ToCommaText(shown));
+  SeenTabs_.Value = Captions([](const TSource&) { return true; });
+  for (const TSource& source : Sources()) {
+    TSourcePage* page = MakePage({environment, source}).release();
     pages_.push_back(page);
     tabs_.addTab(page, source.Caption);
     QAction* action = menu.addAction(source.Caption);
     actions_.push_back(action);
     action->setCheckable(true);
-    action->setChecked(std::ranges::find(shown, source.Caption) != shown.end());
+    action->setChecked(Has(shown, source.Caption));
     tabs_.setTabVisible(tabs_.indexOf(page), action->isChecked());
     QObject::connect(action, &QAction::toggled, page, [this, page](bool on) { ShowTab(*page, on); });
   }

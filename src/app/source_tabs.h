@@ -16,9 +16,8 @@ namespace skyreel {
 class TSourceTabs {
  public:
   /// Makes the pages. The tab widget owns them. `area` holds the tab widget and the hint, in this order. The
-  /// menu and the store outlive this object.
-  TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu, TRegistryStore& store,
-              const std::filesystem::path& program_folder, bool has_win_inet);
+  /// menu outlives this object.
+  TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu, const TPageEnvironment& environment);
 
   /// In the order of Sources().
   const std::vector<TSourcePage*>& Pages() const { return pages_; }
@@ -41,7 +40,7 @@ class TSourceTabs {
   QTabWidget& tabs_;
   std::vector<TSourcePage*> pages_;
   std::vector<QAction*> actions_;  ///< of the menu, in the order of the pages
-  TRegistryString VisibleTabs_, LastTab_;
+  TRegistryString VisibleTabs_, SeenTabs_, LastTab_;
 };
 
 }  // namespace skyreel

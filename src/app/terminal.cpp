@@ -3,11 +3,11 @@
 #include <QCoreApplication>
 #include <QTemporaryDir>
 #include <algorithm>
-#include <map>
 #include <optional>
 
 #include "app/batch_record.h"
 #include "app/journal_recorder.h"
+#include "app/live_settings.h"
 #include "app/program_folder.h"
 #include "base/comma_text.h"
 #include "base/exceptions.h"
@@ -29,51 +29,34 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// The settings that a run of described sources reads.
-class TLiveSettings {
+/// The settings that all described sources share in a run.
+class TTerminalSettings {
+ private:
+  TRegistryStore store_;
+
  public:
-  explicit TLiveSettings(const TTerminal& terminal) : store_(terminal.SettingsFile) {
+  explicit TTerminalSettings(const TTerminal& terminal) : store_(terminal.SettingsFile) {
     std::string output = Text("OutputPathLive");
-    if (output.empty()) output = "Skyreel/Live";
-    if (output.starts_with("~/")) output.erase(0, 2);
+    if (output.empty()) output = "~/Skyreel/Live";
     // cron and a terminal start the program in different folders. An absolute path stays as it is.
-    OutputPath = terminal.Home / output;
+    OutputPath = terminal.Home / FromHome(output, terminal.Home);
     if (store_.HasValue("Timeout")) Shared.TimeoutSeconds = store_.ReadInteger("Timeout");
     if (store_.HasValue("UseProxy")) Shared.UseProxy = store_.ReadBoolean("UseProxy");
     Shared.ProxyServer = Text("ProxyServer");
     Shared.ProxyPort = Text("ProxyPort");
     CaFile = Text("CaFile");
     HostOverrides = Text("HostOverrides");
-    for (const std::string& entry : FromCommaText(Text("LiveChoices"))) {
-      const std::size_t slash = entry.find('/'), equals = entry.find('=', slash);
-      if (equals == std::string::npos) continue;
-      // "id/variable=" ticks nothing.
-      std::vector<std::string>& ticked =
-          Choices[entry.substr(0, slash)][entry.substr(slash + 1, equals - slash - 1)];
-      if (equals + 1 < entry.size()) ticked.push_back(entry.substr(equals + 1));
-    }
-    for (const std::string& entry : FromCommaText(Text("LiveKeepDays"))) {
-      const std::size_t equals = entry.rfind('=');
-      if (equals == std::string::npos) continue;
-      const auto days = ParseNumber<int>(std::string_view(entry).substr(equals + 1));
-      if (days && *days > 0) KeepDays[entry.substr(0, equals)] = *days;
-    }
-    for (const std::string& id : FromCommaText(Text("LiveTicked"))) Ticked.push_back(id);
   }
 
   fs::path OutputPath;
   TSharedSettings Shared;
   std::string CaFile, HostOverrides;
-  std::map<std::string, TChoices> Choices;  ///< by id
-  std::map<std::string, int> KeepDays;      ///< by id
-  std::vector<std::string> Ticked;          ///< ids
+  const TLiveSettings Live{store_};
 
  private:
   std::string Text(const char* name, const std::string& otherwise = "") {
     return store_.HasValue(name) ? store_.ReadString(name).toStdString() : otherwise;
   }
-
-  TRegistryStore store_;
 };
 
 /// Writes the lines of a run to the terminal and keeps them for the report.
@@ -105,7 +88,7 @@ class TTerminalDisplay : public TStatusDisplay {
 /// All that a run works with; a signal stops it.
 class TTerminalRun : private TRunControl {
  public:
-  TTerminalRun(const TTerminal& terminal, const TLiveSettings& settings, const fs::path& journal_file,
+  TTerminalRun(const TTerminal& terminal, const TTerminalSettings& settings, const fs::path& journal_file,
                const fs::path& ledger_file)
       : Display(terminal.Output),
         ledger_(ledger_file),
@@ -159,34 +142,18 @@ TCatalogue Catalogue(const TTerminal& terminal) {
   return catalogue;
 }
 
-std::string HealthText(TSourceHealth health) {
-  switch (health) {
-    case TSourceHealth::NeverRun:
-      return "never run";
-    case TSourceHealth::Fresh:
-      return "fresh";
-    case TSourceHealth::Late:
-      return "late";
-    case TSourceHealth::Failing:
-      break;
-  }
-  return "failing";
-}
-
 void Print(const TTerminal& terminal, const std::string& text) {
   ForEachLine(text, [&](std::string_view line) { Fire(terminal.Output, std::string(line)); });
 }
 
 int ListSources(const TTerminal& terminal) {
   const TCatalogue catalogue = Catalogue(terminal);
-  const TLiveSettings settings(terminal);
+  const TTerminalSettings settings(terminal);
   const TSystemClock clock({});
   std::optional<TJournal> journal;
   // A list makes no journal.
   if (FileSizeOf(terminal.JournalFile) >= 0) journal.emplace(terminal.JournalFile, clock);
-  const auto ticked = [&](const std::string& id) {
-    return std::ranges::find(settings.Ticked, id) != settings.Ticked.end();
-  };
+  const auto ticked = [&](const std::string& id) { return settings.Live.Ticked.contains(id); };
   const auto health = [&](const std::string& id) {
     if (!journal) return HealthText(TSourceHealth::NeverRun);
     const TDescription& source = *catalogue.Find(id)->Description;
@@ -251,7 +218,7 @@ int TrySource(const TTerminal& terminal, const std::string& name) {
 
   const QTemporaryDir temporary;
   const fs::path place = temporary.path().toStdString();
-  TTerminalRun run(terminal, TLiveSettings(terminal), place / "journal", place / "ledger");
+  TTerminalRun run(terminal, TTerminalSettings(terminal), place / "journal", place / "ledger");
   TDescribedRun described = run.Described(place / "out");
   described.Tries = 1;
   described.OnAnswer = [&terminal](const TFetchAnswer& answer) { Print(terminal, AnswerText(answer)); };
@@ -263,7 +230,7 @@ int TrySource(const TTerminal& terminal, const std::string& name) {
 int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
                const std::vector<std::string>& unknown) {
   const TCatalogue catalogue = Catalogue(terminal);
-  const TLiveSettings settings(terminal);
+  const TTerminalSettings settings(terminal);
   TBatchRecord batch;
   batch.UnknownArguments = unknown;
   for (const std::string& argument : unknown)
@@ -281,12 +248,10 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
       record.Reason = "no such source";
     } else if (std::ranges::find(wanted, source, [](const TWantedSource& each) { return &each.Source; }) ==
                wanted.end()) {
-      TWantedSource& added = wanted.emplace_back(TWantedSource{*source});
-      added.Days = command.Days;
-      if (const auto choices = settings.Choices.find(id); choices != settings.Choices.end())
-        added.Choices = choices->second;
-      if (const auto days = settings.KeepDays.find(id); days != settings.KeepDays.end())
-        added.KeepDays = days->second;
+      wanted.push_back(settings.Live.Wanted(*source));
+      // Who names a source accepts its terms.
+      wanted.back().AcceptsTerms = true;
+      wanted.back().Days = command.Days;
     }
   }
   TTerminalRun run(terminal, settings, terminal.JournalFile, terminal.ProgramFolder / kLedgerName);
@@ -296,7 +261,8 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
   if (command.DryRun) {
     for (const TWantedSource& each : wanted) {
       Print(terminal, each.Source.Title + " (" + each.Source.Id + ")");
-      Print(terminal, PlanText(each.Source, PlanOffline(described, each), clock.UtcNow()));
+      const TPlan plan = PlanOffline(described.Journal, described.Output, clock.UtcNow(), each);
+      Print(terminal, PlanText(each.Source, plan, clock.UtcNow()));
     }
     return static_cast<int>(batch.ExitCode());
   }

@@ -73,6 +73,62 @@ bool AsksForOtherFormat(const fs::path& path, TFileType type) {
   return (extension == ".jpg" || extension == ".jpeg") && type != TFileType::Jpeg;
 }
 
+// --- The plan of one source ------------------------------------------------------------------------------
+
+/// Plans what a source fetches, by what is on the disk and in the journal.
+class TPlanner {
+ public:
+  TPlanner(TJournal& journal, const fs::path& output, TDateTime now, const TWantedSource& wanted)
+      : Memory(journal, wanted.Source.Id),
+        OnDisk(output),
+        source_(wanted.Source),
+        wanted_(wanted),
+        now_(now) {
+    const TDateTime since = now_ - std::chrono::days(wanted.Days.value_or(1) + 1);
+    for (const TMissedSlot& slot : Memory.Missed(since))
+      ask_again_[{slot.Product, slot.SlotTime}] = slot.AskAgainAt();
+  }
+
+  TPlan Plan() {
+    TPlanRequest request{source_, now_};
+    request.Choices = wanted_.Choices;
+    request.Days = wanted_.Days;
+    request.OnDisk = [this](std::string_view path) { return OnDisk.Has(path); };
+    request.Lists = [this](const TListRequest& list) -> const TListAnswer* {
+      const auto answer = Lists.find(list);
+      return answer == Lists.end() ? nullptr : &answer->second;
+    };
+    request.AskAgainAt = [this](const TCombination& combination, TDateTime slot) {
+      const auto missed = ask_again_.find({LabelOf(source_, combination), slot});
+      return missed == ask_again_.end() ? TDateTime() : missed->second;
+    };
+    request.LastStamp = [this](const TCombination& combination, const std::string& address) {
+      const auto last = LastOf(LabelOf(source_, combination), address);
+      return last ? last->Stamp : "";
+    };
+    request.Stopped = Stopped;
+    return MakePlan(request);
+  }
+
+  /// What this product stored last from an address, if the file is still there.
+  std::optional<TStoredFile> LastOf(const std::string& product, const std::string& address) {
+    auto last = Memory.Last(product, address);
+    if (last && FileSizeOf(last->Path) != last->Bytes) last.reset();
+    return last;
+  }
+
+  TSourceMemory Memory;
+  TFolderScan OnDisk;
+  std::map<TListRequest, TListAnswer> Lists;  ///< the answers so far
+  std::function<bool()> Stopped;              ///< see TPlanRequest
+
+ private:
+  const TDescription& source_;
+  const TWantedSource& wanted_;
+  const TDateTime now_;
+  std::map<std::pair<std::string, TDateTime>, TDateTime> ask_again_;  ///< by product and slot
+};
+
 }  // namespace
 
 // --- One source --------------------------------------------------------------------------------------------
@@ -91,53 +147,29 @@ class TDescribedSourceRun {
                  run.Context.Https,          run.Context.Ledger,  record_,
                  run.Context.Shared,         run.Context.WinInet, wanted.Source.Id,
                  run.Context.LargestDownload},
-        memory_(run.Journal, wanted.Source.Id),
-        on_disk_(run.Output),
+        planner_(run.Journal, run.Output, now_, wanted),
         folders_(context_) {
     record_.Source = source_.Id;
     record_.Title = source_.Title;
     record_.Started = now_;
     record_.KeepsFiles = run.KeepsFiles;
     for (const TWay& way : source_.Ways) gap_ = std::max(gap_, way.Gap);
-    const TDateTime since = now_ - std::chrono::days(wanted.Days.value_or(1) + 1);
-    for (const TMissedSlot& slot : memory_.Missed(since))
-      ask_again_[{slot.Product, slot.SlotTime}] = slot.AskAgainAt();
+    // A long list and many choices take minutes, so a signal must come through.
+    planner_.Stopped = [this] {
+      context_.Clock.Sleep(std::chrono::milliseconds(0));
+      return context_.Run.StopRequested();
+    };
   }
 
   /// Plans, and asks for the lists or the first pictures.
   void Start() {
     for (;;) {
-      plan_ = Plan();
+      plan_ = planner_.Plan();
       if (plan_.Lists.empty()) return Begin();
       for (const TListRequest& list : plan_.Lists) AskList(list);
       // Otherwise the last list to come goes on.
       if (!documents_.empty()) return;
     }
-  }
-
-  TPlan Plan() {
-    TPlanRequest request{source_, now_};
-    request.Choices = wanted_.Choices;
-    request.Days = wanted_.Days;
-    request.OnDisk = [this](std::string_view path) { return on_disk_.Has(path); };
-    request.Lists = [this](const TListRequest& list) -> const TListAnswer* {
-      const auto answer = lists_.find(list);
-      return answer == lists_.end() ? nullptr : &answer->second;
-    };
-    request.AskAgainAt = [this](const TCombination& combination, TDateTime slot) {
-      const auto missed = ask_again_.find({LabelOf(source_, combination), slot});
-      return missed == ask_again_.end() ? TDateTime() : missed->second;
-    };
-    request.LastStamp = [this](const TCombination& combination, const std::string& address) {
-      const auto last = LastOf(LabelOf(source_, combination), address);
-      return last ? last->Stamp : "";
-    };
-    // A long list and many choices take minutes, so a signal must come through.
-    request.Stopped = [this] {
-      context_.Clock.Sleep(std::chrono::milliseconds(0));
-      return context_.Run.StopRequested();
-    };
-    return MakePlan(request);
   }
 
   /// Ends the source when the queue has come to its end.
@@ -209,20 +241,20 @@ class TDescribedSourceRun {
       try {
         if (!why.empty()) throw EListError(why);
         TListAnswer read = ReadAnswer(list, answer.Text, next_page);
-        std::vector<TListEntry>& entries = lists_[list].Entries;
+        std::vector<TListEntry>& entries = planner_.Lists[list].Entries;
         if (page == kMostListPages && !next_page.empty())
           throw EListError("the bucket's list has more than 1,000 pages");
         if (entries.size() + read.Entries.size() > kMostListEntries)
           throw EListError("the list has too many entries");
         entries.insert(entries.end(), std::make_move_iterator(read.Entries.begin()),
                        std::make_move_iterator(read.Entries.end()));
-        lists_[list].HasTime = std::move(read.HasTime);
-        lists_[list].TimesWithin = std::move(read.TimesWithin);
+        planner_.Lists[list].HasTime = std::move(read.HasTime);
+        planner_.Lists[list].TimesWithin = std::move(read.TimesWithin);
       } catch (const std::exception& error) {
         if (answer.End != TFetchEnd::Stopped) ListFailed(list, error.what());
       }
     }
-    if (!next_page.empty() && !lists_[documents_[address].front()].Failed) {
+    if (!next_page.empty() && !planner_.Lists[documents_[address].front()].Failed) {
       return AskPage(address, address + "&continuation-token=" + PercentEncode(next_page, "+/=&?#%"),
                      page + 1);
     }
@@ -231,7 +263,7 @@ class TDescribedSourceRun {
   }
 
   void ListFailed(const TListRequest& list, const std::string& why) {
-    lists_[list] = {.Failed = true};
+    planner_.Lists[list] = {.Failed = true};
     list_failed_ = true;
     if (told_lists_.insert(list.Address).second)
       context_.Display.AddStatusLine(source_.Title + ": the list " + list.Address +
@@ -250,7 +282,7 @@ class TDescribedSourceRun {
   /// Says when nothing in a list fits: the description then most likely has a wrong name.
   void ReportUnfitLists() {
     constexpr std::size_t kEnough = 1'000;
-    for (const auto& [list, answer] : lists_) {
+    for (const auto& [list, answer] : planner_.Lists) {
       if (answer.Entries.empty() ||
           Fits({.Entries = {answer.Entries.begin(),
                             answer.Entries.begin() +
@@ -343,6 +375,8 @@ class TDescribedSourceRun {
     picture->Addresses = AddressesOf(source_, CombinationOf(*picture), planned, now_);
     picture->DropTemporary();
     picture->Result.Address = picture->Addresses.Addresses.front().Text;
+    if (way.Licence && way.Licence->Use != TLicence::TUse::Any && !wanted_.AcceptsTerms)
+      return Absent(picture, "the terms of \"" + way.Title + "\" were not accepted");
     for (const TAddress& address : picture->Addresses.Addresses) {
       if (!address.Problem.empty()) return Refuse(picture, address.Problem);
     }
@@ -394,20 +428,13 @@ class TDescribedSourceRun {
     }
     request.File = picture->Temporary.Name;
     if (way.IsFixedName()) {
-      if (const auto last = LastOf(LabelOf(source_, CombinationOf(*picture)), request.Url)) {
+      if (const auto last = planner_.LastOf(LabelOf(source_, CombinationOf(*picture)), request.Url)) {
         request.ETag = last->ETag;
         request.LastModified = last->LastModified;
       }
     }
     request.Done = [this, picture](const TFetchAnswer& answer) { PictureArrived(picture, answer); };
     queue_.Add(std::move(request));
-  }
-
-  /// What this product stored last from an address, if the file is still there.
-  std::optional<TStoredFile> LastOf(const std::string& product, const std::string& address) {
-    auto last = memory_.Last(product, address);
-    if (last && FileSizeOf(last->Path) != last->Bytes) last.reset();
-    return last;
   }
 
   /// Judges what the code of an answer says. True: there is a body, which must be judged.
@@ -437,7 +464,7 @@ class TDescribedSourceRun {
   void PictureArrived(const TPicturePtr& picture, const TFetchAnswer& answer) {
     if (answer.End == TFetchEnd::Answered && answer.Code == 304) {
       // Only a fixed name's request allows this answer, and the file may be gone since.
-      const auto last = LastOf(LabelOf(source_, CombinationOf(*picture)), picture->Result.Address);
+      const auto last = planner_.LastOf(LabelOf(source_, CombinationOf(*picture)), picture->Result.Address);
       if (last && WayOf(*picture).IsFixedName()) {
         Fire(run_.OnAnswer, answer);
         CountPresent(last->SlotTime);
@@ -488,8 +515,8 @@ class TDescribedSourceRun {
     const std::string hash = FileHash(picture->Temporary.Name);
     TFileState state = TFileState::New;
     if (source_.IsFixedName()) {
-      const auto last = LastOf(product, picture->Result.Address);
-      const auto owner = memory_.At(path);
+      const auto last = planner_.LastOf(product, picture->Result.Address);
+      const auto owner = planner_.Memory.At(path);
       const bool there = FileSizeOf(path) >= 0;
       if (there && owner && owner->Source != source_.Id)
         return Refuse(picture, "another source stored that file");
@@ -594,22 +621,22 @@ class TDescribedSourceRun {
 
   void Remember(const TPicture& picture, const std::string& hash) {
     const TFileResult& result = picture.Result;
-    memory_.Remember({.Product = LabelOf(source_, CombinationOf(picture)),
-                      .SlotTime = result.SlotTime,
-                      .Address = result.Address,
-                      .Path = result.Path,
-                      .Bytes = FileSizeOf(result.Path),
-                      .Hash = hash,
-                      .ETag = result.ETag,
-                      .LastModified = result.LastModified,
-                      .Stamp = StampOf(picture)});
+    planner_.Memory.Remember({.Product = LabelOf(source_, CombinationOf(picture)),
+                              .SlotTime = result.SlotTime,
+                              .Address = result.Address,
+                              .Path = result.Path,
+                              .Bytes = FileSizeOf(result.Path),
+                              .Hash = hash,
+                              .ETag = result.ETag,
+                              .LastModified = result.LastModified,
+                              .Stamp = StampOf(picture)});
   }
 
   /// What the listing shows for a fixed name; see TPlanRequest::LastStamp.
   std::string StampOf(const TPicture& picture) const {
     const TWay& way = WayOf(picture);
     if (!source_.IsFixedName() || !way.Find) return "";
-    for (const auto& [list, answer] : lists_) {
+    for (const auto& [list, answer] : planner_.Lists) {
       const std::string name =
           PercentDecode(picture.Result.Address.substr(picture.Result.Address.rfind('/') + 1));
       for (const TListEntry& entry : answer.Entries) {
@@ -678,13 +705,13 @@ class TDescribedSourceRun {
     const TDateTime limit = now_ - std::chrono::days(days);
     std::int64_t deleted = 0;
     for (;;) {
-      const std::vector<TStoredFile> old = memory_.Before(limit, 1'000);
+      const std::vector<TStoredFile> old = planner_.Memory.Before(limit, 1'000);
       for (const TStoredFile& file : old) {
         // A file that somebody changed is not the one that was stored.
         std::error_code error;
         if (IsBelowOutput(file.Path) && FileSizeOf(file.Path) == file.Bytes && fs::remove(file.Path, error))
           ++deleted;
-        memory_.Forget(file.Path);
+        planner_.Memory.Forget(file.Path);
       }
       // While the journal cannot be written, the same files would come again.
       if (old.size() < 1'000 || !run_.Journal.Flush()) break;
@@ -706,13 +733,10 @@ class TDescribedSourceRun {
   const TDateTime now_;
   TRunRecord record_;
   TTransferContext context_;  ///< the run's, with this source's record
-  TSourceMemory memory_;
-  TFolderScan on_disk_;
+  TPlanner planner_;
   TFolderMaker folders_;
   std::chrono::milliseconds gap_{0};
-  std::map<std::pair<std::string, TDateTime>, TDateTime> ask_again_;  ///< by product and slot
   TPlan plan_;
-  std::map<TListRequest, TListAnswer> lists_;
   std::map<std::string, std::vector<TListRequest>> documents_;  ///< being asked for, by address
   std::set<std::string> told_lists_;
   bool list_failed_ = false;
@@ -724,9 +748,8 @@ class TDescribedSourceRun {
 
 // --- The run -----------------------------------------------------------------------------------------------
 
-TPlan PlanOffline(TDescribedRun& run, const TWantedSource& wanted) {
-  TFetchQueue queue(run.Context);
-  return TDescribedSourceRun(run, queue, wanted).Plan();
+TPlan PlanOffline(TJournal& journal, const fs::path& output, TDateTime now, const TWantedSource& wanted) {
+  return TPlanner(journal, output, now, wanted).Plan();
 }
 
 std::vector<TRunRecord> RunDescribedSources(TDescribedRun& run, const std::vector<TWantedSource>& sources) {

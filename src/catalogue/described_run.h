@@ -21,6 +21,9 @@ struct TWantedSource {
   std::optional<int> Days = {};  ///< see TPlanRequest; without, the newest slot alone
   /// Deletes its stored pictures of slots that are older than so many days; without, keeps all.
   std::optional<int> KeepDays = {};
+  /// The user accepts the terms of alternates that have a licence of their own; otherwise those that do not
+  /// allow any use are passed over.
+  bool AcceptsTerms = false;
 };
 
 /// What a run of described sources works with. All of it outlives the run.
@@ -34,8 +37,9 @@ struct TDescribedRun {
   std::function<void(const TFetchAnswer& answer)> OnAnswer = {};
 };
 
-/// The plan of a source as far as no server is asked.
-TPlan PlanOffline(TDescribedRun& run, const TWantedSource& wanted);
+/// The plan of a source as far as no server is asked. The sources' folders are below `output`.
+TPlan PlanOffline(TJournal& journal, const std::filesystem::path& output, TDateTime now,
+                  const TWantedSource& wanted);
 
 /// Fetches what is wanted of these sources, several hosts side by side, and gives each source's record in
 /// their order. A source asks its lists first. A picture is tried in its ways one after the other, and judged

@@ -20,23 +20,6 @@ constexpr TSpan kDay = 24h;
 /// The newest slot alone is looked for no further back, however old the newest of a list is.
 constexpr int kMostSteps = 10'000;
 
-/// The rows of each variable that the choices tick.
-std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, const TChoices& choices) {
-  std::vector<std::vector<std::size_t>> chosen;
-  for (const TVariable& variable : source.Variables) {
-    std::vector<std::size_t>& rows = chosen.emplace_back();
-    const auto choice = choices.find(variable.Name);
-    for (std::size_t i = 0; choice != choices.end() && i < variable.Rows.size(); ++i) {
-      if (std::ranges::find(choice->second, variable.Rows[i].Value) != choice->second.end())
-        rows.push_back(i);
-    }
-    const bool nothing_ticked = choice != choices.end() && choice->second.empty();
-    if (rows.empty() && !nothing_ticked) rows = variable.Default;
-    if (!variable.Many && rows.size() > 1) rows = {rows.front()};
-  }
-  return chosen;
-}
-
 bool DependsOnSlot(const TFind& find) {
   const auto depends = [](const TFieldText& text) { return text.Has(TKind::Time) || text.Has(TKind::Alias); };
   return depends(find.Url) || depends(find.Prefix) || depends(find.Layer) || depends(find.At) ||
@@ -357,6 +340,22 @@ class TCombinationPlanner {
 };
 
 }  // namespace
+
+std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, const TChoices& choices) {
+  std::vector<std::vector<std::size_t>> chosen;
+  for (const TVariable& variable : source.Variables) {
+    std::vector<std::size_t>& rows = chosen.emplace_back();
+    const auto choice = choices.find(variable.Name);
+    for (std::size_t i = 0; choice != choices.end() && i < variable.Rows.size(); ++i) {
+      if (std::ranges::find(choice->second, variable.Rows[i].Value) != choice->second.end())
+        rows.push_back(i);
+    }
+    const bool nothing_ticked = choice != choices.end() && choice->second.empty();
+    if (rows.empty() && !nothing_ticked) rows = variable.Default;
+    if (!variable.Many && rows.size() > 1) rows = {rows.front()};
+  }
+  return chosen;
+}
 
 TPlan MakePlan(const TPlanRequest& request) {
   TPlan plan;

@@ -45,6 +45,9 @@ struct TListAnswer {
 /// more, has its default; one with an empty list has nothing ticked.
 using TChoices = std::map<std::string, std::vector<std::string>>;
 
+/// The rows of each variable that the choices tick.
+std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, const TChoices& choices);
+
 /// What a plan is made from.
 struct TPlanRequest {
   const TDescription& Source;

@@ -14,10 +14,6 @@ namespace skyreel {
 
 namespace {
 
-std::string SlotText(std::optional<TDateTime> slot) {
-  return slot ? FormatDateTime("yyyy-mm-dd hh:nn:ss' UTC'", *slot) : "dated by the server";
-}
-
 /// The address of a picture, or of its first tile.
 std::string AddressText(const TPictureAddresses& picture) {
   const std::size_t more = picture.Addresses.size() - 1;
@@ -32,6 +28,12 @@ std::string ListsText(const TPlan& plan) {
     text += "would ask " + list.Address + (list.Problem.empty() ? "" : " - refused: " + list.Problem) + "\n";
   }
   return text;
+}
+
+}  // namespace
+
+std::string SlotText(std::optional<TDateTime> slot) {
+  return slot ? FormatDateTime("yyyy-mm-dd hh:nn:ss' UTC'", *slot) : "dated by the server";
 }
 
 const char* StateText(TPlanState state) {
@@ -55,8 +57,6 @@ const char* StateText(TPlanState state) {
   }
   return "";
 }
-
-}  // namespace
 
 std::string SourceListText(const TCatalogue& catalogue,
                            const std::function<bool(const std::string& id)>& ticked,

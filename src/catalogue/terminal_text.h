@@ -8,6 +8,11 @@
 
 namespace skyreel {
 
+/// "2026-11-26 03:00:00 UTC", or that the server tells it.
+std::string SlotText(std::optional<TDateTime> slot);
+/// "wanted", "needs the server's list" and so on.
+const char* StateText(TPlanState state);
+
 /// What --list-sources prints: a line for each source with its id, title, group, "ticked" or "not ticked",
 /// its state of health, and "changed by you" where that is so. `ticked` and `health` are asked by id.
 std::string SourceListText(const TCatalogue& catalogue,

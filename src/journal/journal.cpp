@@ -218,6 +218,20 @@ std::optional<TSourceRun> TJournal::LastRun(const std::string& source) {
   return FirstOf(LastRuns(source, 1));
 }
 
+const char* HealthText(TSourceHealth health) {
+  switch (health) {
+    case TSourceHealth::NeverRun:
+      return "never run";
+    case TSourceHealth::Fresh:
+      return "fresh";
+    case TSourceHealth::Late:
+      return "late";
+    case TSourceHealth::Failing:
+      break;
+  }
+  return "failing";
+}
+
 TSourceHealth TJournal::Health(const std::string& source, TDateTime::TSpan stale) {
   const std::vector<TSourceRun> runs = LastRuns(source, kFailingRuns);
   if (runs.empty()) return TSourceHealth::NeverRun;

@@ -84,6 +84,8 @@ enum class TSourceHealth {
   Late,     ///< at the last run its newest file was older than it should be
   Failing,  ///< the last three runs failed
 };
+/// "never run", "fresh", "late", "failing".
+const char* HealthText(TSourceHealth health);
 
 /// What became of runs and files, kept for a year in one database file. Files that were present are counted,
 /// not kept as rows. Several copies of the program may use the file at once. A damaged file is renamed to
@@ -116,6 +118,9 @@ class TJournal {
   void EndRun(int exit_code);
 
   // --- Questions. They see all that was added.
+
+  /// Whether there is a file to ask. The other questions make one.
+  bool FileExists() const { return file_.Exists(); }
 
   /// The number of the current run, or else of the last one; 0 before the first.
   std::int64_t RunNumber();

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/clock.h"
+#include "base/files.h"
 #include "journal/database.h"
 
 namespace skyreel {
@@ -24,6 +25,7 @@ class TJournalFile {
   /// Calls `action` with the open database; it may call it again with a new file after damage was found.
   /// False when that failed. Never throws EDatabaseError.
   bool Use(const std::function<void(TDatabase& database)>& action);
+  bool Exists() const { return FileSizeOf(file_) >= 0; }
   /// How long a use waits while another process writes, at least kPatience. A longer wait in vain is a fault;
   /// after kPatience the caller tries again later.
   void SetPatience(std::chrono::milliseconds patience);

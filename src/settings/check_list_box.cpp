@@ -34,8 +34,12 @@ class TRoomyDelegate : public QStyledItemDelegate {
 
 }  // namespace
 
+void MakeChecksVisible(QAbstractItemView& view) {
+  view.setItemDelegate(new TRoomyDelegate(&view));
+}
+
 TCheckListBox::TCheckListBox(QWidget* parent) : QListWidget(parent) {
-  setItemDelegate(new TRoomyDelegate(this));
+  MakeChecksVisible(*this);
   setResizeMode(QListView::Adjust);
   // Columns have different widths.
   setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);

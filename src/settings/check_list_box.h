@@ -4,6 +4,9 @@
 
 namespace skyreel {
 
+/// Gives the items of a list or a tree check boxes that can be seen on a dark background too, and more room.
+void MakeChecksVisible(QAbstractItemView& view);
+
 /// A list of items with check marks. The items come from the page's form file or from SetItems. The context
 /// menu checks all items or none.
 class TCheckListBox : public QListWidget {

@@ -11,6 +11,12 @@ namespace skyreel {
 
 const std::vector<TSource>& Sources() {
   static const std::vector<TSource> sources = {
+      {.Caption = "Live",
+       .Page = "live",
+       .OutputFolder = "Live",
+       .Switches = {"-LIVE"},
+       .ShownAtStart = true,
+       .Described = true},
       {.Caption = "Weather data",
        .Page = "weather_data",
        .OutputFolder = "Bracknell",
@@ -32,7 +38,8 @@ const std::vector<TSource>& Sources() {
        .Page = "dundee",
        .OutputFolder = "Dundee",
        .Switches = {"-DUN"},
-       .ShownAtStart = true},
+       .ShownAtStart = true,
+       .Bound = true},
       {.Caption = "Eumetsat",
        .Page = "eumetsat",
        .OutputFolder = "EumetsatArchive",
@@ -42,7 +49,7 @@ const std::vector<TSource>& Sources() {
        .Servers = {kEuArchiveOldServer, kEuArchiveNewServer},
        .Offers = EuArchiveOffers,
        .ListingPage = EuArchiveListingPage},
-      {.Caption = "GMS-5", .Page = "gms5", .OutputFolder = "GMS5"},
+      {.Caption = "GMS-5", .Page = "gms5", .OutputFolder = "GMS5", .Bound = true},
       {.Caption = "GOES",
        .Page = "goes",
        .OutputFolder = "GOES",
@@ -58,7 +65,7 @@ const std::vector<TSource>& Sources() {
        .Switches = {"-MSFC"},
        .Servers = {kMsfcServer},
        .Offers = MsfcOffers},
-      {.Caption = "Nottingham", .Page = "nottingham", .OutputFolder = "Nottingham"},
+      {.Caption = "Nottingham", .Page = "nottingham", .OutputFolder = "Nottingham", .Bound = true},
       {.Caption = "PDUS",
        .Page = "pdus",
        .OutputFolder = "PDUS",
@@ -69,7 +76,12 @@ const std::vector<TSource>& Sources() {
        .Offers = PdusOffers,
        .ListingPage = PdusOrderPage},
       {.Caption = "RSS Archive", .Page = "rss_archive", .OutputFolder = "EumetsatRSS", .Switches = {"-RSS"}},
-      {.Caption = "Ulm", .Page = "ulm", .OutputFolder = "Ulm", .Switches = {"-ULM"}, .NeedsVisibleTab = true},
+      {.Caption = "Ulm",
+       .Page = "ulm",
+       .OutputFolder = "Ulm",
+       .Switches = {"-ULM"},
+       .NeedsVisibleTab = true,
+       .Bound = true},
   };
   return sources;
 }

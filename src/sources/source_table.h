@@ -19,7 +19,8 @@ struct TSource {
   bool ShownAtStart = false;
   bool NeedsVisibleTab = false;  ///< kept: Run does nothing while the tab is hidden
   bool NeedsLogin = false;       ///< a run needs a user name and a password
-  /// The servers that its job asks. A source without any has no job: the program only keeps its settings.
+  /// The servers that its job asks. A source without any, and neither Described nor Bound, has no job: the
+  /// program only keeps its settings.
   std::vector<TServerSetting> Servers = {};
   /// What the servers have of one day, for the demo archive. A file whose path names the day before may be
   /// among it.
@@ -27,7 +28,12 @@ struct TSource {
   /// The server's page that lists these offers.
   std::string (*ListingPage)(const std::vector<TOffer>& offers) = nullptr;
 
-  bool HasJob() const { return !Servers.empty(); }
+  bool Described = false;  ///< it runs the sources that files describe; "-ALL" leaves it out
+
+  /// Its service has closed. Described sources that name its tab give its pictures today.
+  bool Bound = false;
+
+  bool HasJob() const { return Described || Bound || !Servers.empty(); }
 };
 
 /// All sources, in the order of their tabs.

@@ -48,9 +48,10 @@ class MainFormTest : public testing::Test {
     Shut();
     store_ = std::make_unique<TRegistryStore>(Folder / "Skyreel.conf");
     const auto keep = [](TWords& lines) { return [&](const std::string& line) { lines.push_back(line); }; };
-    form_ = std::make_unique<TFormMain>(TFormEnvironment{
-        *store_, "/opt/skyreel/Skyreel", Folder / "App Paths.conf", ProgramFolder, JournalFile, arguments,
-        headless, &Clock, [this] { ++Bells; }, keep(Output), keep(Errors), keep(Documents), 0ms});
+    form_ = std::make_unique<TFormMain>(
+        TFormEnvironment{*store_, "/opt/skyreel/Skyreel", Folder / "App Paths.conf", ProgramFolder,
+                         JournalFile, TSourceFolders{{}, Folder / "sources"}, arguments, headless, &Clock,
+                         [this] { ++Bells; }, keep(Output), keep(Errors), keep(Documents), 0ms});
     form_->show();
   }
   void Shut() { form_.reset(), store_.reset(); }
@@ -107,8 +108,8 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
     EXPECT_TRUE(Page(i).minimumSizeHint().width() <= 900 && Page(i).minimumSizeHint().height() <= 360);
   }
   EXPECT_EQ(captions,
-            "Weather data, Archive Direct, Dundee off, Eumetsat, (GMS-5 off), GOES, (GSFC off), (MSFC), "
-            "(Nottingham off), (PDUS), (RSS Archive off), (Ulm off), ");
+            "Live, Weather data, Archive Direct, Dundee, Eumetsat, (GMS-5), GOES, (GSFC off), (MSFC), "
+            "(Nottingham), (PDUS), (RSS Archive off), (Ulm), ");
   EXPECT_FALSE(Get<QTabWidget>("PageControlDundee").isTabVisible(0));
   EXPECT_TRUE(Get("ButtonAnalysePDUS").isHidden() && Get("CheckBoxMSFCUseWinInet").isHidden());
   EXPECT_EQ(form_->windowTitle(), "Quenmoor's Skyreel - automated Web file retriever - V" SKYREEL_VERSION);
@@ -117,14 +118,14 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
     PressControl(key);
     seen += tabs.tabText(tabs.currentIndex()).toStdString() + ", ";
   }
-  EXPECT_EQ(seen, "GOES, Eumetsat, GOES, Weather data, ");
+  EXPECT_EQ(seen, "GOES, Eumetsat, GOES, Live, ");
   // With no tab shown the page keys end and the Run key does nothing.
   const QList<QAction*> menu = Get<QMenu>("MenuSources").actions();
   menu.last()->trigger();
   for (const int key : {Qt::Key_PageUp, Qt::Key_PageDown, Qt::Key_R}) PressControl(key);
   EXPECT_TRUE(Get("LabelNoSource").isVisible());
   menu[menu.size() - 2]->trigger();
-  EXPECT_TRUE(tabs.isVisible() && tabs.isTabVisible(11) && tabs.currentIndex() == 0);
+  EXPECT_TRUE(tabs.isVisible() && tabs.isTabVisible(12) && tabs.currentIndex() == 0);
   Get<QAction>("MenuItemRunOrbiscope").trigger();
   EXPECT_THAT(form_->findChild<QMessageBox*>()->text().toStdString(), HasSubstr("Orbiscope"));
 }
@@ -161,16 +162,16 @@ TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
       text += "|" + Get<QComboBox>(combo).currentText();
     const auto& tabs = Get<QTabWidget>("PageControl");
     text += "|" + tabs.tabText(tabs.currentIndex());
-    return text.toStdString() + (tabs.isTabVisible(2) ? "" : "|no Dundee");
+    return text.toStdString() + (tabs.isTabVisible(3) ? "" : "|no Dundee");
   };
   Open();
-  EXPECT_EQ(shown(), "password|D1,D2,D3||D1,D2,D3|17:32|17:30|2330|30 mins|None|Weather data");
+  EXPECT_EQ(shown(), "password|D1,D2,D3||D1,D2,D3|17:32|17:30|2330|30 mins|None|Live");
   Get<QLineEdit>("EditRSSpassword").setText("ZP secret");
   Get<TCheckListBox>("CheckListBoxEuArSectors").SetCheckedText("c2d,HTOT,gone");
   Get<TCheckListBox>("CheckListBoxSectors").SetCheckedText("");
   Get<QTimeEdit>("TimePickerGoesE").setTime(QTime(5, 7));
-  Get<QMenu>("MenuSources").actions()[2]->trigger();
-  Get<QTabWidget>("PageControl").setCurrentIndex(5);
+  Get<QMenu>("MenuSources").actions()[3]->trigger();
+  Get<QTabWidget>("PageControl").setCurrentIndex(6);
   form_->close();
   Shut();
   EXPECT_THAT(File("Skyreel.conf"), Not(HasSubstr("secret"))) << "hidden from a chance look";
@@ -182,6 +183,7 @@ TEST_F(MainFormTest, StoresEverySettingAndShowsItAgain) {
 TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   Store("ServerNewZealand", "ftp://x y");
   Store("HostOverrides", "h=a:0");
+  Store("LastTab", "Weather data");
   Open();
   Get<QCheckBox>("CheckBoxUseProxy").setChecked(true);
   Get<QLineEdit>("EditProxy").setText("127.0.0.1");
@@ -210,7 +212,7 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   PressControl(Qt::Key_R);
   EXPECT_THAT(Server.Paths().back(), StartsWith("http://n.z:65535/data"));
 
-  QLineEdit& folder = Page(0).OutputPathEdit();
+  QLineEdit& folder = Page(1).OutputPathEdit();
   folder.clear();
   EXPECT_EQ(folder.text(), "");
   for (const char* key : {"/", "a", "b"}) folder.insert(key);
@@ -224,7 +226,7 @@ TEST_F(MainFormTest, TakesRightServersAndFoldersOnly) {
   for (int i = 0; i < 3; ++i) folder.redo();
   EXPECT_EQ(folder.text(), "/a/");
   folder.setText("~/none/yet");
-  EXPECT_EQ(Page(0).OutputPath(), Folder.Path().string() + "/none/yet/");
+  EXPECT_EQ(Page(1).OutputPath(), Folder.Path().string() + "/none/yet/");
   Press("ButtonBrowseBracknell");
   EXPECT_EQ(form_->findChild<QFileDialog*>()->directory().path().toStdString(), Folder.Path());
   emit form_->findChild<QFileDialog*>()->fileSelected("/var/tmp");
@@ -251,7 +253,7 @@ TEST_F(MainFormTest, EachPageAsksForWhatItShows) {
   QObject::connect(&Get<QProgressBar>("ProgressBar"), &QProgressBar::valueChanged,
                    [&](int value) { most = std::max(most, value); });
   Get<TpstRadioGroup>("RadioGroupGsfcInterval").SetItemIndex(3);
-  for (int i = 0; i < 12; ++i) {
+  for (int i = 1; i < 13; ++i) {
     Get<QMenu>("MenuSources").actions()[i]->setChecked(true);
     for (auto* list : Page(i).findChildren<TCheckListBox*>())
       list->SetCheckedText('"' + list->item(0)->text() + '"');
@@ -363,19 +365,167 @@ TEST_F(MainFormTest, TheWatchdogOrASecondPressOfStopEndsAWaitOfEachClient) {
   }
 }
 
+// --- Described sources ---------------------------------------------------------------------------------
+
+/// A profile with the sources "a.charts", for any use, and "a.own", for personal use, and a wrong one. The
+/// server has one chart.
+class LivePageTest : public MainFormTest {
+ protected:
+  LivePageTest() {
+    const std::string gif = ReadWholeFile(SKYREEL_TEST_PICTURES "/colour.gif");
+    Server.Answer("/north12.gif", gif);
+    for (const std::string use : {"any", "personal"}) {
+      Folder.Write("sources/" + use + ".toml",
+                   "format = 1\nid = \"" + std::string(use == "any" ? "a.charts" : "a.own") +
+                       "\"\ntitle = \"" + (use == "any" ? "Sea <b>charts" : "Own") +
+                       "\"\nprovider = \"Office\"\nhome = \"https://h.example/\"\ngroup = \"A\"\n"
+                       "licence = { name = \"L\", use = \"" +
+                       use + "\" }\n[time]\nevery = \"6h\"\nwalk_back = 0\n[vary.area]\nmany = " +
+                       (use == "any" ? "true" : "false") +
+                       "\nvalues = [\"north\", \"south\"]\n[get]\ntypical = \"300MB\"\nurl = \"" +
+                       Server.Url("/{area}{%H}.gif") + "\"\ntype = \"image/gif\"\n[keep]\nname = \"" + use +
+                       "_{area}_{%Y%m%d%H}.gif\"\n");
+    }
+    Folder.Write("sources/wrong.toml", "format = 1\nid = \"a.wrong\"\ntitle = 3\n");
+  }
+
+  QTreeWidgetItem& Item(const char* title) {
+    auto& tree = Get<QTreeWidget>("TreeSources");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return tree.topLevelItemCount() > 0; }));
+    return *tree.findItems(title, Qt::MatchStartsWith | Qt::MatchRecursive).at(0);
+  }
+  void Choose(const char* title) { Get<QTreeWidget>("TreeSources").setCurrentItem(&Item(title)); }
+  std::string About() { return Get<QLabel>("LabelAbout").text().toStdString(); }
+  /// Answers the open question, and returns it.
+  std::string Answer(QMessageBox::StandardButton button) {
+    auto* box = form_->findChild<QMessageBox*>();
+    if (box == nullptr) return "no question";
+    const std::string text = box->text().toStdString();
+    box->button(button)->click();
+    QTest::qWait(0);
+    return text;
+  }
+};
+
+TEST_F(LivePageTest, ATabOfAClosedServiceGetsTodaysPicturesForItsControls) {
+  Folder.Write(
+      "sources/tab.toml",
+      "format = 1\nid = \"org.quenmoor.skyreel.tab-gms5\"\ntitle = \"Tab\"\nprovider = \"Successor\"\nhome = "
+      "\"https://s.example/\"\n"
+      "licence = { name = \"L\", use = \"ask\" }\n[page]\ntab = \"GMS-5\"\noutput = \"EditOutputPathGMS5\"\n"
+      "[time]\nevery = \"12h\"\n[vary.item]\ncontrol = \"CheckListBoxGms5Sectors\"\nvalues = [\n"
+      "  { value = \"Japan vis\", file = \"north\" },\n  { value = \"Japan IR\", file = \"south\" },\n]\n"
+      "[vary.alt]\ncontrol = \"CheckBoxAltGMS5source\"\nmany = false\nvalues = [\"a\", \"b\"]\n"
+      "[get]\nurl = \"" +
+          Server.Url("/{item.file}{%H}.gif") +
+          "\"\ntype = \"image/gif\"\n[keep]\nname = \"{item}{alt}{%Y%m%d%H}.gif\"\n");
+  Store("VisibleTabs", "GMS-5,\"RSS Archive\"");
+  Store("Gms5Sectors", "\"Japan vis\",\"East Asia vis\"");
+  Store("AltGMS5source", "true");
+  Open();
+  Get<QTabWidget>("PageControl").setCurrentIndex(5);
+  EXPECT_THAT(Page(5).findChild<QLabel*>("LabelProvider")->text().toStdString(),
+              AllOf(HasSubstr("<a href=\"https://s.example/\">Successor</a>"), HasSubstr("Grey items")));
+  Press("ButtonRunGms5");
+  EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr("Tab: L; ask the provider"));
+  EXPECT_EQ(FileSizeOf(Folder / "Skyreel/GMS5/Japan visb2005111012.gif"),
+            FileSizeOf(SKYREEL_TEST_PICTURES "/colour.gif"));
+  EXPECT_THAT(Server.Paths(), Each(StartsWith("/north")));
+  Press("ButtonRunGms5");
+  EXPECT_THAT(Lines().back(), StartsWith("Tab: 0 new, 1 present, "));
+}
+
+TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {
+  Open();
+  Choose("a.wrong");
+  EXPECT_THAT(About(), HasSubstr("wrong.toml:3:9: 'title' must be a text"));
+  EXPECT_TRUE(Get("ButtonOneSource").isHidden());
+  PressControl(Qt::Key_F);
+  EXPECT_EQ(form_->focusWidget(), &Get("EditSearch"));
+  QTest::keyClicks(&Get("EditSearch"), "office SEA");
+  EXPECT_TRUE(!Item("Sea").isHidden() && Item("Own").isHidden() && Item("Charts").isHidden());
+  Choose("Sea");
+  EXPECT_EQ(Get<QLabel>("LabelTitle").textFormat(), Qt::PlainText) << "a file chooses the text";
+  EXPECT_THAT(About(), HasSubstr("<a href=\"https://h.example/\">https://h.example/</a><br>"));
+  EXPECT_THAT(About(), HasSubstr("every 6 hours; 4 pictures a day, about 1.2 GB"));
+  Item("Sea").setCheckState(0, Qt::Checked);
+  Get("PanelChoices").findChild<TCheckListBox*>()->item(1)->setCheckState(Qt::Checked);
+  EXPECT_THAT(About(), HasSubstr("8 pictures a day, about 2.4 GB"));
+  Get<QSpinBox>("SpinKeepDays").setValue(30);
+  Choose("Own");
+  Get("PanelChoices").findChild<QComboBox*>()->setCurrentIndex(1);
+  emit Get("PanelChoices").findChild<QComboBox*>()->activated(1);
+  Get<QSpinBox>("SpinDays").setValue(2);
+  Shut();
+  EXPECT_THAT(File("Skyreel.conf"),
+              AllOf(HasSubstr("LiveTicked=a.charts\n"), HasSubstr("LiveDays=\"a.own=2\"\n"),
+                    HasSubstr("LiveKeepDays=\"a.charts=30\"\n"),
+                    HasSubstr("LiveChoices=\"a.charts/area=north,a.charts/area=south,a.own/area=south\"\n")));
+  Open();
+  EXPECT_EQ(Item("Sea").checkState(0), Qt::Checked);
+  Choose("Own");
+  EXPECT_EQ(Get("PanelChoices").findChild<QComboBox*>()->currentText(), "south");
+  EXPECT_EQ(Get<QSpinBox>("SpinDays").value(), 2);
+  Press("ButtonPreview");
+  EXPECT_THAT(form_->findChild<QLabel*>("LabelPlan")->text().toStdString(),
+              AllOf(HasSubstr("7 wanted.\n"), HasSubstr("To fetch: 7 pictures, about 2.1 GB. ")));
+}
+
+TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
+  Store("LiveTicked", "a.charts,a.own,a.wrong,a.gone");
+  Store("LiveDays", "a.own=2");
+  const std::string charts = "Sea <b>charts: 1 new, 0 present, ";
+  for (const bool accepted : {false, true}) {
+    Open({"-LIVE"}, true);
+    UntilClosed();
+    EXPECT_THAT(Lines(), Contains(StartsWith(accepted ? "Sea <b>charts: 0 new, 1 present, " : charts)));
+    EXPECT_THAT(Lines(), Contains(AllOf(StartsWith("a.gone: "), EndsWith("; no such source"))));
+    EXPECT_THAT(Lines(), Contains(AllOf(StartsWith("a.wrong: "), EndsWith("its description is wrong"))));
+    const auto refused = Contains(AllOf(StartsWith("Own: "), HasSubstr("its terms were not accepted")));
+    EXPECT_EQ(testing::Matches(refused)(Lines()), !accepted);
+    EXPECT_EQ(form_->ExitCode(), TExitCode::NotStarted);
+    Open();
+    if (accepted) break;
+    Choose("Own");
+    EXPECT_EQ(Item("Sea").toolTip(0).left(5) + Item("Own").toolTip(0).left(3), "FreshNot");
+    Press("ButtonOneSource");
+    EXPECT_THAT(Answer(QMessageBox::No), HasSubstr("Own: L; for personal use only"));
+    Press("ButtonOneSource");
+    Answer(QMessageBox::Yes);
+    EXPECT_THAT(Answer(QMessageBox::No), StartsWith("This run may fetch 7 pictures, about 2.1 GB."));
+    EXPECT_THAT(Lines(), IsEmpty());
+  }
+  Choose("Own");
+  Get<QSpinBox>("SpinDays").setValue(0);
+  Press("ButtonRunLive");
+  EXPECT_THAT(Lines(), Contains(StartsWith("Own: 0 new, 1 present, ")));
+}
+
+TEST_F(LivePageTest, ANewTabIsShownOnceInAnOldProfile) {
+  TRegistryStore(Folder / "Skyreel.conf").DeleteValue("SeenTabs");
+  Store("VisibleTabs", "GOES");
+  for (const bool hidden : {false, true}) {
+    Open();
+    EXPECT_EQ(Get<QTabWidget>("PageControl").isTabVisible(0), !hidden);
+    EXPECT_FALSE(Get<QTabWidget>("PageControl").isTabVisible(1)) << "the user had hidden it";
+    if (!hidden) Get<QMenu>("MenuSources").actions()[0]->trigger();
+  }
+}
+
 // --- Batch and end -------------------------------------------------------------------------------------
 
 TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
-  const std::string all = "Weather data, Archive Direct, Eumetsat, GOES, MSFC, Batch, ";
-  const std::pair<TWords, std::string> cases[] = {{{"-goes", "-All", "-close"}, all},
-                                                  {{"-GOES", "-GSFC", "-Close"}, "GOES, Batch, "},
-                                                  {{"-close", "-MSLP"}, "Weather data, Batch, "},
-                                                  {{"x-RSS-DUN-weather", "/msfc", "-EUAR", "-MIN", "-close"},
-                                                   "Weather data, Dundee, RSS Archive, Eumetsat, Batch, "},
-                                                  {{"-GO", "ES", "-ulm", "-close"}, "Batch, "}};
+  const std::string all = "Weather data, Archive Direct, Dundee, Eumetsat, GOES, MSFC, Batch, ";
+  const std::pair<TWords, std::string> cases[] = {
+      {{"-goes", "-All", "-close"}, all},
+      {{"-GOES", "-GSFC", "-Close"}, "GOES, Batch, "},
+      {{"-close", "-MSLP"}, "Weather data, Batch, "},
+      {{"x-RSS-DUN-weather", "/msfc", "-EUAR", "-MIN", "-close"},
+       "Weather data, Dundee, RSS Archive, Eumetsat, Batch, "},
+      {{"-GO", "ES", "-ulm", "-live", "-close"}, "Live, Batch, "}};
   for (const auto& [arguments, jobs] : cases) {
     Open(arguments);
-    for (int i = 0; i < 12; ++i) Page(i).OutputPathEdit().clear();
+    for (int i = 0; i < 13; ++i) Page(i).OutputPathEdit().clear();
     Get<QLineEdit>("EditEuDAUsername").clear();  // told in the log, since nobody reads a message box
     Get<QComboBox>("ComboBoxNotify").setCurrentIndex(1);
     UntilClosed();
@@ -392,7 +542,7 @@ TEST_F(MainFormTest, ABatchRunsItsJobsOnceInTheirOrderAndCloses) {
                           StartsWith("\"ES\""), HasSubstr("\"Ulm\" is hidden, so -ULM does nothing")));
   // Without -CLOSE: waits for the user's job, and stays open for a user only.
   Open({"-rss"});
-  Page(0).OutputPathEdit().setText(Folder.Path().c_str());
+  Page(1).OutputPathEdit().setText(Folder.Path().c_str());
   Press("ButtonRunBracknell");
   EXPECT_THAT(Lines(), SizeIs(3));
   while (Lines().size() == 3) QApplication::processEvents();

@@ -1,0 +1,105 @@
+#include "app/live_sources.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace skyreel {
+
+TLiveSources::TLiveSources(TRegistryStore& store, TSourceFolders folders, TJournal& journal)
+    : Settings(store), store_(store), folders_(std::move(folders)), journal_(journal) {}
+
+TLiveSources::~TLiveSources() {
+  Settings.Save(store_);
+}
+
+void TLiveSources::Load() {
+  if (!catalogue_) catalogue_ = std::make_shared<TCatalogue>(LoadCatalogue(EmbeddedDescriptions(), folders_));
+}
+
+const TDescription* TLiveSources::Find(const std::string& id) const {
+  const TCatalogueEntry* const entry = catalogue_->Find(id);
+  return entry && entry->Description ? &*entry->Description : nullptr;
+}
+
+TSourceHealth TLiveSources::Health(const TDescription& source) const {
+  if (!journal_.FileExists()) return TSourceHealth::NeverRun;
+  return journal_.Health(source.Id, source.Time.Stale.value_or(TDateTime::TSpan{0}));
+}
+
+TPlan TLiveSources::Plan(const TDescription& source, const std::filesystem::path& output,
+                         TDateTime now) const {
+  return PlanOffline(journal_, output, now, Settings.Wanted(source));
+}
+
+TVolume TLiveSources::Volume(const std::vector<std::string>& ids, const std::filesystem::path& output,
+                             TDateTime now) const {
+  TVolume sum;
+  for (const std::string& id : ids) {
+    const TDescription* const source = Find(id);
+    if (!source) continue;
+    sum += VolumeOf(*source, Plan(*source, output, now), Settings.Wanted(*source).Days);
+  }
+  return sum;
+}
+
+bool TLiveSources::IsAccepted(const TDescription& source) const {
+  return source.Licence.Use == TLicence::TUse::Any || Settings.Accepted.contains(source.Id);
+}
+
+std::vector<const TDescription*> TLiveSources::NotAccepted(const std::vector<std::string>& ids) const {
+  std::vector<const TDescription*> sources;
+  for (const std::string& id : ids) {
+    const TDescription* const source = Find(id);
+    if (source && !IsAccepted(*source)) sources.push_back(source);
+  }
+  return sources;
+}
+
+std::string TLiveSources::WhyNotRun(const TCatalogueEntry* entry) const {
+  if (!entry) return "no such source";
+  if (!entry->Description) return "its description is wrong";
+  return IsAccepted(*entry->Description)
+             ? ""
+             : "not run, since its terms were not accepted; run it once in the window";
+}
+
+void TLiveSources::Run(TJobContext& context, const std::vector<std::string>& ids,
+                       const std::filesystem::path& output) {
+  // A run lets events through, and the user may add a source meanwhile.
+  const std::shared_ptr<const TCatalogue> catalogue = catalogue_;
+  std::vector<TWantedSource> wanted;
+  for (const std::string& id : ids) {
+    const TCatalogueEntry* const entry = catalogue->Find(id);
+    const std::string why = WhyNotRun(entry);
+    if (why.empty()) {
+      wanted.push_back(Settings.Wanted(*entry->Description));
+      continue;
+    }
+    TRunRecord& record = context.Records.emplace_back();
+    record.Source = id;
+    if (entry) record.Title = entry->Title;
+    record.Started = context.Clock.UtcNow();
+    record.End = TRunEnd::NotStarted;
+    record.Reason = why;
+    context.Display.AddStatusLine(record.Line());
+  }
+  if (wanted.empty()) return;
+  TDescribedRun run{
+      .Context = context, .Journal = journal_, .Output = output, .KeepsFiles = context.Record.KeepsFiles};
+  std::ranges::move(RunDescribedSources(run, wanted), std::back_inserter(context.Records));
+}
+
+std::string TermsText(const TLicence& licence) {
+  switch (licence.Use) {
+    case TLicence::TUse::Any:
+      return licence.Name;
+    case TLicence::TUse::Personal:
+      return licence.Name + "; for personal use only: do not sell the pictures or pass them on";
+    case TLicence::TUse::Ask:
+      break;
+  }
+  return licence.Name + "; ask the provider before you use the pictures";
+}
+
+}  // namespace skyreel

@@ -1,0 +1,145 @@
+#include "app/live_tree.h"
+
+#include <QPainter>
+#include <QSignalBlocker>
+
+#include "base/event.h"
+#include "settings/check_list_box.h"
+
+namespace skyreel {
+
+namespace {
+
+constexpr int kId = Qt::UserRole;
+constexpr int kSearchText = Qt::UserRole + 1;
+
+std::string IdOf(const QTreeWidgetItem* item) {
+  return item ? item->data(0, kId).toString().toStdString() : "";
+}
+
+/// Shape and colour both tell the health.
+QIcon SignOf(TSourceHealth health) {
+  constexpr int kSize = 16, kScale = 2;
+  QPixmap picture(kSize * kScale, kSize * kScale);
+  picture.setDevicePixelRatio(kScale);
+  picture.fill(Qt::transparent);
+  QPainter painter(&picture);
+  painter.setRenderHint(QPainter::Antialiasing);
+  const auto draw_with = [&painter](QColor colour, bool filled) {
+    painter.setPen(QPen(colour, 2));
+    painter.setBrush(filled ? QBrush(colour) : QBrush(Qt::NoBrush));
+  };
+  switch (health) {
+    case TSourceHealth::NeverRun:
+      draw_with(QColor(0x8a, 0x8a, 0x8a), false);
+      painter.drawEllipse(QRectF(4, 4, 8, 8));
+      break;
+    case TSourceHealth::Fresh:
+      draw_with(QColor(0x2e, 0x9e, 0x4f), true);
+      painter.drawEllipse(QRectF(4, 4, 8, 8));
+      break;
+    case TSourceHealth::Late:
+      draw_with(QColor(0xd9, 0x8e, 0x04), true);
+      painter.drawPolygon(QPolygonF({{8, 3.5}, {13, 12.5}, {3, 12.5}}));
+      break;
+    case TSourceHealth::Failing:
+      draw_with(QColor(0xd1, 0x34, 0x38), false);
+      painter.setPen(QPen(painter.pen().color(), 3));
+      painter.drawLine(QPointF(4, 4), QPointF(12, 12));
+      painter.drawLine(QPointF(12, 4), QPointF(4, 12));
+      break;
+  }
+  return QIcon(picture);
+}
+
+}  // namespace
+
+QString HealthSentence(TSourceHealth health) {
+  switch (health) {
+    case TSourceHealth::NeverRun:
+      return "Not fetched yet";
+    case TSourceHealth::Fresh:
+      return "Fresh: the newest picture is as new as it should be";
+    case TSourceHealth::Late:
+      return "Late: at the last run the newest picture was older than it should be";
+    case TSourceHealth::Failing:
+      break;
+  }
+  return "Failing: the last three runs failed";
+}
+
+TLiveTree::TLiveTree(QWidget* parent) : QTreeWidget(parent) {
+  setHeaderHidden(true);
+  setUniformRowHeights(true);
+  MakeChecksVisible(*this);
+  connect(this, &QTreeWidget::itemChanged, this,
+          [this](QTreeWidgetItem* item) { Fire(OnTick, IdOf(item), item->checkState(0) == Qt::Checked); });
+  connect(this, &QTreeWidget::currentItemChanged, this,
+          [this](QTreeWidgetItem* item) { Fire(OnChoose, IdOf(item)); });
+}
+
+QTreeWidgetItem& TLiveTree::Group(const QString& name) {
+  for (int i = 0; i < topLevelItemCount(); ++i)
+    if (topLevelItem(i)->text(0) == name) return *topLevelItem(i);
+  auto* group = new QTreeWidgetItem({name});
+  group->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+  addTopLevelItem(group);
+  return *group;
+}
+
+void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked) {
+  {
+    const QSignalBlocker no_ticks(this);
+    clear();
+    for (const TCatalogueEntry& entry : catalogue.Entries) {
+      // It runs from its tab.
+      if (entry.Description && entry.Description->Page) continue;
+      const TDescription* const source = entry.Description ? &*entry.Description : nullptr;
+      const std::string group = !source ? "With errors" : source->Group.empty() ? "Other" : source->Group;
+      auto* item = new QTreeWidgetItem(&Group(QString::fromStdString(group)));
+      item->setText(0, QString::fromStdString(entry.Title.empty() ? entry.Id : entry.Title));
+      item->setData(0, kId, QString::fromStdString(entry.Id));
+      item->setData(0, kSearchText,
+                    QString::fromStdString(entry.Title + " " + entry.Id + " " + group + " " +
+                                           (source ? source->Provider : ""))
+                        .toCaseFolded());
+      item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
+      item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
+    }
+    sortItems(0, Qt::AscendingOrder);
+    expandAll();
+  }
+  if (topLevelItemCount() > 0) setCurrentItem(topLevelItem(0)->child(0));
+}
+
+void TLiveTree::ForEachSource(const std::function<void(QTreeWidgetItem& item)>& take) {
+  for (int i = 0; i < topLevelItemCount(); ++i)
+    for (int k = 0; k < topLevelItem(i)->childCount(); ++k) take(*topLevelItem(i)->child(k));
+}
+
+void TLiveTree::Search(const QString& text) {
+  const QStringList words = text.toCaseFolded().split(' ', Qt::SkipEmptyParts);
+  std::set<QTreeWidgetItem*> groups_with_hits;
+  ForEachSource([&](QTreeWidgetItem& item) {
+    const QString searched = item.data(0, kSearchText).toString();
+    const bool hit = std::ranges::all_of(words, [&](const QString& word) { return searched.contains(word); });
+    item.setHidden(!hit);
+    if (hit) groups_with_hits.insert(item.parent());
+  });
+  for (int i = 0; i < topLevelItemCount(); ++i)
+    topLevelItem(i)->setHidden(!groups_with_hits.contains(topLevelItem(i)));
+}
+
+void TLiveTree::ShowHealth(const std::function<TSourceHealth(const std::string& id)>& health) {
+  const QSignalBlocker no_ticks(this);
+  std::map<TSourceHealth, QIcon> signs;
+  ForEachSource([&](QTreeWidgetItem& item) {
+    const TSourceHealth shown = health(IdOf(&item));
+    if (!signs.contains(shown)) signs[shown] = SignOf(shown);
+    item.setIcon(0, signs[shown]);
+    item.setToolTip(0, HealthSentence(shown));
+    item.setData(0, Qt::AccessibleDescriptionRole, HealthText(shown));
+  });
+}
+
+}  // namespace skyreel

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QTreeWidget>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "catalogue/catalogue.h"
+#include "journal/journal.h"
+
+namespace skyreel {
+
+/// The described sources by group, each with a tick box and a sign of its health.
+class TLiveTree : public QTreeWidget {
+ public:
+  explicit TLiveTree(QWidget* parent = nullptr);
+
+  /// Shows the sources of a catalogue. Selects the first one.
+  void Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked);
+  /// Shows only the sources whose title, group, provider and id hold all words of the text.
+  void Search(const QString& text);
+  /// Shows the health of each source that has a sound description.
+  void ShowHealth(const std::function<TSourceHealth(const std::string& id)>& health);
+
+  std::function<void(const std::string& id, bool ticked)> OnTick;
+  /// The user has come to a source, or to a group (empty id).
+  std::function<void(const std::string& id)> OnChoose;
+
+ private:
+  void ForEachSource(const std::function<void(QTreeWidgetItem& item)>& take);
+  QTreeWidgetItem& Group(const QString& name);
+};
+
+/// What the sign of a health means, for people.
+QString HealthSentence(TSourceHealth health);
+
+}  // namespace skyreel
