@@ -49,7 +49,10 @@ QIcon SignOf(TSourceHealth health) {
       painter.drawLine(QPointF(12, 4), QPointF(4, 12));
       break;
   }
-  return QIcon(picture);
+  QIcon sign(picture);
+  // Otherwise styles pale it in a selected row.
+  sign.addPixmap(picture, QIcon::Selected);
+  return sign;
 }
 
 }  // namespace
@@ -88,6 +91,8 @@ QTreeWidgetItem& TLiveTree::Group(const QString& name) {
 }
 
 void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked) {
+  const std::string chosen = IdOf(currentItem());
+  QTreeWidgetItem* current = nullptr;
   {
     const QSignalBlocker no_ticks(this);
     clear();
@@ -95,24 +100,37 @@ void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& t
       const TDescription* const source = entry.Description ? &*entry.Description : nullptr;
       const std::string group = !source ? "With errors" : source->Group.empty() ? "Other" : source->Group;
       auto* item = new QTreeWidgetItem(&Group(QString::fromStdString(group)));
+      if (entry.Id == chosen) current = item;
       item->setText(0, QString::fromStdString(entry.Title.empty() ? entry.Id : entry.Title));
       item->setData(0, kId, QString::fromStdString(entry.Id));
       item->setData(0, kSearchText,
                     QString::fromStdString(entry.Title + " " + entry.Id + " " + group + " " +
                                            (source ? source->Provider : ""))
                         .toCaseFolded());
-      item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
-      item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
+      if (source) {
+        item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
+      } else {
+        item->setIcon(0, SignOf(TSourceHealth::Failing));
+        item->setToolTip(0, "Its description has errors");
+      }
     }
     sortItems(0, Qt::AscendingOrder);
     expandAll();
   }
-  if (topLevelItemCount() > 0) setCurrentItem(topLevelItem(0)->child(0));
+  if (!current && topLevelItemCount() > 0) current = topLevelItem(0)->child(0);
+  setCurrentItem(current);
+  if (!current) Fire(OnChoose, "");
 }
 
 void TLiveTree::ForEachSource(const std::function<void(QTreeWidgetItem& item)>& take) {
   for (int i = 0; i < topLevelItemCount(); ++i)
     for (int k = 0; k < topLevelItem(i)->childCount(); ++k) take(*topLevelItem(i)->child(k));
+}
+
+void TLiveTree::Choose(const std::string& id) {
+  ForEachSource([&](QTreeWidgetItem& item) {
+    if (IdOf(&item) == id) setCurrentItem(&item);
+  });
 }
 
 void TLiveTree::Search(const QString& text) {
@@ -132,6 +150,8 @@ void TLiveTree::ShowHealth(const std::function<TSourceHealth(const std::string& 
   const QSignalBlocker no_ticks(this);
   std::map<TSourceHealth, QIcon> signs;
   ForEachSource([&](QTreeWidgetItem& item) {
+    // A wrong description has no tick box and no health.
+    if (!item.data(0, Qt::CheckStateRole).isValid()) return;
     const TSourceHealth shown = health(IdOf(&item));
     if (!signs.contains(shown)) signs[shown] = SignOf(shown);
     item.setIcon(0, signs[shown]);

@@ -15,8 +15,9 @@ class TLiveTree : public QTreeWidget {
  public:
   explicit TLiveTree(QWidget* parent = nullptr);
 
-  /// Shows the sources of a catalogue. Selects the first one.
+  /// Shows the sources of a catalogue. The chosen one stays chosen; without one the first is chosen.
   void Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked);
+  void Choose(const std::string& id);
   /// Shows only the sources whose title, group, provider and id hold all words of the text.
   void Search(const QString& text);
   /// Shows the health of each source that has a sound description.

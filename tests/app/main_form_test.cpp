@@ -474,6 +474,41 @@ TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
   EXPECT_THAT(Lines(), Contains(StartsWith("Own: 0 new, 1 present, ")));
 }
 
+TEST_F(LivePageTest, AddsASourceOnlyWhenItIsSoundAndKeepsAnOldOneWhileItsFileIsWrong) {
+  Open();
+  Choose("Sea");
+  const std::string sound = ReplaceAll(File("sources/any.toml"), "Sea <b>charts", "Added");
+  const std::string user = (Folder / "sources/any.toml").string();
+  Press("ButtonAddSource");
+  const auto check = [&](const std::string& place) {
+    Get<QLineEdit>("EditSourcePlace").setText(QString::fromStdString(place));
+    EXPECT_FALSE(Get("ButtonKeepSource").isEnabled());
+    Press("ButtonCheckSource");
+    return Get<QPlainTextEdit>("TextSource").toPlainText().toStdString();
+  };
+  EXPECT_THAT(check((Folder / "sources/wrong.toml").string()), HasSubstr("wrong.toml:3:9: 'title' must"));
+  EXPECT_THAT(check("~/gone.toml"), HasSubstr("No such file"));
+  EXPECT_THAT(check("https://127.0.0.1:1/a.toml"), HasSubstr("a.toml: "));
+  EXPECT_FALSE(Get("ButtonKeepSource").isEnabled());
+  EXPECT_THAT(check(Folder.Write("new.toml", ReplaceAll(sound, "a.charts", "b.new"))),
+              AllOf(HasSubstr("hosts: " + Server.Address()), HasSubstr("any_north_2005111012.gif")));
+  EXPECT_FALSE(std::filesystem::exists(Folder / "sources/b.new.toml"));
+  Press("ButtonKeepSource");
+  EXPECT_EQ(Get<QTreeWidget>("TreeSources").currentItem(), &Item("Added"));
+
+  Choose("Sea");
+  Folder.Write("sources/any.toml", "format =");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return About().find(user + ":1:9: ") != std::string::npos; }));
+  Press("ButtonOneSource");
+  EXPECT_THAT(Lines(), Contains(StartsWith("Sea <b>charts: 1 new, ")));
+  Folder.Write("sources/any.toml", ReplaceAll(sound, "Added", "Mended"));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return Get<QLabel>("LabelTitle").text() == "Mended"; }));
+  Press("ButtonRemoveSource");
+  EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr(user));
+  EXPECT_FALSE(std::filesystem::exists(user));
+  EXPECT_NE(Get<QLabel>("LabelTitle").text(), "Mended");
+}
+
 TEST_F(LivePageTest, ANewTabIsShownOnceInAnOldProfile) {
   TRegistryStore(Folder / "Skyreel.conf").DeleteValue("SeenTabs");
   Store("VisibleTabs", "GOES");
