@@ -43,6 +43,10 @@ void TLiveSources::Load() {
                                  {}});
     }
   }
+  // A tick whose file is gone is shown, so that the user can remove it.
+  for (const std::string& id : Settings.Ticked) {
+    if (!loaded->Find(id)) loaded->Entries.push_back({id, id, "", false, false, {}});
+  }
   catalogue_ = std::move(loaded);
 }
 
@@ -113,7 +117,7 @@ std::vector<const TDescription*> TLiveSources::NotAccepted(const std::vector<std
 }
 
 std::string TLiveSources::WhyNotRun(const TCatalogueEntry* entry) const {
-  if (!entry) return "no such source";
+  if (!entry || entry->File.empty()) return "no such source";
   if (!entry->Description) return "its description is wrong";
   return IsAccepted(*entry->Description)
              ? ""

@@ -24,6 +24,7 @@ class TLiveSources {
 
   /// Reads all descriptions. When a file has become wrong, its old description stays in use.
   void Load();
+  /// An entry without a file is a ticked id that no description has.
   const TCatalogue& Catalogue() const { return *catalogue_; }
   /// Null when the id has no sound description.
   const TDescription* Find(const std::string& id) const;

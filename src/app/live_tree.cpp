@@ -107,12 +107,9 @@ void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& t
                     QString::fromStdString(entry.Title + " " + entry.Id + " " + group + " " +
                                            (source ? source->Provider : ""))
                         .toCaseFolded());
-      if (source) {
+      // A wrong description can only be unticked.
+      if (source || ticked.contains(entry.Id))
         item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
-      } else {
-        item->setIcon(0, SignOf(TSourceHealth::Failing));
-        item->setToolTip(0, "Its description has errors");
-      }
     }
     sortItems(0, Qt::AscendingOrder);
     expandAll();
@@ -146,17 +143,16 @@ void TLiveTree::Search(const QString& text) {
     topLevelItem(i)->setHidden(!groups_with_hits.contains(topLevelItem(i)));
 }
 
-void TLiveTree::ShowHealth(const std::function<TSourceHealth(const std::string& id)>& health) {
+void TLiveTree::ShowHealth(const std::function<std::optional<TSourceHealth>(const std::string& id)>& health) {
   const QSignalBlocker no_ticks(this);
   std::map<TSourceHealth, QIcon> signs;
   ForEachSource([&](QTreeWidgetItem& item) {
-    // A wrong description has no tick box and no health.
-    if (!item.data(0, Qt::CheckStateRole).isValid()) return;
-    const TSourceHealth shown = health(IdOf(&item));
+    const auto known = health(IdOf(&item));
+    const TSourceHealth shown = known.value_or(TSourceHealth::Failing);
     if (!signs.contains(shown)) signs[shown] = SignOf(shown);
     item.setIcon(0, signs[shown]);
-    item.setToolTip(0, HealthSentence(shown));
-    item.setData(0, Qt::AccessibleDescriptionRole, HealthText(shown));
+    item.setToolTip(0, known ? HealthSentence(shown) : "There is no description without errors");
+    item.setData(0, Qt::AccessibleDescriptionRole, known ? HealthText(shown) : "wrong description");
   });
 }
 

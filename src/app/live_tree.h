@@ -2,6 +2,7 @@
 
 #include <QTreeWidget>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -20,8 +21,8 @@ class TLiveTree : public QTreeWidget {
   void Choose(const std::string& id);
   /// Shows only the sources whose title, group, provider and id hold all words of the text.
   void Search(const QString& text);
-  /// Shows the health of each source that has a sound description.
-  void ShowHealth(const std::function<TSourceHealth(const std::string& id)>& health);
+  /// Shows the health of each source; nothing is known of a source with a wrong description.
+  void ShowHealth(const std::function<std::optional<TSourceHealth>(const std::string& id)>& health);
 
   std::function<void(const std::string& id, bool ticked)> OnTick;
   /// The user has come to a source, or to a group (empty id).

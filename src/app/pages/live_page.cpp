@@ -50,6 +50,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     ShowSource("");
     WireEvents();
   }
+  ~TLivePage() override {
+    // The tree outlives the members of this page.
+    ui_.TreeSources->OnTick = nullptr;
+    ui_.TreeSources->OnChoose = nullptr;
+  }
 
  protected:
   void paintEvent(QPaintEvent* event) override {
@@ -102,8 +107,10 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   }
 
   void ShowHealth() {
-    ui_.TreeSources->ShowHealth(
-        [this](const std::string& id) { return sources_.Health(*sources_.Find(id)); });
+    ui_.TreeSources->ShowHealth([this](const std::string& id) {
+      const TDescription* const source = sources_.Find(id);
+      return source ? std::optional(sources_.Health(*source)) : std::nullopt;
+    });
   }
 
   // --- The chosen source
@@ -112,7 +119,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     shown_ = id;
     const TCatalogueEntry* const entry = id.empty() ? nullptr : sources_.Catalogue().Find(id);
     const TDescription* const source = entry && entry->Description ? &*entry->Description : nullptr;
-    ui_.ButtonEditSource->setEnabled(entry);
+    ui_.ButtonEditSource->setEnabled(entry && !entry->File.empty());
     const bool users = entry && entry->OfUser;
     ui_.ButtonEditSource->setText(users ? "Edit cop&y" : "Edit a cop&y");
     ui_.ButtonRemoveSource->setEnabled(users);
@@ -146,6 +153,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   QString ProblemsText(const std::string& id) const {
     if (id.empty()) return "";
     const std::string& file = sources_.Catalogue().Find(id)->File;
+    if (file.empty()) return "No description has this id any more.";
     QString text;
     for (const TProblem& problem : sources_.Catalogue().Problems)
       if (problem.File == file) text += "<br>" + Html(problem.Message());
@@ -322,7 +330,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     for (const std::string& host : HostsOf(*read.Description, now)) shown += " " + host;
     shown += "\nIts files go below: " + OutputPath();
     shown += "\nIts terms: " + TermsText(read.Description->Licence);
-    if (const TCatalogueEntry* known = sources_.Catalogue().Find(read.Id))
+    if (const TCatalogueEntry* known = sources_.Catalogue().Find(read.Id); known && !known->File.empty())
       shown += "\nIt replaces the source \"" + known->Title + "\", which has the same id.";
     shown += "\n\n" + CheckSourceText(*read.Description, now);
     return {shown, true};
