@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+#include "base/files.h"
+
 namespace skyreel {
 
 TLiveSources::TLiveSources(TRegistryStore& store, TSourceFolders folders, TJournal& journal)
@@ -14,7 +16,65 @@ TLiveSources::~TLiveSources() {
 }
 
 void TLiveSources::Load() {
-  if (!catalogue_) catalogue_ = std::make_shared<TCatalogue>(LoadCatalogue(EmbeddedDescriptions(), folders_));
+  auto loaded = std::make_shared<TCatalogue>(LoadCatalogue(EmbeddedDescriptions(), folders_));
+  const std::vector<TCatalogueEntry> none;
+  const std::vector<TCatalogueEntry>& before = catalogue_ ? catalogue_->Entries : none;
+  const auto keep_old = [&](const TCatalogueEntry& entry) {
+    const auto same = std::ranges::find(loaded->Entries, entry.Id, &TCatalogueEntry::Id);
+    if (same == loaded->Entries.end()) {
+      loaded->Entries.push_back(entry);
+    } else {
+      *same = entry;
+    }
+  };
+  for (const TProblem& problem : loaded->Problems) {
+    const auto of_file = [&](const TCatalogueEntry& entry) { return entry.File == problem.File; };
+    const auto old = std::ranges::find_if(before, of_file);
+    if (old != before.end() && old->Description) {
+      keep_old(*old);
+    } else if (std::ranges::none_of(loaded->Entries, of_file)) {
+      // Its id cannot be read, but the user must see it.
+      const std::filesystem::path path = problem.File;
+      loaded->Entries.push_back({problem.File,
+                                 path.filename().string(),
+                                 problem.File,
+                                 path.parent_path() == folders_.User,
+                                 false,
+                                 {}});
+    }
+  }
+  // A tick whose file is gone is shown, so that the user can remove it.
+  for (const std::string& id : Settings.Ticked) {
+    if (!loaded->Find(id)) loaded->Entries.push_back({id, id, "", false, false, {}});
+  }
+  catalogue_ = std::move(loaded);
+}
+
+std::filesystem::path TLiveSources::UsersFile(const std::string& id) const {
+  const TCatalogueEntry* const entry = catalogue_->Find(id);
+  return entry && entry->OfUser ? entry->File : "";
+}
+
+std::filesystem::path TLiveSources::Keep(const std::string& id, const std::string& text) const {
+  std::filesystem::path file = UsersFile(id);
+  if (file.empty()) file = folders_.User / (id + ".toml");
+  ForceDirectories(file.parent_path());
+  WriteFileWhole(file, text);
+  return file;
+}
+
+std::string TLiveSources::TextOf(const std::string& id) const {
+  const std::string& file = catalogue_->Find(id)->File;
+  for (const TEmbeddedDescription& embedded : EmbeddedDescriptions())
+    if (embedded.Name == file) return std::string(embedded.Text);
+  return ReadWholeFile(file);
+}
+
+std::vector<std::filesystem::path> TLiveSources::Watched() const {
+  std::vector<std::filesystem::path> paths = {folders_.User};
+  for (const TCatalogueEntry& entry : catalogue_->Entries)
+    if (entry.OfUser) paths.push_back(entry.File);
+  return paths;
 }
 
 const TDescription* TLiveSources::Find(const std::string& id) const {
@@ -57,7 +117,7 @@ std::vector<const TDescription*> TLiveSources::NotAccepted(const std::vector<std
 }
 
 std::string TLiveSources::WhyNotRun(const TCatalogueEntry* entry) const {
-  if (!entry) return "no such source";
+  if (!entry || entry->File.empty()) return "no such source";
   if (!entry->Description) return "its description is wrong";
   return IsAccepted(*entry->Description)
              ? ""

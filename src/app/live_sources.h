@@ -22,8 +22,9 @@ class TLiveSources {
   ~TLiveSources();
   TLiveSources(const TLiveSources&) = delete;
 
-  /// Reads all descriptions, once.
+  /// Reads all descriptions. When a file has become wrong, its old description stays in use.
   void Load();
+  /// An entry without a file is a ticked id that no description has.
   const TCatalogue& Catalogue() const { return *catalogue_; }
   /// Null when the id has no sound description.
   const TDescription* Find(const std::string& id) const;
@@ -34,6 +35,16 @@ class TLiveSources {
   /// What the next run of these sources may fetch.
   TVolume Volume(const std::vector<std::string>& ids, const std::filesystem::path& output,
                  TDateTime now) const;
+
+  /// The source's file, if the user may change it; else empty.
+  std::filesystem::path UsersFile(const std::string& id) const;
+  /// Stores a description in the user's folder, in place of the user's file with this id. Throws
+  /// std::system_error.
+  std::filesystem::path Keep(const std::string& id, const std::string& text) const;
+  /// The text of a source's file. Throws std::system_error.
+  std::string TextOf(const std::string& id) const;
+  /// The user's folder and the files in it; a change of one means that Load has something new.
+  std::vector<std::filesystem::path> Watched() const;
 
   /// Those of the sources whose terms the user must accept before they run.
   std::vector<const TDescription*> NotAccepted(const std::vector<std::string>& ids) const;

@@ -49,7 +49,10 @@ QIcon SignOf(TSourceHealth health) {
       painter.drawLine(QPointF(12, 4), QPointF(4, 12));
       break;
   }
-  return QIcon(picture);
+  QIcon sign(picture);
+  // Otherwise styles pale it in a selected row.
+  sign.addPixmap(picture, QIcon::Selected);
+  return sign;
 }
 
 }  // namespace
@@ -88,6 +91,8 @@ QTreeWidgetItem& TLiveTree::Group(const QString& name) {
 }
 
 void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked) {
+  const std::string chosen = IdOf(currentItem());
+  QTreeWidgetItem* current = nullptr;
   {
     const QSignalBlocker no_ticks(this);
     clear();
@@ -97,24 +102,34 @@ void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& t
       const TDescription* const source = entry.Description ? &*entry.Description : nullptr;
       const std::string group = !source ? "With errors" : source->Group.empty() ? "Other" : source->Group;
       auto* item = new QTreeWidgetItem(&Group(QString::fromStdString(group)));
+      if (entry.Id == chosen) current = item;
       item->setText(0, QString::fromStdString(entry.Title.empty() ? entry.Id : entry.Title));
       item->setData(0, kId, QString::fromStdString(entry.Id));
       item->setData(0, kSearchText,
                     QString::fromStdString(entry.Title + " " + entry.Id + " " + group + " " +
                                            (source ? source->Provider : ""))
                         .toCaseFolded());
-      item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
-      item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
+      // A wrong description can only be unticked.
+      if (source || ticked.contains(entry.Id))
+        item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
     }
     sortItems(0, Qt::AscendingOrder);
     expandAll();
   }
-  if (topLevelItemCount() > 0) setCurrentItem(topLevelItem(0)->child(0));
+  if (!current && topLevelItemCount() > 0) current = topLevelItem(0)->child(0);
+  setCurrentItem(current);
+  if (!current) Fire(OnChoose, "");
 }
 
 void TLiveTree::ForEachSource(const std::function<void(QTreeWidgetItem& item)>& take) {
   for (int i = 0; i < topLevelItemCount(); ++i)
     for (int k = 0; k < topLevelItem(i)->childCount(); ++k) take(*topLevelItem(i)->child(k));
+}
+
+void TLiveTree::Choose(const std::string& id) {
+  ForEachSource([&](QTreeWidgetItem& item) {
+    if (IdOf(&item) == id) setCurrentItem(&item);
+  });
 }
 
 void TLiveTree::Search(const QString& text) {
@@ -130,15 +145,16 @@ void TLiveTree::Search(const QString& text) {
     topLevelItem(i)->setHidden(!groups_with_hits.contains(topLevelItem(i)));
 }
 
-void TLiveTree::ShowHealth(const std::function<TSourceHealth(const std::string& id)>& health) {
+void TLiveTree::ShowHealth(const std::function<std::optional<TSourceHealth>(const std::string& id)>& health) {
   const QSignalBlocker no_ticks(this);
   std::map<TSourceHealth, QIcon> signs;
   ForEachSource([&](QTreeWidgetItem& item) {
-    const TSourceHealth shown = health(IdOf(&item));
+    const auto known = health(IdOf(&item));
+    const TSourceHealth shown = known.value_or(TSourceHealth::Failing);
     if (!signs.contains(shown)) signs[shown] = SignOf(shown);
     item.setIcon(0, signs[shown]);
-    item.setToolTip(0, HealthSentence(shown));
-    item.setData(0, Qt::AccessibleDescriptionRole, HealthText(shown));
+    item.setToolTip(0, known ? HealthSentence(shown) : "There is no description without errors");
+    item.setData(0, Qt::AccessibleDescriptionRole, known ? HealthText(shown) : "wrong description");
   });
 }
 

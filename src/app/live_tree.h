@@ -2,6 +2,7 @@
 
 #include <QTreeWidget>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -15,12 +16,13 @@ class TLiveTree : public QTreeWidget {
  public:
   explicit TLiveTree(QWidget* parent = nullptr);
 
-  /// Shows the sources of a catalogue. Selects the first one.
+  /// Shows the sources of a catalogue. The chosen one stays chosen; without one the first is chosen.
   void Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked);
+  void Choose(const std::string& id);
   /// Shows only the sources whose title, group, provider and id hold all words of the text.
   void Search(const QString& text);
-  /// Shows the health of each source that has a sound description.
-  void ShowHealth(const std::function<TSourceHealth(const std::string& id)>& health);
+  /// Shows the health of each source; nothing is known of a source with a wrong description.
+  void ShowHealth(const std::function<std::optional<TSourceHealth>(const std::string& id)>& health);
 
   std::function<void(const std::string& id, bool ticked)> OnTick;
   /// The user has come to a source, or to a group (empty id).

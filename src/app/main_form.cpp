@@ -317,6 +317,7 @@ void TFormMain::Ask(const std::string& subject, const std::string& text, const s
   auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(subject),
                               QString::fromStdString(text), QMessageBox::Yes | QMessageBox::No, this);
   box->setTextFormat(Qt::PlainText);
+  box->setDefaultButton(QMessageBox::No);
   box->setAttribute(Qt::WA_DeleteOnClose);
   // Queued: a run may follow, and the box must be gone before it.
   connect(

@@ -1,6 +1,7 @@
 #include "catalogue/plan.h"
 
 #include <algorithm>
+#include <numeric>
 #include <set>
 
 #include "base/text.h"
@@ -19,6 +20,18 @@ using TSpan = TDateTime::TSpan;
 constexpr TSpan kDay = 24h;
 /// The newest slot alone is looked for no further back, however old the newest of a list is.
 constexpr int kMostSteps = 10'000;
+
+/// What an address has before its path.
+TFieldText HostPart(const TFieldText& address) {
+  TFieldText begin;
+  std::ptrdiff_t slashes = 0;
+  for (const TFieldText::TPart& part : address.Parts) {
+    begin.Parts.push_back(part);
+    if (part.Kind == TKind::Plain) slashes += std::ranges::count(part.Text, '/');
+    if (slashes >= 3) break;
+  }
+  return begin;
+}
 
 bool DependsOnSlot(const TFind& find) {
   const auto depends = [](const TFieldText& text) { return text.Has(TKind::Time) || text.Has(TKind::Alias); };
@@ -400,6 +413,29 @@ TPictureAddresses AddressesOf(const TDescription& source, const TCombination& co
     }
   }
   return picture;
+}
+
+std::vector<std::string> HostsOf(const TDescription& source, TDateTime now) {
+  std::vector<TFieldText> begins;
+  for (const TWay& way : source.Ways) {
+    begins.push_back(HostPart(way.Url));
+    if (way.Find) begins.push_back(HostPart(way.Find->Url));
+  }
+  std::vector<std::vector<std::size_t>> rows;
+  for (const TVariable& variable : source.Variables) {
+    rows.emplace_back(variable.Rows.size());
+    std::iota(rows.back().begin(), rows.back().end(), std::size_t{0});
+  }
+  std::set<std::string> hosts;
+  ForEachCombination(rows, [&](const TCombination& combination) {
+    for (const TFieldText& begin : begins) {
+      const std::string address = Fill(begin, {source, combination, now, source.Time.Zone});
+      const std::size_t scheme = address.find("://"), host = scheme == address.npos ? 0 : scheme + 3;
+      hosts.insert(address.substr(host, address.find_first_of("/?#", host) - host));
+    }
+    return std::ranges::any_of(begins, [](const TFieldText& begin) { return begin.Has(TKind::Variable); });
+  });
+  return {hosts.begin(), hosts.end()};
 }
 
 std::string LocalPath(const TDescription& source, const TCombination& combination,

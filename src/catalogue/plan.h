@@ -116,6 +116,10 @@ struct TPictureAddresses {
 TPictureAddresses AddressesOf(const TDescription& source, const TCombination& combination,
                               const TPlannedWay& way, std::optional<TDateTime> now);
 
+/// The hosts that a source may ask, whatever is ticked: "host" or "host:81". "?" stands for a text that only
+/// a server knows. `now` chooses the aliases.
+std::vector<std::string> HostsOf(const TDescription& source, TDateTime now);
+
 /// The path of a file below the output folder; "?" stands for an unknown slot.
 std::string LocalPath(const TDescription& source, const TCombination& combination,
                       std::optional<TDateTime> slot);

@@ -479,13 +479,15 @@ TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
     Open({"-LIVE"}, true);
     UntilClosed();
     EXPECT_THAT(Lines(), Contains(StartsWith(accepted ? "Sea <b>charts: 0 new, 1 present, " : charts)));
-    EXPECT_THAT(Lines(), Contains(AllOf(StartsWith("a.gone: "), EndsWith("; no such source"))));
+    const auto gone = Contains(AllOf(StartsWith("a.gone: "), EndsWith("; no such source")));
+    EXPECT_EQ(testing::Matches(gone)(Lines()), !accepted) << "the user has unticked it";
     EXPECT_THAT(Lines(), Contains(AllOf(StartsWith("a.wrong: "), EndsWith("its description is wrong"))));
     const auto refused = Contains(AllOf(StartsWith("Own: "), HasSubstr("its terms were not accepted")));
     EXPECT_EQ(testing::Matches(refused)(Lines()), !accepted);
     EXPECT_EQ(form_->ExitCode(), TExitCode::NotStarted);
     Open();
     if (accepted) break;
+    Item("a.gone").setCheckState(0, Qt::Unchecked);
     Choose("Own");
     EXPECT_EQ(Item("Sea").toolTip(0).left(5) + Item("Own").toolTip(0).left(3), "FreshNot");
     Press("ButtonOneSource");
@@ -499,6 +501,41 @@ TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
   Get<QSpinBox>("SpinDays").setValue(0);
   Press("ButtonRunLive");
   EXPECT_THAT(Lines(), Contains(StartsWith("Own: 0 new, 1 present, ")));
+}
+
+TEST_F(LivePageTest, AddsASourceOnlyWhenItIsSoundAndKeepsAnOldOneWhileItsFileIsWrong) {
+  Open();
+  Choose("Sea");
+  const std::string sound = ReplaceAll(File("sources/any.toml"), "Sea <b>charts", "Added");
+  const std::string user = (Folder / "sources/any.toml").string();
+  Press("ButtonAddSource");
+  const auto check = [&](const std::string& place) {
+    Get<QLineEdit>("EditSourcePlace").setText(QString::fromStdString(place));
+    EXPECT_FALSE(Get("ButtonKeepSource").isEnabled());
+    Press("ButtonCheckSource");
+    return Get<QPlainTextEdit>("TextSource").toPlainText().toStdString();
+  };
+  EXPECT_THAT(check((Folder / "sources/wrong.toml").string()), HasSubstr("wrong.toml:3:9: 'title' must"));
+  EXPECT_THAT(check("~/gone.toml"), HasSubstr("No such file"));
+  EXPECT_THAT(check("https://127.0.0.1:1/a.toml"), HasSubstr("a.toml: "));
+  EXPECT_FALSE(Get("ButtonKeepSource").isEnabled());
+  EXPECT_THAT(check(Folder.Write("new.toml", ReplaceAll(sound, "a.charts", "b.new"))),
+              AllOf(HasSubstr("hosts: " + Server.Address()), HasSubstr("any_north_2005111012.gif")));
+  EXPECT_FALSE(std::filesystem::exists(Folder / "sources/b.new.toml"));
+  Press("ButtonKeepSource");
+  EXPECT_EQ(Get<QTreeWidget>("TreeSources").currentItem(), &Item("Added"));
+
+  Choose("Sea");
+  Folder.Write("sources/any.toml", "format =");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return About().find(user + ":1:9: ") != std::string::npos; }));
+  Press("ButtonOneSource");
+  EXPECT_THAT(Lines(), Contains(StartsWith("Sea <b>charts: 1 new, ")));
+  Folder.Write("sources/any.toml", ReplaceAll(sound, "Added", "Mended"));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return Get<QLabel>("LabelTitle").text() == "Mended"; }));
+  Press("ButtonRemoveSource");
+  EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr(user));
+  EXPECT_FALSE(std::filesystem::exists(user));
+  EXPECT_NE(Get<QLabel>("LabelTitle").text(), "Mended");
 }
 
 TEST_F(LivePageTest, ANewTabIsShownOnceInAnOldProfile) {

@@ -1,12 +1,25 @@
 #include <QComboBox>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileSystemWatcher>
 #include <QLabel>
 #include <QShortcut>
 #include <QTimer>
+#include <QUrl>
 
+#include "app/add_source_dialog.h"
 #include "app/live_sources.h"
 #include "app/plan_dialog.h"
+#include "app/program_folder.h"
+#include "app/signal_watcher.h"
 #include "app/source_page.h"
+#include "base/exceptions.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "catalogue/description_reader.h"
+#include "catalogue/terminal_text.h"
 #include "settings/persisted_controls.h"
+#include "transfer/fetch_queue.h"
 #include "ui_live.h"
 
 namespace skyreel {
@@ -18,6 +31,7 @@ constexpr const char* kFirstSource = "gov.noaa.star.goes-east-fd";
 
 /// A run that may be larger asks first.
 constexpr std::int64_t kLargeRun = 1'000'000'000;
+constexpr std::int64_t kLargestDescription = 64'000;
 
 QString Html(const std::string& text) {
   return QString::fromStdString(text).toHtmlEscaped();
@@ -39,6 +53,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     ShowSource("");
     WireEvents();
   }
+  ~TLivePage() override {
+    // The tree outlives the members of this page.
+    ui_.TreeSources->OnTick = nullptr;
+    ui_.TreeSources->OnChoose = nullptr;
+  }
 
   void FetchFirstPicture() override { Start({kFirstSource}); }
 
@@ -46,7 +65,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   void paintEvent(QPaintEvent* event) override {
     TSourcePage::paintEvent(event);
     // The window shows itself before it reads the descriptions.
-    if (!std::exchange(painted_, true)) QTimer::singleShot(0, this, [this] { Load(); });
+    if (!std::exchange(painted_, true)) QTimer::singleShot(0, this, [this] { LoadOnce(); });
   }
 
  private:
@@ -64,24 +83,38 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     connect(ui_.ButtonRunLive, &QPushButton::clicked, this, &TLivePage::ButtonRunLiveClick);
     connect(ui_.ButtonOneSource, &QPushButton::clicked, this, [this] { Start({shown_}); });
     connect(ui_.ButtonPreview, &QPushButton::clicked, this, &TLivePage::ButtonPreviewClick);
+    connect(ui_.ButtonAddSource, &QPushButton::clicked, this, &TLivePage::ButtonAddSourceClick);
+    connect(ui_.ButtonEditSource, &QPushButton::clicked, this, &TLivePage::ButtonEditSourceClick);
+    connect(ui_.ButtonRemoveSource, &QPushButton::clicked, this, &TLivePage::ButtonRemoveSourceClick);
+    timer_reload_.setSingleShot(true);
+    timer_reload_.setInterval(200);
+    connect(&timer_reload_, &QTimer::timeout, this, [this] { Load(); });
+    connect(&watcher_, &QFileSystemWatcher::fileChanged, this, [this] { timer_reload_.start(); });
+    connect(&watcher_, &QFileSystemWatcher::directoryChanged, this, [this] { timer_reload_.start(); });
     connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, ui_.EditSearch, [this] {
       ui_.EditSearch->setFocus();
       ui_.EditSearch->selectAll();
     });
   }
 
+  void LoadOnce() {
+    if (!std::exchange(loaded_, true)) Load();
+  }
+
   void Load() {
-    if (std::exchange(loaded_, true)) return;
     sources_.Load();
     ui_.TreeSources->Fill(sources_.Catalogue(), sources_.Settings.Ticked);
     ui_.TreeSources->Search(ui_.EditSearch->text());
     ShowHealth();
+    if (!watcher_.files().isEmpty()) watcher_.removePaths(watcher_.files());
+    for (const std::filesystem::path& path : sources_.Watched())
+      if (!path.empty()) watcher_.addPath(QString::fromStdString(path.string()));
   }
 
   void ShowHealth() {
     ui_.TreeSources->ShowHealth([this](const std::string& id) {
       const TDescription* const source = sources_.Find(id);
-      return source ? sources_.Health(*source) : TSourceHealth::Failing;
+      return source ? std::optional(sources_.Health(*source)) : std::nullopt;
     });
   }
 
@@ -91,6 +124,10 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     shown_ = id;
     const TCatalogueEntry* const entry = id.empty() ? nullptr : sources_.Catalogue().Find(id);
     const TDescription* const source = entry && entry->Description ? &*entry->Description : nullptr;
+    ui_.ButtonEditSource->setEnabled(entry && !entry->File.empty());
+    const bool users = entry && entry->OfUser;
+    ui_.ButtonEditSource->setText(users ? "Edit cop&y" : "Edit a cop&y");
+    ui_.ButtonRemoveSource->setEnabled(users);
     ui_.LabelTitle->setText(entry ? QString::fromStdString(entry->Title.empty() ? id : entry->Title)
                                   : "Choose a source on the left.");
     for (QWidget* control :
@@ -99,7 +136,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
       control->setVisible(source);
     qDeleteAll(ui_.PanelChoices->findChildren<QWidget*>(Qt::FindDirectChildrenOnly));
     if (!source) {
-      ui_.LabelAbout->setText(entry ? ProblemsText(*entry) : "");
+      ui_.LabelAbout->setText(ProblemsText(shown_));
       return;
     }
     ShowAbout();
@@ -117,16 +154,22 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
         source->Keep.Days ? QString("for ever (suggested: %1 days)").arg(*source->Keep.Days) : "for ever");
   }
 
-  QString ProblemsText(const TCatalogueEntry& entry) const {
-    QString text = "Its description has errors:";
+  /// What is wrong in the source's file; empty when all is well.
+  QString ProblemsText(const std::string& id) const {
+    if (id.empty()) return "";
+    const std::string& file = sources_.Catalogue().Find(id)->File;
+    if (file.empty()) return "No description has this id any more.";
+    QString text;
     for (const TProblem& problem : sources_.Catalogue().Problems)
-      if (problem.File == entry.File) text += "<br>" + Html(problem.Message());
-    return text;
+      if (problem.File == file) text += "<br>" + Html(problem.Message());
+    return text.isEmpty() ? text : "Its description has errors:" + text;
   }
 
   void ShowAbout() {
     const TDescription& source = *sources_.Find(shown_);
     QStringList lines;
+    if (const QString problems = ProblemsText(shown_); !problems.isEmpty())
+      lines += problems + "<br>Until they are mended, it works as before.";
     QString provider = Html(source.Provider);
     if (!source.Home.empty()) provider += (provider.isEmpty() ? "" : ", ") + Link(source.Home, source.Home);
     if (!provider.isEmpty()) lines += "Provider: " + provider;
@@ -226,7 +269,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
       return Fire(
           OnMessage, Source().Caption,
           "No source is ticked. Tick those that Run shall fetch, or fetch one by \"Run this source\".");
-    Load();
+    LoadOnce();
     if (const auto sources = sources_.NotAccepted(ids); !sources.empty()) {
       std::string text = "These sources have terms of use:\n";
       for (const TDescription* source : sources)
@@ -255,7 +298,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   void Run(const std::vector<std::string>& ids) {
     RunJob([this, ids](TJobContext& context) {
-      Load();
+      LoadOnce();
       sources_.Run(context, ids, OutputPath());
       if (ids.empty()) {
         context.Record.End = TRunEnd::NotStarted;
@@ -265,8 +308,113 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     if (loaded_) ShowHealth();
   }
 
+  // --- The user's own descriptions
+
+  /// Reads and checks a description for the dialog.
+  TAddSourceDialog::TChecked Check(const std::string& place) {
+    TReadDescription read;
+    if (StartsWithText(place, "https://")) {
+      if (IsBusy()) return {"A job is running. Check again after it."};
+      std::string why = "not fetched";
+      RunJob([&](TJobContext& context) { why = FetchDescription(context, place); });
+      if (!why.empty()) return {place + ": " + why};
+    } else {
+      try {
+        added_text_ = ReadWholeFile(FromHome(place, QDir::homePath().toStdString()), kLargestDescription);
+      } catch (const std::exception& error) {
+        return {place + ": " + ReasonOf(error)};
+      }
+    }
+    read = ReadDescription(added_text_, place);
+    std::string shown;
+    for (const TProblem& problem : read.Problems) shown += problem.Message() + "\n";
+    if (!read.Description) return {shown};
+    added_id_ = read.Id;
+    const TDateTime now = context_.UtcNow();
+    shown = "It asks these hosts:";
+    for (const std::string& host : HostsOf(*read.Description, now)) shown += " " + host;
+    shown += "\nIts files go below: " + OutputPath();
+    shown += "\nIts terms: " + TermsText(read.Description->Licence);
+    if (const TCatalogueEntry* known = sources_.Catalogue().Find(read.Id); known && !known->File.empty())
+      shown += "\nIt replaces the source \"" + known->Title + "\", which has the same id.";
+    shown += "\n\n" + CheckSourceText(*read.Description, now);
+    return {shown, true};
+  }
+
+  /// Returns why there is no text; empty when there is one.
+  std::string FetchDescription(TJobContext& context, const std::string& address) {
+    std::string why = "stopped";
+    TFetchQueue queue(context);
+    TFetchRequest request;
+    request.Url = address;
+    request.Limit = kLargestDescription;
+    request.Tries = 1;
+    request.Done = [&](const TFetchAnswer& answer) {
+      added_text_ = answer.Text;
+      why = answer.End != TFetchEnd::Answered ? answer.Reason
+            : answer.Code == 200              ? ""
+                                              : "the server answered " + std::to_string(answer.Code);
+    };
+    queue.Add(std::move(request));
+    queue.Run();
+    context.Record.Reason = why.empty() ? "fetched the description " + address : address + ": " + why;
+    return why;
+  }
+
+  void ButtonAddSourceClick() {
+    LoadOnce();
+    auto* dialog = new TAddSourceDialog(this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->OnCheck = [this](const std::string& place) { return Check(place); };
+    dialog->OnKeep = [this] {
+      if (KeepOwn(added_id_, added_text_).empty()) return;
+      ui_.EditSearch->clear();
+      Load();
+      ui_.TreeSources->Choose(added_id_);
+    };
+    dialog->open();
+  }
+
+  /// Stores a description; returns its file, or tells the user why that failed.
+  std::filesystem::path KeepOwn(const std::string& id, const std::string& text) {
+    try {
+      return sources_.Keep(id, text);
+    } catch (const std::exception& error) {
+      Fire(OnMessage, Source().Caption, "The description cannot be stored: " + ReasonOf(error));
+      return {};
+    }
+  }
+
+  void ButtonEditSourceClick() {
+    std::filesystem::path file = sources_.UsersFile(shown_);
+    if (file.empty()) {
+      file = KeepOwn(shown_, sources_.TextOf(shown_));
+      if (file.empty()) return;
+      Load();
+    }
+    bool opened = false;
+    const QUrl url = QUrl::fromLocalFile(QString::fromStdString(file.string()));
+    WithSignalsLetThrough([&] { opened = QDesktopServices::openUrl(url); });
+    if (!opened)
+      Fire(OnMessage, Source().Caption, "No editor could be opened. The description is " + file.string());
+  }
+
+  void ButtonRemoveSourceClick() {
+    const std::filesystem::path file = sources_.UsersFile(shown_);
+    Fire(OnAsk, Source().Caption, "Delete the description " + file.string() + "? The pictures stay.",
+         [this, file] {
+           std::error_code error;
+           if (!std::filesystem::remove(file, error) && error)
+             Fire(OnMessage, Source().Caption, "It cannot be deleted: " + error.message());
+           Load();
+         });
+  }
+
   TLiveSources sources_;
-  std::string shown_;  ///< id; empty: none
+  QFileSystemWatcher watcher_;
+  QTimer timer_reload_;                ///< an editor changes a file in several steps
+  std::string added_id_, added_text_;  ///< of the description that was checked last
+  std::string shown_;                  ///< id; empty: none
   bool painted_ = false, loaded_ = false;
 };
 
