@@ -372,6 +372,7 @@ TEST_F(MainFormTest, TheWatchdogOrASecondPressOfStopEndsAWaitOfEachClient) {
 class LivePageTest : public MainFormTest {
  protected:
   LivePageTest() {
+    Store("LiveTicked", "");
     const std::string gif = ReadWholeFile(SKYREEL_TEST_PICTURES "/colour.gif");
     Server.Answer("/north12.gif", gif);
     for (const std::string use : {"any", "personal"}) {
