@@ -65,6 +65,7 @@ int main(int argc, char** argv) {
                            .AppPaths = folder / "App Paths.conf",
                            .ProgramFolder = folder,
                            .JournalFile = folder / "Journal.sqlite",
+                           .SourceFolders = {},
                            .Arguments = {},
                            .Headless = false,
                            .Clock = nullptr,
