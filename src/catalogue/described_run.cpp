@@ -191,8 +191,7 @@ class TDescribedSourceRun {
 
   /// A picture on its way.
   struct TPicture {
-    TPicture(TDescribedSourceRun& owner, TChain chain, const TPlannedFile& file)
-        : Owner(owner), Chain(std::move(chain)), File(file) {}
+    TPicture(TChain chain, const TPlannedFile& file) : Chain(std::move(chain)), File(file) {}
     ~TPicture() { DropTemporary(); }
     void DropTemporary() {
       std::error_code ignored;
@@ -200,7 +199,6 @@ class TDescribedSourceRun {
       Temporary = {};
     }
 
-    TDescribedSourceRun& Owner;
     TChain Chain;  ///< what to try when this one is not whole
     const TPlannedFile& File;
     std::size_t Way = 0;  ///< the one that is tried, in File.Ways
@@ -211,7 +209,6 @@ class TDescribedSourceRun {
     TPictureAddresses Addresses;  ///< of the way
     std::unique_ptr<TTileGrid> Tiles;
     int TilesMissing = 0;
-    std::string Stamp;
   };
   using TPicturePtr = std::shared_ptr<TPicture>;
 
@@ -351,7 +348,7 @@ class TDescribedSourceRun {
           break;
         case TPlanState::Wanted:
           ++active_;
-          return TryWay(std::make_shared<TPicture>(*this, std::move(chain), file));
+          return TryWay(std::make_shared<TPicture>(std::move(chain), file));
       }
     }
   }
