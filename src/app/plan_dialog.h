@@ -1,18 +1,17 @@
 #pragma once
 
 #include <QDialog>
-#include <filesystem>
+#include <functional>
 
-#include "catalogue/described_run.h"
+#include "app/preview.h"
 
 namespace skyreel {
 
-/// Shows what the next run of a source would do: its files as a table, how many there are of each state, what
-/// they may weigh, and the room on the disk. The dialog keeps nothing of its arguments.
+/// Shows what the next run of a source would do: its files as a table, and a summary.
 class TPlanDialog : public QDialog {
  public:
-  TPlanDialog(QWidget* parent, const TWantedSource& wanted, const TPlan& plan,
-              const std::filesystem::path& output);
+  /// `make` runs on a worker thread: it may read the disk. It must not throw.
+  TPlanDialog(QWidget* parent, const QString& title, std::function<TPreview()> make);
 };
 
 }  // namespace skyreel

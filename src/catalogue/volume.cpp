@@ -14,9 +14,7 @@ using namespace std::chrono_literals;
 
 void Add(TVolume& volume, const TDescription& source, const TCombination& combination,
          std::int64_t pictures) {
-  const auto way =
-      std::ranges::find_if(source.Ways, [&](const TWay& each) { return each.Serves(combination); });
-  const auto size = way == source.Ways.end() ? std::nullopt : way->TypicalSize;
+  const auto size = TypicalSize(source, combination);
   volume += {pictures, pictures * size.value_or(0), size.has_value()};
 }
 
@@ -37,6 +35,12 @@ std::string TVolume::TextWith(const char* period) const {
   std::string text = Count(Pictures, "picture") + period;
   if (Bytes > 0) text += (AllSizesKnown ? ", about " : ", more than ") + SizeText(Bytes);
   return text;
+}
+
+std::optional<std::int64_t> TypicalSize(const TDescription& source, const TCombination& combination) {
+  const auto way =
+      std::ranges::find_if(source.Ways, [&](const TWay& each) { return each.Serves(combination); });
+  return way == source.Ways.end() ? std::nullopt : way->TypicalSize;
 }
 
 std::optional<TVolume> DailyVolume(const TDescription& source, const TChoices& choices) {

@@ -26,6 +26,9 @@ class TVolume {
   std::string TextWith(const char* period) const;
 };
 
+/// Bytes of one picture as the description tells; nothing when it does not.
+std::optional<std::int64_t> TypicalSize(const TDescription& source, const TCombination& combination);
+
 /// What the ticked pictures of a source come to in a day; nothing when only the server knows that.
 std::optional<TVolume> DailyVolume(const TDescription& source, const TChoices& choices);
 

@@ -468,7 +468,9 @@ TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {
   EXPECT_EQ(Get("PanelChoices").findChild<QComboBox*>()->currentText(), "south");
   EXPECT_EQ(Get<QSpinBox>("SpinDays").value(), 2);
   Press("ButtonPreview");
-  EXPECT_THAT(form_->findChild<QLabel*>("LabelPlan")->text().toStdString(),
+  const auto& plan = *form_->findChild<QLabel*>("LabelPlan");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return plan.text().contains("To fetch"); }));
+  EXPECT_THAT(plan.text().toStdString(),
               AllOf(HasSubstr("7 wanted.\n"), HasSubstr("To fetch: 7 pictures, about 2.1 GB. ")));
 }
 
