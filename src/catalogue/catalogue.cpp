@@ -4,6 +4,7 @@
 #include <iterator>
 #include <system_error>
 
+#include "base/files.h"
 #include "catalogue/description_reader.h"
 
 namespace skyreel {
@@ -58,6 +59,12 @@ TSourceFolders SourceFolders(const std::function<std::string(const char* name)>&
     data = home / ".local/share";
   if (data.is_absolute()) folders.User = data / "Quenmoor" / "Skyreel" / kFolder;
   return folders;
+}
+
+std::string DescriptionText(const std::string& file) {
+  for (const TEmbeddedDescription& embedded : EmbeddedDescriptions())
+    if (embedded.Name == file) return std::string(embedded.Text);
+  return ReadWholeFile(file);
 }
 
 const TCatalogueEntry* TCatalogue::Find(std::string_view id) const {
