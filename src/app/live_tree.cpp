@@ -115,10 +115,8 @@ void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& t
   {
     const QSignalBlocker no_ticks(this);
     clear();
-    for (const auto& [name, group] : groups) {
-      group->sortChildren(0, Qt::AscendingOrder);
-      addTopLevelItem(group);
-    }
+    for (const auto& [name, group] : groups) addTopLevelItem(group);
+    sortItems(0, Qt::AscendingOrder);
     expandAll();
   }
   if (!current && topLevelItemCount() > 0) current = topLevelItem(0)->child(0);

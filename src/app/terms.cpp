@@ -106,7 +106,7 @@ void AskAboutTerms(const TSourcePage& page, const std::vector<TWantedSource>& wa
     page.OnAsk(caption,
                "Some pictures can come another way when the first one fails. That way has its own terms of "
                "use:\n" +
-                   ways_text + "\n\nDo you accept them? With No, the run goes without that way.",
+                   ways_text + "\n\nDo you accept them? With No, the run does without it.",
                then(with_ways, true), then(with_ways, false));
   } else {
     run();

@@ -453,6 +453,8 @@ TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {
   EXPECT_TRUE(Get("ButtonOneSource").isHidden());
   PressControl(Qt::Key_F);
   EXPECT_EQ(form_->focusWidget(), &Get("EditSearch"));
+  EXPECT_TRUE(Item("Own").parent()->indexOfChild(&Item("Own")) <
+              Item("Own").parent()->indexOfChild(&Item("Sea")));
   QTest::keyClicks(&Get("EditSearch"), "office SEA");
   EXPECT_TRUE(!Item("Sea").isHidden() && Item("Own").isHidden() && Item("Charts").isHidden());
   Choose("Sea");

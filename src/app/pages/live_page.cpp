@@ -161,6 +161,8 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     ui_.SpinKeepDays->setValue(wanted.KeepDays.value_or(0));
     ui_.SpinKeepDays->setSpecialValueText(
         source->Keep.Days ? QString("for ever (suggested: %1 days)").arg(*source->Keep.Days) : "for ever");
+    // Otherwise it keeps the width of the text before.
+    ui_.SpinKeepDays->updateGeometry();
   }
 
   /// What is wrong in the source's file; empty when all is well.
@@ -194,16 +196,19 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   /// The ways that have terms of their own, and whether they are used.
   QStringList WaysWithTermsLines(const TDescription& source) const {
+    const TTermsAnswers& answers = sources_.Settings.Terms;
+    QString answer;
+    if (answers.Accepts(source.Id)) {
+      answer = QString(". Accepted; <a href=\"%1\">withdraw</a>").arg(kWithdraw);
+    } else if (answers.LetRun(source)) {
+      answer = QString(". Not used until you <a href=\"%1\">accept</a> this").arg(kAccept);
+    }
     QStringList lines;
     for (const TWay* way : WaysWithTerms(source)) {
-      lines += "Licence of " + Html(way->Title) + ": " + Html(TermsText(*way->Licence));
+      lines += "Licence of " + Html(way->Title) + ": " + Html(TermsText(*way->Licence)) + answer;
       if (!way->Licence->Credit.empty())
         lines += "Credit of " + Html(way->Title) + ": " + Html(way->Licence->Credit);
     }
-    if (lines.isEmpty() || !sources_.Settings.Terms.LetRun(source)) return lines;
-    lines.back() += sources_.Settings.Terms.Accepts(source.Id)
-                        ? QString(". Accepted; <a href=\"%1\">withdraw</a>").arg(kWithdraw)
-                        : QString(". Not used until you <a href=\"%1\">accept</a>").arg(kAccept);
     return lines;
   }
 
