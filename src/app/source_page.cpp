@@ -59,9 +59,16 @@ TSourcePage::TSourcePage(TPageContext context) : context_(std::move(context)) {}
 
 TSourcePage::~TSourcePage() = default;
 
-void TSourcePage::showEvent(QShowEvent* event) {
-  QWidget::showEvent(event);
-  if (bound_) bound_->Load();
+void TSourcePage::paintEvent(QPaintEvent* event) {
+  QWidget::paintEvent(event);
+  // The window shows itself first.
+  if (ShowsDescriptions() && !context_.Catalogue.Current())
+    QMetaObject::invokeMethod(
+        this, [this] { context_.Catalogue.ReadOnce(); }, Qt::QueuedConnection);
+}
+
+void TSourcePage::CatalogueRead() {
+  if (bound_) bound_->CatalogueRead();
 }
 
 void TSourcePage::PrepareControls() {
