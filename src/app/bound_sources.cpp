@@ -128,24 +128,44 @@ void TBoundSources::Run(const std::function<void(const TSourcePage::TJob& job)>&
               });
 }
 
+std::vector<TWantedSource> TBoundSources::Wanted(int days) const {
+  std::vector<TWantedSource> wanted;
+  for (const TDescription* source : sources_) {
+    TChoices choices = ChoicesOf(page_, *source);
+    if (std::ranges::none_of(choices, [](const auto& choice) { return choice.second.empty(); }))
+      wanted.push_back({*source, std::move(choices), days});
+  }
+  return wanted;
+}
+
+std::function<TPreview()> TBoundSources::PreviewMaker(const TJobPlanRequest& request) {
+  Load();
+  return [catalogue = catalogue_, wanted = Wanted(request.Shared.BackDays), now = request.Now,
+          file = environment_.JournalFile, output = std::filesystem::path(page_.OutputPath())] {
+    const TSystemClock clock({});
+    TJournal journal(file, clock);
+    std::vector<TDescribedPlan> plans;
+    for (const TWantedSource& each : wanted) plans.push_back({each, PlanOffline(journal, output, now, each)});
+    return PreviewOf(plans, output);
+  };
+}
+
 void TBoundSources::RunJob(TJobContext& context) const {
   // A wait lets events through; the descriptions must outlive it.
   const std::shared_ptr<const TCatalogue> kept = catalogue_;
   std::vector<TWantedSource> wanted;
-  for (const TDescription* source : sources_) {
-    TChoices choices = ChoicesOf(page_, *source);
-    if (std::ranges::any_of(choices, [](const auto& choice) { return choice.second.empty(); })) continue;
-    if (MustAsk(*source)) {
+  for (const TWantedSource& each : Wanted(context.Shared.BackDays)) {
+    if (MustAsk(each.Source)) {
       TRunRecord& record = context.Records.emplace_back();
-      record.Source = source->Id;
-      record.Title = source->Title;
+      record.Source = each.Source.Id;
+      record.Title = each.Source.Title;
       record.Started = context.Clock.UtcNow();
       record.End = TRunEnd::NotStarted;
       record.Reason = "not run, since its terms were not accepted; run it once in the window";
       context.Display.AddStatusLine(record.Line());
       continue;
     }
-    wanted.push_back({*source, std::move(choices), context.Shared.BackDays});
+    wanted.push_back(each);
   }
   if (wanted.empty()) return;
   TDescribedRun run{.Context = context,

@@ -24,9 +24,13 @@ class TBoundSources {
   /// Runs what the controls choose, with `start`, which runs a job. Shows first the terms that the user has
   /// not accepted; when nobody answers, such a source does not run, and a line says so.
   void Run(const std::function<void(const TSourcePage::TJob& job)>& start);
+  /// Reads the controls. The result looks on the disk and in the journal, on any thread.
+  std::function<TPreview()> PreviewMaker(const TJobPlanRequest& request);
 
  private:
   bool MustAsk(const TDescription& source) const;
+  /// What the controls choose, whether its terms are accepted or not.
+  std::vector<TWantedSource> Wanted(int days) const;
   void RunJob(TJobContext& context) const;
 
   TSourcePage& page_;

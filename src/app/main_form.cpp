@@ -65,7 +65,8 @@ void TFormMain::FormCreate() {
   tabs_ = std::make_unique<TSourceTabs>(
       *ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
       TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
-                       journal_.Journal(), environment_.SourceFolders, [this] { return UtcNow(); }});
+                       journal_.Journal(), environment_.JournalFile, environment_.SourceFolders,
+                       [this] { return UtcNow(); }});
   OrderFocus();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
@@ -124,6 +125,7 @@ void TFormMain::WireEvents() {
   runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
+    page->PlanRequest = [this, page] { return runner_->PlanRequest(page->Source(), UtcNow()); };
     page->OnMessage = [this](const std::string& subject, const std::string& text) {
       ShowMessage(subject, text);
     };

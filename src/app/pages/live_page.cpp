@@ -249,11 +249,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   void ButtonPreviewClick() {
     const TDescription& source = *sources_.Find(shown_);
-    auto* dialog =
-        new TPlanDialog(this, QString::fromStdString(source.Title),
-                        [preview = PreviewOf(sources_.Settings.Wanted(source),
-                                             sources_.Plan(source, OutputPath(), context_.UtcNow()),
-                                             OutputPath())] { return preview; });
+    auto* dialog = new TPlanDialog(
+        this, QString::fromStdString(source.Title),
+        [preview = PreviewOf(
+             {{sources_.Settings.Wanted(source), sources_.Plan(source, OutputPath(), context_.UtcNow())}},
+             OutputPath())] { return preview; });
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->open();
   }
