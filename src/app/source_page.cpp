@@ -142,7 +142,8 @@ void TSourcePage::KeepTime(QTimeEdit& picker, const char* name, const char* defa
 }
 
 void TSourcePage::AddPreviewButton() {
-  auto* button = new QPushButton("Prev&iew...", this);
+  // Alt+R leads to the password where there is one.
+  auto* button = new QPushButton(PasswordEdit() ? "Preview..." : "P&review...", this);
   button->setObjectName(run_->objectName().replace("ButtonRun", "ButtonPreview"));
   button->setToolTip("Show which files a run would ask for");
   button->setAccessibleName(QString("Preview ") + context_.Source.Caption);
