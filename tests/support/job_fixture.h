@@ -192,6 +192,7 @@ class TJobFixture {
     EXPECT_EQ(Disk(), disk);
     EXPECT_EQ(Server.Requests().size(), requests);
     job(Context);
+    EXPECT_THAT(Display.AllLines, testing::IsSupersetOf(before.Notes));
     const TWords asked = asked_by_run();
     const TFetchPlan after = PlanOf(job);  // a run takes time, and more becomes due
     TWords wanted = before.Lists, known = after.Lists, done = asked;
