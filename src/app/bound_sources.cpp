@@ -6,6 +6,7 @@
 #include <QRadioButton>
 #include <algorithm>
 
+#include "app/worker_journal.h"
 #include "catalogue/described_run.h"
 
 namespace skyreel {
@@ -130,6 +131,19 @@ void TBoundSources::Run(const TStart& start) {
     AskAboutTerms(page_, Wanted(), answers_, "",
                   [this, start] { start([this](TJobContext& context) { RunJob(context); }); });
   });
+}
+
+std::function<TPreview()> TBoundSources::PreviewMaker(const TJobPlanRequest& request) const {
+  std::vector<TWantedSource> all = Wanted();
+  for (TWantedSource& each : all) each.Days = request.Shared.BackDays;
+  return [catalogue = catalogue_, all = std::move(all), now = request.Now, file = environment_.JournalFile,
+          output = std::filesystem::path(page_.OutputPath())] {
+    TWorkerJournal worker(file);
+    std::vector<TDescribedPlan> plans;
+    for (const TWantedSource& each : all)
+      plans.push_back({each, PlanOffline(worker.Journal, output, now, each)});
+    return PreviewOf(plans, output);
+  };
 }
 
 void TBoundSources::RunJob(TJobContext& context) const {

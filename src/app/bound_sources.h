@@ -28,6 +28,8 @@ class TBoundSources {
   /// Runs what the controls choose, with `start`, which runs a job. Shows first the terms that the user has
   /// not accepted; when nobody answers, such a source does not run, and a line says so.
   void Run(const TStart& start);
+  /// Reads the controls. The result looks on the disk and in the journal, on any thread.
+  std::function<TPreview()> PreviewMaker(const TJobPlanRequest& request) const;
 
  private:
   /// What the controls choose. A source of which nothing is chosen is not among them.

@@ -4,23 +4,9 @@
 #include <iterator>
 #include <utility>
 
+#include "app/worker_journal.h"
+
 namespace skyreel {
-
-namespace {
-
-/// Asks the journal's file from a worker thread; the program's own journal belongs to another thread.
-class TWorkerJournal {
- public:
-  explicit TWorkerJournal(const std::filesystem::path& file) : Journal(file, clock_) {}
-
- private:
-  const TSystemClock clock_{{}};
-
- public:
-  TJournal Journal;
-};
-
-}  // namespace
 
 TLiveSources::TLiveSources(const TPageEnvironment& environment)
     : Settings(environment.Store), environment_(environment) {}
@@ -63,7 +49,7 @@ std::function<TPreview()> TLiveSources::PreviewWork(const TDescription& source,
   return [catalogue = environment_.Catalogue.Current(), file = environment_.JournalFile,
           wanted = Settings.Wanted(source), output, now] {
     TWorkerJournal worker(file);
-    return PreviewOf(wanted, PlanOffline(worker.Journal, output, now, wanted), output);
+    return PreviewOf({{wanted, PlanOffline(worker.Journal, output, now, wanted)}}, output);
   };
 }
 

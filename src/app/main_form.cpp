@@ -126,6 +126,7 @@ void TFormMain::WireEvents() {
   runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
+    page->PlanRequest = [this, page] { return runner_->PlanRequest(page->Source(), UtcNow()); };
     page->OnMessage = [this](const std::string& subject, const std::string& text) {
       ShowMessage(subject, text);
     };

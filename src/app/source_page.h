@@ -4,15 +4,17 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <vector>
 
+#include "app/preview.h"
 #include "app/shared_catalogue.h"
 #include "base/event.h"
 #include "journal/journal.h"
 #include "settings/check_list_box.h"
 #include "settings/registry_store.h"
-#include "sources/job_context.h"
+#include "sources/job_plan.h"
 #include "sources/source_table.h"
 
 class QComboBox;
@@ -44,8 +46,9 @@ struct TPageContext : TPageEnvironment {
 enum class TRunState { Run, Stop, Wait };
 
 /// The page of one source in its tab. A descendant fills its item lists, keeps the settings that no persisted
-/// control keeps, and has the Run handler. What all pages have is found by its name: "ButtonRun...",
-/// "ButtonBrowse...", "EditOutputPath...", "...Username", "...Password", "...UseWinInet".
+/// control keeps, and makes the job. What all pages have is found by its name: "ButtonRun...",
+/// "ButtonBrowse...", "EditOutputPath...", "...Username", "...Password", "...UseWinInet". A button
+/// "ButtonPreview..." joins each Run button whose page has nothing of its own for that.
 class TSourcePage : public QWidget {
  public:
   using TJob = std::function<void(TJobContext& context)>;
@@ -72,8 +75,10 @@ class TSourcePage : public QWidget {
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 
-  /// Runs the page's job. The job reads the page.
+  /// Runs the page's job.
   std::function<void(const TJob& job)> OnRun;
+  /// What a run of the page would work with now.
+  std::function<TJobPlanRequest()> PlanRequest;
   /// Tells the user something about a subject.
   std::function<void(const std::string& subject, const std::string& text)> OnMessage;
   /// Asks the user, and calls `yes` or `no` later; `no` may be empty.
@@ -89,6 +94,8 @@ class TSourcePage : public QWidget {
   void PrepareControls();
 
   void RunJob(const TJob& job) const { Fire(OnRun, job); }
+  /// The job for what the page of a built-in source shows now. It refers to nothing of the page.
+  virtual TJob MakeJob() const { return {}; }
   /// Makes the checked items of a plain list a setting, as comma text.
   void KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const;
   /// Makes a time of day a setting: "17:32".
@@ -102,7 +109,10 @@ class TSourcePage : public QWidget {
   virtual bool ShowsDescriptions() const { return bound_ != nullptr; }
 
  private:
+  void AddPreviewButton();
   void ButtonBrowseClick();
+  void ButtonRunClick();
+  void ButtonPreviewClick();
   void EditOutputPathChange();
 
   QPushButton* run_ = nullptr;
