@@ -431,7 +431,8 @@ std::vector<std::string> HostsOf(const TDescription& source, TDateTime now) {
     for (const TFieldText& begin : begins) {
       const std::string address = Fill(begin, {source, combination, now, source.Time.Zone});
       const std::size_t scheme = address.find("://"), host = scheme == address.npos ? 0 : scheme + 3;
-      hosts.insert(address.substr(host, address.find_first_of("/?#", host) - host));
+      // A "?" at the beginning stands for what only a server knows.
+      hosts.insert(address.substr(host, address.find_first_of("/?#", host + 1) - host));
     }
     return std::ranges::any_of(begins, [](const TFieldText& begin) { return begin.Has(TKind::Variable); });
   });
