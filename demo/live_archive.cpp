@@ -1,7 +1,6 @@
 #include "demo/live_archive.h"
 
 #include <algorithm>
-#include <numeric>
 #include <stdexcept>
 
 #include "base/text.h"
@@ -102,12 +101,7 @@ TLiveArchive::TLiveArchive(TDemoArchive::TNow now, const std::filesystem::path& 
   std::set<std::string> hosts;
   for (const TDescription& source : sources_) {
     AddStandInHosts(source, now(), hosts);
-    std::vector<std::vector<std::size_t>> rows;
-    for (const TVariable& variable : source.Variables) {
-      rows.emplace_back(variable.Rows.size());
-      std::iota(rows.back().begin(), rows.back().end(), std::size_t{0});
-    }
-    for (std::size_t way = 0; way < source.Ways.size(); ++way) stand_in_.Add(source, way, rows);
+    for (std::size_t way = 0; way < source.Ways.size(); ++way) stand_in_.Add(source, way, AllRows(source));
   }
   hosts_.assign(hosts.begin(), hosts.end());
 }

@@ -10,29 +10,15 @@ namespace {
 
 using test::TJobTest;
 
-std::string PictureFor(TFileType type) {
-  const char* const name = type == TFileType::Jpeg   ? "inks.jpg"
-                           : type == TFileType::Tiff ? "colour_plain.tif"
-                           : type == TFileType::Png  ? "colour.png"
-                                                     : "colour.gif";
-  return ReadWholeFile(std::string(SKYREEL_TEST_PICTURES "/") + name);
-}
-
 /// At this time the server of Himawari, whose names hold no date, has a picture of each slot of a day.
 struct TStandInTest : TJobTest {
   TStandInTest() : TJobTest("2026-11-26 06:40") {}
 };
 
 TEST_F(TStandInTest, EachWayOfEachBuiltInDescriptionFetchesAllThatItDescribes) {
-  demo::TStandIn stand_in([this] { return Clock.Now; },
-                          [](const demo::TStandInFile& file) {
-                            std::string picture = PictureFor(file.Way.Type);
-                            const auto smallest = static_cast<std::size_t>(file.Way.MinSize);
-                            picture.insert(picture.size() / 2, smallest, 'x');
-                            return demo::TServedFile{std::make_shared<std::string>(picture), "image", {}};
-                          });
+  demo::TStandIn stand_in([this] { return Clock.Now; }, test::SmallPicture);
   // The one source of an FTP server has one file.
-  const std::string gif = PictureFor(TFileType::Gif);
+  const std::string gif = ReadWholeFile(SKYREEL_TEST_PICTURES "/colour.gif");
   const test::TFtpServer ftp(true,
                              "login|*>257 \"/\"|CWD anon>250 in|CWD gen>250 in|CWD fwo>250 in|"
                              "MDTM IDG00074.gif>213 20261126040000|EPSV>500 no|open|TYPE I>200 ok|"
@@ -47,7 +33,7 @@ TEST_F(TStandInTest, EachWayOfEachBuiltInDescriptionFetchesAllThatItDescribes) {
                                    std::bind_front(&demo::TStandIn::Find, &stand_in));
   std::vector<std::string> problems;
   Https.SetSettings(
-      ReadHttpsSettings(server.CaFile, server.HostOverrides + "ftp.bom.gov.au=" + ftp.Address(), problems));
+      ReadHttpsSettings(server.CaFile, server.HostOverrides + ",ftp.bom.gov.au=" + ftp.Address(), problems));
   for (const TCatalogueEntry& entry : catalogue.Entries) {
     const TDescription& source = *entry.Description;
     TChoices all;
