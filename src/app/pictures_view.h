@@ -58,6 +58,8 @@ class TPicturesView : public QWidget {
   void Step(int rows) { GoTo(strip_->currentIndex().row() + rows); }
   void ShowCurrent();
   void ShowCaption();
+  /// Of a picture that the user had decoded, although its thumbnail would have taken too much memory.
+  void StoreThumbnail();
   void SetFullScreen(bool full);
   bool eventFilter(QObject* watched, QEvent* event) override;
 
