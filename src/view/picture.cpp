@@ -117,8 +117,14 @@ class TAverage : public TRowSink {
   template <int kChannels>
   void AddBytes(int y, const std::uint8_t* pixels, int stride) {
     if (!Begins(y, kChannels)) return;
-    std::uint32_t* sum = sums_.data();
     const std::uint8_t* pixel = pixels + std::ptrdiff_t{area_.left()} * box_ * stride;
+    if (box_ == 1) {  // nothing to average
+      row_ = -1;
+      return PutRow<kChannels>(y - area_.top(), [&, skipped = stride - kChannels](std::size_t i) {
+        return pixel[i + i / kChannels * static_cast<std::size_t>(skipped)];
+      });
+    }
+    std::uint32_t* sum = sums_.data();
     for (int column = area_.left(); column <= area_.right(); ++column, sum += kChannels) {
       for (int x = column * box_; x < EndOf(column); ++x, pixel += stride) {
         for (int i = 0; i < kChannels; ++i) sum[i] += pixel[i];
@@ -159,20 +165,24 @@ class TAverage : public TRowSink {
       const auto pixels = static_cast<std::uint32_t>((EndOf(column) - column * box_) * rows_);
       return static_cast<std::uint8_t>((sums_[i] + pixels / 2) / pixels);
     };
-    PutRow(y, mean);
+    if (channels_ == 1) {
+      PutRow<1>(y, mean);
+    } else {
+      PutRow<3>(y, mean);
+    }
   }
 
-  /// `value(i)` is the byte of channel i % channels_ of pixel i / channels_.
-  template <typename TValue>
+  /// `value(i)` is the byte of channel i % kChannels of pixel i / kChannels.
+  template <int kChannels, typename TValue>
   void PutRow(int y, const TValue& value) {
     QImage& image = picture_.Image;
     if (image.isNull()) {
-      image = QImage(area_.size(), channels_ == 1 ? QImage::Format_Grayscale8 : QImage::Format_RGB32);
+      image = QImage(area_.size(), kChannels == 1 ? QImage::Format_Grayscale8 : QImage::Format_RGB32);
       if (image.isNull()) throw std::bad_alloc();
       image.fill(QColor(kMissing, kMissing, kMissing));
     }
     const auto width = static_cast<std::size_t>(area_.width());
-    if (channels_ == 1) {
+    if constexpr (kChannels == 1) {
       std::uint8_t* const to = image.scanLine(y);
       for (std::size_t x = 0; x < width; ++x) to[x] = value(x);
     } else {
@@ -186,10 +196,15 @@ class TAverage : public TRowSink {
     const auto count = static_cast<std::size_t>(area_.width() * channels_);
     for (int y = 0; y < area_.height(); ++y) {
       const float* const from = &samples_[static_cast<std::size_t>(y) * count];
-      PutRow(y, [&](std::size_t i) {
+      const auto value = [&](std::size_t i) {
         if (std::isnan(from[i]) || !(range > 0)) return kMissing;
         return static_cast<std::uint8_t>(std::lround((double{from[i]} - double{least_}) * 255 / range));
-      });
+      };
+      if (channels_ == 1) {
+        PutRow<1>(y, value);
+      } else {
+        PutRow<3>(y, value);
+      }
     }
   }
 
