@@ -58,6 +58,7 @@ TPictureCanvas::TPictureCanvas(QWidget* parent) : QWidget(parent) {
     agreed_ = true;
     setFocus();
     LoadMissing();
+    ShowMessage();
   });
   ShowMessage();
 }
@@ -262,6 +263,7 @@ void TPictureCanvas::ShowMessage() {
   QString text = QString::fromStdString(whole_.Problem);
   if (gone_ && !whole_.Image.isNull()) text = "This file has been deleted or moved";
   if (changed_file_ && text.isEmpty()) text = "The file was replaced; this is the new picture";
+  if (agreed_ && loading_ && whole_.NeededBytes > 0) text = "Decoding the picture…";
   message_->setText(text);
   message_->setVisible(!text.isEmpty());
   decode_->setVisible(whole_.NeededBytes > 0 && !agreed_);

@@ -12,7 +12,7 @@ namespace skyreel {
 enum class TThumbnailSize { Normal = 128, Large = 256 };  ///< the longer side at most, in pixels
 
 struct TThumbnail {
-  QImage Image;         ///< null: there is none
+  QImage Image;         ///< null: no picture
   std::string Problem;  ///< what is wrong with the picture; empty: nothing
 };
 
