@@ -66,7 +66,9 @@ void TFormMain::FormCreate() {
       *ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
       TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
                        journal_.Journal(), environment_.SourceFolders, [this] { return UtcNow(); }});
-  OrderFocus();
+  OrderLog();
+  AddLowerViews();
+  OrderSharedControls();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
   SelectIfNone(*ui_->ComboBoxNotify, 0);
@@ -76,6 +78,7 @@ void TFormMain::FormCreate() {
   } else {
     restoreGeometry(QByteArray::fromBase64(WindowGeometry_.Value.toLatin1()));
     ui_->Splitter->restoreState(QByteArray::fromBase64(SplitterState_.Value.toLatin1()));
+    lower_->ShowLast();
   }
   ShowFirstSteps();
   WireEvents();
@@ -96,12 +99,30 @@ void TFormMain::BuildStatusArea() {
   if (!environment_.Arguments.empty()) log_->OnFinalLine = environment_.Output;
 }
 
-void TFormMain::OrderFocus() {
-  // The pages have just joined at the end: these controls follow them.
-  QWidget* before = previousInFocusChain();
+void TFormMain::AddLowerViews() {
+  lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store);
+  lower_->OnMade = [this] { OrderSharedControls(); };
+}
+
+QWidget* TFormMain::LastInFocusChain() const {
+  QWidget* last = previousInFocusChain();
+  // Qt ignores an order after a widget that takes no focus.
+  while (last->focusPolicy() == Qt::NoFocus) last = last->previousInFocusChain();
+  return last;
+}
+
+void TFormMain::OrderLog() {
+  QWidget* const last = LastInFocusChain();
+  // One by one: Qt does not take the inner widgets of a log along with its tab.
+  setTabOrder(last, ui_->ListBoxStatus);
+  setTabOrder(last, ui_->LowerTabs);
+}
+
+void TFormMain::OrderSharedControls() {
+  QWidget* before = LastInFocusChain();
   for (QWidget* control : std::initializer_list<QWidget*>{
-           ui_->ListBoxStatus, ui_->UpDownTimeout, ui_->UpDownBackDays, ui_->ComboBoxNotify,
-           ui_->CheckBoxUseProxy, ui_->EditProxy, ui_->EditProxyPort, ui_->ButtonClose}) {
+           ui_->UpDownTimeout, ui_->UpDownBackDays, ui_->ComboBoxNotify, ui_->CheckBoxUseProxy,
+           ui_->EditProxy, ui_->EditProxyPort, ui_->ButtonClose}) {
     setTabOrder(before, control);
     before = control;
   }
@@ -192,7 +213,10 @@ void TFormMain::FormCloseQuery() {
     SplitterState_.Value = ui_->Splitter->saveState().toBase64();
   }
   // A batch changes the tab, but not the user's choice.
-  if (environment_.Arguments.empty()) tabs_->RememberCurrent();
+  if (environment_.Arguments.empty()) {
+    tabs_->RememberCurrent();
+    lower_->RememberCurrent();
+  }
   if (log_->IsEmpty()) return;
   AddStatusLine(std::string("Skyreel - V") + SKYREEL_VERSION);
   log_->Flush();

@@ -14,6 +14,7 @@
 #include "app/batch_record.h"
 #include "app/job_runner.h"
 #include "app/journal_recorder.h"
+#include "app/lower_views.h"
 #include "app/servers_dialog.h"
 #include "app/source_tabs.h"
 #include "app/status_log.h"
@@ -79,8 +80,13 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void FormCloseQuery();
   void FormDestroy();
   void BuildStatusArea();
-  /// Tab goes through the tabs, the page, the log and the shared controls.
-  void OrderFocus();
+  /// The views in the lower half of the window.
+  void AddLowerViews();
+  // Tab goes through the source tabs, their pages, the lower tabs, their views and the shared controls. New
+  // pages and views join at the end, so what follows them must move behind them.
+  QWidget* LastInFocusChain() const;
+  void OrderLog();
+  void OrderSharedControls();
   void ShowFirstSteps();
   void WireEvents();
 
@@ -135,6 +141,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   TJournalRecorder journal_;
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
+  std::unique_ptr<TLowerViews> lower_;
   TRegistryString WindowGeometry_, SplitterState_;
   TRegistryString CaFile_, HostOverrides_;
   QTimer TimerShow_;
