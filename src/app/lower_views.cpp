@@ -34,15 +34,20 @@ class TLatePage : public QWidget {
 
 }  // namespace
 
-TLowerViews::TLowerViews(QTabWidget& tabs, TRegistryStore& store)
-    : tabs_(tabs), LowerTab_(store, "LowerTab", "") {
+TLowerViews::TLowerViews(QTabWidget& tabs, TRegistryStore& store, std::function<void()> find_in_log)
+    : tabs_(tabs), LowerTab_(store, "LowerTab", ""), finds_{std::move(find_in_log)} {
   // There are few tabs, so these are never shown.
   for (QToolButton* button : tabs_.tabBar()->findChildren<QToolButton*>())
     button->setFocusPolicy(Qt::NoFocus);
 }
 
-void TLowerViews::Add(const QString& title, std::function<QWidget*()> make) {
+void TLowerViews::Add(const QString& title, std::function<QWidget*()> make, std::function<void()> find) {
+  finds_.push_back(std::move(find));
   tabs_.addTab(new TLatePage(std::move(make), [this] { Fire(OnMade); }), title);
+}
+
+void TLowerViews::Find() const {
+  Fire(finds_[static_cast<std::size_t>(tabs_.currentIndex())]);
 }
 
 void TLowerViews::ShowLast() {

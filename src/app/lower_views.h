@@ -2,6 +2,7 @@
 
 #include <QTabWidget>
 #include <functional>
+#include <vector>
 
 #include "settings/registry_variable.h"
 
@@ -11,11 +12,14 @@ namespace skyreel {
 /// that the window opens as fast as without it.
 class TLowerViews {
  public:
-  /// `tabs` holds the views that are made already, and outlives this object.
-  TLowerViews(QTabWidget& tabs, TRegistryStore& store);
+  /// `tabs` has the tab of the log, which `find_in_log` searches. It outlives this object.
+  TLowerViews(QTabWidget& tabs, TRegistryStore& store, std::function<void()> find_in_log);
 
-  /// Adds a tab. `make` makes its view once; the tab owns it.
-  void Add(const QString& title, std::function<QWidget*()> make);
+  /// Adds a tab. `make` makes its view once; the tab owns it. `find` lets the user search in the view, and
+  /// may be empty.
+  void Add(const QString& title, std::function<QWidget*()> make, std::function<void()> find = {});
+  /// Lets the user search in the current view.
+  void Find() const;
   /// Shows the tab that the user saw last.
   void ShowLast();
   /// The next start shows the current tab.
@@ -27,6 +31,7 @@ class TLowerViews {
  private:
   QTabWidget& tabs_;
   TRegistryString LowerTab_;
+  std::vector<std::function<void()>> finds_;  ///< of each tab
 };
 
 }  // namespace skyreel

@@ -14,9 +14,11 @@
 #include <QWindow>
 #include <algorithm>
 
+#include "app/find_bar.h"
 #include "app/first_steps.h"
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
+#include "app/signs.h"
 #include "base/files.h"
 #include "settings/persisted_controls.h"
 #include "ui_main_form.h"
@@ -100,7 +102,9 @@ void TFormMain::BuildStatusArea() {
 }
 
 void TFormMain::AddLowerViews() {
-  lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store);
+  auto* const bar = new TFindBar(*ui_->ListBoxStatus);
+  ui_->LogLayout->addWidget(bar);
+  lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store, [bar] { bar->Open(); });
   lower_->OnMade = [this] { OrderSharedControls(); };
 }
 
@@ -160,6 +164,7 @@ void TFormMain::WireEvents() {
   connect(ui_->MenuItemServers, &QAction::triggered, this, &TFormMain::MenuItemServersClick);
   connect(ui_->MenuItemAbout, &QAction::triggered, this, &TFormMain::MenuItemAboutClick);
   connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, ui_->ButtonClose, &QPushButton::click);
+  connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, this, &TFormMain::FindKeyPressed);
   connect(new QShortcut(Qt::SHIFT | Qt::Key_F10, this), &QShortcut::activated, this,
           &TFormMain::OpenContextMenu);
   connect(new QShortcut(Qt::CTRL | Qt::Key_PageDown, this), &QShortcut::activated, this,
@@ -296,7 +301,7 @@ void TFormMain::BeginFile(const std::string& line) {
 }
 void TFormMain::EndFile(const TFileResult& result, const std::string& line) {
   journal_.Record(result);
-  if (!line.empty()) log_->End(line);
+  if (!line.empty()) log_->End(line, SignOf(result.State) == TSign::Problem);
 }
 
 void TFormMain::SetPanel(int panel, const std::string& text) {
@@ -460,6 +465,12 @@ void TFormMain::CloseSoon() {
 
 void TFormMain::PressCurrentRun() {
   if (TSourcePage* page = tabs_->CurrentPage()) page->RunButton().click();
+}
+
+void TFormMain::FindKeyPressed() {
+  const bool below = ui_->LowerTabs->isAncestorOf(focusWidget());
+  TSourcePage* const page = tabs_->CurrentPage();
+  if (below || page == nullptr || !page->Search()) lower_->Find();
 }
 
 void TFormMain::OpenContextMenu() {

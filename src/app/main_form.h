@@ -121,6 +121,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
 
   void TimerShowTimer();
   void PressCurrentRun();
+  /// Searches in the lower view that has the focus, else on the current page.
+  void FindKeyPressed();
   /// Opens the menu of the widget that has the focus.
   void OpenContextMenu();
   void MenuItemRunOrbiscopeClick();

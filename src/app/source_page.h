@@ -65,6 +65,9 @@ class TSourcePage : public QWidget {
   /// Fetches one picture that needs no choice. Only the page of described sources can.
   virtual void FetchFirstPicture() {}
 
+  /// Lets the user search among the page's sources. False on a page with nothing to search.
+  virtual bool Search() { return false; }
+
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 

@@ -3,7 +3,6 @@
 #include <QDir>
 #include <QFileSystemWatcher>
 #include <QLabel>
-#include <QShortcut>
 #include <QTimer>
 #include <QUrl>
 
@@ -60,6 +59,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   }
 
   void FetchFirstPicture() override { Start({kFirstSource}); }
+  bool Search() override {
+    ui_.EditSearch->setFocus();
+    ui_.EditSearch->selectAll();
+    return true;
+  }
 
  protected:
   void paintEvent(QPaintEvent* event) override {
@@ -91,10 +95,6 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     connect(&timer_reload_, &QTimer::timeout, this, [this] { Load(); });
     connect(&watcher_, &QFileSystemWatcher::fileChanged, this, [this] { timer_reload_.start(); });
     connect(&watcher_, &QFileSystemWatcher::directoryChanged, this, [this] { timer_reload_.start(); });
-    connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, ui_.EditSearch, [this] {
-      ui_.EditSearch->setFocus();
-      ui_.EditSearch->selectAll();
-    });
   }
 
   void LoadOnce() {
