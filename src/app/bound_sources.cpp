@@ -109,6 +109,13 @@ bool TBoundSources::MustAsk(const TDescription& source) const {
          std::ranges::find(accepted, source.Id) == accepted.end();
 }
 
+std::shared_ptr<const TDescription> TBoundSources::Find(const std::string& id) {
+  Load();
+  const auto found = std::ranges::find(sources_, id, &TDescription::Id);
+  if (found == sources_.end() || MustAsk(**found)) return nullptr;
+  return {catalogue_, *found};
+}
+
 void TBoundSources::Run(const std::function<void(const TSourcePage::TJob& job)>& start) {
   Load();
   const auto run = [this, start] { start([this](TJobContext& context) { RunJob(context); }); };

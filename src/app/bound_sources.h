@@ -21,6 +21,8 @@ class TBoundSources {
 
   /// Reads the descriptions once, fills the line, and turns off the items that no description serves.
   void Load();
+  /// The source of this tab with this id. Null when there is none, or when its terms are not accepted.
+  std::shared_ptr<const TDescription> Find(const std::string& id);
   /// Runs what the controls choose, with `start`, which runs a job. Shows first the terms that the user has
   /// not accepted; when nobody answers, such a source does not run, and a line says so.
   void Run(const std::function<void(const TSourcePage::TJob& job)>& start);

@@ -82,6 +82,12 @@ const TDescription* TLiveSources::Find(const std::string& id) const {
   return entry && entry->Description ? &*entry->Description : nullptr;
 }
 
+std::shared_ptr<const TDescription> TLiveSources::FindAccepted(const std::string& id) const {
+  const TDescription* const source = Find(id);
+  if (!source || !IsAccepted(*source)) return nullptr;
+  return {catalogue_, source};
+}
+
 TSourceHealth TLiveSources::Health(const TDescription& source) const {
   if (!journal_.FileExists()) return TSourceHealth::NeverRun;
   return journal_.Health(source.Id, source.Time.Stale.value_or(TDateTime::TSpan{0}));

@@ -29,6 +29,9 @@ class TLiveSources {
   /// Null when the id has no sound description.
   const TDescription* Find(const std::string& id) const;
 
+  /// The same for a run, during which Load may be called. Null also when its terms are not accepted.
+  std::shared_ptr<const TDescription> FindAccepted(const std::string& id) const;
+
   TSourceHealth Health(const TDescription& source) const;
   /// The plan of the next run, as far as no server is asked.
   TPlan Plan(const TDescription& source, const std::filesystem::path& output, TDateTime now) const;

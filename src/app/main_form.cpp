@@ -13,6 +13,7 @@
 #include <QUrl>
 #include <QWindow>
 #include <algorithm>
+#include <map>
 
 #include "app/find_bar.h"
 #include "app/first_steps.h"
@@ -105,6 +106,16 @@ void TFormMain::AddLowerViews() {
   auto* const bar = new TFindBar(*ui_->ListBoxStatus);
   ui_->LogLayout->addWidget(bar);
   lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store, [bar] { bar->Open(); });
+  const auto make_files = [this] {
+    files_ = new TFilesView(
+        {.Journal = environment_.JournalFile,
+         .UtcNow = [this] { return UtcNow(); },
+         .WhyNotAgain = [this](const TJournalEntry& file) { return WhyNotAgain(file); },
+         .FetchAgain = [this](const std::vector<TJournalEntry>& files) { FetchAgain(files); }});
+    files_->SetRunning(Busy());
+    return files_;
+  };
+  lower_->Add("Files", make_files, [this] { files_->Find(); });
   lower_->OnMade = [this] { OrderSharedControls(); };
 }
 
@@ -146,6 +157,10 @@ void TFormMain::ShowFirstSteps() {
 }
 
 void TFormMain::WireEvents() {
+  runner_->OnExpectFiles = [this](std::int64_t more) {
+    if (progress_) progress_->Expect(more);
+    ShowRunProgress();
+  };
   runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
@@ -253,8 +268,16 @@ void TFormMain::RunSource(TSourcePage& page, const TSourcePage::TJob& job) {
   if (page.Source().NeedsVisibleTab && !tabs_->IsShown(page)) return;
   // During a job the press asks that job to stop, with a login or without.
   if (!Busy() && page.Source().NeedsLogin && CredentialsMissing(page)) return;
-  if (!Busy()) journal_.BeginRun(page.Source().Caption);
+  const bool begins = !Busy();
+  if (begins) {
+    journal_.BeginRun(page.Source().Caption);
+    progress_.emplace();
+    ShowRunProgress();
+    tabs_->ShowRunning(page, true);
+    if (files_ != nullptr) files_->SetRunning(true);
+  }
   runner_->Run(page, job);
+  if (begins) tabs_->ShowRunning(page, false);
 }
 
 bool TFormMain::CredentialsMissing(const TSourcePage& page) {
@@ -281,9 +304,39 @@ void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& re
 void TFormMain::JobEnded(const std::vector<TRunRecord>& records) {
   if (batch_running_) batch_.Runs.insert(batch_.Runs.end(), records.begin(), records.end());
   journal_.EndRun(records, TBatchRecord{{}, records, {}}.ExitCode());
+  stopped_ =
+      std::ranges::any_of(records, [](const TRunRecord& record) { return record.End == TRunEnd::Stopped; });
+  progress_.reset();
+  ShowRunProgress();
+  if (files_ != nullptr) files_->SetRunning(false);
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
+}
+
+void TFormMain::ShowRunProgress() {
+  ui_->ProgressBarRun->setValue(progress_ ? progress_->Percent() : 0);
+  const auto now = std::chrono::steady_clock::now();
+  ui_->LabelRun->setText(progress_ ? QString::fromStdString(progress_->Text(now)) : "");
+}
+
+std::string TFormMain::WhyNotAgain(const TJournalEntry& file) {
+  if (Busy()) return "a run is going on";
+  TSourcePage* const page = tabs_->PageThatRuns(file.Source);
+  if (page == nullptr) return "its source is gone, or its terms were not accepted";
+  if (page->Source().NeedsVisibleTab && !tabs_->IsShown(*page)) return "the tab of its source is hidden";
+  return page->WhyNotAgain(file);
+}
+
+void TFormMain::FetchAgain(const std::vector<TJournalEntry>& files) {
+  std::map<TSourcePage*, std::vector<TJournalEntry>> by_page;
+  for (const TJournalEntry& file : files)
+    if (WhyNotAgain(file).empty()) by_page[tabs_->PageThatRuns(file.Source)].push_back(file);
+  stopped_ = false;
+  for (const auto& [page, its_files] : by_page) {
+    if (stopped_ || Busy() || runner_->CloseWhenDone()) return;
+    page->FetchAgain(its_files);
+  }
 }
 
 TSharedSettings TFormMain::ReadShared() const {
@@ -301,6 +354,10 @@ void TFormMain::BeginFile(const std::string& line) {
 }
 void TFormMain::EndFile(const TFileResult& result, const std::string& line) {
   journal_.Record(result);
+  if (progress_) {
+    progress_->Count(result.Bytes);
+    ShowRunProgress();
+  }
   if (!line.empty()) log_->End(line, SignOf(result.State) == TSign::Problem);
 }
 

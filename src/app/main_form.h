@@ -7,14 +7,17 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/batch.h"
 #include "app/batch_record.h"
+#include "app/files_view.h"
 #include "app/job_runner.h"
 #include "app/journal_recorder.h"
 #include "app/lower_views.h"
+#include "app/run_progress.h"
 #include "app/servers_dialog.h"
 #include "app/source_tabs.h"
 #include "app/status_log.h"
@@ -93,6 +96,10 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   /// Runs the page's job, unless its tab is hidden or its login is missing.
   void RunSource(TSourcePage& page, const TSourcePage::TJob& job);
   void JobEnded(const std::vector<TRunRecord>& records);
+  void ShowRunProgress();
+  std::string WhyNotAgain(const TJournalEntry& file);
+  /// Fetches files of the journal anew, one page's after the other's.
+  void FetchAgain(const std::vector<TJournalEntry>& files);
   /// A source that the batch names does not run.
   void NotRun(const TSource& source, TRunEnd end, const std::string& reason);
   bool CredentialsMissing(const TSourcePage& page);
@@ -144,6 +151,9 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
   std::unique_ptr<TLowerViews> lower_;
+  TFilesView* files_ = nullptr;           ///< once it is made
+  std::optional<TRunProgress> progress_;  ///< of the running job
+  bool stopped_ = false;                  ///< the last job was stopped
   TRegistryString WindowGeometry_, SplitterState_;
   TRegistryString CaFile_, HostOverrides_;
   QTimer TimerShow_;

@@ -14,6 +14,7 @@
 #include "settings/registry_store.h"
 #include "sources/job_context.h"
 #include "sources/source_table.h"
+#include "transfer/ftp_fetch.h"
 
 class QComboBox;
 class QLineEdit;
@@ -68,6 +69,13 @@ class TSourcePage : public QWidget {
   /// Lets the user search among the page's sources. False on a page with nothing to search.
   virtual bool Search() { return false; }
 
+  /// Why the page cannot fetch this file of the journal anew; empty when it can.
+  std::string WhyNotAgain(const TJournalEntry& file);
+  /// Whether the page runs this source, the tab's or a described one.
+  bool Runs(const std::string& source);
+  /// Fetches such files of this page's sources anew, as a run of the page.
+  void FetchAgain(const std::vector<TJournalEntry>& files);
+
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 
@@ -85,6 +93,12 @@ class TSourcePage : public QWidget {
   explicit TSourcePage(TPageContext context);
   /// Call it once the controls are there.
   void PrepareControls();
+
+  /// The described source of the page with this id; null when there is none, or when its terms are not
+  /// accepted.
+  virtual std::shared_ptr<const TDescription> Described(const std::string& id);
+  /// What the source's server wants to know.
+  virtual TFtpLogin Login() const;
 
   void RunJob(const TJob& job) const { Fire(OnRun, job); }
   /// Makes the checked items of a plain list a setting, as comma text.

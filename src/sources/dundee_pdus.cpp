@@ -70,7 +70,6 @@ TPdusPage MakePage(const TPageTable& table) {
 constexpr const char* kOrderPage = "/abin/filesorder?s=Date";
 
 /// No product is smaller, so a smaller announced size is a sign of a cut file.
-constexpr std::int64_t kSmallestProduct = 890120;
 
 /// How many refused entries of a page are named one by one.
 constexpr std::size_t kRefusalsNamed = 20;
@@ -231,7 +230,7 @@ std::vector<TOffer> PdusOffers(TDateTime day) {
                    TOffer::PictureOf(channel)};
       offer.Width = 1250;
       offer.Height = 712;
-      offer.DataSize = kSmallestProduct;
+      offer.DataSize = kSmallestPdusProduct;
       offer.Longitude = table.Longitude;
       offer.Zoom = area == 'A' ? 2 : 1;
       offer.ListedAt = kOrderPage;
@@ -338,7 +337,7 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
     return;
   }
 
-  const bool believable = size >= kSmallestProduct;
+  const bool believable = size >= kSmallestPdusProduct;
   THttpFileRequest file;
   file.Url = url;
   file.GetLine = "Get: " + file_name;
@@ -347,7 +346,7 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   file.SlotTime = PdusNameToDateTime(name);
   file.LocalPath = path;
   file.Delivery = TDelivery::Direct;
-  file.GoodSize = kSmallestProduct;
+  file.GoodSize = kSmallestPdusProduct;
   file.CompleteSize = size;
   file.Stamp = believable;
   file.AfterSaving = [&](TFileResult& result) {

@@ -66,6 +66,10 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   }
 
  protected:
+  std::shared_ptr<const TDescription> Described(const std::string& id) override {
+    LoadOnce();
+    return sources_.FindAccepted(id);
+  }
   void paintEvent(QPaintEvent* event) override {
     TSourcePage::paintEvent(event);
     // The window shows itself before it reads the descriptions.

@@ -14,6 +14,15 @@ class TMsfcPage : public TFormPage<Ui::TMsfcPage> {
     connect(ui_.ButtonRunMSFC, &QPushButton::clicked, this, &TMsfcPage::ButtonRunMSFCClick);
   }
 
+ protected:
+  TFtpLogin Login() const override {
+    TFtpLogin login;
+    login.UserID = "anonymous";
+    login.Password = kAnonymousPassword;
+    login.Passive = ui_.CheckBoxMSFCpassive->isChecked();
+    return login;
+  }
+
  private:
   void ButtonRunMSFCClick() {
     RunJob([this](TJobContext& context) {
