@@ -90,7 +90,7 @@ TFilesView::TFilesView(TSetup setup)
     : setup_(std::move(setup)),
       range_(new QComboBox),
       filter_(new QLineEdit),
-      problems_(new QCheckBox("Only &problems")),
+      problems_(new QCheckBox("Only problems")),
       summary_(new QLabel),
       message_(new QLabel),
       table_(new QTableView) {
@@ -150,7 +150,7 @@ void TFilesView::BuildTable() {
   table_->verticalHeader()->setMinimumSectionSize(1);
   table_->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
   QHeaderView& header = *table_->horizontalHeader();
-  constexpr int kCharacters[kFileColumns] = {6, 17, 24, 22, 34, 10, 10, 30};
+  constexpr int kCharacters[kFileColumns] = {6, 17, 20, 18, 28, 9, 9, 30};
   for (int column = 0; column < kFileColumns; ++column)
     header.resizeSection(column, kCharacters[column] * fontMetrics().averageCharWidth() + 8);
   header.setStretchLastSection(true);

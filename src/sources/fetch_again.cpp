@@ -98,10 +98,12 @@ void FetchFtp(TJobContext& context, TFtpSession& session, const TAgainFile& file
     TFileResult& result = fetch->Result;
     result.Path = file.Path;
     if (fetch->StillNoted) {
+      if (FileSizeOf(file.Path) >= 0) result.State = TFileState::Updated;
       try {
         PutInPlace(context, wanted.LocalPath(), file);
       } catch (const std::exception& error) {
         result.Outcome = TFileOutcome::NotDecoded;
+        result.State = TFileState::Failed;
         result.Reason = "the old file stays: " + ReasonOf(error);
       }
     }
@@ -124,6 +126,8 @@ void FetchHttp(TJobContext& context, const TSource& source, const TAgainFile& fi
   request.LocalPath = file.Path;
   request.Delivery = TDelivery::Direct;
   request.CompleteSize = source.SmallestFile;
+  if (FileSizeOf(file.Path) >= 0)
+    request.AfterSaving = [](TFileResult& result) { result.State = TFileState::Updated; };
   FetchHttpFile(context, request);
 }
 
