@@ -41,6 +41,7 @@ TFormMain::TFormMain(TFormEnvironment environment)
       ui_(std::make_unique<Ui::TFormMain>()),
       servers_(environment_.Store),
       journal_(environment_.JournalFile, environment_.Clock, *this),
+      catalogue_(environment_.SourceFolders),
       WindowGeometry_(environment_.Store, "WindowGeometry", ""),
       SplitterState_(environment_.Store, "SplitterState", ""),
       CaFile_(environment_.Store, "CaFile", ""),
@@ -68,7 +69,8 @@ void TFormMain::FormCreate() {
   tabs_ = std::make_unique<TSourceTabs>(
       *ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
       TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
-                       journal_.Journal(), environment_.SourceFolders, [this] { return UtcNow(); }});
+                       journal_.Journal(), environment_.JournalFile, catalogue_,
+                       [this] { return UtcNow(); }});
   OrderLog();
   AddLowerViews();
   OrderSharedControls();
@@ -107,6 +109,7 @@ void TFormMain::AddLowerViews() {
   ui_->LogLayout->addWidget(bar);
   lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store, [bar] { bar->Open(); });
   const auto make_files = [this] {
+    catalogue_.ReadOnce();
     files_ = new TFilesView(
         {.Journal = environment_.JournalFile,
          .UtcNow = [this] { return UtcNow(); },
@@ -168,10 +171,14 @@ void TFormMain::WireEvents() {
       ShowMessage(subject, text);
     };
     page->OnAsk = [this](const std::string& subject, const std::string& text,
-                         const std::function<void()>& yes) { Ask(subject, text, yes); };
+                         const std::function<void()>& yes,
+                         const std::function<void()>& no) { Ask(subject, text, yes, no); };
     page->IsBusy = [this] { return Busy(); };
     page->IsUnattended = [this] { return batch_running_ || environment_.Headless; };
   }
+  catalogue_.OnRead = [this] {
+    for (TSourcePage* page : tabs_->Pages()) page->CatalogueRead();
+  };
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemRun, &QAction::triggered, this, &TFormMain::PressCurrentRun);
@@ -323,6 +330,8 @@ void TFormMain::ShowRunProgress() {
 std::string TFormMain::WhyNotAgain(const TJournalEntry& file) {
   if (Busy()) return "a run is going on";
   TSourcePage* const page = tabs_->PageThatRuns(file.Source);
+  if (page == nullptr && catalogue_.Current() == nullptr)
+    return "the descriptions of the sources are being read";
   if (page == nullptr) return "its source is gone, or its terms were not accepted";
   if (page->Source().NeedsVisibleTab && !tabs_->IsShown(*page)) return "the tab of its source is hidden";
   return page->WhyNotAgain(file);
@@ -399,7 +408,8 @@ void TFormMain::ShowMessage(const std::string& subject, const std::string& text)
   box->open();
 }
 
-void TFormMain::Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes) {
+void TFormMain::Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes,
+                    const std::function<void()>& no) {
   auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(subject),
                               QString::fromStdString(text), QMessageBox::Yes | QMessageBox::No, this);
   box->setTextFormat(Qt::PlainText);
@@ -408,10 +418,7 @@ void TFormMain::Ask(const std::string& subject, const std::string& text, const s
   // Queued: a run may follow, and the box must be gone before it.
   connect(
       box, &QMessageBox::finished, this,
-      [yes](int answer) {
-        if (answer == QMessageBox::Yes) yes();
-      },
-      Qt::QueuedConnection);
+      [yes, no](int answer) { Fire(answer == QMessageBox::Yes ? yes : no); }, Qt::QueuedConnection);
   box->open();
 }
 

@@ -89,9 +89,16 @@ TSourcePage::TSourcePage(TPageContext context) : context_(std::move(context)) {}
 
 TSourcePage::~TSourcePage() = default;
 
-void TSourcePage::showEvent(QShowEvent* event) {
-  QWidget::showEvent(event);
-  if (bound_) bound_->Load();
+void TSourcePage::paintEvent(QPaintEvent* event) {
+  QWidget::paintEvent(event);
+  // The window shows itself first.
+  if (ShowsDescriptions() && !context_.Catalogue.Current())
+    QMetaObject::invokeMethod(
+        this, [this] { context_.Catalogue.ReadOnce(); }, Qt::QueuedConnection);
+}
+
+void TSourcePage::CatalogueRead() {
+  if (bound_) bound_->CatalogueRead();
 }
 
 void TSourcePage::PrepareControls() {
@@ -156,6 +163,10 @@ std::shared_ptr<const TDescription> TSourcePage::Described(const std::string& id
   return bound_ ? bound_->Find(id) : nullptr;
 }
 
+bool TSourcePage::AcceptsTerms(const std::string& id) const {
+  return bound_ && bound_->Accepts(id);
+}
+
 TFtpLogin TSourcePage::Login() const {
   TFtpLogin login;
   if (const QLineEdit* user = UserNameEdit()) login.UserID = user->text().toStdString();
@@ -188,8 +199,10 @@ void TSourcePage::FetchAgain(const std::vector<TJournalEntry>& files) {
     }
     if (!own.empty()) skyreel::FetchAgain(context, context_.Source, Login(), own);
     std::vector<TWantedSource> wanted;
-    for (auto& [id, list] : wanted_files)
+    for (auto& [id, list] : wanted_files) {
       wanted.push_back(WantedAgain(*sources[id], std::move(list), context.Clock.UtcNow()));
+      wanted.back().AcceptsTerms = AcceptsTerms(id);
+    }
     if (wanted.empty()) return;
     TDescribedRun run{.Context = context,
                       .Journal = context_.Journal,

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "app/shared_catalogue.h"
 #include "base/event.h"
-#include "catalogue/catalogue.h"
 #include "journal/journal.h"
 #include "settings/check_list_box.h"
 #include "settings/registry_store.h"
@@ -31,7 +31,8 @@ struct TPageEnvironment {
   std::filesystem::path ProgramFolder;
   bool HasWinInet;    ///< the operating system's Internet library is there
   TJournal& Journal;  ///< outlives the page
-  TSourceFolders SourceFolders;
+  std::filesystem::path JournalFile;
+  TSharedCatalogue& Catalogue;  ///< outlives the page
   std::function<TDateTime()> UtcNow;
 };
 
@@ -76,6 +77,9 @@ class TSourcePage : public QWidget {
   /// Fetches such files of this page's sources anew, as a run of the page.
   void FetchAgain(const std::vector<TJournalEntry>& files);
 
+  /// The shared catalogue has new descriptions.
+  virtual void CatalogueRead();
+
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 
@@ -83,8 +87,9 @@ class TSourcePage : public QWidget {
   std::function<void(const TJob& job)> OnRun;
   /// Tells the user something about a subject.
   std::function<void(const std::string& subject, const std::string& text)> OnMessage;
-  /// Asks the user, and calls `yes` later if the answer is yes.
-  std::function<void(const std::string& subject, const std::string& text, const std::function<void()>& yes)>
+  /// Asks the user, and calls `yes` or `no` later; `no` may be empty.
+  std::function<void(const std::string& subject, const std::string& text, const std::function<void()>& yes,
+                     const std::function<void()>& no)>
       OnAsk;
   std::function<bool()> IsBusy;        ///< a job is running
   std::function<bool()> IsUnattended;  ///< a batch is running: nobody answers a question
@@ -94,9 +99,11 @@ class TSourcePage : public QWidget {
   /// Call it once the controls are there.
   void PrepareControls();
 
-  /// The described source of the page with this id; null when there is none, or when its terms are not
+  /// A described source of the page by its id; null without one, and while its terms are not
   /// accepted.
   virtual std::shared_ptr<const TDescription> Described(const std::string& id);
+  /// The user accepts the terms that an alternate of this source has of its own.
+  virtual bool AcceptsTerms(const std::string& id) const;
   /// What the source's server wants to know.
   virtual TFtpLogin Login() const;
 
@@ -109,7 +116,9 @@ class TSourcePage : public QWidget {
   const TPageContext context_;
   /// Keeps the trailing separator of the output folder.
   bool eventFilter(QObject* watched, QEvent* event) override;
-  void showEvent(QShowEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  /// The page shows described sources, which it reads when it is first seen.
+  virtual bool ShowsDescriptions() const { return bound_ != nullptr; }
 
  private:
   void ButtonBrowseClick();

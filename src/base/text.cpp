@@ -102,6 +102,10 @@ std::string Digits(std::int64_t number, std::size_t width) {
   return text;
 }
 
+std::string Count(std::int64_t number, const std::string& what) {
+  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
 std::int32_t ToInteger(std::string_view text) {
   std::string_view digits = Trim(text);
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);

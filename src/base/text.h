@@ -55,6 +55,8 @@ std::optional<T> ParseNumber(std::string_view text, int base = 10, std::optional
 std::optional<std::int64_t> ParseByteCount(std::string_view text);
 /// The number, which is not negative, in decimal digits with zeros in front: `width` of them at least.
 std::string Digits(std::int64_t number, std::size_t width);
+/// "1 file", "2 files".
+std::string Count(std::int64_t number, const std::string& what);
 /// The whole trimmed text as a decimal integer with an optional sign. Throws EConvertError for other text.
 std::int32_t ToInteger(std::string_view text);
 /// Whether the text holds a byte below 0x20 or 0x7F. Such a text must not go into a request or command.

@@ -779,8 +779,8 @@ class TDescribedSourceRun {
       if (old.size() < 1'000 || !run_.Journal.Flush()) break;
     }
     if (deleted > 0) {
-      context_.Display.AddStatusLine(source_.Title + ": deleted " + std::to_string(deleted) +
-                                     " files of slots before " + FormatDateTime("yyyy-mm-dd hh':'nn", limit));
+      context_.Display.AddStatusLine(source_.Title + ": deleted " + Count(deleted, "file") +
+                                     " of slots before " + FormatDateTime("yyyy-mm-dd hh':'nn", limit));
     }
   }
   bool IsBelowOutput(const fs::path& path) const {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <set>
 
+#include "base/text.h"
 #include "catalogue/combinations.h"
 
 namespace skyreel {
@@ -16,10 +17,6 @@ void Add(TVolume& volume, const TDescription& source, const TCombination& combin
          std::int64_t pictures) {
   const auto size = TypicalSize(source, combination);
   volume += {pictures, pictures * size.value_or(0), size.has_value()};
-}
-
-std::string Count(std::int64_t number, const std::string& what) {
-  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
 }  // namespace

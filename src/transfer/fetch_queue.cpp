@@ -143,8 +143,8 @@ void TFetchQueue::Run() {
   }
   for (THost* host : order_) {
     if (const int count = std::exchange(host->LeftOut, 0); count > 0) {
-      context_.Display.AddStatusLine(host->Name + ": " + std::to_string(count) +
-                                     " files were not asked for: " + host->LeftWhy);
+      context_.Display.AddStatusLine(host->Name + ": not asked for " + Count(count, "file") + ": " +
+                                     host->LeftWhy);
     }
   }
 }
