@@ -70,7 +70,8 @@ TFetchPlan PlanOfJob(const TJobPlanRequest& request, const std::function<void(TJ
   TJobContext context{{display, control, clock, ftp, http, http_notts, https, ledger, record, request.Shared,
                        request.WinInet},
                       request.Servers,
-                      request.ProgramFolder};
+                      request.ProgramFolder,
+                      {}};
   context.Plan = &plan;
   try {
     job(context);
