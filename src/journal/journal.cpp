@@ -194,6 +194,19 @@ std::vector<TJournalRow> TJournal::Rows(const TJournalQuery& query) {
   return rows;
 }
 
+std::vector<TSlotFile> TJournal::SlotFiles(const std::string& source) {
+  std::vector<TSlotFile> files;
+  Ask([&](TDatabase& database) {
+    files.clear();
+    TStatement found(database,
+                     "SELECT product, slot, path, MAX(at) FROM files WHERE source = ? AND slot IS NOT NULL "
+                     "AND outcome IN ('new', 'updated') GROUP BY path ORDER BY slot");
+    found.With(source);
+    while (found.Next()) files.push_back({found.Text(0), TimeOf(found, 1), found.Text(2)});
+  });
+  return files;
+}
+
 std::vector<TSourceRun> TJournal::LastRuns(const std::string& source, std::int64_t count) {
   std::vector<TSourceRun> runs;
   Ask([&](TDatabase& database) {

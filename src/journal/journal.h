@@ -78,6 +78,13 @@ struct TSourceRun {
   bool Failed() const;
 };
 
+/// A file that a run has stored. It may have been deleted since.
+struct TSlotFile {
+  std::string Product;
+  TDateTime SlotTime;
+  std::filesystem::path Path;
+};
+
 enum class TSourceHealth {
   NeverRun,
   Fresh,
@@ -126,6 +133,8 @@ class TJournal {
   std::int64_t RunNumber();
   /// The newest rows first.
   std::vector<TJournalRow> Rows(const TJournalQuery& query);
+  /// The files that the source has stored for a slot, in the order of their slots.
+  std::vector<TSlotFile> SlotFiles(const std::string& source);
   /// The last run in which the source took part.
   std::optional<TSourceRun> LastRun(const std::string& source);
   /// `stale` is the age from which the newest file is late; zero: never.
