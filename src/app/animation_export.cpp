@@ -7,9 +7,11 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <algorithm>
+#include <ranges>
 #include <stdexcept>
 #include <utility>
 
+#include "app/picture_list.h"
 #include "app/signal_watcher.h"
 #include "base/exceptions.h"
 #include "base/files.h"
@@ -215,9 +217,9 @@ void PaintCaption(QImage& picture, const TFrameFile& file) {
 }
 
 /// Makes pictures of one size, with black around smaller ones.
-TFrameLoader::TLoad LoadFrames(QSize size, bool caption, std::shared_ptr<const std::atomic<bool>> stop) {
-  return [size, caption, load = LoadForView(size, std::move(stop))](const TFrameFile& file) {
-    QImage picture = load(file).convertToFormat(QImage::Format_RGB32);
+TFrameLoader::TLoad LoadFrames(QSize size, bool caption) {
+  return [size, caption, load = LoadForView(size)](const TFrameFile& file, const TFrameLoader::TStop& stop) {
+    QImage picture = load(file, stop).convertToFormat(QImage::Format_RGB32);
     if (picture.size() != size) {
       QImage frame(size, QImage::Format_RGB32);
       frame.fill(Qt::black);
@@ -265,7 +267,7 @@ class TSaving {
   }
 
  private:
-  std::shared_ptr<const std::atomic<bool>> Stop() const { return {progress_, &progress_->Stop}; }
+  TFrameLoader::TStop Stop() const { return {progress_, &progress_->Stop}; }
   void CheckStop() const {
     if (progress_->Stop) throw TStopped();
   }
@@ -277,7 +279,7 @@ class TSaving {
     for (const TFrameFile& file : order_.Files) {
       CheckStop();
       try {
-        const QSize size = LoadForView(room, Stop())(file).size();
+        const QSize size = LoadForView(room)(file, Stop()).size();
         // The videos need even sides.
         return QSize(size.width() & ~1, size.height() & ~1)
             .expandedTo({TAnimationOrder::kLeastSide, TAnimationOrder::kLeastSide});
@@ -290,7 +292,7 @@ class TSaving {
   }
 
   void AddAll(TFrameWriter& writer, QSize size) {
-    TFrameLoader loader(order_.Files, LoadFrames(size, order_.Caption, Stop()), kAheadBytes);
+    TFrameLoader loader(order_.Files, LoadFrames(size, order_.Caption), kAheadBytes);
     const std::vector<int> steps = StepsOfFrames(order_.Files, order_.Style.KeepsGaps);
     QImage picture;
     int stays = 0;
@@ -359,6 +361,15 @@ bool NeedsFfmpeg(const fs::path& path) {
 
 std::string FindFfmpeg() {
   return QStandardPaths::findExecutable("ffmpeg").toStdString();
+}
+
+std::vector<TFrameFile> FramesOf(const std::vector<TArrival>& files, const std::string& credit) {
+  std::vector<TFrameFile> frames;
+  // The newest file of a slot counts; it comes first.
+  for (const TArrival& file : std::views::reverse(files))
+    if (MayBePicture(file.Path) && FileSizeOf(file.Path) >= 0)
+      frames.push_back({file.SlotTime, file.Path, credit});
+  return InTimeOrder(std::move(frames));
 }
 
 std::string SavedText(const TAnimationResult& result) {

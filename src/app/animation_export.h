@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "journal/journal.h"
 #include "view/animation.h"
 
 namespace skyreel {
@@ -53,6 +54,10 @@ bool NeedsFfmpeg(const std::filesystem::path& path);
 /// The path of ffmpeg; empty when it is not installed.
 std::string FindFfmpeg();
 extern const char* const kNoFfmpegText;
+
+/// The files that are on the disk and may be pictures, in the order of time. `files` has the newest first, as
+/// the journal gives them. Looks at the disk.
+std::vector<TFrameFile> FramesOf(const std::vector<TArrival>& files, const std::string& credit);
 
 /// "144 pictures, 12.0 seconds, 3.4 MB" and what was left out.
 std::string SavedText(const TAnimationResult& result);

@@ -14,6 +14,7 @@
 #include "app/batch_record.h"
 #include "app/journal_recorder.h"
 #include "app/live_settings.h"
+#include "app/picture_list.h"
 #include "app/program_folder.h"
 #include "base/comma_text.h"
 #include "base/exceptions.h"
@@ -301,19 +302,21 @@ std::string SourceName(const std::string& name) {
 /// What --animate names.
 struct TWantedPictures {
   std::string Source;
-  std::vector<TSlotFile> Files;
+  std::vector<TArrival> Files;
 };
 
 /// The stored files that "SOURCE" or "SOURCE/PRODUCT" names, deleted ones too.
 TWantedPictures StoredPictures(TJournal& journal, const std::string& name) {
-  TWantedPictures found{SourceName(name), journal.SlotFiles(SourceName(name))};
+  constexpr std::int64_t kMost = 100'000;
+  const auto all = [&journal](const std::string& source, const std::string& product) {
+    return source.empty() ? std::vector<TArrival>() : journal.Arrivals(source, product, kMost);
+  };
+  TWantedPictures found{SourceName(name), all(SourceName(name), "")};
   // A source and a product may have slashes in their names.
   for (auto slash = name.find('/'); found.Files.empty() && slash != std::string::npos;
        slash = name.find('/', slash + 1)) {
     found.Source = SourceName(name.substr(0, slash));
-    found.Files = journal.SlotFiles(found.Source);
-    const std::string product = name.substr(slash + 1);
-    std::erase_if(found.Files, [&](const TSlotFile& file) { return !SameText(file.Product, product); });
+    found.Files = all(found.Source, name.substr(slash + 1));
   }
   return found;
 }
@@ -369,11 +372,9 @@ int Animate(const TTerminal& terminal, const TTerminalCommand& command,
   if (const TCatalogueEntry* const entry = Catalogue(terminal).Find(wanted.Source);
       entry && entry->Description)
     credit = entry->Description->Licence.Credit;
-  for (const TSlotFile& file : wanted.Files) {
-    if (FileSizeOf(file.Path) < 0) continue;
-    products.insert(file.Product);
-    order.Files.push_back({file.SlotTime, file.Path, credit});
-  }
+  for (const TArrival& file : wanted.Files)
+    if (MayBePicture(file.Path)) products.insert(file.Product);
+  order.Files = FramesOf(wanted.Files, credit);
   if (order.Files.empty())
     return not_started("None of the " + Count(std::ssize(wanted.Files), "picture") + " of \"" +
                        command.Argument + "\" is on the disk any more");
@@ -383,8 +384,7 @@ int Animate(const TTerminal& terminal, const TTerminalCommand& command,
       names += (names.empty() ? "" : ", ") + wanted.Source + "/" + product;
     return not_started("\"" + command.Argument + "\" has several products; name one of " + names);
   }
-  order.Files =
-      FramesOfLast(InTimeOrder(std::move(order.Files)), command.Last.value_or(std::chrono::hours(24)));
+  order.Files = FramesOfLast(order.Files, command.Last.value_or(std::chrono::hours(24)));
   order.Style.FramesPerSecond = command.FramesPerSecond.value_or(order.Style.FramesPerSecond);
   order.LongestSide = command.LongestSide.value_or(order.LongestSide);
 

@@ -66,6 +66,13 @@ struct TJournalQuery {
   std::int64_t Limit = 500;
 };
 
+/// A file that was stored, as it came last.
+struct TArrival {
+  std::string Source, Product;
+  TDateTime SlotTime;  ///< zero: unknown
+  std::filesystem::path Path;
+};
+
 /// One source's part in a run.
 struct TSourceRun {
   TDateTime At;          ///< when the last file of the source was counted
@@ -76,13 +83,6 @@ struct TSourceRun {
   std::int64_t Of(TJournalOutcome outcome) const { return Files.at(static_cast<std::size_t>(outcome)); }
   /// Something failed, and nothing new came.
   bool Failed() const;
-};
-
-/// A file that a run has stored. It may have been deleted since.
-struct TSlotFile {
-  std::string Product;
-  TDateTime SlotTime;
-  std::filesystem::path Path;
 };
 
 enum class TSourceHealth {
@@ -133,8 +133,10 @@ class TJournal {
   std::int64_t RunNumber();
   /// The newest rows first.
   std::vector<TJournalRow> Rows(const TJournalQuery& query);
-  /// The files that the source has stored for a slot, in the order of their slots.
-  std::vector<TSlotFile> SlotFiles(const std::string& source);
+  /// The stored files of a source and its product, each path once, the newest images first. Empty: of all.
+  std::vector<TArrival> Arrivals(const std::string& source, const std::string& product, std::int64_t limit);
+  /// The sources that have stored files, each with its products.
+  std::map<std::string, std::set<std::string>> ArrivedProducts();
   /// The last run in which the source took part.
   std::optional<TSourceRun> LastRun(const std::string& source);
   /// `stale` is the age from which the newest file is late; zero: never.

@@ -65,7 +65,7 @@ TFrameLoader::TFrameLoader(std::vector<TFrameFile> files, TLoad load, std::int64
 TFrameLoader::~TFrameLoader() {
   {
     const std::scoped_lock lock(mutex_);
-    ends_ = true;
+    *ends_ = true;
   }
   changed_.notify_all();
   for (std::thread& thread : threads_) thread.join();
@@ -138,14 +138,14 @@ void TFrameLoader::Work() {
   std::unique_lock lock(mutex_);
   for (;;) {
     std::optional<std::size_t> frame;
-    changed_.wait(lock, [&] { return ends_ || (frame = Next()); });
-    if (ends_) return;
+    changed_.wait(lock, [&] { return *ends_ || (frame = Next()); });
+    if (*ends_) return;
     loading_.insert(*frame);
     lock.unlock();
     QImage picture;
     std::string reason;
     try {
-      picture = load_(files_[*frame]);
+      picture = load_(files_[*frame], ends_);
       if (picture.isNull()) reason = "it is empty";
     } catch (const std::exception& error) {
       reason = error.what();
@@ -163,8 +163,8 @@ void TFrameLoader::Work() {
   }
 }
 
-TFrameLoader::TLoad LoadForView(QSize room, std::shared_ptr<const std::atomic<bool>> stop) {
-  return [room, stop](const TFrameFile& file) {
+TFrameLoader::TLoad LoadForView(QSize room) {
+  return [room](const TFrameFile& file, const TFrameLoader::TStop& stop) {
     TPicture picture = LoadPicture(file.Path, {.Room = room, .Stop = stop});
     if (!picture.Problem.empty()) throw std::runtime_error(picture.Problem);
     return std::move(picture.Image);
@@ -173,7 +173,7 @@ TFrameLoader::TLoad LoadForView(QSize room, std::shared_ptr<const std::atomic<bo
 
 TAnimationPlayer::TAnimationPlayer(std::vector<TFrameFile> files, TAnimationStyle style,
                                    TFrameLoader::TLoad load, std::int64_t budget)
-    : loader_(std::move(files), std::move(load), budget) {
+    : budget_(budget), loader_(std::in_place, std::move(files), std::move(load), budget) {
   SetStyle(style);
 }
 
@@ -181,12 +181,19 @@ void TAnimationPlayer::SetStyle(const TAnimationStyle& style) {
   const std::size_t frame = frame_of_step_.empty() ? 0 : frame_of_step_[static_cast<std::size_t>(step_)];
   style_ = style;
   frame_of_step_.clear();
-  const std::vector<int> steps = StepsOfFrames(loader_.Files(), style.KeepsGaps);
+  const std::vector<int> steps = StepsOfFrames(loader_->Files(), style.KeepsGaps);
   for (std::size_t i = 0; i < steps.size(); ++i) {
     if (i == frame) step_ = Steps();
     frame_of_step_.insert(frame_of_step_.end(), static_cast<std::size_t>(steps[i]), i);
   }
-  loader_.Want(frame, style.Loops);
+  loader_->Want(frame, style.Loops);
+}
+
+void TAnimationPlayer::SetLoad(TFrameLoader::TLoad load) {
+  std::vector<TFrameFile> files = loader_->Files();
+  loader_.emplace(std::move(files), std::move(load), budget_);
+  shown_.reset();
+  GoTo(step_);
 }
 
 void TAnimationPlayer::Play(TTime now) {
@@ -198,7 +205,11 @@ void TAnimationPlayer::Play(TTime now) {
 void TAnimationPlayer::GoTo(int step) {
   step_ = std::clamp(step, 0, Steps() - 1);
   wanted_ = true;
-  loader_.Want(frame_of_step_[static_cast<std::size_t>(step_)], style_.Loops);
+  loader_->Want(frame_of_step_[static_cast<std::size_t>(step_)], style_.Loops);
+}
+
+void TAnimationPlayer::GoToFrame(std::size_t frame) {
+  GoTo(static_cast<int>(std::ranges::lower_bound(frame_of_step_, frame) - frame_of_step_.begin()));
 }
 
 TAnimationPlayer::TTime::duration TAnimationPlayer::Period() const {
@@ -217,8 +228,8 @@ std::optional<TAnimationPlayer::TShown> TAnimationPlayer::Tick(TTime now) {
     }
     const int step = wanted_ ? step_ : last ? 0 : step_ + 1;
     const std::size_t frame = frame_of_step_[static_cast<std::size_t>(step)];
-    loader_.Want(frame, style_.Loops);
-    TFrameLoader::TFrame found = loader_.At(frame);
+    loader_->Want(frame, style_.Loops);
+    TFrameLoader::TFrame found = loader_->At(frame);
     if (found.State == TFrameLoader::TState::Loading) return std::nullopt;
     step_ = step;
     wanted_ = false;

@@ -60,8 +60,10 @@ class TFrameLoader {
     QImage Picture{};
     std::string Reason{};  ///< why it is broken
   };
-  /// Makes the picture of a frame; called on both threads. Throws std::exception when there is none.
-  using TLoad = std::function<QImage(const TFrameFile& file)>;
+  using TStop = std::shared_ptr<const std::atomic<bool>>;
+  /// Makes the picture of a frame; called on both threads. It may end early when `stop` becomes true. Throws
+  /// std::exception when there is no picture.
+  using TLoad = std::function<QImage(const TFrameFile& file, const TStop& stop)>;
 
   /// The pictures that are kept take `budget` bytes, or as many as two of them do if that is more.
   TFrameLoader(std::vector<TFrameFile> files, TLoad load, std::int64_t budget);
@@ -94,7 +96,7 @@ class TFrameLoader {
   const std::int64_t budget_;
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
-  bool ends_ = false;
+  const std::shared_ptr<std::atomic<bool>> ends_ = std::make_shared<std::atomic<bool>>(false);
   std::optional<std::size_t> first_;  ///< the wanted one
   bool loops_ = false;
   std::int64_t largest_ = 0;  ///< bytes of a picture
@@ -105,8 +107,8 @@ class TFrameLoader {
 };
 
 /// Makes the pictures for a view of `room` pixels. Throws std::runtime_error for a picture that is damaged or
-/// gone. `stop` ends the work early.
-TFrameLoader::TLoad LoadForView(QSize room, std::shared_ptr<const std::atomic<bool>> stop = {});
+/// gone.
+TFrameLoader::TLoad LoadForView(QSize room);
 
 /// Plays an animation: says which picture is due. Its caller gives the time and shows the picture.
 class TAnimationPlayer {
@@ -121,12 +123,16 @@ class TAnimationPlayer {
   void SetStyle(const TAnimationStyle& style);
   const TAnimationStyle& Style() const { return style_; }
 
+  /// Makes the pictures anew, for a view of another size for example.
+  void SetLoad(TFrameLoader::TLoad load);
+
   /// Begins to play at the present step; at the end, with the first.
   void Play(TTime now);
   void Pause() { playing_ = false; }
   bool Playing() const { return playing_; }
   /// Goes to a step. Its picture comes with a later Tick.
   void GoTo(int step);
+  void GoToFrame(std::size_t frame);
 
   int Steps() const { return static_cast<int>(frame_of_step_.size()); }
   int Step() const { return step_; }
@@ -141,7 +147,10 @@ class TAnimationPlayer {
   /// When the next Tick is useful; nothing while it pauses and shows what it should.
   std::optional<TTime> NextTick(TTime now) const;
 
-  const TFrameLoader& Loader() const { return loader_; }
+  /// The frame that was shown last.
+  std::optional<std::size_t> ShownFrame() const { return shown_; }
+
+  const TFrameLoader& Loader() const { return *loader_; }
 
   /// With it 144 pictures for a view of 640 x 640 pixels all stay in memory.
   static constexpr std::int64_t kBudget = 240'000'000;
@@ -150,7 +159,8 @@ class TAnimationPlayer {
   TTime::duration Period() const;
 
   TAnimationStyle style_;
-  TFrameLoader loader_;
+  const std::int64_t budget_;
+  std::optional<TFrameLoader> loader_;
   std::vector<std::size_t> frame_of_step_;
   int step_ = 0;
   bool playing_ = false;

@@ -61,14 +61,15 @@ std::optional<TThumbnail> TThumbnailFiles::Find(const TKey& key, TThumbnailSize 
   for (const std::string& below : {FolderOf(size), kFailed}) {
     QImageReader reader(QString::fromStdString((folder_ / below / key.Name).string()), "png");
     const int most = static_cast<int>(size);
-    if (!reader.canRead() || reader.size().width() > most || reader.size().height() > most ||
-        reader.text("Thumb::URI").toUtf8() != key.Uri || reader.text("Thumb::MTime") != key.Time ||
-        reader.text("Thumb::Size") != key.Size) {
+    if (!reader.canRead() || reader.size().width() > most || reader.size().height() > most) continue;
+    // The reader itself cannot give a text whose name has a colon.
+    QImage image = reader.read();
+    if (image.text("Thumb::URI").toUtf8() != key.Uri || image.text("Thumb::MTime") != key.Time ||
+        image.text("Thumb::Size") != key.Size) {
       continue;
     }
-    if (below == kFailed) return TThumbnail{{}, reader.text("Description").toStdString()};
-    const QImage image = reader.read();
-    if (!image.isNull()) return TThumbnail{image, {}};
+    if (below == kFailed) return TThumbnail{{}, image.text("Description").toStdString()};
+    return TThumbnail{std::move(image), {}};
   }
   return std::nullopt;
 }
