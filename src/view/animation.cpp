@@ -232,9 +232,8 @@ std::optional<TAnimationPlayer::TShown> TAnimationPlayer::Tick(TTime now) {
     TFrameLoader::TFrame found = loader_->At(frame);
     if (found.State == TFrameLoader::TState::Loading) return std::nullopt;
     step_ = step;
-    wanted_ = false;
     // A late picture moves the whole rest of the animation.
-    due_ = std::max(due_, now - Period()) + Period();
+    due_ = (std::exchange(wanted_, false) ? now : std::max(due_, now - Period())) + Period();
     if (found.State == TFrameLoader::TState::Ready) {
       if (shown_ == frame) return std::nullopt;
       shown_ = frame;
