@@ -20,7 +20,7 @@ namespace {
 
 constexpr double kLargestScale = 16;
 constexpr auto kDelay = std::chrono::milliseconds(80);
-constexpr auto kCheckInterval = std::chrono::seconds(2);
+constexpr auto kCheckInterval = std::chrono::seconds(1);
 constexpr std::int64_t kBytesPerPixel = 4;
 
 /// Image pixels for each pixel of the picture.

@@ -1,7 +1,7 @@
 #include "app/picture_list.h"
 
 #include <QApplication>
-#include <QIcon>
+#include <QPainter>
 #include <QPixmap>
 #include <QStyle>
 #include <algorithm>
@@ -18,6 +18,15 @@ namespace {
 QString SlotOrName(const TPictureEntry& entry) {
   return QString::fromStdString(entry.SlotTime.IsZero() ? entry.Path.filename().string()
                                                         : FormatDateTime("yyyy-mm-dd hh:nn", entry.SlotTime));
+}
+
+/// All items have decorations of one size, so that their texts stand in line.
+QPixmap Centred(const QPixmap& picture) {
+  QPixmap square(TPictureList::kSide, TPictureList::kSide);
+  square.fill(Qt::transparent);
+  QPainter(&square).drawPixmap((square.width() - picture.width()) / 2,
+                               (square.height() - picture.height()) / 2, picture);
+  return square;
 }
 
 bool IsEarlier(const TPictureEntry& a, const TPictureEntry& b) {
@@ -79,9 +88,9 @@ QVariant TPictureList::data(const QModelIndex& index, int role) const {
       return SlotOrName(entry);
     case Qt::DecorationRole: {
       const TThumbnail* const thumbnail = ThumbnailAt(index.row());
-      if (thumbnail == nullptr) return {};
-      if (thumbnail->Image.isNull()) return QApplication::style()->standardIcon(QStyle::SP_MessageBoxWarning);
-      return QPixmap::fromImage(thumbnail->Image);
+      if (thumbnail == nullptr) return Centred({});
+      if (!thumbnail->Image.isNull()) return Centred(QPixmap::fromImage(thumbnail->Image));
+      return Centred(QApplication::style()->standardPixmap(QStyle::SP_MessageBoxWarning));
     }
     case Qt::ToolTipRole:
     case Qt::AccessibleDescriptionRole: {

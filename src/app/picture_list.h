@@ -26,6 +26,8 @@ bool MayBePicture(const std::filesystem::path& path);
 /// The pictures of a strip, in the order of their slot times, with their thumbnails.
 class TPictureList : public QAbstractListModel {
  public:
+  static constexpr int kSide = static_cast<int>(TThumbnailSize::Normal);  ///< of a thumbnail, in pixels
+
   TPictureList(QObject* parent, TThumbnailQueue& thumbnails);
 
   /// The entries come with the newest first.

@@ -18,7 +18,6 @@ namespace skyreel {
 namespace {
 
 constexpr std::int64_t kMostEntries = 1'000;
-constexpr int kThumbnail = static_cast<int>(TThumbnailSize::Normal);
 constexpr double kZoomStep = 1.25;
 constexpr auto kNewestDelay = std::chrono::milliseconds(300);
 
@@ -69,10 +68,10 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
   strip_->setMovement(QListView::Static);
   strip_->setResizeMode(QListView::Adjust);
   strip_->setUniformItemSizes(true);
-  strip_->setIconSize({kThumbnail, kThumbnail});
-  strip_->setGridSize({kThumbnail + 16, kThumbnail + fontMetrics().height() + 10});
+  strip_->setIconSize({TPictureList::kSide, TPictureList::kSide});
+  strip_->setGridSize({TPictureList::kSide + 16, TPictureList::kSide + fontMetrics().height() + 10});
   strip_->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-  strip_->setMinimumWidth(kThumbnail + 40);
+  strip_->setMinimumWidth(TPictureList::kSide + 40);
 
   caption_->setObjectName("LabelPictureCaption");
   caption_->setTextFormat(Qt::PlainText);
@@ -86,7 +85,7 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
   splitter_->addWidget(strip_);
   splitter_->addWidget(canvas_);
   splitter_->setStretchFactor(1, 1);
-  splitter_->setSizes({kThumbnail + 40, 600});
+  splitter_->setSizes({TPictureList::kSide + 40, 600});
   bar_->setAccessibleName("Zoom");
   auto* top = new QHBoxLayout;
   top->addWidget(source_);
@@ -148,8 +147,10 @@ void TPicturesView::WireEvents() {
             if (!pausing_) animation_->Forget();
             ShowCurrent();
           });
-  // The picture may have waited for its thumbnail.
-  canvas_->OnLoaded = [this] { ShowCaption(); };
+  canvas_->OnLoaded = [this] {
+    ShowCaption();
+    StoreThumbnail();
+  };
   newest_timer_.callOnTimeout([this] {
     if (const int row = list_.RowOf(newest_); row >= 0 && following_ && !animation_->IsPlaying()) {
       GoTo(row);
@@ -273,7 +274,8 @@ void TPicturesView::GoTo(int row) {
   const QModelIndex index = list_.index(std::clamp(row, 0, std::max(0, list_.Count() - 1)));
   if (!index.isValid()) return;
   strip_->setCurrentIndex(index);
-  strip_->scrollTo(index);
+  // The new items get their places only with the next layout.
+  QTimer::singleShot(0, strip_, [strip = strip_] { strip->scrollTo(strip->currentIndex()); });
 }
 
 void TPicturesView::ShowCurrent() {
@@ -341,6 +343,15 @@ void TPicturesView::ShowPaused(const TFrameFile& file) {
   if (current) ShowCurrent();
 }
 
+void TPicturesView::StoreThumbnail() {
+  const int row = list_.RowOf(canvas_->Path());
+  const TThumbnail* const thumbnail = row < 0 ? nullptr : list_.ThumbnailAt(row);
+  const TPicture& picture = canvas_->Picture();
+  const bool whole = picture.Problem.empty() && picture.Region == QRect(QPoint(), picture.FullSize);
+  if (thumbnail == nullptr || !thumbnail->Image.isNull() || !whole || picture.Image.isNull()) return;
+  thumbnails_.Store(canvas_->Path(), picture.Image);
+}
+
 void TPicturesView::SetFullScreen(bool full) {
   if (full == (full_ != nullptr)) return;
   if (full) {
@@ -356,6 +367,7 @@ void TPicturesView::SetFullScreen(bool full) {
     splitter_->addWidget(canvas_);
     splitter_->setStretchFactor(1, 1);
     std::exchange(full_, nullptr)->deleteLater();
+    GoTo(strip_->currentIndex().row());
   }
   canvas_->show();
   canvas_->setFocus();

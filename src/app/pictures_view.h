@@ -65,6 +65,8 @@ class TPicturesView : public QWidget {
   void ShowFrame(const TFrameFile& file, const QImage& picture);
   void ShowPaused(const TFrameFile& file);
   void ShowCaption();
+  /// Of a picture that the user had decoded, although its thumbnail would have taken too much memory.
+  void StoreThumbnail();
   void SetFullScreen(bool full);
   bool eventFilter(QObject* watched, QEvent* event) override;
 

@@ -44,6 +44,21 @@ void TThumbnailQueue::Forget(const fs::path& picture) {
   made_.remove(KeyOf(picture));
 }
 
+void TThumbnailQueue::Store(const fs::path& picture, const QImage& image) {
+  InBackground(
+      this, &pool_,
+      [files = files_, size = size_, picture, image] {
+        files.Store(picture, size, image);
+        return files.Get(picture, size);
+      },
+      [this, picture](const TThumbnail& thumbnail) { Keep(picture, thumbnail); });
+}
+
+void TThumbnailQueue::Keep(const fs::path& picture, const TThumbnail& thumbnail) {
+  made_.insert(KeyOf(picture), new TThumbnail(thumbnail), thumbnail.Image.sizeInBytes() + 512);
+  Fire(OnReady, picture);
+}
+
 void TThumbnailQueue::StartNext() {
   while (!waiting_.empty() && running_.size() < static_cast<std::size_t>(pool_.maxThreadCount())) {
     const fs::path picture = waiting_.back();
@@ -54,8 +69,7 @@ void TThumbnailQueue::StartNext() {
         [files = files_, size = size_, stop = stop_, picture] { return files.Get(picture, size, stop); },
         [this, picture](const TThumbnail& thumbnail) {
           std::erase(running_, picture);
-          made_.insert(KeyOf(picture), new TThumbnail(thumbnail), thumbnail.Image.sizeInBytes() + 512);
-          Fire(OnReady, picture);
+          Keep(picture, thumbnail);
           StartNext();
         });
   }

@@ -24,6 +24,8 @@ class TThumbnailQueue : public QObject {
   /// The thumbnail if it is in memory; else nullptr, and OnReady is called later. It lasts until the next
   /// call.
   const TThumbnail* Find(const std::filesystem::path& picture);
+  /// Keeps and stores the thumbnail of a picture that was loaded whole.
+  void Store(const std::filesystem::path& picture, const QImage& image);
   /// The picture has changed.
   void Forget(const std::filesystem::path& picture);
 
@@ -31,6 +33,7 @@ class TThumbnailQueue : public QObject {
 
  private:
   void StartNext();
+  void Keep(const std::filesystem::path& picture, const TThumbnail& thumbnail);
 
   const TThumbnailFiles files_;
   const TThumbnailSize size_;

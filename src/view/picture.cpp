@@ -70,8 +70,8 @@ class TAverage : public TRowSink {
     return wish;
   }
 
-  void SetRowFromGrey(int y, const std::uint8_t* grey) override { Add(y, grey, 1, 1, bytes_); }
-  void SetRowFromRgb(int y, const std::uint8_t* rgb, int stride) override { Add(y, rgb, 3, stride, bytes_); }
+  void SetRowFromGrey(int y, const std::uint8_t* grey) override { AddBytes<1>(y, grey, 1); }
+  void SetRowFromRgb(int y, const std::uint8_t* rgb, int stride) override { AddBytes<3>(y, rgb, stride); }
   void SetRowFromSamples(int y, const float* samples, int channels) override {
     for (int x = 0; x < width_ * channels; ++x) {
       if (std::isnan(samples[x])) continue;
@@ -80,7 +80,7 @@ class TAverage : public TRowSink {
     }
     if (samples_.empty())
       samples_.assign(static_cast<std::size_t>(area_.width() * area_.height() * channels), NAN);
-    Add(y, samples, channels, channels, floats_);
+    AddSamples(y, samples, channels);
   }
 
   /// Makes the image of what was received.
@@ -90,37 +90,61 @@ class TAverage : public TRowSink {
   }
 
  private:
-  template <typename T>
-  struct TSums {
-    std::vector<T> Values;
-    std::vector<std::uint32_t> Counts;
-  };
-
-  template <typename T, typename TSample>
-  void Add(int y, const TSample* pixels, int channels, int stride, TSums<T>& sums) {
+  /// Whether the row is wanted. Ends the row of squares before, if this one begins another.
+  bool Begins(int y, int channels) {
     if (wish_.Stop && *wish_.Stop) throw EStopped();
     const int row = y / box_;
-    if (row < area_.top() || row > area_.bottom()) return;
+    if (row < area_.top() || row > area_.bottom()) return false;
     if (row != row_) {
       if (row_ >= 0) EndRow();
       row_ = row;
+      rows_ = 0;
       channels_ = channels;
       const auto count = static_cast<std::size_t>(area_.width() * channels);
-      sums.Values.assign(count, T{});
-      sums.Counts.assign(count, 0);
+      if (samples_.empty()) {
+        sums_.assign(count, 0);
+      } else {
+        sample_sums_.assign(count, 0);
+        sample_counts_.assign(count, 0);
+      }
     }
-    T* sum = sums.Values.data();
-    std::uint32_t* counted = sums.Counts.data();
-    for (int column = area_.left(); column <= area_.right(); ++column, sum += channels, counted += channels) {
-      const int end = std::min((column + 1) * box_, width_);
-      for (int x = column * box_; x < end; ++x) {
-        const TSample* const pixel = pixels + static_cast<std::size_t>(x) * static_cast<std::size_t>(stride);
-        for (int i = 0; i < channels; ++i) {
-          if (std::is_floating_point_v<TSample> && std::isnan(static_cast<float>(pixel[i]))) continue;
-          sum[i] += static_cast<T>(pixel[i]);
-          ++counted[i];
+    ++rows_;
+    return true;
+  }
+
+  int EndOf(int column) const { return std::min((column + 1) * box_, width_); }
+
+  template <int kChannels>
+  void AddBytes(int y, const std::uint8_t* pixels, int stride) {
+    if (!Begins(y, kChannels)) return;
+    const std::uint8_t* pixel = pixels + std::ptrdiff_t{area_.left()} * box_ * stride;
+    if (box_ == 1) {  // nothing to average
+      row_ = -1;
+      return PutRow<kChannels>(y - area_.top(), [&, skipped = stride - kChannels](std::size_t i) {
+        return pixel[i + i / kChannels * static_cast<std::size_t>(skipped)];
+      });
+    }
+    std::uint32_t* sum = sums_.data();
+    for (int column = area_.left(); column <= area_.right(); ++column, sum += kChannels) {
+      for (int x = column * box_; x < EndOf(column); ++x, pixel += stride) {
+        for (int i = 0; i < kChannels; ++i) sum[i] += pixel[i];
+      }
+    }
+  }
+
+  void AddSamples(int y, const float* samples, int channels) {
+    if (!Begins(y, channels)) return;
+    const float* sample = samples + std::ptrdiff_t{area_.left()} * box_ * channels;
+    std::size_t at = 0;
+    for (int column = area_.left(); column <= area_.right(); ++column) {
+      for (int x = column * box_; x < EndOf(column); ++x) {
+        for (int i = 0; i < channels; ++i, ++sample) {
+          if (std::isnan(*sample)) continue;
+          sample_sums_[at + static_cast<std::size_t>(i)] += double{*sample};
+          ++sample_counts_[at + static_cast<std::size_t>(i)];
         }
       }
+      at += static_cast<std::size_t>(channels);
     }
   }
 
@@ -130,29 +154,35 @@ class TAverage : public TRowSink {
     const auto count = static_cast<std::size_t>(area_.width() * channels_);
     if (!samples_.empty()) {
       for (std::size_t i = 0; i < count; ++i) {
-        if (floats_.Counts[i] > 0)
+        if (sample_counts_[i] > 0)
           samples_[static_cast<std::size_t>(y) * count + i] =
-              static_cast<float>(floats_.Values[i] / floats_.Counts[i]);
+              static_cast<float>(sample_sums_[i] / sample_counts_[i]);
       }
       return;
     }
     const auto mean = [&](std::size_t i) {
-      return static_cast<std::uint8_t>((bytes_.Values[i] + bytes_.Counts[i] / 2) / bytes_.Counts[i]);
+      const int column = area_.left() + static_cast<int>(i) / channels_;
+      const auto pixels = static_cast<std::uint32_t>((EndOf(column) - column * box_) * rows_);
+      return static_cast<std::uint8_t>((sums_[i] + pixels / 2) / pixels);
     };
-    PutRow(y, mean);
+    if (channels_ == 1) {
+      PutRow<1>(y, mean);
+    } else {
+      PutRow<3>(y, mean);
+    }
   }
 
-  /// `value(i)` is the byte of channel i % channels_ of pixel i / channels_.
-  template <typename TValue>
+  /// `value(i)` is the byte of channel i % kChannels of pixel i / kChannels.
+  template <int kChannels, typename TValue>
   void PutRow(int y, const TValue& value) {
     QImage& image = picture_.Image;
     if (image.isNull()) {
-      image = QImage(area_.size(), channels_ == 1 ? QImage::Format_Grayscale8 : QImage::Format_RGB32);
+      image = QImage(area_.size(), kChannels == 1 ? QImage::Format_Grayscale8 : QImage::Format_RGB32);
       if (image.isNull()) throw std::bad_alloc();
       image.fill(QColor(kMissing, kMissing, kMissing));
     }
     const auto width = static_cast<std::size_t>(area_.width());
-    if (channels_ == 1) {
+    if constexpr (kChannels == 1) {
       std::uint8_t* const to = image.scanLine(y);
       for (std::size_t x = 0; x < width; ++x) to[x] = value(x);
     } else {
@@ -166,10 +196,15 @@ class TAverage : public TRowSink {
     const auto count = static_cast<std::size_t>(area_.width() * channels_);
     for (int y = 0; y < area_.height(); ++y) {
       const float* const from = &samples_[static_cast<std::size_t>(y) * count];
-      PutRow(y, [&](std::size_t i) {
+      const auto value = [&](std::size_t i) {
         if (std::isnan(from[i]) || !(range > 0)) return kMissing;
         return static_cast<std::uint8_t>(std::lround((double{from[i]} - double{least_}) * 255 / range));
-      });
+      };
+      if (channels_ == 1) {
+        PutRow<1>(y, value);
+      } else {
+        PutRow<3>(y, value);
+      }
     }
   }
 
@@ -180,8 +215,10 @@ class TAverage : public TRowSink {
   QRect area_;                  ///< the wanted squares
   int row_ = -1;                ///< the row of squares that is being added up
   int channels_ = 1;
-  TSums<std::uint32_t> bytes_;
-  TSums<double> floats_;
+  int rows_ = 0;  ///< of the picture that are in it
+  std::vector<std::uint32_t> sums_;
+  std::vector<double> sample_sums_;
+  std::vector<std::uint32_t> sample_counts_;
   std::vector<float> samples_;  ///< the means; empty for a picture of bytes
   float least_ = std::numeric_limits<float>::max(), greatest_ = std::numeric_limits<float>::lowest();
 };
