@@ -145,6 +145,7 @@ class TFfmpegWriter : public TFrameWriter {
     ForEachLine(errors_.toStdString(), [&](std::string_view line) {
       if (!Trim(line).empty()) last = WithoutControls(std::string(Trim(line)));
     });
+    last = ReplaceAll(last, "file:" + file_, order_.Output.string());
     const bool killed = process_.exitStatus() == QProcess::CrashExit;
     if (killed) throw EAnimation("ffmpeg was killed" + (last.empty() ? "" : ": " + last));
     if (last.empty()) last = "exit code " + std::to_string(process_.exitCode());
