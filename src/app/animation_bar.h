@@ -46,7 +46,7 @@ class TAnimationBar : public QWidget {
  private:
   void WireEvents();
   TAnimationStyle Style() const;
-  /// Looks up the files of the period and hands them to `then`, unless there are none.
+  /// Looks up the files of the period and hands them to `then`; shows it when there is no file.
   void WithFiles(std::function<void(std::vector<TFrameFile> files)> then);
   void Start(std::vector<TFrameFile> files);
   void Turn();
