@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "app/animation_bar.h"
 #include "app/picture_canvas.h"
 #include "app/picture_list.h"
 #include "app/thumbnail_queue.h"
@@ -41,6 +42,8 @@ class TPicturesView : public QWidget {
   /// A run has stored a file. It is shown at once, unless the user looks at an older picture or chose another
   /// source or product.
   void ShowNewest(const TPictureEntry& entry);
+  /// Plays the pictures of the chosen source and product from `from` to `to`, both included.
+  void PlayRange(TDateTime from, TDateTime to) { animation_->PlayRange(from, to); }
 
  private:
   struct TAnswer {
@@ -57,6 +60,10 @@ class TPicturesView : public QWidget {
   void GoTo(int row);
   void Step(int rows) { GoTo(strip_->currentIndex().row() + rows); }
   void ShowCurrent();
+  /// Looks up the pictures of the same source and product as the current one.
+  TAnimationBar::TJob MakeFileJob() const;
+  void ShowFrame(const TFrameFile& file, const QImage& picture);
+  void ShowPaused(const TFrameFile& file);
   void ShowCaption();
   /// Of a picture that the user had decoded, although its thumbnail would have taken too much memory.
   void StoreThumbnail();
@@ -79,6 +86,8 @@ class TPicturesView : public QWidget {
   TPictureCanvas* const canvas_;
   QToolBar* const bar_;
   QLabel* const caption_;
+  TAnimationBar* const animation_;
+  bool pausing_ = false;  ///< the current picture becomes the one at which the animation stands
   QLabel* const empty_;
   QSplitter* const splitter_;
   QWidget* full_ = nullptr;  ///< the window that holds the canvas in full screen
