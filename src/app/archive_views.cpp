@@ -14,6 +14,7 @@ QWidget* TArchiveViews::MakeFiles() {
   // They tell which files can be fetched again.
   setup_.Catalogue.ReadOnce();
   files_ = new TFilesView(setup_.Files);
+  files_->SetTitles(Titles());
   files_->SetRunning(setup_.Busy());
   return files_;
 }
@@ -33,7 +34,16 @@ TPicturesView::TSourceWords TArchiveViews::WordsOf(const std::string& source) co
   return {entry->Title, entry->Description ? entry->Description->Licence.Credit : ""};
 }
 
+TTitles TArchiveViews::Titles() const {
+  TTitles titles;
+  const TSharedCatalogue::TPtr catalogue = setup_.Catalogue.Current();
+  if (!catalogue) return titles;
+  for (const TCatalogueEntry& entry : catalogue->Entries) titles[entry.Id] = entry.Title;
+  return titles;
+}
+
 void TArchiveViews::CatalogueRead() {
+  if (files_ != nullptr) files_->SetTitles(Titles());
   if (pictures_ != nullptr) pictures_->Reload();
 }
 

@@ -34,6 +34,7 @@ class TArchiveViews {
  private:
   QWidget* MakeFiles();
   QWidget* MakePictures();
+  TTitles Titles() const;
   TPicturesView::TSourceWords WordsOf(const std::string& source) const;
 
   const TSetup setup_;

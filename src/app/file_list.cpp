@@ -69,7 +69,7 @@ TFileAnswer Read(const TFileQuery& query) {
   if (failed()) return answer;
   for (TJournalRow& row : found) {
     answer.LastId = std::max(answer.LastId, row.Id);
-    answer.All.push_back(std::make_shared<TListedFile>(std::move(row)));
+    answer.All.push_back(std::make_shared<TListedFile>(std::move(row), *query.Titles));
   }
   if (goes_on) answer.All.insert(answer.All.end(), query.Known.begin(), query.Known.end());
   if (answer.All.size() > kMostFiles) answer.All.resize(kMostFiles);
@@ -78,10 +78,12 @@ TFileAnswer Read(const TFileQuery& query) {
 
 }  // namespace
 
-TListedFile::TListedFile(TJournalRow row) : TJournalRow(std::move(row)) {
+TListedFile::TListedFile(TJournalRow row, const TTitles& titles) : TJournalRow(std::move(row)) {
   ETag.clear();
   LastModified.clear();
-  QString all;
+  const auto title = titles.find(Source);
+  Title = title == titles.end() ? Source : title->second;
+  QString all = QString::fromStdString(Source) + '\n';
   for (int column = 0; column < kFileColumns; ++column) all += Text(static_cast<TFileColumn>(column)) + '\n';
   Key = all.toLower().toStdString();
 }
@@ -94,7 +96,7 @@ QString TListedFile::Text(TFileColumn column) const {
       return SlotTime.IsZero() ? QString()
                                : QString::fromStdString(FormatDateTime("yyyy-mm-dd hh':'nn", SlotTime));
     case TFileColumn::Source:
-      return QString::fromStdString(Source);
+      return QString::fromStdString(Title);
     case TFileColumn::Product:
       return QString::fromStdString(Product);
     case TFileColumn::Name:

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,12 +15,16 @@ namespace skyreel {
 enum class TFileColumn { State, Time, Source, Product, Name, Size, Outcome, Reason };
 inline constexpr int kFileColumns = 8;
 
+/// By the journal's names of the sources. A source that is not in it has its name for a title.
+using TTitles = std::map<std::string, std::string>;
+
 /// A file of the journal as the table shows it.
 struct TListedFile : TJournalRow {
-  explicit TListedFile(TJournalRow row);
+  TListedFile(TJournalRow row, const TTitles& titles);
   QString Text(TFileColumn column) const;
 
-  std::string Key;  ///< all columns in lower case, for the filter
+  std::string Title;  ///< of the source
+  std::string Key;    ///< all columns and the source's name in lower case, for the filter
 };
 /// Shared, so that a new order of many files costs little.
 using TListedFiles = std::vector<std::shared_ptr<const TListedFile>>;
@@ -27,6 +32,7 @@ using TListedFiles = std::vector<std::shared_ptr<const TListedFile>>;
 /// What the table is to show.
 struct TFileQuery {
   std::filesystem::path Journal;
+  std::shared_ptr<const TTitles> Titles;
   bool LatestRun = true;         ///< files of the latest run alone, else those since Since
   TDateTime Since{};             ///< UTC
   std::vector<QString> Words{};  ///< each must be in one of the columns

@@ -150,7 +150,7 @@ void TFilesView::BuildTable() {
   table_->verticalHeader()->setMinimumSectionSize(1);
   table_->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
   QHeaderView& header = *table_->horizontalHeader();
-  constexpr int kCharacters[kFileColumns] = {6, 17, 20, 18, 28, 9, 9, 30};
+  constexpr int kCharacters[kFileColumns] = {6, 18, 26, 22, 40, 9, 9, 30};
   for (int column = 0; column < kFileColumns; ++column)
     header.resizeSection(column, kCharacters[column] * fontMetrics().averageCharWidth() + 8);
   header.setStretchLastSection(true);
@@ -188,6 +188,11 @@ void TFilesView::showEvent(QShowEvent* event) {
   ReadAnew();
 }
 
+void TFilesView::SetTitles(TTitles titles) {
+  titles_ = std::make_shared<TTitles>(std::move(titles));
+  if (isVisible()) ReadAnew();
+}
+
 void TFilesView::SetRunning(bool running) {
   if (running) return timer_refresh_.start();
   timer_refresh_.stop();
@@ -212,6 +217,7 @@ void TFilesView::Refresh() {
   const QHeaderView& header = *table_->horizontalHeader();
   const QStringList words = filter_->text().split(' ', Qt::SkipEmptyParts);
   TFileQuery query{.Journal = setup_.Journal,
+                   .Titles = titles_,
                    .LatestRun = days == 0,
                    .Words = {words.begin(), words.end()},
                    .ProblemsAlone = problems_->isChecked(),

@@ -46,6 +46,7 @@ class TFilesView : public QWidget {
   };
   explicit TFilesView(TSetup setup);
 
+  void SetTitles(TTitles titles);
   /// Reads what is new in the journal.
   void Refresh();
   /// While a run adds files, new ones appear by themselves.
@@ -85,6 +86,7 @@ class TFilesView : public QWidget {
           *again_ = nullptr;
   QTimer timer_refresh_, timer_filter_;
 
+  std::shared_ptr<const TTitles> titles_ = std::make_shared<TTitles>();
   TListedFiles all_;
   std::int64_t run_ = 0, last_id_ = 0;
   std::size_t problems_count_ = 0;

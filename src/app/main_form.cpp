@@ -91,7 +91,7 @@ void TFormMain::FormCreate() {
 
 void TFormMain::BuildStatusArea() {
   panels_ = {new QLabel, new QLabel};
-  panels_[0]->setMinimumWidth(100);
+  panels_[0]->setMinimumSize(100, fontMetrics().height());
   panels_[1]->setMinimumWidth(50);
   // A long URL is cut and does not widen the window.
   panels_[1]->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);

@@ -71,6 +71,8 @@ TEST_F(FilesViewTest, FiltersSortsAndKeepsTheSelectionWhileFilesCome) {
   Open();
   Expect("3 files");
   EXPECT_EQ(Cell(0, TFileColumn::Name), "good2.jpg") << "the newest first";
+  View->SetTitles({{"good", "Fine"}});
+  EXPECT_TRUE(QTest::qWaitFor([&] { return Cell(0, TFileColumn::Source) == "Fine"; }));
   auto& table = Get<QTableView>("TableFiles");
   table.selectRow(2);
   QTest::keyClick(&table, Qt::Key_C, Qt::ControlModifier);

@@ -140,7 +140,9 @@ SETTINGS
   jsonschema -i "$place/batch.json" "$scripts/../docs/report.schema.json" >&2 || fail "another document"
   [ "$(find "$out/Live" -type f | wc -l)" -eq 5 ] || fail "other files"
   grep -q '^Batch: 5 new, ' "$place/bin/SkyreelReport.txt" || fail "another report"
+  # A new slot may begin between two runs, but not twice.
   ends 0 --run $ids
+  grep -q '^Batch: 0 new, 5 present, ' "$place/output" || ends 0 --run $ids
   grep -q '^Batch: 0 new, 5 present, ' "$place/output" || fail "fetched again"
   ends 0 --try-source example.weather.disc
   ends 1 --run nobody,example.weather.disc
