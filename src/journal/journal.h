@@ -66,6 +66,14 @@ struct TJournalQuery {
   std::int64_t Limit = 500;
 };
 
+/// What became of the last try to fetch one slot.
+struct TSlotOutcome {
+  TDateTime SlotTime;
+  TJournalOutcome Outcome = TJournalOutcome::Failed;
+  std::string Reason{};
+  std::filesystem::path Path{};
+};
+
 /// One source's part in a run.
 struct TSourceRun {
   TDateTime At;          ///< when the last file of the source was counted
@@ -126,6 +134,8 @@ class TJournal {
   std::int64_t RunNumber();
   /// The newest rows first.
   std::vector<TJournalRow> Rows(const TJournalQuery& query);
+  /// The last try of each slot from this time on, in the order of their times.
+  std::vector<TSlotOutcome> LastTries(const std::string& source, const std::string& product, TDateTime since);
   /// The last run in which the source took part.
   std::optional<TSourceRun> LastRun(const std::string& source);
   /// `stale` is the age from which the newest file is late; zero: never.
