@@ -1,9 +1,11 @@
-// The coverage of a year of a described source with a picture every 10 minutes: 52,560 files on the disk and as
-// many rows of the journal among 500,000.
+// The coverage of a year of a described source with a picture every 10 minutes: 52,560 files on the disk and
+// as many rows of the journal among 500,000.
 #include <benchmark/benchmark.h>
 
+#include <QApplication>
 #include <fstream>
 
+#include "app/coverage_table.h"
 #include "base/files.h"
 #include "catalogue/coverage.h"
 #include "catalogue/description_reader.h"
@@ -36,42 +38,74 @@ class TBenchClock : public TClock {
   TDateTime Now = kNow;
 };
 
-void BM_CoverageOfAYear(benchmark::State& state) {
-  std::string name = (std::filesystem::temp_directory_path() / "skyreel-bench-XXXXXX").string();
-  const std::filesystem::path folder = ::mkdtemp(name.data()), output = folder / "out";
-  const TDescription source = ReadDescription(kSource, "bench").Description.value();
-  TBenchClock clock;
-  {
-    TJournal journal(folder / "Journal.sqlite", clock);
+/// The files and the journal, made once.
+class TYear {
+ public:
+  TYear() {
+    TBenchClock clock;
+    TJournal journal(JournalFile, clock);
     journal.BeginRun("-X");
-    const auto expected = ExpectationOf(source, {}, kNow, kDays, {}).Files;
+    const auto expected = ExpectationOf(Source, {}, kNow, kDays, {}).Files;
     for (auto file = expected.rbegin(); file != expected.rend(); ++file) {
       clock.Now = file->Slot;
-      TJournalEntry entry{.Source = source.Id, .SlotTime = file->Slot, .Path = output / file->Path};
+      TJournalEntry entry{.Source = Source.Id, .SlotTime = file->Slot, .Path = Output / file->Path};
       entry.Outcome = TJournalOutcome::New;
       journal.Add(entry);
-      entry.Source = "org.example.other";
+      entry.Product = "other";
       for (int i = 0; i < 8; ++i) journal.Add(entry);
       ForceDirectories(entry.Path.parent_path());
       std::ofstream(entry.Path) << "x";
     }
     journal.EndRun(0);
   }
-  clock.Now = kNow;
+  ~TYear() { std::filesystem::remove_all(folder_); }
+
+ private:
+  std::string name_ = (std::filesystem::temp_directory_path() / "skyreel-bench-XXXXXX").string();
+  const std::filesystem::path folder_ = ::mkdtemp(name_.data());
+
+ public:
+  const TDescription Source = ReadDescription(kSource, "bench").Description.value();
+  const std::filesystem::path Output = folder_ / "out", JournalFile = folder_ / "Journal.sqlite";
+};
+
+void BM_CoverageOfAYear(benchmark::State& state) {
+  static const TYear year;
+  const TBenchClock clock;
   int whole = 0;
   for (auto _ : state) {
-    TJournal journal(folder / "Journal.sqlite", clock);
-    TCoverageRequest request{.Now = kNow, .Days = kDays, .Output = output};
-    request.Expected = ExpectationOf(source, {}, kNow, kDays, {});
-    request.Tries = journal.LastTries(source.Id, "", kNow - std::chrono::days(kDays));
+    TJournal journal(year.JournalFile, clock);
+    TCoverageRequest request{.Now = kNow, .Days = kDays, .Output = year.Output};
+    request.Expected = ExpectationOf(year.Source, {}, kNow, kDays, {});
+    request.Tries = journal.LastTries(year.Source.Id, "", kNow - std::chrono::days(kDays));
     whole = MakeCoverage(std::move(request)).Counts().front();
   }
-  state.counters["whole"] = whole;
-  std::filesystem::remove_all(folder);
+  state.counters["cells"] = whole;
 }
 BENCHMARK(BM_CoverageOfAYear)->Unit(benchmark::kMillisecond);
+
+void BM_RepaintCoverage(benchmark::State& state) {
+  const TDescription source = ReadDescription(kSource, "bench").Description.value();
+  TCoverageModel model;
+  TCoverageTable table(model);
+  TCoverageRequest request{.Now = kNow, .Days = kDays, .Output = "/nowhere"};
+  request.Expected = ExpectationOf(source, {}, kNow, kDays, {});
+  model.Show(MakeCoverage(std::move(request)));
+  table.resize(1600, 1000);
+  table.show();
+  if (state.range(0) == 1) table.selectAll();
+  QApplication::processEvents();
+  for (auto _ : state) table.viewport()->repaint();
+  state.counters["cells"] = (table.rowAt(table.viewport()->height() - 1) + 1) * model.columnCount();
+}
+BENCHMARK(BM_RepaintCoverage)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace skyreel
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  const QApplication application(argc, argv);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+}
