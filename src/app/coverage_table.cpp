@@ -17,7 +17,7 @@ namespace skyreel {
 
 namespace {
 
-constexpr int kNarrowest = 7, kWidest = 22;
+constexpr int kNarrowest = 6, kWidest = 22;
 
 bool HasSeconds(TDateTime time) {
   return time != time.RoundedDown(std::chrono::minutes(1));
