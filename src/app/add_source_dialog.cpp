@@ -58,7 +58,7 @@ TAddSourceDialog::TAddSourceDialog(QWidget* parent)
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
   connect(buttons, &QDialogButtonBox::accepted, this, [this] {
     accept();
-    Fire(OnKeep);
+    Fire(OnKeep, checked_);
   });
 }
 
@@ -74,12 +74,17 @@ void TAddSourceDialog::ButtonCheckClick() {
   const QPointer<TAddSourceDialog> self = this;
   check_->setEnabled(false);
   place_->setReadOnly(true);
-  const TChecked checked = OnCheck(place_->text().trimmed().toStdString());
-  if (!self) return;
+  OnCheck(place_->text().trimmed().toStdString(), [self](const TChecked& checked) {
+    if (self) self->Show(checked);
+  });
+}
+
+void TAddSourceDialog::Show(const TChecked& checked) {
   check_->setEnabled(true);
   place_->setReadOnly(false);
+  checked_ = checked;
   shown_->setPlainText(QString::fromStdString(checked.Shown));
-  keep_->setEnabled(checked.IsSound);
+  keep_->setEnabled(!checked.Id.empty());
 }
 
 }  // namespace skyreel

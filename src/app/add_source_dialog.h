@@ -19,20 +19,23 @@ class TAddSourceDialog : public QDialog {
   /// What a file or an address holds.
   struct TChecked {
     std::string Shown;     ///< what the source would do, or what is wrong
-    bool IsSound = false;  ///< it can be kept
+    std::string Id, Text;  ///< of a sound description, which can be kept; else empty
   };
-  /// Reads and checks. It may let events through.
-  std::function<TChecked(const std::string& file_or_address)> OnCheck;
-  /// Keeps what was checked last.
-  std::function<void()> OnKeep;
+  /// Reads and checks, and gives the answer to `done`, now or later.
+  std::function<void(const std::string& file_or_address, std::function<void(const TChecked& checked)> done)>
+      OnCheck;
+  /// Keeps a sound description.
+  std::function<void(const TChecked& checked)> OnKeep;
 
  private:
   void ButtonBrowseClick();
   void ButtonCheckClick();
+  void Show(const TChecked& checked);
 
   QLineEdit* place_;
   QPushButton *check_, *keep_;
   QPlainTextEdit* shown_;
+  TChecked checked_;
 };
 
 }  // namespace skyreel

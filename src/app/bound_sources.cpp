@@ -6,8 +6,7 @@
 #include <QRadioButton>
 #include <algorithm>
 
-#include "app/live_sources.h"
-#include "base/comma_text.h"
+#include "app/worker_journal.h"
 #include "catalogue/described_run.h"
 
 namespace skyreel {
@@ -65,18 +64,24 @@ TBoundSources::TBoundSources(TSourcePage& page, const TPageEnvironment& environm
   line_->setOpenExternalLinks(true);
   line_->setTextInteractionFlags(Qt::TextBrowserInteraction);
   page.layout()->addWidget(line_);
+  QString text = "The service of this tab has closed";
   if (page.Source().Bound) {
-    Accepted_.emplace(environment.Store, QString("TabTerms_") + page.Source().Page, "");
+    Terms_.emplace(environment.Store, QString("TabTerms_") + page.Source().Page, "");
+    answers_ = TTermsAnswers(Terms_->Value.toStdString());
   } else {
-    line_->setText(
-        "The service of this tab has closed and has no known successor. The tab keeps its settings.");
+    text += " and has no known successor. The tab keeps its settings";
   }
+  line_->setText(text + ".");
 }
 
-void TBoundSources::Load() {
-  if (catalogue_ || !page_.Source().Bound) return;
-  catalogue_ =
-      std::make_shared<TCatalogue>(LoadCatalogue(EmbeddedDescriptions(), environment_.SourceFolders));
+TBoundSources::~TBoundSources() {
+  if (Terms_) Terms_->Value = QString::fromStdString(answers_.Text());
+}
+
+void TBoundSources::CatalogueRead() {
+  if (!page_.Source().Bound) return;
+  catalogue_ = environment_.Catalogue.Current();
+  sources_.clear();
   QStringList providers;
   for (const TCatalogueEntry& entry : catalogue_->Entries) {
     const auto& source = entry.Description;
@@ -87,65 +92,78 @@ void TBoundSources::Load() {
       provider =
           "<a href=\"" + QString::fromStdString(source->Home).toHtmlEscaped() + "\">" + provider + "</a>";
     }
-    provider += " (" + QString::fromStdString(TermsText(source->Licence)).toHtmlEscaped() + ")";
+    std::string terms = TermsText(source->Licence);
+    for (const TWay* way : WaysWithTerms(*source))
+      terms += "; " + way->Title + ": " + TermsText(*way->Licence);
+    provider += " (" + QString::fromStdString(terms).toHtmlEscaped() + ")";
     if (!providers.contains(provider)) providers += provider;
   }
   bool some_off = false;
   for (TCheckListBox* list : page_.findChildren<TCheckListBox*>()) {
+    const QSignalBlocker no_clicks(list);
     for (int i = 0; i < list->count(); ++i) {
       QListWidgetItem& item = *list->item(i);
-      if (Serves(sources_, list->objectName(), item.text().toStdString())) continue;
-      item.setFlags(item.flags() & ~Qt::ItemIsEnabled);
-      some_off = true;
+      const bool served = Serves(sources_, list->objectName(), item.text().toStdString());
+      item.setFlags(item.flags().setFlag(Qt::ItemIsEnabled, served));
+      some_off |= !served;
     }
   }
   line_->setText("The service of this tab has closed. Today its pictures come from " +
                  providers.join(" and ") + "." + (some_off ? " Grey items have no known successor." : ""));
 }
 
-bool TBoundSources::MustAsk(const TDescription& source) const {
-  const std::vector<std::string> accepted = FromCommaText(Accepted_->Value.toStdString());
-  return source.Licence.Use != TLicence::TUse::Any &&
-         std::ranges::find(accepted, source.Id) == accepted.end();
-}
-
-void TBoundSources::Run(const std::function<void(const TSourcePage::TJob& job)>& start) {
-  Load();
-  const auto run = [this, start] { start([this](TJobContext& context) { RunJob(context); }); };
-  std::vector<std::string> accepted = FromCommaText(Accepted_->Value.toStdString());
-  std::string terms;
-  for (const TDescription* source : sources_) {
-    if (!MustAsk(*source)) continue;
-    accepted.push_back(source->Id);
-    terms += "\n\n" + source->Title + ": " + TermsText(source->Licence);
-  }
-  // During a run the press stops it.
-  if (terms.empty() || page_.IsBusy() || page_.IsUnattended()) return run();
-  page_.OnAsk(page_.Source().Caption, "These pictures have terms. Do you accept them?" + terms,
-              [this, accepted, run] {
-                Accepted_->Value = QString::fromStdString(ToCommaText(accepted));
-                run();
-              });
-}
-
-void TBoundSources::RunJob(TJobContext& context) const {
-  // A wait lets events through; the descriptions must outlive it.
-  const std::shared_ptr<const TCatalogue> kept = catalogue_;
+std::vector<TWantedSource> TBoundSources::Wanted() const {
   std::vector<TWantedSource> wanted;
   for (const TDescription* source : sources_) {
     TChoices choices = ChoicesOf(page_, *source);
     if (std::ranges::any_of(choices, [](const auto& choice) { return choice.second.empty(); })) continue;
-    if (MustAsk(*source)) {
-      TRunRecord& record = context.Records.emplace_back();
-      record.Source = source->Id;
-      record.Title = source->Title;
-      record.Started = context.Clock.UtcNow();
-      record.End = TRunEnd::NotStarted;
-      record.Reason = "not run, since its terms were not accepted; run it once in the window";
-      context.Display.AddStatusLine(record.Line());
+    wanted.push_back({*source, std::move(choices)});
+    wanted.back().AcceptsTerms = answers_.Accepts(source->Id);
+  }
+  return wanted;
+}
+
+void TBoundSources::Run(const TStart& start) {
+  // During a run the press stops it. In a batch nobody answers.
+  if (page_.IsBusy() || page_.IsUnattended()) return start([this](TJobContext& context) { RunJob(context); });
+  environment_.Catalogue.WhenRead([this, start] {
+    if (page_.IsBusy()) return;
+    AskAboutTerms(page_, Wanted(), answers_, "",
+                  [this, start] { start([this](TJobContext& context) { RunJob(context); }); });
+  });
+}
+
+std::function<TPreview()> TBoundSources::PreviewMaker(const TJobPlanRequest& request) const {
+  std::vector<TWantedSource> all = Wanted();
+  for (TWantedSource& each : all) each.Days = request.Shared.BackDays;
+  return [catalogue = catalogue_, all = std::move(all), now = request.Now, file = environment_.JournalFile,
+          output = std::filesystem::path(page_.OutputPath())] {
+    TWorkerJournal worker(file);
+    std::vector<TDescribedPlan> plans;
+    for (const TWantedSource& each : all)
+      plans.push_back({each, PlanOffline(worker.Journal, output, now, each)});
+    return PreviewOf(plans, output);
+  };
+}
+
+void TBoundSources::RunJob(TJobContext& context) const {
+  if (!environment_.Catalogue.Await([&context] { return context.Run.StopRequested(); })) return;
+  // A run lets events through, and the descriptions may be read anew meanwhile.
+  const TSharedCatalogue::TPtr kept = catalogue_;
+  std::vector<TWantedSource> wanted;
+  for (TWantedSource& each : Wanted()) {
+    if (answers_.LetRun(each.Source)) {
+      each.Days = context.Shared.BackDays;
+      wanted.push_back(std::move(each));
       continue;
     }
-    wanted.push_back({*source, std::move(choices), context.Shared.BackDays});
+    TRunRecord& record = context.Records.emplace_back();
+    record.Source = each.Source.Id;
+    record.Title = each.Source.Title;
+    record.Started = context.Clock.UtcNow();
+    record.End = TRunEnd::NotStarted;
+    record.Reason = kTermsNotAccepted;
+    context.Display.AddStatusLine(record.Line());
   }
   if (wanted.empty()) return;
   TDescribedRun run{.Context = context,

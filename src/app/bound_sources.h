@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/source_page.h"
+#include "app/terms.h"
 #include "catalogue/plan.h"
 #include "settings/registry_variable.h"
 
@@ -19,22 +20,29 @@ class TBoundSources {
   /// Adds a line to the page, which says whose pictures it gets.
   TBoundSources(TSourcePage& page, const TPageEnvironment& environment);
 
-  /// Reads the descriptions once, fills the line, and turns off the items that no description serves.
-  void Load();
+  ~TBoundSources();
+
+  /// There are new descriptions: fills the line, and turns off the items that no description serves.
+  void CatalogueRead();
+  using TStart = std::function<void(const TSourcePage::TJob& job)>;
   /// Runs what the controls choose, with `start`, which runs a job. Shows first the terms that the user has
   /// not accepted; when nobody answers, such a source does not run, and a line says so.
-  void Run(const std::function<void(const TSourcePage::TJob& job)>& start);
+  void Run(const TStart& start);
+  /// Reads the controls. The result looks on the disk and in the journal, on any thread.
+  std::function<TPreview()> PreviewMaker(const TJobPlanRequest& request) const;
 
  private:
-  bool MustAsk(const TDescription& source) const;
+  /// What the controls choose. A source of which nothing is chosen is not among them.
+  std::vector<TWantedSource> Wanted() const;
   void RunJob(TJobContext& context) const;
 
   TSourcePage& page_;
   const TPageEnvironment environment_;
   QLabel* const line_;
-  std::optional<TRegistryString> Accepted_;      ///< ids whose terms the user has accepted, as comma text
-  std::shared_ptr<const TCatalogue> catalogue_;  ///< shared with runs
-  std::vector<const TDescription*> sources_;
+  TSharedCatalogue::TPtr catalogue_;          ///< holds the sources
+  std::vector<const TDescription*> sources_;  ///< of this tab
+  std::optional<TRegistryString> Terms_;      ///< the answers in the settings
+  TTermsAnswers answers_{""};
 };
 
 /// What the controls of a page choose for a source that is bound to them. A control that is not there leaves

@@ -134,10 +134,23 @@ void TJobRunner::Run(TSourcePage& page, const TSourcePage::TJob& job) {
 }
 
 TJobContext TJobRunner::JobContext(const TSource& source, TClock& clock, TRunRecord& record) {
-  return {{setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, https_, ledger_, record,
-           setup_.Shared(), win_inet_.get(), source.Caption},
-          setup_.Servers.Roots(source, setup_.Display),
-          setup_.ProgramFolder};
+  return {
+      {setup_.Display, *this, clock, NMFTP_, NMHTTP_, NMHTTPNotts_, https_, ledger_, record, setup_.Shared(),
+       win_inet_.get(), source.Caption},
+      setup_.Servers.Roots(source, [this](const std::string& line) { setup_.Display.AddStatusLine(line); }),
+      setup_.ProgramFolder};
+}
+
+TJobPlanRequest TJobRunner::PlanRequest(const TSource& source, TDateTime now) const {
+  TJobPlanRequest request;
+  request.Now = now;
+  request.Shared = setup_.Shared();
+  request.Servers =
+      setup_.Servers.Roots(source, [&](const std::string& line) { request.Notes.push_back(line); });
+  request.ProgramFolder = setup_.ProgramFolder;
+  request.LedgerFile = setup_.ProgramFolder / kLedgerName;
+  request.WinInet = win_inet_.get();
+  return request;
 }
 
 void TJobRunner::StopAndClose() {

@@ -44,6 +44,8 @@ class TJobRunner : public QObject, private TRunControl {
   /// Runs a page's job to its end. While a job is running, asks that one to stop instead, and the second
   /// time aborts its transfer.
   void Run(TSourcePage& page, const TSourcePage::TJob& job);
+  /// What a run of the source would work with.
+  TJobPlanRequest PlanRequest(const TSource& source, TDateTime now) const;
   /// Asks the running job to stop and the program to close after it.
   void StopAndClose();
   bool CloseWhenDone() const { return close_when_done_; }

@@ -61,14 +61,14 @@ void WriteDays(TRegistryStore& store, const char* name, const std::map<std::stri
 
 TLiveSettings::TLiveSettings(TRegistryStore& store)
     : Ticked(store.HasValue("LiveTicked") ? Ids(store, "LiveTicked") : kTickedAtFirst),
-      Accepted(Ids(store, "LiveAccepted")),
+      Terms(store.HasValue("LiveAccepted") ? store.ReadString("LiveAccepted").toStdString() : ""),
       Choices(ChoicesById(store)),
       Days(DaysById(store, "LiveDays")),
       KeepDays(DaysById(store, "LiveKeepDays")) {}
 
 void TLiveSettings::Save(TRegistryStore& store) const {
   Write(store, "LiveTicked", {Ticked.begin(), Ticked.end()});
-  Write(store, "LiveAccepted", {Accepted.begin(), Accepted.end()});
+  store.WriteString("LiveAccepted", QString::fromStdString(Terms.Text()));
   std::vector<std::string> entries;
   for (const auto& [id, choices] : Choices) {
     for (const auto& [variable, values] : choices) {
@@ -88,7 +88,7 @@ TWantedSource TLiveSettings::Wanted(const TDescription& source) const {
     wanted.Choices = choices->second;
   if (const auto days = Days.find(source.Id); days != Days.end()) wanted.Days = days->second;
   if (const auto days = KeepDays.find(source.Id); days != KeepDays.end()) wanted.KeepDays = days->second;
-  wanted.AcceptsTerms = Accepted.contains(source.Id);
+  wanted.AcceptsTerms = Terms.Accepts(source.Id);
   return wanted;
 }
 

@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "app/terms.h"
 #include "catalogue/described_run.h"
 #include "settings/registry_store.h"
 
@@ -20,7 +21,7 @@ struct TLiveSettings {
   TWantedSource Wanted(const TDescription& source) const;
 
   std::set<std::string> Ticked;             ///< "LiveTicked"
-  std::set<std::string> Accepted;           ///< "LiveAccepted": the user knows the terms of these
+  TTermsAnswers Terms;                      ///< "LiveAccepted"
   std::map<std::string, TChoices> Choices;  ///< "LiveChoices": "id/variable=value", "id/variable=" for none
   std::map<std::string, int> Days;          ///< "LiveDays": "id=days"; without, the newest slot alone
   std::map<std::string, int> KeepDays;      ///< "LiveKeepDays": "id=days"; without, all files are kept

@@ -4,130 +4,97 @@
 #include <iterator>
 #include <utility>
 
-#include "base/files.h"
+#include "app/worker_journal.h"
 
 namespace skyreel {
 
-TLiveSources::TLiveSources(TRegistryStore& store, TSourceFolders folders, TJournal& journal)
-    : Settings(store), store_(store), folders_(std::move(folders)), journal_(journal) {}
+TLiveSources::TLiveSources(const TPageEnvironment& environment)
+    : Settings(environment.Store), environment_(environment) {}
 
 TLiveSources::~TLiveSources() {
-  Settings.Save(store_);
+  Settings.Save(environment_.Store);
 }
 
-void TLiveSources::Load() {
-  auto loaded = std::make_shared<TCatalogue>(LoadCatalogue(EmbeddedDescriptions(), folders_));
-  const std::vector<TCatalogueEntry> none;
-  const std::vector<TCatalogueEntry>& before = catalogue_ ? catalogue_->Entries : none;
-  const auto keep_old = [&](const TCatalogueEntry& entry) {
-    const auto same = std::ranges::find(loaded->Entries, entry.Id, &TCatalogueEntry::Id);
-    if (same == loaded->Entries.end()) {
-      loaded->Entries.push_back(entry);
-    } else {
-      *same = entry;
+const TDescription* TLiveSources::Find(const std::string& id) const {
+  const TCatalogueEntry* const entry = Catalogue().Find(id);
+  return entry && entry->Description ? &*entry->Description : nullptr;
+}
+
+std::vector<TWantedSource> TLiveSources::Wanted(const std::vector<std::string>& ids) const {
+  std::vector<TWantedSource> wanted;
+  for (const std::string& id : ids)
+    if (const TDescription* const source = Find(id)) wanted.push_back(Settings.Wanted(*source));
+  return wanted;
+}
+
+std::function<THealths()> TLiveSources::HealthWork() const {
+  return [catalogue = environment_.Catalogue.Current(), file = environment_.JournalFile] {
+    TWorkerJournal worker(file);
+    const bool has_file = worker.Journal.FileExists();
+    THealths healths;
+    for (const TCatalogueEntry& entry : catalogue->Entries) {
+      const auto& source = entry.Description;
+      if (!source || source->Page) continue;
+      healths[entry.Id] =
+          has_file ? worker.Journal.Health(source->Id, source->Time.Stale.value_or(TDateTime::TSpan{0}))
+                   : TSourceHealth::NeverRun;
     }
+    return healths;
   };
-  for (const TProblem& problem : loaded->Problems) {
-    const auto of_file = [&](const TCatalogueEntry& entry) { return entry.File == problem.File; };
-    const auto old = std::ranges::find_if(before, of_file);
-    if (old != before.end() && old->Description) {
-      keep_old(*old);
-    } else if (std::ranges::none_of(loaded->Entries, of_file)) {
-      // Its id cannot be read, but the user must see it.
-      const std::filesystem::path path = problem.File;
-      loaded->Entries.push_back({problem.File,
-                                 path.filename().string(),
-                                 problem.File,
-                                 path.parent_path() == folders_.User,
-                                 false,
-                                 {}});
+}
+
+std::function<TPreview()> TLiveSources::PreviewWork(const TDescription& source,
+                                                    const std::filesystem::path& output,
+                                                    TDateTime now) const {
+  return [catalogue = environment_.Catalogue.Current(), file = environment_.JournalFile,
+          wanted = Settings.Wanted(source), output, now] {
+    TWorkerJournal worker(file);
+    return PreviewOf({{wanted, PlanOffline(worker.Journal, output, now, wanted)}}, output);
+  };
+}
+
+std::function<TVolume()> TLiveSources::VolumeWork(const std::vector<std::string>& ids,
+                                                  const std::filesystem::path& output, TDateTime now) const {
+  return [catalogue = environment_.Catalogue.Current(), file = environment_.JournalFile, all = Wanted(ids),
+          output, now] {
+    TWorkerJournal worker(file);
+    TVolume sum;
+    for (const TWantedSource& wanted : all) {
+      const TPlan plan = PlanOffline(worker.Journal, output, now, wanted);
+      sum += VolumeOf(wanted.Source, plan, wanted.Days);
     }
-  }
-  // A tick whose file is gone is shown, so that the user can remove it.
-  for (const std::string& id : Settings.Ticked) {
-    if (!loaded->Find(id)) loaded->Entries.push_back({id, id, "", false, false, {}});
-  }
-  catalogue_ = std::move(loaded);
+    return sum;
+  };
 }
 
 std::filesystem::path TLiveSources::UsersFile(const std::string& id) const {
-  const TCatalogueEntry* const entry = catalogue_->Find(id);
+  const TCatalogueEntry* const entry = Catalogue().Find(id);
   return entry && entry->OfUser ? entry->File : "";
 }
 
-std::filesystem::path TLiveSources::Keep(const std::string& id, const std::string& text) const {
-  std::filesystem::path file = UsersFile(id);
-  if (file.empty()) file = folders_.User / (id + ".toml");
-  ForceDirectories(file.parent_path());
-  WriteFileWhole(file, text);
-  return file;
-}
-
-std::string TLiveSources::TextOf(const std::string& id) const {
-  const std::string& file = catalogue_->Find(id)->File;
-  for (const TEmbeddedDescription& embedded : EmbeddedDescriptions())
-    if (embedded.Name == file) return std::string(embedded.Text);
-  return ReadWholeFile(file);
+std::filesystem::path TLiveSources::FileToKeep(const std::string& id) const {
+  const std::filesystem::path file = UsersFile(id);
+  return file.empty() ? environment_.Catalogue.Folders().User / (id + ".toml") : file;
 }
 
 std::vector<std::filesystem::path> TLiveSources::Watched() const {
-  std::vector<std::filesystem::path> paths = {folders_.User};
-  for (const TCatalogueEntry& entry : catalogue_->Entries)
+  std::vector<std::filesystem::path> paths = {environment_.Catalogue.Folders().User};
+  for (const TCatalogueEntry& entry : Catalogue().Entries)
     if (entry.OfUser) paths.push_back(entry.File);
   return paths;
 }
 
-const TDescription* TLiveSources::Find(const std::string& id) const {
-  const TCatalogueEntry* const entry = catalogue_->Find(id);
-  return entry && entry->Description ? &*entry->Description : nullptr;
-}
-
-TSourceHealth TLiveSources::Health(const TDescription& source) const {
-  if (!journal_.FileExists()) return TSourceHealth::NeverRun;
-  return journal_.Health(source.Id, source.Time.Stale.value_or(TDateTime::TSpan{0}));
-}
-
-TPlan TLiveSources::Plan(const TDescription& source, const std::filesystem::path& output,
-                         TDateTime now) const {
-  return PlanOffline(journal_, output, now, Settings.Wanted(source));
-}
-
-TVolume TLiveSources::Volume(const std::vector<std::string>& ids, const std::filesystem::path& output,
-                             TDateTime now) const {
-  TVolume sum;
-  for (const std::string& id : ids) {
-    const TDescription* const source = Find(id);
-    if (!source) continue;
-    sum += VolumeOf(*source, Plan(*source, output, now), Settings.Wanted(*source).Days);
-  }
-  return sum;
-}
-
-bool TLiveSources::IsAccepted(const TDescription& source) const {
-  return source.Licence.Use == TLicence::TUse::Any || Settings.Accepted.contains(source.Id);
-}
-
-std::vector<const TDescription*> TLiveSources::NotAccepted(const std::vector<std::string>& ids) const {
-  std::vector<const TDescription*> sources;
-  for (const std::string& id : ids) {
-    const TDescription* const source = Find(id);
-    if (source && !IsAccepted(*source)) sources.push_back(source);
-  }
-  return sources;
-}
-
 std::string TLiveSources::WhyNotRun(const TCatalogueEntry* entry) const {
-  if (!entry || entry->File.empty()) return "no such source";
+  if (!entry) return "no such source";
   if (!entry->Description) return "its description is wrong";
-  return IsAccepted(*entry->Description)
-             ? ""
-             : "not run, since its terms were not accepted; run it once in the window";
+  return Settings.Terms.LetRun(*entry->Description) ? "" : kTermsNotAccepted;
 }
 
 void TLiveSources::Run(TJobContext& context, const std::vector<std::string>& ids,
                        const std::filesystem::path& output) {
+  if (!environment_.Catalogue.Await([&context] { return context.Run.StopRequested(); })) return;
   // A run lets events through, and the user may add a source meanwhile.
-  const std::shared_ptr<const TCatalogue> catalogue = catalogue_;
+  const TSharedCatalogue::TPtr catalogue = environment_.Catalogue.Current();
   std::vector<TWantedSource> wanted;
   for (const std::string& id : ids) {
     const TCatalogueEntry* const entry = catalogue->Find(id);
@@ -145,21 +112,11 @@ void TLiveSources::Run(TJobContext& context, const std::vector<std::string>& ids
     context.Display.AddStatusLine(record.Line());
   }
   if (wanted.empty()) return;
-  TDescribedRun run{
-      .Context = context, .Journal = journal_, .Output = output, .KeepsFiles = context.Record.KeepsFiles};
+  TDescribedRun run{.Context = context,
+                    .Journal = environment_.Journal,
+                    .Output = output,
+                    .KeepsFiles = context.Record.KeepsFiles};
   std::ranges::move(RunDescribedSources(run, wanted), std::back_inserter(context.Records));
-}
-
-std::string TermsText(const TLicence& licence) {
-  switch (licence.Use) {
-    case TLicence::TUse::Any:
-      return licence.Name;
-    case TLicence::TUse::Personal:
-      return licence.Name + "; for personal use only: do not sell the pictures or pass them on";
-    case TLicence::TUse::Ask:
-      break;
-  }
-  return licence.Name + "; ask the provider before you use the pictures";
 }
 
 }  // namespace skyreel

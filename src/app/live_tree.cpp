@@ -81,38 +81,41 @@ TLiveTree::TLiveTree(QWidget* parent) : QTreeWidget(parent) {
           [this](QTreeWidgetItem* item) { Fire(OnChoose, IdOf(item)); });
 }
 
-QTreeWidgetItem& TLiveTree::Group(const QString& name) {
-  for (int i = 0; i < topLevelItemCount(); ++i)
-    if (topLevelItem(i)->text(0) == name) return *topLevelItem(i);
-  auto* group = new QTreeWidgetItem({name});
-  group->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable);
-  addTopLevelItem(group);
-  return *group;
-}
-
 void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked) {
   const std::string chosen = IdOf(currentItem());
   QTreeWidgetItem* current = nullptr;
+  // Outside the tree, an item and its changes cost less.
+  std::map<QString, QTreeWidgetItem*> groups;
+  const auto add = [&](const TCatalogueEntry& entry) {
+    const TDescription* const source = entry.Description ? &*entry.Description : nullptr;
+    const QString group = QString::fromStdString(!source                 ? "With errors"
+                                                 : source->Group.empty() ? "Other"
+                                                                         : source->Group);
+    QTreeWidgetItem*& parent = groups[group];
+    if (!parent) {
+      parent = new QTreeWidgetItem({group});
+      parent->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+    }
+    const QString id = QString::fromStdString(entry.Id), title = QString::fromStdString(entry.Title);
+    auto* item = new QTreeWidgetItem(parent, {title.isEmpty() ? id : title});
+    if (entry.Id == chosen) current = item;
+    item->setData(0, kId, id);
+    const QString provider = source ? QString::fromStdString(source->Provider) : "";
+    item->setData(0, kSearchText, QStringList{title, id, group, provider}.join(' ').toCaseFolded());
+    // A wrong description can only be unticked.
+    if (source || ticked.contains(entry.Id))
+      item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
+  };
+  for (const TCatalogueEntry& entry : catalogue.Entries) {
+    // A bound description runs from its tab.
+    if (!entry.Description || !entry.Description->Page) add(entry);
+  }
+  for (const std::string& id : ticked)
+    if (!catalogue.Find(id)) add({id, "", "", false, false, {}});
   {
     const QSignalBlocker no_ticks(this);
     clear();
-    for (const TCatalogueEntry& entry : catalogue.Entries) {
-      // It runs from its tab.
-      if (entry.Description && entry.Description->Page) continue;
-      const TDescription* const source = entry.Description ? &*entry.Description : nullptr;
-      const std::string group = !source ? "With errors" : source->Group.empty() ? "Other" : source->Group;
-      auto* item = new QTreeWidgetItem(&Group(QString::fromStdString(group)));
-      if (entry.Id == chosen) current = item;
-      item->setText(0, QString::fromStdString(entry.Title.empty() ? entry.Id : entry.Title));
-      item->setData(0, kId, QString::fromStdString(entry.Id));
-      item->setData(0, kSearchText,
-                    QString::fromStdString(entry.Title + " " + entry.Id + " " + group + " " +
-                                           (source ? source->Provider : ""))
-                        .toCaseFolded());
-      // A wrong description can only be unticked.
-      if (source || ticked.contains(entry.Id))
-        item->setCheckState(0, ticked.contains(entry.Id) ? Qt::Checked : Qt::Unchecked);
-    }
+    for (const auto& [name, group] : groups) addTopLevelItem(group);
     sortItems(0, Qt::AscendingOrder);
     expandAll();
   }
@@ -145,16 +148,17 @@ void TLiveTree::Search(const QString& text) {
     topLevelItem(i)->setHidden(!groups_with_hits.contains(topLevelItem(i)));
 }
 
-void TLiveTree::ShowHealth(const std::function<std::optional<TSourceHealth>(const std::string& id)>& health) {
+void TLiveTree::ShowHealth(const std::map<std::string, TSourceHealth>& healths) {
   const QSignalBlocker no_ticks(this);
   std::map<TSourceHealth, QIcon> signs;
   ForEachSource([&](QTreeWidgetItem& item) {
-    const auto known = health(IdOf(&item));
-    const TSourceHealth shown = known.value_or(TSourceHealth::Failing);
+    const auto known = healths.find(IdOf(&item));
+    const bool wrong = known == healths.end();
+    const TSourceHealth shown = wrong ? TSourceHealth::Failing : known->second;
     if (!signs.contains(shown)) signs[shown] = SignOf(shown);
     item.setIcon(0, signs[shown]);
-    item.setToolTip(0, known ? HealthSentence(shown) : "There is no description without errors");
-    item.setData(0, Qt::AccessibleDescriptionRole, known ? HealthText(shown) : "wrong description");
+    item.setToolTip(0, wrong ? "There is no description without errors" : HealthSentence(shown));
+    item.setData(0, Qt::AccessibleDescriptionRole, wrong ? "wrong description" : HealthText(shown));
   });
 }
 

@@ -2,7 +2,7 @@
 
 #include <QTreeWidget>
 #include <functional>
-#include <optional>
+#include <map>
 #include <set>
 #include <string>
 
@@ -16,13 +16,14 @@ class TLiveTree : public QTreeWidget {
  public:
   explicit TLiveTree(QWidget* parent = nullptr);
 
-  /// Shows the sources of a catalogue. The chosen one stays chosen; without one the first is chosen.
+  /// Shows the sources of a catalogue, and ticked ids that it does not have, so that the user can untick
+  /// them. The chosen one stays chosen; without one the first is chosen.
   void Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked);
   void Choose(const std::string& id);
   /// Shows only the sources whose title, group, provider and id hold all words of the text.
   void Search(const QString& text);
-  /// Shows the health of each source; nothing is known of a source with a wrong description.
-  void ShowHealth(const std::function<std::optional<TSourceHealth>(const std::string& id)>& health);
+  /// Shows the health of each source, by id; nothing is known of a source with a wrong description.
+  void ShowHealth(const std::map<std::string, TSourceHealth>& healths);
 
   std::function<void(const std::string& id, bool ticked)> OnTick;
   /// The user has come to a source, or to a group (empty id).
@@ -30,7 +31,6 @@ class TLiveTree : public QTreeWidget {
 
  private:
   void ForEachSource(const std::function<void(QTreeWidgetItem& item)>& take);
-  QTreeWidgetItem& Group(const QString& name);
 };
 
 /// What the sign of a health means, for people.

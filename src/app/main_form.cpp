@@ -38,6 +38,7 @@ TFormMain::TFormMain(TFormEnvironment environment)
       ui_(std::make_unique<Ui::TFormMain>()),
       servers_(environment_.Store),
       journal_(environment_.JournalFile, environment_.Clock, *this),
+      catalogue_(environment_.SourceFolders),
       WindowGeometry_(environment_.Store, "WindowGeometry", ""),
       SplitterState_(environment_.Store, "SplitterState", ""),
       CaFile_(environment_.Store, "CaFile", ""),
@@ -65,7 +66,8 @@ void TFormMain::FormCreate() {
   tabs_ = std::make_unique<TSourceTabs>(
       *ui_->SourcesArea, *ui_->PageControl, *ui_->MenuSources,
       TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
-                       journal_.Journal(), environment_.SourceFolders, [this] { return UtcNow(); }});
+                       journal_.Journal(), environment_.JournalFile, catalogue_,
+                       [this] { return UtcNow(); }});
   OrderFocus();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
@@ -124,14 +126,19 @@ void TFormMain::WireEvents() {
   runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
+    page->PlanRequest = [this, page] { return runner_->PlanRequest(page->Source(), UtcNow()); };
     page->OnMessage = [this](const std::string& subject, const std::string& text) {
       ShowMessage(subject, text);
     };
     page->OnAsk = [this](const std::string& subject, const std::string& text,
-                         const std::function<void()>& yes) { Ask(subject, text, yes); };
+                         const std::function<void()>& yes,
+                         const std::function<void()>& no) { Ask(subject, text, yes, no); };
     page->IsBusy = [this] { return Busy(); };
     page->IsUnattended = [this] { return batch_running_ || environment_.Headless; };
   }
+  catalogue_.OnRead = [this] {
+    for (TSourcePage* page : tabs_->Pages()) page->CatalogueRead();
+  };
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemRun, &QAction::triggered, this, &TFormMain::PressCurrentRun);
@@ -313,7 +320,8 @@ void TFormMain::ShowMessage(const std::string& subject, const std::string& text)
   box->open();
 }
 
-void TFormMain::Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes) {
+void TFormMain::Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes,
+                    const std::function<void()>& no) {
   auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(subject),
                               QString::fromStdString(text), QMessageBox::Yes | QMessageBox::No, this);
   box->setTextFormat(Qt::PlainText);
@@ -322,10 +330,7 @@ void TFormMain::Ask(const std::string& subject, const std::string& text, const s
   // Queued: a run may follow, and the box must be gone before it.
   connect(
       box, &QMessageBox::finished, this,
-      [yes](int answer) {
-        if (answer == QMessageBox::Yes) yes();
-      },
-      Qt::QueuedConnection);
+      [yes, no](int answer) { Fire(answer == QMessageBox::Yes ? yes : no); }, Qt::QueuedConnection);
   box->open();
 }
 

@@ -122,8 +122,9 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void MenuItemAboutClick();
   /// Tells the user something about `subject` without waiting for an answer.
   void ShowMessage(const std::string& subject, const std::string& text);
-  /// Asks the user; calls `yes` when the answer is yes.
-  void Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes);
+  /// Asks the user; calls `yes` or `no`.
+  void Ask(const std::string& subject, const std::string& text, const std::function<void()>& yes,
+           const std::function<void()>& no);
   void Bell();
   TDateTime UtcNow() const;
 
@@ -133,6 +134,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   std::unique_ptr<TStatusLog> log_;
   TServerSettings servers_;
   TJournalRecorder journal_;
+  TSharedCatalogue catalogue_;
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
   TRegistryString WindowGeometry_, SplitterState_;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "catalogue/described_run.h"
+#include "transfer/fetch_plan.h"
 
 namespace skyreel {
 
@@ -22,8 +23,16 @@ struct TPreview {
   std::vector<TRow> Rows;
 };
 
-/// The preview of a described source. It looks for files on the disk.
-TPreview PreviewOf(const TWantedSource& wanted, const TPlan& plan, const std::filesystem::path& output);
+/// A described source and its plan.
+struct TDescribedPlan {
+  TWantedSource Wanted;
+  TPlan Plan;
+};
+
+/// The preview of described sources. It looks for files on the disk.
+TPreview PreviewOf(const std::vector<TDescribedPlan>& plans, const std::filesystem::path& output);
+/// The preview of a built-in source. It looks for files on the disk.
+TPreview PreviewOf(const TFetchPlan& plan, const std::filesystem::path& output);
 
 /// "3 wanted, 12 present"; of no rows, that no file is planned yet.
 std::string CountsText(const std::vector<TPreview::TRow>& rows);

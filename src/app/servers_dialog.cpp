@@ -67,7 +67,8 @@ TServerSettings::TServerSettings(TRegistryStore& store) {
   }
 }
 
-TServerRoots TServerSettings::Roots(const TSource& source, TStatusDisplay& display) const {
+TServerRoots TServerSettings::Roots(const TSource& source,
+                                    const std::function<void(const std::string& line)>& tell) const {
   TServerRoots roots;
   for (const TServerSetting& server : source.Servers) {
     const auto choice = std::ranges::find(choices_, std::string_view(server.Name),
@@ -79,8 +80,7 @@ TServerRoots TServerSettings::Roots(const TSource& source, TStatusDisplay& displ
     if (problem.empty()) {
       roots.Set(server, root);
     } else {
-      display.AddStatusLine(std::string(server.Caption) + ": the server in the settings is not used. " +
-                            problem);
+      tell(std::string(server.Caption) + ": the server in the settings is not used. " + problem);
     }
   }
   return roots;

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <QDialog>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "settings/registry_variable.h"
 #include "sources/source_table.h"
-#include "transfer/transfer_context.h"
 
 class QLabel;
 class QLineEdit;
@@ -30,8 +30,8 @@ class TServerSettings {
 
   /// In the order of the sources.
   const std::vector<TChoice>& Choices() const { return choices_; }
-  /// The roots for a run of this source. A choice that is wrong gives the built-in root and a status line.
-  TServerRoots Roots(const TSource& source, TStatusDisplay& display) const;
+  /// The roots for a run of this source. A choice that is wrong gives the built-in root, and `tell` a line.
+  TServerRoots Roots(const TSource& source, const std::function<void(const std::string& line)>& tell) const;
 
  private:
   std::vector<TChoice> choices_;

@@ -1,5 +1,6 @@
 #include "app/source_page.h"
 
+#include <QBoxLayout>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
@@ -10,6 +11,7 @@
 #include <QTimeEdit>
 
 #include "app/bound_sources.h"
+#include "app/plan_dialog.h"
 #include "app/program_folder.h"
 #include "settings/persisted_controls.h"
 
@@ -59,9 +61,16 @@ TSourcePage::TSourcePage(TPageContext context) : context_(std::move(context)) {}
 
 TSourcePage::~TSourcePage() = default;
 
-void TSourcePage::showEvent(QShowEvent* event) {
-  QWidget::showEvent(event);
-  if (bound_) bound_->Load();
+void TSourcePage::paintEvent(QPaintEvent* event) {
+  QWidget::paintEvent(event);
+  // The window shows itself first.
+  if (ShowsDescriptions() && !context_.Catalogue.Current())
+    QMetaObject::invokeMethod(
+        this, [this] { context_.Catalogue.ReadOnce(); }, Qt::QueuedConnection);
+}
+
+void TSourcePage::CatalogueRead() {
+  if (bound_) bound_->CatalogueRead();
 }
 
 void TSourcePage::PrepareControls() {
@@ -76,9 +85,10 @@ void TSourcePage::PrepareControls() {
   }
   const TSource& source = context_.Source;
   if (source.Bound || !source.HasJob()) bound_ = std::make_unique<TBoundSources>(*this, context_);
-  if (source.Bound)
-    connect(run_, &QPushButton::clicked, this,
-            [this] { bound_->Run([this](const TJob& job) { RunJob(job); }); });
+  if (source.HasJob() && !source.Described) {
+    connect(run_, &QPushButton::clicked, this, &TSourcePage::ButtonRunClick);
+    AddPreviewButton();
+  }
   if (auto* box = Find<QCheckBox>(*this, "UseWinInet")) {
     box->setVisible(kIsWindows);
     box->setEnabled(context_.HasWinInet);
@@ -136,6 +146,42 @@ void TSourcePage::KeepTime(QTimeEdit& picker, const char* name, const char* defa
   KeepFromWheel(picker);
   connect(&picker, &QTimeEdit::timeChanged, kept,
           [kept](QTime chosen) { kept->Setting.Value = chosen.toString(kTimeFormat); });
+}
+
+void TSourcePage::AddPreviewButton() {
+  // Alt+R leads to the password where there is one.
+  auto* button = new QPushButton(PasswordEdit() ? "Preview..." : "P&review...", this);
+  button->setObjectName(run_->objectName().replace("ButtonRun", "ButtonPreview"));
+  button->setToolTip("Show which files a run would ask for");
+  button->setAccessibleName(QString("Preview ") + context_.Source.Caption);
+  for (QBoxLayout* layout : findChildren<QBoxLayout*>())
+    if (const int at = layout->indexOf(run_); at >= 0) layout->insertWidget(at + 1, button);
+  setTabOrder(run_, button);
+  connect(button, &QPushButton::clicked, this, &TSourcePage::ButtonPreviewClick);
+}
+
+void TSourcePage::ButtonRunClick() {
+  if (context_.Source.Bound) return bound_->Run([this](const TJob& job) { RunJob(job); });
+  RunJob(MakeJob());
+}
+
+void TSourcePage::ButtonPreviewClick() {
+  const std::filesystem::path output = OutputPath();
+  if (output.empty()) return Fire(OnMessage, context_.Source.Caption, "No output folder is chosen.");
+  std::stop_source stop;
+  std::function<TPreview()> make;
+  if (context_.Source.Bound) {
+    make = bound_->PreviewMaker(PlanRequest());
+  } else {
+    make = [request = PlanRequest(), job = MakeJob(), output, token = stop.get_token()] {
+      return PreviewOf(PlanOfJob(request, job, token), output);
+    };
+  }
+  auto* dialog = new TPlanDialog(this, context_.Source.Caption, std::move(make));
+  dialog->setAttribute(Qt::WA_DeleteOnClose);
+  // On a slow disk the worker would go on for long, and the program would wait for it at its end.
+  connect(dialog, &QObject::destroyed, [stop]() mutable { stop.request_stop(); });
+  dialog->open();
 }
 
 void TSourcePage::ButtonBrowseClick() {

@@ -4,15 +4,17 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <vector>
 
+#include "app/preview.h"
+#include "app/shared_catalogue.h"
 #include "base/event.h"
-#include "catalogue/catalogue.h"
 #include "journal/journal.h"
 #include "settings/check_list_box.h"
 #include "settings/registry_store.h"
-#include "sources/job_context.h"
+#include "sources/job_plan.h"
 #include "sources/source_table.h"
 
 class QComboBox;
@@ -30,7 +32,8 @@ struct TPageEnvironment {
   std::filesystem::path ProgramFolder;
   bool HasWinInet;    ///< the operating system's Internet library is there
   TJournal& Journal;  ///< outlives the page
-  TSourceFolders SourceFolders;
+  std::filesystem::path JournalFile;
+  TSharedCatalogue& Catalogue;  ///< outlives the page
   std::function<TDateTime()> UtcNow;
 };
 
@@ -43,8 +46,9 @@ struct TPageContext : TPageEnvironment {
 enum class TRunState { Run, Stop, Wait };
 
 /// The page of one source in its tab. A descendant fills its item lists, keeps the settings that no persisted
-/// control keeps, and has the Run handler. What all pages have is found by its name: "ButtonRun...",
-/// "ButtonBrowse...", "EditOutputPath...", "...Username", "...Password", "...UseWinInet".
+/// control keeps, and makes the job. What all pages have is found by its name: "ButtonRun...",
+/// "ButtonBrowse...", "EditOutputPath...", "...Username", "...Password", "...UseWinInet". A button
+/// "ButtonPreview..." joins each Run button whose page has nothing of its own for that.
 class TSourcePage : public QWidget {
  public:
   using TJob = std::function<void(TJobContext& context)>;
@@ -65,15 +69,21 @@ class TSourcePage : public QWidget {
   /// Fetches one picture that needs no choice. Only the page of described sources can.
   virtual void FetchFirstPicture() {}
 
+  /// The shared catalogue has new descriptions.
+  virtual void CatalogueRead();
+
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
 
-  /// Runs the page's job. The job reads the page.
+  /// Runs the page's job.
   std::function<void(const TJob& job)> OnRun;
+  /// What a run of the page would work with now.
+  std::function<TJobPlanRequest()> PlanRequest;
   /// Tells the user something about a subject.
   std::function<void(const std::string& subject, const std::string& text)> OnMessage;
-  /// Asks the user, and calls `yes` later if the answer is yes.
-  std::function<void(const std::string& subject, const std::string& text, const std::function<void()>& yes)>
+  /// Asks the user, and calls `yes` or `no` later; `no` may be empty.
+  std::function<void(const std::string& subject, const std::string& text, const std::function<void()>& yes,
+                     const std::function<void()>& no)>
       OnAsk;
   std::function<bool()> IsBusy;        ///< a job is running
   std::function<bool()> IsUnattended;  ///< a batch is running: nobody answers a question
@@ -84,6 +94,8 @@ class TSourcePage : public QWidget {
   void PrepareControls();
 
   void RunJob(const TJob& job) const { Fire(OnRun, job); }
+  /// The job for what the page of a built-in source shows now. It refers to nothing of the page.
+  virtual TJob MakeJob() const { return {}; }
   /// Makes the checked items of a plain list a setting, as comma text.
   void KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const;
   /// Makes a time of day a setting: "17:32".
@@ -92,10 +104,15 @@ class TSourcePage : public QWidget {
   const TPageContext context_;
   /// Keeps the trailing separator of the output folder.
   bool eventFilter(QObject* watched, QEvent* event) override;
-  void showEvent(QShowEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  /// The page shows described sources, which it reads when it is first seen.
+  virtual bool ShowsDescriptions() const { return bound_ != nullptr; }
 
  private:
+  void AddPreviewButton();
   void ButtonBrowseClick();
+  void ButtonRunClick();
+  void ButtonPreviewClick();
   void EditOutputPathChange();
 
   QPushButton* run_ = nullptr;

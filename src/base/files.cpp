@@ -105,6 +105,12 @@ void ForceDirectories(const fs::path& folder) {
   fs::create_directories(folder.has_filename() ? folder : folder.parent_path());
 }
 
+fs::path ExistingPart(fs::path path) {
+  std::error_code error;
+  while (!fs::exists(path, error) && path.has_relative_path()) path = path.parent_path();
+  return path;
+}
+
 fs::path PlatformPath(std::string_view backslash_path) {
   return ReplaceAll(backslash_path, "\\", std::string(1, fs::path::preferred_separator));
 }

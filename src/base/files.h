@@ -23,6 +23,9 @@ TDateTime GetFileDateTime(const std::filesystem::path& path);
 /// Creates the folder and its missing parents. Throws std::filesystem::filesystem_error.
 void ForceDirectories(const std::filesystem::path& folder);
 
+/// The path itself if it exists, or the nearest parent that does.
+std::filesystem::path ExistingPart(std::filesystem::path path);
+
 /// A relative path written with backslashes ("goes-e\conus\") as a path of this platform. The trailing
 /// separator stays.
 std::filesystem::path PlatformPath(std::string_view backslash_path);

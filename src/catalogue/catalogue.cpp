@@ -1,9 +1,12 @@
 #include "catalogue/catalogue.h"
 
 #include <algorithm>
+#include <future>
 #include <iterator>
+#include <map>
 #include <system_error>
 
+#include "base/files.h"
 #include "catalogue/description_reader.h"
 
 namespace skyreel {
@@ -23,21 +26,6 @@ std::vector<fs::path> FilesIn(const fs::path& folder) {
   }
   std::ranges::sort(files);
   return files;
-}
-
-/// Adds what a file gave, in place of the entry that has its id.
-void Add(TCatalogue& catalogue, TReadDescription read, std::string file, bool users) {
-  std::ranges::move(read.Problems, std::back_inserter(catalogue.Problems));
-  if (read.Id.empty()) return;
-  const auto at = std::ranges::lower_bound(catalogue.Entries, read.Id, {}, &TCatalogueEntry::Id);
-  const bool replaces = at != catalogue.Entries.end() && at->Id == read.Id;
-  const bool changed = users && replaces && (!at->OfUser || at->ChangedByUser);
-  TCatalogueEntry entry{read.Id, read.Title, std::move(file), users, changed, std::move(read.Description)};
-  if (replaces) {
-    *at = std::move(entry);
-  } else {
-    catalogue.Entries.insert(at, std::move(entry));
-  }
 }
 
 }  // namespace
@@ -60,22 +48,52 @@ TSourceFolders SourceFolders(const std::function<std::string(const char* name)>&
   return folders;
 }
 
+std::string DescriptionText(const std::string& file) {
+  for (const TEmbeddedDescription& embedded : EmbeddedDescriptions())
+    if (embedded.Name == file) return std::string(embedded.Text);
+  return ReadWholeFile(file);
+}
+
 const TCatalogueEntry* TCatalogue::Find(std::string_view id) const {
   const auto at = std::ranges::find(Entries, id, &TCatalogueEntry::Id);
   return at == Entries.end() ? nullptr : &*at;
 }
 
 TCatalogue LoadCatalogue(const std::vector<TEmbeddedDescription>& embedded, const TSourceFolders& folders) {
-  TCatalogue catalogue;
-  for (const auto& [name, text] : embedded) {
-    Add(catalogue, ReadDescription(text, std::string(name)), std::string(name), false);
-  }
-  const auto add_folder = [&catalogue](const fs::path& folder, bool users) {
-    for (const fs::path& file : FilesIn(folder))
-      Add(catalogue, ReadDescriptionFile(file), file.string(), users);
+  struct TFile {
+    std::string Name;
+    bool OfUser;
+    TReadDescription Read;
+  };
+  std::vector<TFile> files;
+  for (const auto& [name, text] : embedded) files.push_back({std::string(name), false, {}});
+  const auto add_folder = [&files](const fs::path& folder, bool users) {
+    for (const fs::path& file : FilesIn(folder)) files.push_back({file.string(), users, {}});
   };
   for (const fs::path& folder : folders.System) add_folder(folder, false);
   if (!folders.User.empty()) add_folder(folders.User, true);
+
+  constexpr std::size_t kThreads = 2;
+  const auto read_from = [&](std::size_t first) {
+    for (std::size_t i = first; i < files.size(); i += kThreads)
+      files[i].Read = i < embedded.size() ? ReadDescription(embedded[i].Text, files[i].Name)
+                                          : ReadDescriptionFile(files[i].Name);
+  };
+  // Where no thread can start, get() does the work.
+  std::future<void> others = std::async(read_from, 1);
+  read_from(0);
+  others.get();
+
+  TCatalogue catalogue;
+  std::map<std::string, TCatalogueEntry> entries;
+  for (auto& [name, of_user, read] : files) {
+    std::ranges::move(read.Problems, std::back_inserter(catalogue.Problems));
+    if (read.Id.empty()) continue;
+    TCatalogueEntry& entry = entries[read.Id];
+    const bool changed = of_user && !entry.Id.empty() && (!entry.OfUser || entry.ChangedByUser);
+    entry = {read.Id, read.Title, std::move(name), of_user, changed, std::move(read.Description)};
+  }
+  for (auto& [id, entry] : entries) catalogue.Entries.push_back(std::move(entry));
   return catalogue;
 }
 

@@ -18,6 +18,8 @@ struct TEmbeddedDescription {
 };
 /// The files of src/catalogue/sources, by name.
 const std::vector<TEmbeddedDescription>& EmbeddedDescriptions();
+/// The text of a description: `file` as in TCatalogueEntry. Throws std::system_error.
+std::string DescriptionText(const std::string& file);
 
 /// Where the user's computer keeps descriptions.
 struct TSourceFolders {

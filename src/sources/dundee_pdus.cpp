@@ -322,30 +322,27 @@ std::vector<TPdusOrder::TEntry> TPdusJob::GetOrder() {
 }
 
 void TPdusJob::Fetch(const std::string& url, const std::string& name) {
+  THttpFileRequest file;
+  file.Url = url;
+  file.Name = name + ".pdu";
+  file.GetLine = "Get: " + file.Name;
+  file.KeepGetLine = true;
+  file.SlotTime = PdusNameToDateTime(name);
+  file.LocalPath = PdusLocalPath(settings_.OutputPath, file.Name);
   THttpFileInfo info;
   try {
-    info = AskHttpFileInfo(context_, url);
+    info = AskHttpFileInfo(context_, url, file.Wanted());
   } catch (const std::exception&) {
     // The size stays unknown, and an existing file stays as it is.
   }
   // The length of an error page says nothing about the product.
   const std::int64_t size = info.ReplyCode < 400 ? info.ContentLength : 0;
 
-  const std::string file_name = name + ".pdu";
-  const std::filesystem::path path = PdusLocalPath(settings_.OutputPath, file_name);
-  if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size)) {
-    ++context_.Record.Counts.Present;
-    return;
-  }
+  const std::filesystem::path& path = file.LocalPath;
+  if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size))
+    return CountPresent(context_, file.Wanted());
 
   const bool believable = size >= kSmallestProduct;
-  THttpFileRequest file;
-  file.Url = url;
-  file.GetLine = "Get: " + file_name;
-  file.KeepGetLine = true;
-  file.Name = file_name;
-  file.SlotTime = PdusNameToDateTime(name);
-  file.LocalPath = path;
   file.Delivery = TDelivery::Direct;
   file.GoodSize = kSmallestProduct;
   file.CompleteSize = size;

@@ -270,7 +270,7 @@ class TEuArchiveJob::TRun {
   }
 
   void OldNaming(const std::string& item, TDateTime day, const fs::path& folder) {
-    Fetch(item, ListedImages(item, day), folder, context_.Servers.Root(kEuArchiveOldServer), 10000);
+    Fetch(item, ListedImages(item, day), folder, context_.Servers.Root(kEuArchiveOldServer));
   }
 
   std::vector<TEuArchiveImage> ListedImages(const std::string& item, TDateTime day) {
@@ -281,6 +281,7 @@ class TEuArchiveJob::TRun {
     const THttpPage page =
         GetHttpPage(context_, context_.NMHTTPNotts, root + EuArchiveListing(item),
                     "Getting file list for " + std::string(OldName(item, *ChannelOf(item))));
+    if (page.NotAsked) return images;
     const TEuArchiveList list = KeepListedImages(page.Text, root, images);
     if (list == TEuArchiveList::None) {
       context_.Display.SetPanel(1, "Failed to get file list");
@@ -295,21 +296,16 @@ class TEuArchiveJob::TRun {
 
   void NewNaming(const std::string& item, TDateTime day, const fs::path& folder) {
     Fetch(item, EuArchiveNewImages(item, day, settings_.MsgName), folder,
-          context_.Servers.Root(kEuArchiveNewServer), 3000);
+          context_.Servers.Root(kEuArchiveNewServer));
   }
 
-  /// `present`: a larger local file is not fetched again.
   void Fetch(const std::string& item, const std::vector<TEuArchiveImage>& images, const fs::path& folder,
-             const std::string& server, std::int64_t present) {
+             const std::string& server) {
     for (const TEuArchiveImage& image : images) {
       if (walk_.Stopped()) return;
       if (!wanted_.Wants(image.LocalName)) continue;
       if (image.Time + kPublishingDelay >= context_.Clock.UtcNow()) continue;
       const fs::path path = folder / (image.LocalName + ".jpg");
-      if (FileSizeOf(path) > present) {
-        ++context_.Record.Counts.Present;
-        continue;
-      }
       GetHttpFile(context_, server, image.RemoteName, path, 0, false, image.Time, item);
     }
   }

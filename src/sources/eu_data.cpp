@@ -168,10 +168,10 @@ void TEuDataJob::GetSatellite(int satellite, TFtpSession& session, const TWanted
         file.ImageSize = channel == "VISSN" ? kVisibleSize : kInfraRedSize;
         if (!known.Wants(file.Name)) continue;
         if (context_.Ledger.Present(file.LocalPath())) {
-          ++context_.Record.Counts.Present;
+          CountPresent(context_, session.Wanted(file));
           continue;
         }
-        if (IsDecoded(context_, file)) continue;
+        if (IsDecoded(context_, session, file)) continue;
         FetchAndUncompress(context_, session, file, kRule);
       }
     }

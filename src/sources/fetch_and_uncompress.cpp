@@ -4,6 +4,7 @@
 #include <exception>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "base/exceptions.h"
 #include "base/files.h"
@@ -54,10 +55,13 @@ bool IsCompressedName(const std::string& name) {
   return name.ends_with(".Z") || name.ends_with(".bz2");
 }
 
-bool IsDecoded(TJobContext& context, const TCompressedFile& file) {
+bool IsDecoded(TJobContext& context, const TFtpSession& session, const TCompressedFile& file) {
   const fs::path image = file.ImagePath(), compressed = file.LocalPath();
   if (!file.Uncompress || !context.Ledger.Present(image)) return false;
-  ++context.Record.Counts.Present;
+  TWantedFile wanted = session.Wanted(file);
+  wanted.Path = image;
+  CountPresent(context, std::move(wanted));
+  if (context.Plan) return true;
   // A kill may have come between the image and the deletion of the compressed file.
   if (FileSizeOf(image) == file.ImageSize && context.Ledger.IsNoted(compressed) && FlushToDisk(image) &&
       context.Ledger.Begin(compressed)) {

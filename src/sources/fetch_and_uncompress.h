@@ -29,8 +29,8 @@ struct TUncompressRule {
 bool IsCompressedName(const std::string& name);
 
 /// Whether the decoded image that the file is wanted for is there already. If so, counts it and finishes what
-/// a killed run left undone with the compressed file.
-bool IsDecoded(TJobContext& context, const TCompressedFile& file);
+/// a killed run left undone with the compressed file; not for a plan.
+bool IsDecoded(TJobContext& context, const TFtpSession& session, const TCompressedFile& file);
 
 /// Fetches a file, stamps it with its time, decodes it if that is wanted, and ends it at the display. The
 /// compressed file is deleted only when the image has exactly its size. When the decoding fails, the status

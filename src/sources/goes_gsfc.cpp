@@ -171,11 +171,6 @@ class TGoesJob::TRun {
     fs::path folder = settings_.OutputPath / PlatformPath(satellite.LocalFolder + series.Sector + "\\");
     if (settings_.DateInFolder) folder /= DateFolder(time);
     if (!folders_.Make(folder)) return;
-    // kept: a compressed picture of 2,000 to 19,999 bytes is filed, and asked for again by the next run.
-    if (FileSizeOf(folder / name) >= (settings_.Lzw ? 20'000 : 1'000'000)) {
-      ++context_.Record.Counts.Present;
-      return;
-    }
     const std::string server_path = ServerPath(series, time, settings_.Lzw);
     THttpFileRequest request;
     request.Url = context_.Servers.Root(kGoesServer) + server_path;
@@ -185,6 +180,9 @@ class TGoesJob::TRun {
     request.SlotTime = time;
     request.LocalPath = folder / name;
     request.CompleteSize = settings_.Lzw ? 2'000 : 1'000'000;
+    // kept: a compressed picture of 2,000 to 19,999 bytes is filed, and asked for again by the next run.
+    const std::int64_t good = settings_.Lzw ? 20'000 : 1'000'000;
+    if (FileSizeOf(request.LocalPath) >= good) return CountPresent(context_, request.Wanted());
     FetchHttpFile(context_, request);
   }
 

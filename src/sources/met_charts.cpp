@@ -337,15 +337,13 @@ void TMetChartsJob::Fetch(const std::string& item, const TChartRequest& request)
   const auto local_path = [&](TDateTime time) {
     return std::filesystem::path(settings_.OutputPath) / DateFolder(time) / ChartFileName(request, time);
   };
-  if (kind.PresentBySize) {
-    const std::filesystem::path path = local_path(request.Requested);
-    if (FileSizeOf(path) > kind.MinimumSize && context_.Ledger.Present(path)) {
-      ++context_.Record.Counts.Present;
-      return;
-    }
-  }
-
   const std::string shown = UrlForDisplay(request.Url);
+  TWantedFile wanted{item, request.Requested, {}, shown};
+  if (kind.Time == TChartTime::Requested) wanted.Path = local_path(request.Requested);
+  if (kind.PresentBySize && FileSizeOf(wanted.Path) > kind.MinimumSize &&
+      context_.Ledger.Present(wanted.Path))
+    return CountPresent(context_, std::move(wanted));
+
   TFileResult result;
   result.Source = context_.Source;
   result.Product = item;
@@ -360,7 +358,7 @@ void TMetChartsJob::Fetch(const std::string& item, const TChartRequest& request)
   const auto refuse = [&](const std::string& reason) { end("refused: " + reason, true); };
   THttpFileInfo info;
   try {
-    info = AskHttpFileInfo(context_, request.Url);
+    info = AskHttpFileInfo(context_, request.Url, wanted);
   } catch (const ESockError& error) {
     result.Outcome = TFileOutcome::TimedOut;
     return end(error.what(), false);  // the next run asks again
@@ -388,10 +386,8 @@ void TMetChartsJob::Fetch(const std::string& item, const TChartRequest& request)
     result.State = TFileState::Missing;
     return end("the server's file is too small", false);
   }
-  if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path)) {
-    ++context_.Record.Counts.Present;
-    return;
-  }
+  if (FileSizeOf(path) == info.ContentLength && context_.Ledger.Present(path))
+    return CountPresent(context_, {item, time, path, shown});
 
   THttpFileRequest file;
   file.Url = request.Url;

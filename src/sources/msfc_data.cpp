@@ -112,7 +112,7 @@ void TMsfcJob::Run() {
       file.ImageSize = kImageSize;
       // kept: a compressed file that is present does not count, so without uncompressing each run fetches
       // every file again.
-      if (IsDecoded(context_, file)) continue;
+      if (IsDecoded(context_, session, file)) continue;
       FetchAndUncompress(context_, session, file, kRule);
     }
   });

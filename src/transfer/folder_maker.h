@@ -13,7 +13,8 @@ class TFolderMaker {
  public:
   explicit TFolderMaker(TTransferContext& context) : context_(context) {}
   /// Creates the folder with missing parents, unless it did so before. False when nothing can be filed there;
-  /// one status line says why the first time, and counts as one failure.
+  /// one status line says why the first time, and counts as one failure. For a plan it only looks whether
+  /// that would work.
   bool Make(const std::filesystem::path& folder);
 
  private:

@@ -154,6 +154,11 @@ void TFtpSession::ReportRefusal() {
   if (!refusal_.empty()) ReportServerProblem(context_, "ftp://" + login_.Server, refusal_);
 }
 
+TWantedFile TFtpSession::Wanted(const TFtpFile& file) const {
+  return {file.Product, file.Time, file.LocalPath(),
+          "ftp://" + login_.Server + WithoutControls(file.RemotePath)};
+}
+
 /// False when a stop request ended the wait.
 bool TFtpSession::Wait(std::chrono::milliseconds span) {
   constexpr std::chrono::milliseconds kStep{100};
@@ -271,7 +276,7 @@ TFtpSession::TEnd TFtpSession::ClientEnd(std::exception_ptr failure) const {
 bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
                    const std::function<void(TFtpSession&)>& work) {
   TFtpSession session(context, login);
-  if (!session.Open()) {
+  if (!context.Plan && !session.Open()) {
     session.ReportRefusal();
     return false;
   }
@@ -282,15 +287,20 @@ bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
 // --- One file --------------------------------------------------------------------------------------------
 
 std::optional<TFtpFetch> FtpFetchFile(TTransferContext& context, TFtpSession& session, const TFtpFile& file) {
+  const TWantedFile wanted = session.Wanted(file);
+  if (context.Plan) {
+    context.Plan->Files.push_back({wanted, TFetchPlan::TState::Wanted});
+    return std::nullopt;
+  }
   if (session.IsLost() || !session.EnsureOpen()) return std::nullopt;
   TFtpFetch fetch;
   TFileResult& result = fetch.Result;
   result.Source = context.Source;
-  result.Product = file.Product;
-  result.SlotTime = file.Time;
+  result.Product = wanted.Product;
+  result.SlotTime = wanted.SlotTime;
   result.Name = WithoutControls(file.Name);
-  result.Address = "ftp://" + session.login_.Server + WithoutControls(file.RemotePath);
-  result.Path = file.LocalPath();
+  result.Address = wanted.Address;
+  result.Path = wanted.Path;
 
   context.Display.AddStatusLine("Get: " + result.Name);
   context.Display.SetPanel(1, "FTP get:  " + WithoutControls(file.RemotePath));

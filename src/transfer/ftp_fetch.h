@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "net/nm_ftp.h"
+#include "transfer/fetch_plan.h"
 #include "transfer/file_result.h"
 #include "transfer/transfer_context.h"
 #include "transfer/transfer_ledger.h"
@@ -66,6 +67,8 @@ class TFtpSession {
   void Close();
 
   bool UsesWinInet() const { return use_wininet_; }
+  /// A file of the session's server.
+  TWantedFile Wanted(const TFtpFile& file) const;
   /// Several new connections in a row brought no file, and a status line said so. No further file will come,
   /// so the job should end.
   bool IsLost() const { return breaks_ > kMaxBreaks; }
@@ -104,7 +107,7 @@ class TFtpSession {
 };
 
 /// Opens a session, runs `work` in it, and always closes it. When it cannot be opened, a status line says
-/// why, `work` is not called, and the result is false.
+/// why, `work` is not called, and the result is false. For a plan `work` is called without a connection.
 bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
                    const std::function<void(TFtpSession&)>& work);
 
@@ -112,8 +115,8 @@ bool RunFtpSession(TTransferContext& context, const TFtpLogin& login,
 /// transfer and after the result. The ledger notes the transfer until it has ended whole, and a whole file
 /// beyond that. Opens a session whose connection is gone again first, after a pause. Refuses a name that is
 /// not a plain file name. Nothing when the session is lost or a stop was requested during that pause. The
-/// caller ends the file at the display. kept: after a transfer that threw, the watchdog stays armed. Throws
-/// nothing.
+/// caller ends the file at the display. For a plan, only notes the file, and gives nothing. kept: after a
+/// transfer that threw, the watchdog stays armed. Throws nothing.
 std::optional<TFtpFetch> FtpFetchFile(TTransferContext& context, TFtpSession& session, const TFtpFile& file);
 
 /// The status line of a file fetched by FTP: the name and the reason when it failed, otherwise empty.

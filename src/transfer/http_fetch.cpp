@@ -351,7 +351,12 @@ void THttpStream::MoveTo(const fs::path& path, TDateTime time) {
 
 // --- The operations ------------------------------------------------------------------------------------
 
-THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url) {
+THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url, const TWantedFile& file) {
+  if (context.Plan) {
+    const bool is_new = !file.Path.empty() && FileSizeOf(file.Path) < 0;
+    context.Plan->Files.push_back({file, is_new ? TFetchPlan::TState::Wanted : TFetchPlan::TState::IfNew});
+    return {};
+  }
   THttpRequest request;
   request.Url = url;
   request.HeaderOnly = true;
@@ -364,13 +369,22 @@ THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url)
 
 THttpPage GetHttpPage(TTransferContext& context, TNMHTTP& client, const std::string& url,
                       const std::string& detail) {
-  const auto progress = ShowTransfer(context.Display, detail);
   THttpPage page;
+  if (context.Plan) {
+    context.Plan->Lists.push_back(UrlForDisplay(url));
+    page.NotAsked = true;
+    return page;
+  }
+  const auto progress = ShowTransfer(context.Display, detail);
   THttpRequest request;
   request.Url = url;
   const TReceived received = Receive(context, client, std::move(request), kLargestPage,
                                      [&](std::string_view piece) { page.Text += piece; });
-  if (received.Outcome != TFileOutcome::Saved) return {0, "", false, received.Reason};
+  if (received.Outcome != TFileOutcome::Saved) {
+    page.Text.clear();
+    page.Reason = received.Reason;
+    return page;
+  }
   page.ReplyCode = received.Reply.Code;
   if (!IsGoodReply(page.ReplyCode)) {
     page.Reason = StatusText(received.Reply);
@@ -389,6 +403,10 @@ std::int64_t GetHttpToStream(TTransferContext& context, const std::string& url, 
   return stream.Size();
 }
 
+TWantedFile THttpFileRequest::Wanted() const {
+  return {Product, SlotTime, LocalPath, UrlForDisplay(Url)};
+}
+
 TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& request) {
   TFileResult result;
   result.Source = context.Source;
@@ -397,6 +415,11 @@ TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& req
   result.Name = request.Name;
   result.Address = UrlForDisplay(request.Url);
   result.Path = request.LocalPath;
+  if (context.Plan) {
+    context.Plan->Files.push_back({request.Wanted(), TFetchPlan::TState::Wanted});
+    result.Outcome = TFileOutcome::NotAsked;
+    return result;
+  }
   if (request.KeepGetLine) {
     context.Display.AddStatusLine(request.GetLine);
   } else {
@@ -426,10 +449,6 @@ TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& req
 void GetHttpFile(TTransferContext& context, const std::string& base_url, const std::string& remote_name,
                  const fs::path& local_path, int correction, bool reencode, TDateTime file_time,
                  const std::string& product) {
-  if (FileSizeOf(local_path) >= 1000) {
-    ++context.Record.Counts.Present;
-    return;
-  }
   THttpFileRequest request;
   request.Url = base_url + remote_name;
   request.GetLine = "Get: " + remote_name;
@@ -438,6 +457,7 @@ void GetHttpFile(TTransferContext& context, const std::string& base_url, const s
   request.SlotTime = file_time;
   request.LocalPath = local_path;
   request.CompleteSize = 10000;
+  if (FileSizeOf(local_path) >= 1000) return CountPresent(context, request.Wanted());
   if (reencode) {
     request.AfterSaving = [correction](TFileResult& result) {
       ConvertToJpeg(fs::path(result.Path), result.Path, static_cast<float>(correction));

@@ -9,6 +9,7 @@
 
 #include "base/descriptor.h"
 #include "net/http_transport.h"
+#include "transfer/fetch_plan.h"
 #include "transfer/file_result.h"
 #include "transfer/transfer_context.h"
 
@@ -30,9 +31,10 @@ struct THttpFileInfo {
   TDateTime LastModified;          ///< zero when the server does not say
 };
 
-/// Asks NMHTTP's server for the header of `url`. An error reply is an answer, too. Throws std::exception when
-/// there is no answer; ESockError when that is the network's fault.
-THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url);
+/// Asks NMHTTP's server for the header of `url`, before `file` is fetched from there. An error reply is an
+/// answer, too. A plan notes the file and gets an empty answer. Throws std::exception when there is no
+/// answer; ESockError when that is the network's fault.
+THttpFileInfo AskHttpFileInfo(TTransferContext& context, const std::string& url, const TWantedFile& file);
 
 /// A page that is kept in memory.
 struct THttpPage {
@@ -40,6 +42,7 @@ struct THttpPage {
   std::string Text;         ///< at most 64 MiB
   bool Incomplete = false;  ///< the reply is good but some of the page is missing
   std::string Reason;       ///< what is wrong with the reply, for a status line; empty for a good one
+  bool NotAsked = false;    ///< for a plan, which notes the address
 };
 
 /// Fetches a page with progress display and `detail` in the second panel. Throws nothing for a failed
@@ -109,12 +112,15 @@ struct THttpFileRequest {
   /// throws for is NotDecoded.
   std::function<void(TFileResult&)> AfterSaving;
   std::string (*Line)(const TFileResult&) = PictureLine;  ///< writes the line with the outcome
+
+  TWantedFile Wanted() const;
 };
 
 /// Fetches one file with NMHTTP, ends it at the display and returns what became of it. Incomplete: fewer
 /// bytes came than a whole file has or the server announced (see ReadBodyHeader), a part (206), or a
 /// compressed body. Refused: an HTML page, or with Direct an error reply. A body beyond the context's
-/// LargestDownload is given up, and nothing of it is kept. Throws nothing.
+/// LargestDownload is given up, and nothing of it is kept. For a plan, only notes the file, and returns
+/// NotAsked. Throws nothing.
 TFileResult FetchHttpFile(TTransferContext& context, const THttpFileRequest& request);
 
 /// FetchHttpFile for `base_url` + `remote_name`: a local file of at least 1000 bytes is there already, a

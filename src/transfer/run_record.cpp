@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "base/text.h"
 #include "transfer/http_fetch.h"
@@ -82,6 +83,11 @@ void CountFile(TTransferContext& context, TFileResult result, const std::string&
   record.Counts.Bytes += result.Bytes;
   context.Display.EndFile(result, line);
   if (record.KeepsFiles) record.Files.push_back(std::move(result));
+}
+
+void CountPresent(TTransferContext& context, TWantedFile file) {
+  ++context.Record.Counts.Present;
+  if (context.Plan) context.Plan->Files.push_back({std::move(file), TFetchPlan::TState::Present});
 }
 
 void ReportFailure(TTransferContext& context, const std::string& line) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "transfer/fetch_plan.h"
 #include "transfer/file_result.h"
 
 namespace skyreel {
@@ -56,6 +57,9 @@ void EndFile(TTransferContext& context, TFileResult result, const std::string& l
 
 /// The same for a file whose State is set already.
 void CountFile(TTransferContext& context, TFileResult result, const std::string& line);
+
+/// Counts a file that is there already and good, so that it is not asked for.
+void CountPresent(TTransferContext& context, TWantedFile file);
 
 /// Adds a status line about a failure that costs more than one file, and counts it.
 void ReportFailure(TTransferContext& context, const std::string& line);

@@ -13,6 +13,7 @@ class TNMHTTP;
 class TTransferLedger;
 class THttpsClient;
 class TWinInetTransfer;
+struct TFetchPlan;
 struct TFileResult;
 struct TRunRecord;
 
@@ -83,6 +84,9 @@ struct TTransferContext {
   std::string Source{};  ///< the tab's caption
   /// Bytes; a larger download is given up, so that an endless one fills neither disk nor memory.
   std::int64_t LargestDownload = std::int64_t{1} << 30;
+  /// Of a run that is only planned, else null: what would be fetched goes in here. No server is asked then,
+  /// and nothing on the disk changes.
+  TFetchPlan* Plan = nullptr;
 };
 
 /// The application's title while no transfer runs.

@@ -124,7 +124,7 @@ bool IsStale(const std::string& line, const std::string& writer) {
 
 }  // namespace
 
-TTransferLedger::TTransferLedger(fs::path file) : file_(std::move(file)), self_(WriterOf(::getpid())) {
+TTransferLedger::TTransferLedger(fs::path file) : TTransferLedger(std::move(file), WriterOf(::getpid())) {
   RemoveAbandoned(file_.parent_path());
   RemoveParts();
 }

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace skyreel {
 
@@ -37,6 +38,8 @@ class TTransferLedger {
  public:
   /// Removes the temporary files that killed copies left in the folder of `file`, and those that they noted.
   explicit TTransferLedger(std::filesystem::path file);
+  /// For questions alone: changes nothing on the disk.
+  static TTransferLedger ToRead(std::filesystem::path file) { return {std::move(file), ""}; }
 
   /// Notes that `path` is about to be written. False, and nothing noted, while another running copy of the
   /// program writes it: this one must leave it alone. A note that cannot be saved is kept in memory only, and
@@ -66,6 +69,8 @@ class TTransferLedger {
     bool operator==(const TVersion&) const = default;
   };
 
+  TTransferLedger(std::filesystem::path file, std::string self)
+      : file_(std::move(file)), self_(std::move(self)) {}
   TVersion CurrentVersion() const;
   void Refresh();
   void RemoveParts();

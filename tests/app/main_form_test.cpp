@@ -61,6 +61,16 @@ class MainFormTest : public testing::Test {
   }
   std::string Text(const char* button) const { return Get<QPushButton>(button).text().toStdString(); }
   void Press(const char* button) const { Get<QPushButton>(button).click(); }
+  /// What the preview says that this button opens.
+  std::string Preview(const QString& button) const {
+    Get<QPushButton>(qPrintable(button)).click();
+    const auto& dialog = Get<QDialog>("PlanDialog");
+    const auto& plan = *dialog.findChild<QLabel*>();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return plan.text().contains("free"); }));
+    const std::string text = plan.text().toStdString();
+    delete &dialog;
+    return text;
+  }
   void PressControl(int key) const {
     for (QShortcut* shortcut : form_->findChildren<QShortcut*>())
       if (shortcut->key() == QKeySequence(Qt::CTRL | key)) emit shortcut->activated();
@@ -250,6 +260,7 @@ TEST_F(MainFormTest, EachPageAsksForWhatItShows) {
   Server.Answer("/abin/filesorder?s=Date", PdusOrderPage(PdusOffers(Clock.Now)));
   Open();
   int most = 0;
+  std::string previews;
   QObject::connect(&Get<QProgressBar>("ProgressBar"), &QProgressBar::valueChanged,
                    [&](int value) { most = std::max(most, value); });
   Get<TpstRadioGroup>("RadioGroupGsfcInterval").SetItemIndex(3);
@@ -260,8 +271,17 @@ TEST_F(MainFormTest, EachPageAsksForWhatItShows) {
     for (auto* box : Page(i).findChildren<QCheckBox*>()) box->setChecked(true);
     for (auto* combo : Page(i).findChildren<QComboBox*>()) combo->setCurrentIndex(1);
     for (auto* picker : Page(i).findChildren<QTimeEdit*>()) picker->setTime(QTime(5, 7));
-    Page(i).RunButton().click();
+    QPushButton& run = Page(i).RunButton();
+    if (!Page(i).Source().Servers.empty()) {
+      const std::string text = Preview(run.objectName().replace("Run", "Preview"));
+      previews +=
+          text.substr(0, text.find(". ")) + (text.find("asked first") != text.npos ? ", a list; " : "; ");
+    }
+    run.click();
   }
+  EXPECT_EQ(previews,
+            "4 wanted if new; 1 wanted; 2 wanted; 10 wanted; No file is planned yet; "
+            "No file is planned yet, a list; ");
   std::string asked;
   for (const std::string& request : Server.Requests()) {
     const std::string path = request.substr(0, request.find('&'));
@@ -392,19 +412,28 @@ class LivePageTest : public MainFormTest {
 
   QTreeWidgetItem& Item(const char* title) {
     auto& tree = Get<QTreeWidget>("TreeSources");
-    EXPECT_TRUE(QTest::qWaitFor([&] { return tree.topLevelItemCount() > 0; }));
+    const auto ready = [&] {
+      return tree.topLevelItem(0) && !tree.topLevelItem(0)->child(0)->icon(0).isNull();
+    };
+    EXPECT_TRUE(QTest::qWaitFor(ready));
     return *tree.findItems(title, Qt::MatchStartsWith | Qt::MatchRecursive).at(0);
   }
   void Choose(const char* title) { Get<QTreeWidget>("TreeSources").setCurrentItem(&Item(title)); }
   std::string About() { return Get<QLabel>("LabelAbout").text().toStdString(); }
   /// Answers the open question, and returns it.
   std::string Answer(QMessageBox::StandardButton button) {
-    auto* box = form_->findChild<QMessageBox*>();
-    if (box == nullptr) return "no question";
+    QMessageBox* box = nullptr;
+    if (!QTest::qWaitFor([&] { return (box = form_->findChild<QMessageBox*>()) != nullptr; }))
+      return "no question";
     const std::string text = box->text().toStdString();
     box->button(button)->click();
     QTest::qWait(0);
     return text;
+  }
+  void PressAndWait(const char* button) {
+    const std::size_t before = Lines().size();
+    Press(button);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return Lines().size() > before && !form_->Busy(); }));
   }
 };
 
@@ -425,14 +454,16 @@ TEST_F(LivePageTest, ATabOfAClosedServiceGetsTodaysPicturesForItsControls) {
   Store("AltGMS5source", "true");
   Open();
   Get<QTabWidget>("PageControl").setCurrentIndex(5);
-  EXPECT_THAT(Page(5).findChild<QLabel*>("LabelProvider")->text().toStdString(),
-              AllOf(HasSubstr("<a href=\"https://s.example/\">Successor</a>"), HasSubstr("Grey items")));
+  const auto& line = *Page(5).findChild<QLabel*>("LabelProvider");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return line.text().contains("Grey items"); }));
+  EXPECT_THAT(line.text().toStdString(), HasSubstr("<a href=\"https://s.example/\">Successor</a>"));
+  EXPECT_THAT(Preview("ButtonPreviewGms5"), HasSubstr("To fetch: 2 pictures"));
   Press("ButtonRunGms5");
   EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr("Tab: L; ask the provider"));
   EXPECT_EQ(FileSizeOf(Folder / "Skyreel/GMS5/Japan visb2005111012.gif"),
             FileSizeOf(SKYREEL_TEST_PICTURES "/colour.gif"));
   EXPECT_THAT(Server.Paths(), Each(StartsWith("/north")));
-  Press("ButtonRunGms5");
+  PressAndWait("ButtonRunGms5");
   EXPECT_THAT(Lines().back(), StartsWith("Tab: 0 new, 1 present, "));
 }
 
@@ -443,6 +474,8 @@ TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {
   EXPECT_TRUE(Get("ButtonOneSource").isHidden());
   PressControl(Qt::Key_F);
   EXPECT_EQ(form_->focusWidget(), &Get("EditSearch"));
+  EXPECT_TRUE(Item("Own").parent()->indexOfChild(&Item("Own")) <
+              Item("Own").parent()->indexOfChild(&Item("Sea")));
   QTest::keyClicks(&Get("EditSearch"), "office SEA");
   EXPECT_TRUE(!Item("Sea").isHidden() && Item("Own").isHidden() && Item("Charts").isHidden());
   Choose("Sea");
@@ -467,16 +500,16 @@ TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {
   Choose("Own");
   EXPECT_EQ(Get("PanelChoices").findChild<QComboBox*>()->currentText(), "south");
   EXPECT_EQ(Get<QSpinBox>("SpinDays").value(), 2);
-  Press("ButtonPreview");
-  const auto& plan = *form_->findChild<QLabel*>("LabelPlan");
-  EXPECT_TRUE(QTest::qWaitFor([&] { return plan.text().contains("To fetch"); }));
-  EXPECT_THAT(plan.text().toStdString(),
+  EXPECT_THAT(Preview("ButtonPreview"),
               AllOf(HasSubstr("7 wanted.\n"), HasSubstr("To fetch: 7 pictures, about 2.1 GB. ")));
 }
 
 TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
   Store("LiveTicked", "a.charts,a.own,a.wrong,a.gone");
   Store("LiveDays", "a.own=2");
+  Folder.Write("sources/any.toml",
+               File("sources/any.toml") + "[[alternate]]\ntitle = \"Other\"\nurl = \"" + Server.Url("/{%H}") +
+                   "\"\ntype = \"image/gif\"\nlicence = { name = \"R\", use = \"personal\" }\n");
   const std::string charts = "Sea <b>charts: 1 new, 0 present, ";
   for (const bool accepted : {false, true}) {
     Open({"-LIVE"}, true);
@@ -494,16 +527,24 @@ TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
     Choose("Own");
     EXPECT_EQ(Item("Sea").toolTip(0).left(5) + Item("Own").toolTip(0).left(3), "FreshNot");
     Press("ButtonOneSource");
-    EXPECT_THAT(Answer(QMessageBox::No), HasSubstr("Own: L; for personal use only"));
+    EXPECT_THAT(Answer(QMessageBox::No), AllOf(HasSubstr("Own: L; for personal use only"),
+                                               HasSubstr("This run may fetch 7 pictures, about 2.1 GB.")));
+    EXPECT_THAT(Lines(), IsEmpty());
     Press("ButtonOneSource");
     Answer(QMessageBox::Yes);
-    EXPECT_THAT(Answer(QMessageBox::No), StartsWith("This run may fetch 7 pictures, about 2.1 GB."));
-    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(Lines(), Contains(StartsWith("Own: 2 new")));
   }
   Choose("Own");
   Get<QSpinBox>("SpinDays").setValue(0);
   Press("ButtonRunLive");
-  EXPECT_THAT(Lines(), Contains(StartsWith("Own: 0 new, 1 present, ")));
+  EXPECT_THAT(Answer(QMessageBox::No), HasSubstr("charts, Other: R; for personal use only"));
+  PressAndWait("ButtonRunLive");
+  EXPECT_THAT(Lines(), Contains(StartsWith("Own: 0 new, 1 present, ")).Times(2)) << "asked once";
+  Choose("Sea");
+  emit Get<QLabel>("LabelAbout").linkActivated("accept-terms");
+  EXPECT_THAT(About(), HasSubstr("Accepted"));
+  Shut();
+  EXPECT_THAT(File("Skyreel.conf"), HasSubstr("LiveAccepted=\"a.charts,a.own\"\n"));
 }
 
 TEST_F(LivePageTest, AddsASourceOnlyWhenItIsSoundAndKeepsAnOldOneWhileItsFileIsWrong) {
@@ -516,6 +557,7 @@ TEST_F(LivePageTest, AddsASourceOnlyWhenItIsSoundAndKeepsAnOldOneWhileItsFileIsW
     Get<QLineEdit>("EditSourcePlace").setText(QString::fromStdString(place));
     EXPECT_FALSE(Get("ButtonKeepSource").isEnabled());
     Press("ButtonCheckSource");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return Get("ButtonCheckSource").isEnabled(); }));
     return Get<QPlainTextEdit>("TextSource").toPlainText().toStdString();
   };
   EXPECT_THAT(check((Folder / "sources/wrong.toml").string()), HasSubstr("wrong.toml:3:9: 'title' must"));
@@ -526,19 +568,19 @@ TEST_F(LivePageTest, AddsASourceOnlyWhenItIsSoundAndKeepsAnOldOneWhileItsFileIsW
               AllOf(HasSubstr("hosts: " + Server.Address()), HasSubstr("any_north_2005111012.gif")));
   EXPECT_FALSE(std::filesystem::exists(Folder / "sources/b.new.toml"));
   Press("ButtonKeepSource");
-  EXPECT_EQ(Get<QTreeWidget>("TreeSources").currentItem(), &Item("Added"));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return Get<QLabel>("LabelTitle").text() == "Added"; }));
 
   Choose("Sea");
   Folder.Write("sources/any.toml", "format =");
   EXPECT_TRUE(QTest::qWaitFor([&] { return About().find(user + ":1:9: ") != std::string::npos; }));
-  Press("ButtonOneSource");
+  PressAndWait("ButtonOneSource");
   EXPECT_THAT(Lines(), Contains(StartsWith("Sea <b>charts: 1 new, ")));
   Folder.Write("sources/any.toml", ReplaceAll(sound, "Added", "Mended"));
   EXPECT_TRUE(QTest::qWaitFor([&] { return Get<QLabel>("LabelTitle").text() == "Mended"; }));
   Press("ButtonRemoveSource");
   EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr(user));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return Get<QLabel>("LabelTitle").text() != "Mended"; }));
   EXPECT_FALSE(std::filesystem::exists(user));
-  EXPECT_NE(Get<QLabel>("LabelTitle").text(), "Mended");
 }
 
 TEST_F(LivePageTest, ANewTabIsShownOnceInAnOldProfile) {

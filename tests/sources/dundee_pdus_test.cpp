@@ -49,7 +49,9 @@ TEST(AnalysePdus, ListsTheProductsOfSavedPagesByAreaTimeAndChannel) {
 class TPdus : public TJobTest {
  protected:
   void RunJob(const std::string& last_panel) {
-    TPdusJob(Context, {OutputPath(), "user", "secret", {"0200, INDOEX, Visible"}}).Run();
+    RunPlanned([&](TJobContext& context) {
+      TPdusJob(context, {OutputPath(), "user", "secret", {"0200, INDOEX, Visible"}}).Run();
+    });
     EXPECT_EQ(Display.Panel(0) + ", " + Display.Panel(1), "Dundee PDUS, " + last_panel);
     for (const int panel : {0, 1}) Display.SetPanel(panel, "");  // as the form does at the end of a run
   }

@@ -76,7 +76,9 @@ TEST_F(TEuArchive, WantedListedPicturesOlderThanFortyMinutesAreAskedForThroughTh
   WriteOutput("2005/11/10/C1D_01.jpg", Picture(999));
   Serve(10000, Server.Url("/IDDS-cgi/"), EuArchiveListingPage(EuArchiveOffers(kDay)));
   Clock.Now = At("2005-11-10 01:40:01");
-  TEuArchiveJob(Context, {OutputPath(), false, 0, {"c1d", "F1", "HTOT"}}).Run();
+  RunPlanned([&](TJobContext& context) {
+    TEuArchiveJob(context, {OutputPath(), false, 0, {"c1d", "F1", "HTOT"}}).Run();
+  });
   const std::string listing = Server.Url("/IDDS-cgi/listImages?m="),
                     image = Server.Url(kFolder + "20051110_0");
   EXPECT_THAT(Asked(), ElementsAre(listing + "7,s=1,c=1,o=0,d=0,f=1", image + "03000_07_C1D_0.jpg",
@@ -93,7 +95,9 @@ TEST_F(TEuArchive, AFolderThatCannotBeMadeCostsOneLineAndTheRunGoesOnUntilAStop)
   WriteOutput("2005/11/09", "a file in the way");
   Clock.Now = At("2005-11-10 02:40");
   ExpectStopAt("0100-RGB-08-AIR-01-1237.jpg", [this] {
-    TEuArchiveJob(Context, {OutputPath(), true, 0, {"c2d", "M1", "M2"}}).Run();
+    RunPlanned([&](TJobContext& context) {
+      TEuArchiveJob(context, {OutputPath(), true, 0, {"c2d", "M1", "M2"}}).Run();
+    });
   });
   EXPECT_THAT(Server.Paths(), SizeIs(4)) << "two for each item";
   EXPECT_EQ(Lines()[2], "Cannot file into " + OutputPath() + "2005/11/09/: Not a directory");

@@ -34,7 +34,8 @@ class TEuData : public TJobTest {
   TEuData() : TJobTest("2004-03-03 00:10") {}
   void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }  // the form resets the rest
   void Expect(const std::vector<TFtpAsked>& files) {
-    Session(kEuDataServer, "user", "secret", files, [this] { TEuDataJob(Context, settings_).Run(); });
+    Session(kEuDataServer, "user", "secret", files,
+            [this](TJobContext& context) { TEuDataJob(context, settings_).Run(); });
   }
   TEuDataSettings settings_;
   const std::string kFirst = "/M7/FES_2004-02-29_2400_M7_", kSecond = "/M7/FES_2004-03-01_2400_M7_";

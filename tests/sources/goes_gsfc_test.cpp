@@ -11,7 +11,7 @@ class TGoes : public TJobTest {
  protected:
   void RunJob(const std::string& now) {
     Clock.Now = At(now);
-    TGoesJob(Context, settings_).Run();
+    RunPlanned([this](TJobContext& context) { TGoesJob(context, settings_).Run(); });
   }
   TGoesSettings settings_{OutputPath(), GoesProductItems(), 0, "", ""};
 };

@@ -75,7 +75,9 @@ TEST_F(TMetCharts, ChartsGoThroughTheProxyWhenTheirSizeChangesAndTheirDateIsGood
         {"Fri, 11 Nov 2005 12:00:01 GMT", 9, 1, ": dated in the future, 2005-11-11"}}) {
     Modified = modified;
     Serve(size);
-    TMetChartsJob(Context, {OutputPath(), {"Bracknell"}, "http://host/a.gif"}).Run();
+    RunPlanned([&](TJobContext& context) {
+      TMetChartsJob(context, {OutputPath(), {"Bracknell"}, "http://host/a.gif"}).Run();
+    });
     EXPECT_THAT(Asked(), AllOf(SizeIs(requests), Each("http://host/a.gif")));
     EXPECT_THAT(Lines(), AllOf(SizeIs(*outcome != 0),
                                Each(AllOf(StartsWith("http://host/a.gif - "), EndsWith(outcome)))));
@@ -92,7 +94,9 @@ TEST_F(TMetCharts, RadarPicturesCountFromMoreThan5000BytesUntilAStop) {
   WriteOutput(local + "0015.gif", Picture(5'001));
   Server.Answer(path + "0030.gif", Picture(5'000), {"Last-Modified: " + Modified});
   ExpectStopAt("0045.gif", [this] {
-    TMetChartsJob(Context, {OutputPath(), {MetChartItems()[8]}, ""}).Run();
+    RunPlanned([&](TJobContext& context) {
+      TMetChartsJob(context, {OutputPath(), {MetChartItems()[8]}, ""}).Run();
+    });
   });
   EXPECT_THAT(Server.Requests(), ElementsAre("HEAD " + path + "0000.gif", "GET " + path + "0000.gif",
                                              "HEAD " + path + "0030.gif", "HEAD " + path + "0045.gif",
@@ -100,7 +104,9 @@ TEST_F(TMetCharts, RadarPicturesCountFromMoreThan5000BytesUntilAStop) {
   EXPECT_THAT(Stored(), Contains(local + "0045.gif 20000 2005-11-10 00:45"));
   Serve(20'000);
   Clock.Now = At("2005-11-10 12:00");
-  TMetChartsJob(Context, {OutputPath(), {MetChartItems()[8]}, ""}).Run();
+  RunPlanned([&](TJobContext& context) {
+    TMetChartsJob(context, {OutputPath(), {MetChartItems()[8]}, ""}).Run();
+  });
   EXPECT_THAT(Asked().back(), EndsWith("1130.gif")) << "the pauses of the run made it due";
 }
 

@@ -25,7 +25,7 @@ class TMsfc : public TJobTest {
   void TearDown() override { EXPECT_EQ(Display.Panel(1), ""); }  // the form resets the rest
   void Expect(const std::vector<TFtpAsked>& files) {
     Session(kMsfcServer, "anonymous", "skyreel@quenmoor.example", files,
-            [this] { TMsfcJob(Context, settings_).Run(); });
+            [this](TJobContext& context) { TMsfcJob(context, settings_).Run(); });
   }
   static std::string Path(const std::string& time, const std::string& code = "ir1") {
     return "/Weather/METEOSAT-7/McIDAS_areas/" + code + "/5km/ME7-20030201" + time + "." + code + ".ara.Z";

@@ -6,7 +6,7 @@
 #include "net/https_client.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
-#include "sources/job_context.h"
+#include "sources/job_plan.h"
 #include "sources/source_table.h"
 #include "support/fakes.h"
 #include "support/helpers.h"
@@ -109,6 +109,17 @@ class TJobFixture {
 
   // --- Servers
 
+  using TJob = std::function<void(TJobContext& context)>;
+  /// Runs the job. Its plan must ask no server, change nothing on the disk, and name what the run asks for.
+  void RunPlanned(const TJob& job) {
+    const std::size_t before = Server.Requests().size();
+    Compare(job, [&] {
+      TWords asked = Server.Paths();
+      asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(before));
+      for (std::string& path : asked) path = path.starts_with("/") ? Server.Url(path) : path;
+      return asked;
+    });
+  }
   /// Answers every path with a picture of `size` bytes, and one that begins with `page_path` with `page`.
   /// Once a path that ends with `last` is asked for, a stop is requested.
   void Serve(std::size_t size, const std::string& page_path = "-", const std::string& page = "",
@@ -128,7 +139,7 @@ class TJobFixture {
   /// Runs the job against a server, the one of that setting, that expects one session in active mode in which
   /// exactly these files are asked for.
   void Session(const TServerSetting& setting, const std::string& user, const std::string& password,
-               const std::vector<TFtpAsked>& files, const std::function<void()>& job) {
+               const std::vector<TFtpAsked>& files, const TJob& job) {
     std::string steps = ">220 hi|USER " + user + ">331 pw|PASS " + password + ">230 in|TYPE I>200 ok|";
     TTexts contents;
     for (const TFtpAsked& file : files) {
@@ -140,7 +151,9 @@ class TJobFixture {
     }
     const TFtpServer server(false, steps + "QUIT>221 bye|close", contents);
     Context.Servers.Set(setting, ftp_address_ = server.Address());
-    job();
+    TWords asked;
+    for (const TFtpAsked& file : files) asked.push_back("ftp://" + ftp_address_ + file.Path);
+    Compare(job, [&] { return asked; });
     EXPECT_THAT(server.Lines(), testing::Contains("QUIT"));
   }
 
@@ -161,6 +174,44 @@ class TJobFixture {
   TJobContext Context;
 
  private:
+  TFetchPlan PlanOf(const TJob& job) const {
+    return PlanOfJob(
+        {Clock.Now, Context.Shared, Context.Servers, Context.ProgramFolder, Folder / "ledger.txt"}, job);
+  }
+  /// Files, folders and times below the test's folder.
+  TWords Disk() const {
+    TWords all;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(Folder.Path()))
+      all.push_back(entry.path().string() + FormatDateTime(" hhnnss", GetFileDateTime(entry.path())));
+    return all;
+  }
+  void Compare(const TJob& job, const std::function<TWords()>& asked_by_run) {
+    const TWords disk = Disk();
+    const std::size_t requests = Server.Requests().size();
+    const TFetchPlan before = PlanOf(job);
+    EXPECT_EQ(Disk(), disk);
+    EXPECT_EQ(Server.Requests().size(), requests);
+    job(Context);
+    EXPECT_THAT(Display.AllLines, testing::IsSupersetOf(before.Notes));
+    const TWords asked = asked_by_run();
+    const TFetchPlan after = PlanOf(job);  // a run takes time, and more becomes due
+    TWords wanted = before.Lists, known = after.Lists, done = asked;
+    constexpr auto kPresent = TFetchPlan::TState::Present;
+    for (const TFetchPlan::TFile& file : before.Files)
+      if (before.Lists.empty() && file.State != kPresent) wanted.push_back(file.Address);
+    for (const TFetchPlan::TFile& file : after.Files) {
+      known.push_back(file.Address);
+      if (file.State == kPresent) done.push_back(file.Address);  // of two forms of an image, one is enough
+    }
+    if (!Run.Stop) {
+      EXPECT_THAT(done, testing::IsSupersetOf(wanted));
+    }
+    // Only an order page tells the addresses behind it.
+    if (!after.Files.empty() || after.Lists.empty()) {
+      EXPECT_THAT(asked, testing::Each(testing::AnyOfArray(known)));
+    }
+  }
+
   std::size_t asked_ = 0;
   std::string ftp_address_ = "none";
 };

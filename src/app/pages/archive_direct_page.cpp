@@ -16,7 +16,6 @@ class TArchiveDirectPage : public TFormPage<Ui::TArchiveDirectPage> {
       AddItems(*combo, EuDataSlotItems());
     for (QComboBox* combo : {ui_.ComboBoxEuDAmet5interval, ui_.ComboBoxEuDAmet7interval})
       AddItems(*combo, EuDataIntervalItems());
-    connect(ui_.ButtonRunEuDA, &QPushButton::clicked, this, &TArchiveDirectPage::ButtonRunEuDAClick);
   }
 
   void SelectMissingItems() override {
@@ -26,27 +25,25 @@ class TArchiveDirectPage : public TFormPage<Ui::TArchiveDirectPage> {
   }
 
  private:
-  void ButtonRunEuDAClick() {
-    RunJob([this](TJobContext& context) {
-      TEuDataSettings settings;
-      settings.OutputPath = OutputPath();
-      settings.UserName = ui_.EditEuDAUsername->text().toStdString();
-      settings.Password = ui_.EditEuDAPassword->text().toStdString();
-      settings.Passive = ui_.CheckBoxEuDAPassive->isChecked();
-      settings.UseWinInet = context.WinInet != nullptr && ui_.CheckBoxEuDAUseWinInet->isChecked();
-      settings.Uncompress = ui_.CheckBoxEuDAuncompress->isChecked();
-      for (std::size_t i = 0; i < settings.Satellites.size(); ++i) {
-        settings.Satellites[i] =
-            ui_.CheckListBoxEuDASatellites->item(static_cast<int>(i))->checkState() == Qt::Checked;
-      }
-      settings.Channels = CheckedTexts(*ui_.CheckListBoxEuDAChannel);
-      settings.Formats = CheckedTexts(*ui_.CheckListBoxEuDAFormats);
-      settings.StartSlot = {ui_.ComboBoxEuDAmet5start->currentIndex(),
-                            ui_.ComboBoxEuDAmet7start->currentIndex()};
-      settings.Interval = {ui_.ComboBoxEuDAmet5interval->currentIndex(),
-                           ui_.ComboBoxEuDAmet7interval->currentIndex()};
-      TEuDataJob(context, settings).Run();
-    });
+  TJob MakeJob() const override {
+    TEuDataSettings settings;
+    settings.OutputPath = OutputPath();
+    settings.UserName = ui_.EditEuDAUsername->text().toStdString();
+    settings.Password = ui_.EditEuDAPassword->text().toStdString();
+    settings.Passive = ui_.CheckBoxEuDAPassive->isChecked();
+    settings.UseWinInet = context_.HasWinInet && ui_.CheckBoxEuDAUseWinInet->isChecked();
+    settings.Uncompress = ui_.CheckBoxEuDAuncompress->isChecked();
+    for (std::size_t i = 0; i < settings.Satellites.size(); ++i) {
+      settings.Satellites[i] =
+          ui_.CheckListBoxEuDASatellites->item(static_cast<int>(i))->checkState() == Qt::Checked;
+    }
+    settings.Channels = CheckedTexts(*ui_.CheckListBoxEuDAChannel);
+    settings.Formats = CheckedTexts(*ui_.CheckListBoxEuDAFormats);
+    settings.StartSlot = {ui_.ComboBoxEuDAmet5start->currentIndex(),
+                          ui_.ComboBoxEuDAmet7start->currentIndex()};
+    settings.Interval = {ui_.ComboBoxEuDAmet5interval->currentIndex(),
+                         ui_.ComboBoxEuDAmet7interval->currentIndex()};
+    return [settings](TJobContext& context) { TEuDataJob(context, settings).Run(); };
   }
 };
 

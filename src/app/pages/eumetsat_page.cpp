@@ -13,7 +13,6 @@ class TEumetsatPage : public TFormPage<Ui::TEumetsatPage> {
     SetItems(*ui_.CheckListBoxEuArProducts, EuArchiveProductItems());
     KeepChecked(*ui_.CheckListBoxEuArSectors, "WantedEuArSectors", "D1,D2,D3");
     KeepChecked(*ui_.CheckListBoxEuArProducts, "WantedEuArProducts", "");
-    connect(ui_.ButtonRunEuArchive, &QPushButton::clicked, this, &TEumetsatPage::ButtonRunEuArchiveClick);
   }
 
   void SelectMissingItems() override {
@@ -21,17 +20,15 @@ class TEumetsatPage : public TFormPage<Ui::TEumetsatPage> {
   }
 
  private:
-  void ButtonRunEuArchiveClick() {
-    RunJob([this](TJobContext& context) {
-      TEuArchiveSettings settings;
-      settings.OutputPath = OutputPath();
-      settings.NewNaming = ui_.CheckBoxEumetsatNewNaming->isChecked();
-      settings.MsgName = ui_.RadioGroupEumetsatMsgName->ItemIndex();
-      settings.Items = CheckedTexts(*ui_.CheckListBoxEuArSectors);
-      for (std::string& item : CheckedTexts(*ui_.CheckListBoxEuArProducts))
-        settings.Items.push_back(std::move(item));
-      TEuArchiveJob(context, settings).Run();
-    });
+  TJob MakeJob() const override {
+    TEuArchiveSettings settings;
+    settings.OutputPath = OutputPath();
+    settings.NewNaming = ui_.CheckBoxEumetsatNewNaming->isChecked();
+    settings.MsgName = ui_.RadioGroupEumetsatMsgName->ItemIndex();
+    settings.Items = CheckedTexts(*ui_.CheckListBoxEuArSectors);
+    for (std::string& item : CheckedTexts(*ui_.CheckListBoxEuArProducts))
+      settings.Items.push_back(std::move(item));
+    return [settings](TJobContext& context) { TEuArchiveJob(context, settings).Run(); };
   }
 };
 

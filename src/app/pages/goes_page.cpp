@@ -23,24 +23,21 @@ class TGoesPage : public TFormPage<Ui::TGoesPage> {
     AddItems(*ui_.ComboBoxGoesWsector, GoesSectorNames());
     KeepTime(*ui_.TimePickerGoesE, "GoesEslot", "17:32");
     KeepTime(*ui_.TimePickerGoesW, "GoesWslot", "17:30");
-    connect(ui_.ButtonRunGOES, &QPushButton::clicked, this, &TGoesPage::ButtonRunGOESClick);
   }
 
  private:
-  void ButtonRunGOESClick() {
-    RunJob([this](TJobContext& context) {
-      TGoesSettings settings;
-      settings.OutputPath = OutputPath();
-      settings.Sectors = CheckedTexts(*ui_.CheckListBoxGsfcSectors);
-      settings.Interval = ui_.RadioGroupGsfcInterval->ItemIndex();
-      settings.ESector = SectorOf(*ui_.ComboBoxGoesEsector);
-      settings.WSector = SectorOf(*ui_.ComboBoxGoesWsector);
-      settings.ETime = TimeOfDay(*ui_.TimePickerGoesE);
-      settings.WTime = TimeOfDay(*ui_.TimePickerGoesW);
-      settings.DateInFolder = ui_.CheckBoxGOESDateInFolder->isChecked();
-      settings.Lzw = ui_.CheckBoxGoesLzw->isChecked();
-      TGoesJob(context, settings).Run();
-    });
+  TJob MakeJob() const override {
+    TGoesSettings settings;
+    settings.OutputPath = OutputPath();
+    settings.Sectors = CheckedTexts(*ui_.CheckListBoxGsfcSectors);
+    settings.Interval = ui_.RadioGroupGsfcInterval->ItemIndex();
+    settings.ESector = SectorOf(*ui_.ComboBoxGoesEsector);
+    settings.WSector = SectorOf(*ui_.ComboBoxGoesWsector);
+    settings.ETime = TimeOfDay(*ui_.TimePickerGoesE);
+    settings.WTime = TimeOfDay(*ui_.TimePickerGoesW);
+    settings.DateInFolder = ui_.CheckBoxGOESDateInFolder->isChecked();
+    settings.Lzw = ui_.CheckBoxGoesLzw->isChecked();
+    return [settings](TJobContext& context) { TGoesJob(context, settings).Run(); };
   }
 };
 

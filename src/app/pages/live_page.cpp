@@ -8,6 +8,7 @@
 #include <QUrl>
 
 #include "app/add_source_dialog.h"
+#include "app/background.h"
 #include "app/live_sources.h"
 #include "app/plan_dialog.h"
 #include "app/program_folder.h"
@@ -33,6 +34,10 @@ constexpr const char* kFirstSource = "gov.noaa.star.goes-east-fd";
 constexpr std::int64_t kLargeRun = 1'000'000'000;
 constexpr std::int64_t kLargestDescription = 64'000;
 
+/// Links in the text about a source.
+constexpr const char* kAccept = "accept-terms";
+constexpr const char* kWithdraw = "withdraw-terms";
+
 QString Html(const std::string& text) {
   return QString::fromStdString(text).toHtmlEscaped();
 }
@@ -43,8 +48,7 @@ QString Link(const std::string& address, const std::string& text) {
 
 class TLivePage : public TFormPage<Ui::TLivePage> {
  public:
-  explicit TLivePage(const TPageContext& context)
-      : TFormPage(context), sources_(context.Store, context.SourceFolders, context.Journal) {
+  explicit TLivePage(const TPageContext& context) : TFormPage(context), sources_(context) {
     for (QSpinBox* spin : {ui_.SpinDays, ui_.SpinKeepDays}) KeepFromWheel(*spin);
     ui_.SplitterLive->setSizes({400, 600});
     // The page of the tab shows through, as on the other pages.
@@ -61,12 +65,16 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   void FetchFirstPicture() override { Start({kFirstSource}); }
 
- protected:
-  void paintEvent(QPaintEvent* event) override {
-    TSourcePage::paintEvent(event);
-    // The window shows itself before it reads the descriptions.
-    if (!std::exchange(painted_, true)) QTimer::singleShot(0, this, [this] { LoadOnce(); });
+  void CatalogueRead() override {
+    ui_.TreeSources->Fill(sources_.Catalogue(), sources_.Settings.Ticked);
+    ui_.TreeSources->Search(ui_.EditSearch->text());
+    if (!to_choose_.empty()) ui_.TreeSources->Choose(std::exchange(to_choose_, ""));
+    ShowHealth();
+    Watch();
   }
+
+ protected:
+  bool ShowsDescriptions() const override { return true; }
 
  private:
   void WireEvents() {
@@ -80,6 +88,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
             [this](int days) { KeepNumber(sources_.Settings.Days, days); });
     connect(ui_.SpinKeepDays, &QSpinBox::valueChanged, this,
             [this](int days) { KeepNumber(sources_.Settings.KeepDays, days); });
+    connect(ui_.LabelAbout, &QLabel::linkActivated, this, &TLivePage::LabelAboutLink);
     connect(ui_.ButtonRunLive, &QPushButton::clicked, this, &TLivePage::ButtonRunLiveClick);
     connect(ui_.ButtonOneSource, &QPushButton::clicked, this, [this] { Start({shown_}); });
     connect(ui_.ButtonPreview, &QPushButton::clicked, this, &TLivePage::ButtonPreviewClick);
@@ -88,7 +97,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     connect(ui_.ButtonRemoveSource, &QPushButton::clicked, this, &TLivePage::ButtonRemoveSourceClick);
     timer_reload_.setSingleShot(true);
     timer_reload_.setInterval(200);
-    connect(&timer_reload_, &QTimer::timeout, this, [this] { Load(); });
+    connect(&timer_reload_, &QTimer::timeout, this, [this] { context_.Catalogue.Read(); });
     connect(&watcher_, &QFileSystemWatcher::fileChanged, this, [this] { timer_reload_.start(); });
     connect(&watcher_, &QFileSystemWatcher::directoryChanged, this, [this] { timer_reload_.start(); });
     connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, ui_.EditSearch, [this] {
@@ -97,24 +106,24 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     });
   }
 
-  void LoadOnce() {
-    if (!std::exchange(loaded_, true)) Load();
-  }
-
-  void Load() {
-    sources_.Load();
-    ui_.TreeSources->Fill(sources_.Catalogue(), sources_.Settings.Ticked);
-    ui_.TreeSources->Search(ui_.EditSearch->text());
-    ShowHealth();
-    if (!watcher_.files().isEmpty()) watcher_.removePaths(watcher_.files());
+  /// Watches the user's files.
+  void Watch() {
+    QStringList paths;
     for (const std::filesystem::path& path : sources_.Watched())
-      if (!path.empty()) watcher_.addPath(QString::fromStdString(path.string()));
+      if (!path.empty()) paths += QString::fromStdString(path.string());
+    const QStringList known = watcher_.files() + watcher_.directories();
+    const std::set<QString> watched(known.begin(), known.end());
+    paths.removeIf([&](const QString& path) { return watched.contains(path); });
+    if (paths.isEmpty()) return;
+    const auto not_watched = watcher_.addPaths(paths);
+    // A new file may have changed after it was read.
+    if (!watched.empty() && not_watched.size() < paths.size()) timer_reload_.start();
   }
 
   void ShowHealth() {
-    ui_.TreeSources->ShowHealth([this](const std::string& id) {
-      const TDescription* const source = sources_.Find(id);
-      return source ? std::optional(sources_.Health(*source)) : std::nullopt;
+    if (!sources_.AreRead()) return;
+    InBackground(this, sources_.HealthWork(), [this, request = ++health_request_](const THealths& healths) {
+      if (request == health_request_) ui_.TreeSources->ShowHealth(healths);
     });
   }
 
@@ -124,12 +133,12 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     shown_ = id;
     const TCatalogueEntry* const entry = id.empty() ? nullptr : sources_.Catalogue().Find(id);
     const TDescription* const source = entry && entry->Description ? &*entry->Description : nullptr;
-    ui_.ButtonEditSource->setEnabled(entry && !entry->File.empty());
+    ui_.ButtonEditSource->setEnabled(entry);
     const bool users = entry && entry->OfUser;
     ui_.ButtonEditSource->setText(users ? "Edit cop&y" : "Edit a cop&y");
     ui_.ButtonRemoveSource->setEnabled(users);
-    ui_.LabelTitle->setText(entry ? QString::fromStdString(entry->Title.empty() ? id : entry->Title)
-                                  : "Choose a source on the left.");
+    const std::string& title = entry && !entry->Title.empty() ? entry->Title : id;
+    ui_.LabelTitle->setText(id.empty() ? "Choose a source on the left." : QString::fromStdString(title));
     for (QWidget* control :
          std::initializer_list<QWidget*>{ui_.LabelDays, ui_.SpinDays, ui_.LabelKeepDays, ui_.SpinKeepDays,
                                          ui_.ButtonPreview, ui_.ButtonOneSource})
@@ -152,16 +161,18 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     ui_.SpinKeepDays->setValue(wanted.KeepDays.value_or(0));
     ui_.SpinKeepDays->setSpecialValueText(
         source->Keep.Days ? QString("for ever (suggested: %1 days)").arg(*source->Keep.Days) : "for ever");
+    // Otherwise it keeps the width of the text before.
+    ui_.SpinKeepDays->updateGeometry();
   }
 
   /// What is wrong in the source's file; empty when all is well.
   QString ProblemsText(const std::string& id) const {
     if (id.empty()) return "";
-    const std::string& file = sources_.Catalogue().Find(id)->File;
-    if (file.empty()) return "No description has this id any more.";
+    const TCatalogueEntry* const entry = sources_.Catalogue().Find(id);
+    if (!entry) return "No description has this id any more.";
     QString text;
     for (const TProblem& problem : sources_.Catalogue().Problems)
-      if (problem.File == file) text += "<br>" + Html(problem.Message());
+      if (problem.File == entry->File) text += "<br>" + Html(problem.Message());
     return text.isEmpty() ? text : "Its description has errors:" + text;
   }
 
@@ -175,11 +186,39 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     if (!provider.isEmpty()) lines += "Provider: " + provider;
     lines += "Licence: " + Html(TermsText(source.Licence));
     if (!source.Licence.Credit.empty()) lines += "Credit: " + Html(source.Licence.Credit);
+    lines += WaysWithTermsLines(source);
     QString volume = Html(CadenceText(source.Time));
     if (const auto daily = DailyVolume(source, sources_.Settings.Wanted(source).Choices))
       volume += Html("; " + daily->DailyText());
     lines += "Pictures: " + volume;
     ui_.LabelAbout->setText(lines.join("<br>"));
+  }
+
+  /// The ways that have terms of their own, and whether they are used.
+  QStringList WaysWithTermsLines(const TDescription& source) const {
+    const TTermsAnswers& answers = sources_.Settings.Terms;
+    QString answer;
+    if (answers.Accepts(source.Id)) {
+      answer = QString(". Accepted; <a href=\"%1\">withdraw</a>").arg(kWithdraw);
+    } else if (answers.LetRun(source)) {
+      answer = QString(". Not used until you <a href=\"%1\">accept</a> this").arg(kAccept);
+    }
+    QStringList lines;
+    for (const TWay* way : WaysWithTerms(source)) {
+      lines += "Licence of " + Html(way->Title) + ": " + Html(TermsText(*way->Licence)) + answer;
+      if (!way->Licence->Credit.empty())
+        lines += "Credit of " + Html(way->Title) + ": " + Html(way->Licence->Credit);
+    }
+    return lines;
+  }
+
+  void LabelAboutLink(const QString& link) {
+    if (link != kAccept && link != kWithdraw) {
+      WithSignalsLetThrough([&] { QDesktopServices::openUrl(link); });
+      return;
+    }
+    sources_.Settings.Terms.Answer(shown_, link == kAccept);
+    ShowAbout();
   }
 
   /// Adds a control for a variable. Returns it.
@@ -249,11 +288,8 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   void ButtonPreviewClick() {
     const TDescription& source = *sources_.Find(shown_);
-    auto* dialog =
-        new TPlanDialog(this, QString::fromStdString(source.Title),
-                        [preview = PreviewOf(sources_.Settings.Wanted(source),
-                                             sources_.Plan(source, OutputPath(), context_.UtcNow()),
-                                             OutputPath())] { return preview; });
+    auto* dialog = new TPlanDialog(this, QString::fromStdString(source.Title),
+                                   sources_.PreviewWork(source, OutputPath(), context_.UtcNow()));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->open();
   }
@@ -271,80 +307,92 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
       return Fire(
           OnMessage, Source().Caption,
           "No source is ticked. Tick those that Run shall fetch, or fetch one by \"Run this source\".");
-    LoadOnce();
-    if (const auto sources = sources_.NotAccepted(ids); !sources.empty()) {
-      std::string text = "These sources have terms of use:\n";
-      for (const TDescription* source : sources)
-        text += "\n" + source->Title + ": " + TermsText(source->Licence) + ".\n";
-      return Ask(text + "\nDo you accept them?", [this, ids] {
-        for (const TDescription* source : sources_.NotAccepted(ids))
-          sources_.Settings.Accepted.insert(source->Id);
-        StartAccepted(ids);
-      });
-    }
-    StartAccepted(ids);
+    context_.Catalogue.WhenRead([this, ids] { Estimate(ids); });
   }
 
-  void StartAccepted(const std::vector<std::string>& ids) {
-    const TVolume volume = sources_.Volume(ids, OutputPath(), context_.UtcNow());
-    if (volume.Bytes <= kLargeRun) return Run(ids);
-    Ask("This run may fetch " + volume.Text() + ". Go on?", [this, ids] { Run(ids); });
+  /// Finds out how much the run may fetch, and then asks what must be asked. A newer press counts instead.
+  void Estimate(const std::vector<std::string>& ids) {
+    const auto work = sources_.VolumeWork(ids, OutputPath(), context_.UtcNow());
+    setCursor(Qt::BusyCursor);
+    InBackground(this, work, [this, ids, request = ++run_request_](const TVolume& volume) {
+      if (request != run_request_) return;
+      unsetCursor();
+      const std::string large = volume.Bytes > kLargeRun ? "This run may fetch " + volume.Text() + "." : "";
+      // Queued: a run would keep this call open until its end.
+      QMetaObject::invokeMethod(
+          this, [this, ids, large] { AskAndRun(ids, large); }, Qt::QueuedConnection);
+    });
   }
 
-  void Ask(const std::string& question, const std::function<void()>& yes) {
-    Fire(OnAsk, Source().Caption, question, [this, yes] {
-      // Another job may have begun meanwhile, and a run would stop it.
-      if (!IsBusy()) yes();
+  void AskAndRun(const std::vector<std::string>& ids, const std::string& large) {
+    // A job that has begun meanwhile would be stopped.
+    if (IsBusy()) return;
+    AskAboutTerms(*this, sources_.Wanted(ids), sources_.Settings.Terms, large, [this, ids] {
+      if (sources_.Find(shown_)) ShowAbout();
+      Run(ids);
     });
   }
 
   void Run(const std::vector<std::string>& ids) {
     RunJob([this, ids](TJobContext& context) {
-      LoadOnce();
       sources_.Run(context, ids, OutputPath());
       if (ids.empty()) {
         context.Record.End = TRunEnd::NotStarted;
         context.Record.Reason = "no source is ticked";
       }
     });
-    if (loaded_) ShowHealth();
+    ShowHealth();
   }
 
   // --- The user's own descriptions
 
+  using TChecked = TAddSourceDialog::TChecked;
+
   /// Reads and checks a description for the dialog.
-  TAddSourceDialog::TChecked Check(const std::string& place) {
-    TReadDescription read;
+  void Check(const std::string& place, std::function<void(const TChecked& checked)> done) {
+    std::function<std::string()> read = [place] {
+      return ReadWholeFile(FromHome(place, QDir::homePath().toStdString()), kLargestDescription);
+    };
     if (StartsWithText(place, "https://")) {
-      if (IsBusy()) return {"A job is running. Check again after it."};
-      std::string why = "not fetched";
-      RunJob([&](TJobContext& context) { why = FetchDescription(context, place); });
-      if (!why.empty()) return {place + ": " + why};
-    } else {
-      try {
-        added_text_ = ReadWholeFile(FromHome(place, QDir::homePath().toStdString()), kLargestDescription);
-      } catch (const std::exception& error) {
-        return {place + ": " + ReasonOf(error)};
-      }
+      if (IsBusy()) return done({"A job is running. Check again after it.", "", ""});
+      std::string why = "not fetched", text;
+      RunJob([&](TJobContext& context) { why = FetchDescription(context, place, text); });
+      if (!why.empty()) return done({place + ": " + why, "", ""});
+      read = [text] { return text; };
     }
-    read = ReadDescription(added_text_, place);
+    InBackground(
+        this,
+        [read, place, output = OutputPath(), now = context_.UtcNow(),
+         catalogue = context_.Catalogue.Current()]() -> TChecked {
+          try {
+            return CheckText(read(), place, output, now, catalogue);
+          } catch (const std::exception& error) {
+            return {place + ": " + ReasonOf(error), "", ""};
+          }
+        },
+        std::move(done));
+  }
+
+  static TChecked CheckText(const std::string& text, const std::string& place, const std::string& output,
+                            TDateTime now, const TSharedCatalogue::TPtr& catalogue) {
+    const TReadDescription read = ReadDescription(text, place);
     std::string shown;
     for (const TProblem& problem : read.Problems) shown += problem.Message() + "\n";
-    if (!read.Description) return {shown};
-    added_id_ = read.Id;
-    const TDateTime now = context_.UtcNow();
+    if (!read.Description) return {shown, "", ""};
     shown = "It asks these hosts:";
     for (const std::string& host : HostsOf(*read.Description, now)) shown += " " + host;
-    shown += "\nIts files go below: " + OutputPath();
+    shown += "\nIts files go below: " + output;
     shown += "\nIts terms: " + TermsText(read.Description->Licence);
-    if (const TCatalogueEntry* known = sources_.Catalogue().Find(read.Id); known && !known->File.empty())
+    for (const TWay* way : WaysWithTerms(*read.Description))
+      shown += "\nThe terms of " + way->Title + ": " + TermsText(*way->Licence);
+    if (const TCatalogueEntry* known = catalogue ? catalogue->Find(read.Id) : nullptr)
       shown += "\nIt replaces the source \"" + known->Title + "\", which has the same id.";
     shown += "\n\n" + CheckSourceText(*read.Description, now);
-    return {shown, true};
+    return {shown, read.Id, text};
   }
 
   /// Returns why there is no text; empty when there is one.
-  std::string FetchDescription(TJobContext& context, const std::string& address) {
+  static std::string FetchDescription(TJobContext& context, const std::string& address, std::string& text) {
     std::string why = "stopped";
     TFetchQueue queue(context);
     TFetchRequest request;
@@ -352,7 +400,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     request.Limit = kLargestDescription;
     request.Tries = 1;
     request.Done = [&](const TFetchAnswer& answer) {
-      added_text_ = answer.Text;
+      text = answer.Text;
       why = answer.End != TFetchEnd::Answered ? answer.Reason
             : answer.Code == 200              ? ""
                                               : "the server answered " + std::to_string(answer.Code);
@@ -364,36 +412,57 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   }
 
   void ButtonAddSourceClick() {
-    LoadOnce();
     auto* dialog = new TAddSourceDialog(this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->OnCheck = [this](const std::string& place) { return Check(place); };
-    dialog->OnKeep = [this] {
-      if (KeepOwn(added_id_, added_text_).empty()) return;
-      ui_.EditSearch->clear();
-      Load();
-      ui_.TreeSources->Choose(added_id_);
+    dialog->OnCheck = [this](const std::string& place, std::function<void(const TChecked&)> done) {
+      Check(place, std::move(done));
+    };
+    dialog->OnKeep = [this](const TChecked& checked) {
+      context_.Catalogue.WhenRead([this, checked] {
+        KeepOwn(
+            checked.Id, [text = checked.Text] { return text; },
+            [this, id = checked.Id](const std::filesystem::path&) {
+              ui_.EditSearch->clear();
+              to_choose_ = id;
+            });
+      });
     };
     dialog->open();
   }
 
-  /// Stores a description; returns its file, or tells the user why that failed.
-  std::filesystem::path KeepOwn(const std::string& id, const std::string& text) {
-    try {
-      return sources_.Keep(id, text);
-    } catch (const std::exception& error) {
-      Fire(OnMessage, Source().Caption, "The description cannot be stored: " + ReasonOf(error));
-      return {};
-    }
+  /// Stores a description, reads all anew, and calls `then` with its file; or tells the user why that failed.
+  void KeepOwn(const std::string& id, std::function<std::string()> text,
+               std::function<void(const std::filesystem::path& file)> then) {
+    const std::filesystem::path file = sources_.FileToKeep(id);
+    InBackground(
+        this,
+        [file, text = std::move(text)]() -> std::string {
+          try {
+            ForceDirectories(file.parent_path());
+            WriteFileWhole(file, text());
+            return "";
+          } catch (const std::exception& error) {
+            return ReasonOf(error);
+          }
+        },
+        [this, file, then = std::move(then)](const std::string& why) {
+          if (!why.empty())
+            return Fire(OnMessage, Source().Caption, "The description cannot be stored: " + why);
+          then(file);
+          context_.Catalogue.Read();
+        });
   }
 
   void ButtonEditSourceClick() {
-    std::filesystem::path file = sources_.UsersFile(shown_);
-    if (file.empty()) {
-      file = KeepOwn(shown_, sources_.TextOf(shown_));
-      if (file.empty()) return;
-      Load();
-    }
+    const std::filesystem::path file = sources_.UsersFile(shown_);
+    if (!file.empty()) return OpenInEditor(file);
+    const std::string name = sources_.Catalogue().Find(shown_)->File;
+    KeepOwn(
+        shown_, [name] { return DescriptionText(name); },
+        [this](const std::filesystem::path& copy) { OpenInEditor(copy); });
+  }
+
+  void OpenInEditor(const std::filesystem::path& file) {
     bool opened = false;
     const QUrl url = QUrl::fromLocalFile(QString::fromStdString(file.string()));
     WithSignalsLetThrough([&] { opened = QDesktopServices::openUrl(url); });
@@ -403,21 +472,28 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   void ButtonRemoveSourceClick() {
     const std::filesystem::path file = sources_.UsersFile(shown_);
-    Fire(OnAsk, Source().Caption, "Delete the description " + file.string() + "? The pictures stay.",
-         [this, file] {
-           std::error_code error;
-           if (!std::filesystem::remove(file, error) && error)
-             Fire(OnMessage, Source().Caption, "It cannot be deleted: " + error.message());
-           Load();
-         });
+    const auto remove = [file] {
+      std::error_code error;
+      std::filesystem::remove(file, error);
+      return error;
+    };
+    Fire(
+        OnAsk, Source().Caption, "Delete the description " + file.string() + "? The pictures stay.",
+        [this, remove] {
+          InBackground(this, remove, [this](const std::error_code& error) {
+            if (error) Fire(OnMessage, Source().Caption, "It cannot be deleted: " + error.message());
+            context_.Catalogue.Read();
+          });
+        },
+        nullptr);
   }
 
   TLiveSources sources_;
   QFileSystemWatcher watcher_;
-  QTimer timer_reload_;                ///< an editor changes a file in several steps
-  std::string added_id_, added_text_;  ///< of the description that was checked last
-  std::string shown_;                  ///< id; empty: none
-  bool painted_ = false, loaded_ = false;
+  QTimer timer_reload_;                       ///< an editor changes a file in several steps
+  std::string shown_;                         ///< id; empty: none
+  std::string to_choose_;                     ///< the id of a new source
+  int health_request_ = 0, run_request_ = 0;  ///< an answer to an older one is dropped
 };
 
 }  // namespace

@@ -11,21 +11,18 @@ class TMsfcPage : public TFormPage<Ui::TMsfcPage> {
   explicit TMsfcPage(const TPageContext& context) : TFormPage(context) {
     SetItems(*ui_.CheckListBoxMSFCchannel, MsfcChannelItems());
     SetItems(*ui_.CheckListBoxMSFCslot, MsfcSlotItems());
-    connect(ui_.ButtonRunMSFC, &QPushButton::clicked, this, &TMsfcPage::ButtonRunMSFCClick);
   }
 
  private:
-  void ButtonRunMSFCClick() {
-    RunJob([this](TJobContext& context) {
-      TMsfcSettings settings;
-      settings.OutputPath = OutputPath();
-      settings.Passive = ui_.CheckBoxMSFCpassive->isChecked();
-      settings.UseWinInet = context.WinInet != nullptr && ui_.CheckBoxMSFCUseWinInet->isChecked();
-      settings.Uncompress = ui_.CheckBoxMSFCuncompress->isChecked();
-      settings.Channels = CheckedTexts(*ui_.CheckListBoxMSFCchannel);
-      settings.Slots = CheckedTexts(*ui_.CheckListBoxMSFCslot);
-      TMsfcJob(context, settings).Run();
-    });
+  TJob MakeJob() const override {
+    TMsfcSettings settings;
+    settings.OutputPath = OutputPath();
+    settings.Passive = ui_.CheckBoxMSFCpassive->isChecked();
+    settings.UseWinInet = context_.HasWinInet && ui_.CheckBoxMSFCUseWinInet->isChecked();
+    settings.Uncompress = ui_.CheckBoxMSFCuncompress->isChecked();
+    settings.Channels = CheckedTexts(*ui_.CheckListBoxMSFCchannel);
+    settings.Slots = CheckedTexts(*ui_.CheckListBoxMSFCslot);
+    return [settings](TJobContext& context) { TMsfcJob(context, settings).Run(); };
   }
 };
 

@@ -12,7 +12,6 @@ class TPdusSourcePage : public TFormPage<Ui::TPdusPage> {
     ui_.ButtonAnalysePDUS->hide();
     const auto lists = Lists();
     for (std::size_t i = 0; i < lists.size(); ++i) SetItems(*lists[i], PdusPages().at(i).Items);
-    connect(ui_.ButtonRunDundeePdus, &QPushButton::clicked, this, &TPdusSourcePage::ButtonRunDundeePdusClick);
     connect(ui_.ButtonAnalysePDUS, &QPushButton::clicked, this, &TPdusSourcePage::ButtonAnalysePDUSClick);
   }
 
@@ -23,17 +22,15 @@ class TPdusSourcePage : public TFormPage<Ui::TPdusPage> {
             ui_.CheckListBoxPdusGoesE,  ui_.CheckListBoxPdusGoesW,      ui_.CheckListBoxPdusIODC};
   }
 
-  void ButtonRunDundeePdusClick() {
-    RunJob([this](TJobContext& context) {
-      TPdusSettings settings;
-      settings.OutputPath = OutputPath();
-      settings.UserName = ui_.EditDundeePdusUsername->text().toStdString();
-      settings.Password = ui_.EditDundeePdusPassword->text().toStdString();
-      for (const TCheckListBox* list : Lists()) {
-        for (std::string& item : CheckedTexts(*list)) settings.Wanted.push_back(std::move(item));
-      }
-      TPdusJob(context, settings).Run();
-    });
+  TJob MakeJob() const override {
+    TPdusSettings settings;
+    settings.OutputPath = OutputPath();
+    settings.UserName = ui_.EditDundeePdusUsername->text().toStdString();
+    settings.Password = ui_.EditDundeePdusPassword->text().toStdString();
+    for (const TCheckListBox* list : Lists()) {
+      for (std::string& item : CheckedTexts(*list)) settings.Wanted.push_back(std::move(item));
+    }
+    return [settings](TJobContext& context) { TPdusJob(context, settings).Run(); };
   }
 
   void ButtonAnalysePDUSClick() {

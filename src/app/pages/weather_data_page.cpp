@@ -10,18 +10,15 @@ class TWeatherDataPage : public TFormPage<Ui::TWeatherDataPage> {
  public:
   explicit TWeatherDataPage(const TPageContext& context) : TFormPage(context) {
     SetItems(*ui_.CheckListBoxMSLPsources, MetChartItems());
-    connect(ui_.ButtonRunBracknell, &QPushButton::clicked, this, &TWeatherDataPage::ButtonRunBracknellClick);
   }
 
  private:
-  void ButtonRunBracknellClick() {
-    RunJob([this](TJobContext& context) {
-      TMetChartsSettings settings;
-      settings.OutputPath = OutputPath();
-      settings.Sources = CheckedTexts(*ui_.CheckListBoxMSLPsources);
-      settings.BracknellUrl = ui_.EditBracknellURL->text().toStdString();
-      TMetChartsJob(context, settings).Run();
-    });
+  TJob MakeJob() const override {
+    TMetChartsSettings settings;
+    settings.OutputPath = OutputPath();
+    settings.Sources = CheckedTexts(*ui_.CheckListBoxMSLPsources);
+    settings.BracknellUrl = ui_.EditBracknellURL->text().toStdString();
+    return [settings](TJobContext& context) { TMetChartsJob(context, settings).Run(); };
   }
 };
 
