@@ -17,10 +17,10 @@
 
 #include "app/background.h"
 #include "app/signal_watcher.h"
-#include "base/clock.h"
+#include "app/worker_journal.h"
 #include "base/event.h"
-#include "catalogue/combinations.h"
 #include "settings/persisted_controls.h"
+#include "transfer/transfer_ledger.h"
 
 namespace skyreel {
 
@@ -50,32 +50,19 @@ class TLegendSign : public QWidget {
 };
 
 void FillCombo(QComboBox& combo, const std::vector<std::string>& texts, int current) {
+  QStringList items, before;
+  for (const std::string& text : texts) items += QString::fromStdString(text);
+  for (int i = 0; i < combo.count(); ++i) before += combo.itemText(i);
   const QSignalBlocker no_choice(&combo);
-  combo.clear();
-  for (const std::string& text : texts) combo.addItem(QString::fromStdString(text));
+  if (items != before) {
+    // Otherwise an open list would close.
+    combo.clear();
+    combo.addItems(items);
+  }
   combo.setCurrentIndex(current);
 }
 
 }  // namespace
-
-TCoverageSource CoverageOf(std::shared_ptr<const TDescription> source, TChoices choices, fs::path output,
-                           std::optional<int> keep_days) {
-  std::vector<TCombination> combinations;
-  ForEachCombination(ChosenRows(*source, choices), [&](const TCombination& combination) {
-    combinations.push_back(combination);
-    return true;
-  });
-  std::vector<std::string> products;
-  for (const TCombination& combination : combinations) products.push_back(LabelOf(*source, combination));
-  const auto expect = [source, combinations, products, keep_days](const std::string& product, TDateTime now,
-                                                                  int days) {
-    const auto found = std::ranges::find(products, product);
-    if (found == products.end()) return TExpectation();
-    return ExpectationOf(*source, combinations[static_cast<std::size_t>(found - products.begin())], now, days,
-                         keep_days);
-  };
-  return {source->Id, source->Title, std::move(output), [products] { return products; }, expect, source};
-}
 
 TCoverageView::TCoverageView(TCoverageEnvironment environment, QWidget* parent)
     : QWidget(parent), environment_(std::move(environment)) {
@@ -168,13 +155,17 @@ void TCoverageView::WireEvents() {
   table_->OnSelect = [this] { ShowChoice(); };
   table_->OnScroll = [this] { CheckNextDay(); };
   table_->OnShow = [this](const TCoverageCell& cell) {
-    const TChosenSlots slot = Chosen({cell}, kThere);
-    if (!slot.Slots.empty()) Fire(OnShowPicture, slot);
+    for (const TJournalEntry& picture : Chosen({cell}, kThere)) Fire(OnShowPicture, picture);
   };
 }
 
 void TCoverageView::showEvent(QShowEvent* event) {
   QWidget::showEvent(event);
+  SourcesChanged();
+}
+
+void TCoverageView::SourcesChanged() {
+  if (!isVisible()) return;
   FillSources();
   Reload();
 }
@@ -226,15 +217,16 @@ TCoverageView::TLoaded TCoverageView::Load(const TCoverageSource& source,
     loaded.Product = loaded.Products.empty() ? "" : loaded.Products.front();
   TCoverageRequest request{.Now = now, .Days = days, .Output = source.Output};
   request.Expected = source.Expect(loaded.Product, now, days);
-  const TSystemClock clock({});
-  TJournal journal(environment.JournalFile, clock);
+  TWorkerJournal worker(environment.JournalFile);
+  TJournal& journal = worker.Journal;
   journal.SetOnProblem([&](const std::string& text) { loaded.Problem = text; });
   if (journal.FileExists()) {
     request.Tries =
         journal.LastTries(source.Id, loaded.Product, now.Midnight() - std::chrono::days(days - 1));
   }
   journal.SetOnProblem({});
-  if (environment.Noted) request.Noted = environment.Noted();
+  for (const fs::path& path : TTransferLedger::ToRead(environment.LedgerFile).Noted())
+    request.Noted.insert(path.string());
   loaded.Coverage = MakeCoverage(std::move(request));
   return loaded;
 }
@@ -286,6 +278,11 @@ void TCoverageView::FileDone(const std::string& source, const std::string& produ
   CheckNextDay();
 }
 
+void TCoverageView::RunChanged() {
+  Reload();
+  ShowChoice();
+}
+
 void TCoverageView::ShowCounts() {
   const std::array<int, kCellStates> counts = model_.Coverage().Counts();
   for (std::size_t i = 0; i < kCellStates; ++i) {
@@ -301,7 +298,9 @@ void TCoverageView::ShowChoice() {
     return sum;
   };
   const int all = std::accumulate(counts.begin(), counts.end(), 0);
-  fetch_->setEnabled(OnFetch && chosen(kToFetch) > 0);
+  const std::string why_not = WhyNotFetch(chosen(kToFetch));
+  fetch_->setEnabled(why_not.empty());
+  fetch_->setToolTip(why_not.empty() ? fetch_->text() : QString::fromStdString("Not now: " + why_not));
   play_->setEnabled(OnPlay && chosen(kThere) > 0);
   folder_->setEnabled(Source() != nullptr);
   copy_->setEnabled(all > 0);
@@ -319,12 +318,24 @@ void TCoverageView::ShowChoice() {
   line_->setText(text);
 }
 
-TChosenSlots TCoverageView::Chosen(const std::vector<TCoverageCell>& cells, const TStates& states) const {
-  TChosenSlots chosen{.Source = Source() ? Source()->Id : "", .Product = product_, .Slots = {}};
+std::string TCoverageView::WhyNotFetch(int files) const {
+  if (!OnFetch || files == 0) return "no chosen slot lacks a file that is due";
+  if (!environment_.WhyNotFetch) return "";
+  // The slots of one product differ in nothing that matters here.
+  return environment_.WhyNotFetch(Chosen(table_->ChosenCells(), kToFetch).front());
+}
+
+std::vector<TJournalEntry> TCoverageView::Chosen(const std::vector<TCoverageCell>& cells,
+                                                 const TStates& states) const {
+  std::vector<TJournalEntry> chosen;
   for (const TCoverageCell& cell : cells) {
     if (std::ranges::find(states, cell.State) == states.end()) continue;
-    chosen.Slots.push_back(
-        {cell.Slot, cell.Path.empty() ? fs::path() : model_.Coverage().Output / cell.Path, cell.State});
+    TJournalEntry& entry = chosen.emplace_back();
+    entry.Source = Source()->Id;
+    entry.Product = product_;
+    entry.SlotTime = cell.Slot;
+    entry.Address = cell.Address;
+    if (!cell.Path.empty()) entry.Path = model_.Coverage().Output / cell.Path;
   }
   return chosen;
 }

@@ -8,9 +8,9 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
+#include "app/coverage_source.h"
 #include "app/coverage_table.h"
 
 class QComboBox;
@@ -18,40 +18,13 @@ class QLabel;
 
 namespace skyreel {
 
-/// A source whose coverage can be shown. Its functions run on a worker thread, must not throw, and refer to
-/// nothing that may go meanwhile.
-struct TCoverageSource {
-  std::string Id;  ///< as the journal names it
-  std::string Title;
-  std::filesystem::path Output;
-  std::function<std::vector<std::string>()> Products;  ///< as the journal names them
-  std::function<TExpectation(const std::string& product, TDateTime now, int days)> Expect;
-  std::shared_ptr<const TDescription> Description;  ///< null for a built-in source
-};
-
-/// The coverage of a described source. `keep_days` as in TWantedSource.
-TCoverageSource CoverageOf(std::shared_ptr<const TDescription> source, TChoices choices,
-                           std::filesystem::path output, std::optional<int> keep_days);
-
 /// What the view needs from outside.
 struct TCoverageEnvironment {
-  std::filesystem::path JournalFile;
+  std::filesystem::path JournalFile, LedgerFile;
   std::function<TDateTime()> UtcNow;
   std::function<std::vector<TCoverageSource>()> Sources;
-  /// Absolute paths that the transfer ledger holds; called on a worker thread. May be empty.
-  std::function<std::unordered_set<std::string>()> Noted = {};
-};
-
-/// Slots of one product.
-struct TChosenSlots {
-  struct TSlot {
-    TDateTime Time;
-    std::filesystem::path Path;  ///< absolute; empty when it is not known
-    TCellState State;
-  };
-  std::string Source;
-  std::string Product;
-  std::vector<TSlot> Slots;  ///< oldest first; at least one
+  /// Why a file cannot be fetched now; empty when it can.
+  std::function<std::string(const TJournalEntry& file)> WhyNotFetch = {};
 };
 
 /// Shows which slots of a product are there: a table of days and slots, a legend with counts, and what can be
@@ -61,14 +34,21 @@ class TCoverageView : public QWidget {
  public:
   explicit TCoverageView(TCoverageEnvironment environment, QWidget* parent = nullptr);
 
+  /// The environment has other sources.
+  void SourcesChanged();
   /// Reads disk and journal anew.
   void Reload();
   /// A run has ended with this slot.
   void FileDone(const std::string& source, const std::string& product, const TSlotOutcome& tried);
 
-  std::function<void(const TChosenSlots& chosen)> OnShowPicture;  ///< exactly one, whose file is there
-  std::function<void(const TChosenSlots& chosen)> OnFetch;        ///< their files are not there, or cut
-  std::function<void(const TChosenSlots& chosen)> OnPlay;         ///< their files are there
+  /// A run has begun or ended.
+  void RunChanged();
+
+  // These get chosen slots, oldest first, as the journal names them. The paths are absolute.
+
+  std::function<void(const TJournalEntry& picture)> OnShowPicture;         ///< whose file is there
+  std::function<void(const std::vector<TJournalEntry>& files)> OnFetch;    ///< they are missing, or cut
+  std::function<void(const std::vector<TJournalEntry>& pictures)> OnPlay;  ///< their files are there
 
  protected:
   void showEvent(QShowEvent* event) override;
@@ -95,9 +75,12 @@ class TCoverageView : public QWidget {
   void CheckNextDay();
   void ShowCounts();
   void ShowChoice();
+  /// Why so many of the chosen files cannot be fetched.
+  std::string WhyNotFetch(int files) const;
 
   /// Those of the cells that have one of these states.
-  TChosenSlots Chosen(const std::vector<TCoverageCell>& cells, const std::vector<TCellState>& states) const;
+  std::vector<TJournalEntry> Chosen(const std::vector<TCoverageCell>& cells,
+                                    const std::vector<TCellState>& states) const;
   void FetchThese();
   void PlayThese();
   void ShowInFolder();

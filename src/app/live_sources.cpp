@@ -67,6 +67,22 @@ std::function<TVolume()> TLiveSources::VolumeWork(const std::vector<std::string>
   };
 }
 
+std::vector<TCoverageSource> TLiveSources::CoverageSources(const std::filesystem::path& output) const {
+  std::vector<TCoverageSource> sources;
+  const TSharedCatalogue::TPtr& catalogue = environment_.Catalogue.Current();
+  if (!catalogue) return sources;
+  for (const TCatalogueEntry& entry : catalogue->Entries) {
+    if (!entry.Description || entry.Description->Page) continue;
+    const TWantedSource wanted = Settings.Wanted(*entry.Description);
+    auto source = CoverageOf({catalogue, &*entry.Description}, wanted.Choices, output, wanted.KeepDays);
+    sources.push_back(std::move(source));
+  }
+  // What the user runs comes first.
+  std::ranges::stable_partition(
+      sources, [this](const TCoverageSource& source) { return Settings.Ticked.contains(source.Id); });
+  return sources;
+}
+
 std::filesystem::path TLiveSources::UsersFile(const std::string& id) const {
   const TCatalogueEntry* const entry = Catalogue().Find(id);
   return entry && entry->OfUser ? entry->File : "";

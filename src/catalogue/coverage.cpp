@@ -128,6 +128,7 @@ class TCoverageMaker {
   void Fill(TCoverageCell& cell, TExpectedFile& file) {
     cell.Slot = file.Slot;
     cell.Path = std::move(file.Path);
+    cell.Address = std::move(file.Address);
     const auto found = std::ranges::lower_bound(request_.Tries, file.Slot, {}, &TSlotOutcome::SlotTime);
     const TSlotOutcome* const tried =
         found != request_.Tries.end() && found->SlotTime == file.Slot ? &*found : nullptr;

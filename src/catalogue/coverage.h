@@ -32,6 +32,7 @@ struct TExpectedFile {
   TDateTime Slot;
   std::string Path;  ///< below the output folder, or absolute
   TCellState WithoutFile = TCellState::Missing;
+  std::string Address = {};  ///< of a built-in source: where the file comes from
 };
 
 /// What is expected of one product of a source.
@@ -50,10 +51,11 @@ TExpectation ExpectationOf(const TDescription& source, const TCombination& combi
 struct TCoverageCell {
   TDateTime Slot;  ///< zero: the day has no such slot
   TCellState State = TCellState::NotOffered;
-  std::string Path;        ///< below the output folder, or absolute; may be empty
-  std::string Reason;      ///< why there is no whole file
-  std::int64_t Size = -1;  ///< in bytes; negative: not known yet
-  bool Noted = false;      ///< the transfer ledger holds it
+  std::string Path;          ///< below the output folder, or absolute; may be empty
+  std::string Address = {};  ///< see TExpectedFile
+  std::string Reason;        ///< why there is no whole file
+  std::int64_t Size = -1;    ///< in bytes; negative: not known yet
+  bool Noted = false;        ///< the transfer ledger holds it
 };
 
 struct TCoverageDay {

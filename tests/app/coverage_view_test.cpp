@@ -21,9 +21,11 @@ class CoverageView : public Test {
  protected:
   CoverageView() {
     for (const char* file : {"2600", "2604", "2516"}) Folder.Write(file, "x");
-    View.OnShowPicture = [this](const TChosenSlots& chosen) { Told.push_back("show" + Text(chosen)); };
-    View.OnFetch = [this](const TChosenSlots& chosen) { Told.push_back("fetch" + Text(chosen)); };
-    View.OnPlay = [this](const TChosenSlots& chosen) { Told.push_back("play" + Text(chosen)); };
+    View.OnShowPicture = [this](const TJournalEntry& picture) { Told.push_back("show" + Text({picture})); };
+    View.OnFetch = [this](const std::vector<TJournalEntry>& chosen) {
+      Told.push_back("fetch" + Text(chosen));
+    };
+    View.OnPlay = [this](const std::vector<TJournalEntry>& chosen) { Told.push_back("play" + Text(chosen)); };
     View.resize(900, 400);
     View.show();
     Wait();
@@ -35,10 +37,10 @@ class CoverageView : public Test {
   TCoverageModel& Model() const { return static_cast<TCoverageModel&>(*Table().model()); }
   TCoverageTable& Table() const { return *View.findChild<TCoverageTable*>(); }
   void Press(const char* action) const { View.findChild<QAction*>(action)->trigger(); }
-  static std::string Text(const TChosenSlots& chosen) {
+  static std::string Text(const std::vector<TJournalEntry>& chosen) {
     std::string text;
-    for (const auto& slot : chosen.Slots) text += " " + slot.Path.filename().string();
-    return text + " of " + chosen.Source + " " + chosen.Product;
+    for (const TJournalEntry& each : chosen) text += " " + each.Path.filename().string();
+    return text + " of " + chosen.front().Source + " " + chosen.front().Product;
   }
   std::vector<TCoverageSource> Sources() const {
     const auto expect = [](const std::string& product, TDateTime now, int days) {
@@ -56,9 +58,9 @@ class CoverageView : public Test {
   TTempFolder Folder;
   std::vector<std::string> Told;
   TCoverageView View{{.JournalFile = Folder / "Journal.sqlite",
+                      .LedgerFile = Folder.Write("Ledger", "- " + (Folder / "2604").string() + "\n"),
                       .UtcNow = [] { return kNow; },
-                      .Sources = [this] { return Sources(); },
-                      .Noted = [this] { return std::unordered_set<std::string>{Folder / "2604"}; }}};
+                      .Sources = [this] { return Sources(); }}};
 };
 
 TEST_F(CoverageView, TellsAScreenReaderAndObeysTheKeys) {

@@ -73,6 +73,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     Watch();
   }
 
+  std::vector<TCoverageSource> CoverageSources() const override {
+    if (!sources_.AreRead()) context_.Catalogue.ReadOnce();
+    return sources_.CoverageSources(OutputPath());
+  }
+
  protected:
   bool ShowsDescriptions() const override { return true; }
 
