@@ -1,37 +1,33 @@
 #pragma once
 
-#include <functional>
+#include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "demo/archive.h"
+#include "demo/stand_in.h"
 
 namespace skyreel::demo {
 
-/// What today's servers offer, in three shapes, for the descriptions in demo/sources:
-/// pictures.weather.example  a folder of dated JPEG pictures every 10 minutes, with its listing
-/// maps.weather.example      a WMS that draws layers of a time dimension, every 15 minutes
-/// charts.weather.example    GIF charts under fixed names, every 6 hours
-/// It keeps two days. Several threads may use it.
+/// What today's servers offer: draws the pictures that the descriptions of a folder ask for, with a radar,
+/// a chart or the earth by the source's group. Some go wrong on purpose: of "example.weather.clouds" pictures
+/// are missing or cut, and "example.weather.station" has an error page for a picture. Several threads may use
+/// it.
 class TLiveArchive {
  public:
-  explicit TLiveArchive(TDemoArchive::TNow now) : now_(std::move(now)) {}
+  /// Reads the folder's descriptions. Throws std::runtime_error when one is wrong.
+  TLiveArchive(TDemoArchive::TNow now, const std::filesystem::path& folder);
 
-  static std::vector<std::string> Hosts();
-
+  std::vector<std::string> Hosts() const { return hosts_; }
   /// The file at a host's path, with its query.
-  std::optional<TServedFile> Find(std::string_view host, const std::string& path) const;
+  std::optional<TServedFile> Find(const std::string& host, const std::string& path) {
+    return stand_in_.Find(host, path);
+  }
 
  private:
-  /// Slots of the last two days that are `delay` old, the newest last.
-  std::vector<TDateTime> Published(TDateTime::TSpan every, TDateTime::TSpan delay) const;
-  std::optional<TServedFile> FindPicture(std::string_view path) const;
-  std::optional<TServedFile> FindMap(const std::string& path) const;
-  std::optional<TServedFile> FindChart(std::string_view path) const;
-
-  TDemoArchive::TNow now_;
+  std::vector<TDescription> sources_;
+  std::vector<std::string> hosts_;
+  TStandIn stand_in_;
 };
 
 }  // namespace skyreel::demo

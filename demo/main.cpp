@@ -26,12 +26,12 @@ using namespace skyreel::demo;
 
 constexpr const char* kHelp =
     "skyreel-demo-archive [--now \"yyyy-mm-dd hh:nn\"] [--http-port N] [--https-port N] [--ftp-port N]\n"
-    "                     [--ca-file FILE]\n"
+    "                     [--ca-file FILE] [--sources FOLDER]\n"
     "    Serves the archive on 127.0.0.1 until SIGTERM or SIGINT. Port 0, the default, is any free one.\n"
     "    Prints http_port=N, https_port=N, ca_file=FILE and ftp_port=N, a line each, once all are open.\n"
-    "    HTTPS serves the hosts of demo/sources. A certificate authority made at the start vouches for "
-    "them;\n"
-    "    its certificate is in ca_file (default: a file in the temporary folder, deleted at the end).\n"
+    "    HTTPS serves what the descriptions in the folder of --sources ask for (default: demo/sources). A\n"
+    "    certificate authority made at the start vouches for their hosts; its certificate is in ca_file\n"
+    "    (default: a file in the temporary folder, deleted at the end).\n"
     "skyreel-demo-archive [--now TIME] --export FOLDER PATH...\n"
     "    Writes the files of these server paths below FOLDER, with their modification times and without the\n"
     "    query in their names. Ends with 1 when a path has no file.\n"
@@ -44,7 +44,7 @@ struct TOptions {
   int HttpPort = 0;
   int HttpsPort = 0;
   int FtpPort = 0;
-  std::filesystem::path CaFile;
+  std::filesystem::path CaFile, Sources = SKYREEL_DEMO_SOURCES;
   std::string ExportFolder;
   std::vector<std::string> ExportPaths;
   bool Help = false;
@@ -77,6 +77,8 @@ TOptions ParseOptions(const std::vector<std::string>& arguments) {
       options.HttpsPort = ToInteger(arguments[++i]);
     } else if (name == "--ca-file") {
       options.CaFile = arguments[++i];
+    } else if (name == "--sources") {
+      options.Sources = arguments[++i];
     } else if (name == "--ftp-port") {
       options.FtpPort = ToInteger(arguments[++i]);
     } else if (name == "--export") {
@@ -103,7 +105,7 @@ int Export(TDemoArchive& archive, const TOptions& options) {
   return 0;
 }
 
-int Serve(TDemoArchive& archive, const TLiveArchive& live, const TOptions& options) {
+int Serve(TDemoArchive& archive, TLiveArchive& live, const TOptions& options) {
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
@@ -113,7 +115,7 @@ int Serve(TDemoArchive& archive, const TLiveArchive& live, const TOptions& optio
 
   const TTcpServer http(options.HttpPort, [&](TConnection& client) { ServeHttp(archive, client); });
   const TTcpServer ftp(options.FtpPort, [&](TConnection& client) { ServeFtp(archive, client); });
-  const TTlsIdentity identity(TLiveArchive::Hosts());
+  const TTlsIdentity identity(live.Hosts());
   const TTcpServer https(options.HttpsPort, [&](TConnection& client) {
     TTlsConnection secure(identity, client);
     ServeHttp([&](const std::string& host, const std::string& path) { return live.Find(host, path); },
@@ -149,8 +151,9 @@ int main(int argc, char** argv) {
     const TSystemClock clock({});
     const auto now = [&] { return options.Now.IsZero() ? clock.UtcNow() : options.Now; };
     TDemoArchive archive(now);
-    return options.ExportFolder.empty() ? Serve(archive, TLiveArchive(now), options)
-                                        : Export(archive, options);
+    if (!options.ExportFolder.empty()) return Export(archive, options);
+    TLiveArchive live(now, options.Sources);
+    return Serve(archive, live, options);
   } catch (const std::exception& error) {
     std::cerr << "skyreel-demo-archive: " << error.what() << "\n";
     return 2;

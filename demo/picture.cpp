@@ -192,6 +192,21 @@ TPicture DrawChart(unsigned area, TDateTime time, int width, int height) {
   return picture;
 }
 
+TPicture DrawRadar(TDateTime time, int width, int height) {
+  const double drift = time.Days() * 10;
+  TPicture picture{width, height, {}};
+  for (int row = 0; row < height; ++row) {
+    for (int column = 0; column < width; ++column) {
+      const double x = column / double(width) * 5, y = row / double(width) * 5;
+      const bool land = Layers({x, y, 3}, 5, 7) > 0.5;
+      const double rain = Layers({x * 1.5 - drift, y * 1.5, drift / 4}, 4, 60) - 0.58;
+      const int step = rain > 0 ? std::min(4, 1 + static_cast<int>(rain * 25)) : 0;
+      picture.Pixels += Grey(step > 0 ? 0.2 + 0.2 * step : land ? 0.14 : 0.05);
+    }
+  }
+  return picture;
+}
+
 TPicture Enlarge(const TPicture& picture, int factor) {
   TPicture large{picture.Width * factor, picture.Height * factor, {}};
   large.Pixels.resize(static_cast<std::size_t>(large.Width) * large.Height);

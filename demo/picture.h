@@ -31,6 +31,9 @@ TPicture DrawEarth(const TEarthView& view, int width, int height);
 /// A weather chart: coast lines and isobars, black on white. `area` chooses another part of the world.
 TPicture DrawChart(unsigned area, TDateTime time, int width, int height);
 
+/// Rain as a radar sees it, in four steps of strength over a dim map.
+TPicture DrawRadar(TDateTime time, int width, int height);
+
 /// Every pixel repeated `factor` times both ways, with a little sensor noise like that of real pictures.
 TPicture Enlarge(const TPicture& picture, int factor);
 

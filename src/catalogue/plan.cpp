@@ -392,6 +392,15 @@ std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, con
   return chosen;
 }
 
+std::vector<std::vector<std::size_t>> AllRows(const TDescription& source) {
+  std::vector<std::vector<std::size_t>> rows;
+  for (const TVariable& variable : source.Variables) {
+    rows.emplace_back(variable.Rows.size());
+    std::iota(rows.back().begin(), rows.back().end(), std::size_t{0});
+  }
+  return rows;
+}
+
 TPlan MakePlan(const TPlanRequest& request) {
   TPlan plan;
   std::set<TListRequest> lists;
@@ -451,17 +460,13 @@ std::vector<std::string> HostsOf(const TDescription& source, TDateTime now) {
     begins.push_back(HostPart(way.Url));
     if (way.Find) begins.push_back(HostPart(way.Find->Url));
   }
-  std::vector<std::vector<std::size_t>> rows;
-  for (const TVariable& variable : source.Variables) {
-    rows.emplace_back(variable.Rows.size());
-    std::iota(rows.back().begin(), rows.back().end(), std::size_t{0});
-  }
   std::set<std::string> hosts;
-  ForEachCombination(rows, [&](const TCombination& combination) {
+  ForEachCombination(AllRows(source), [&](const TCombination& combination) {
     for (const TFieldText& begin : begins) {
       const std::string address = Fill(begin, {source, combination, now, source.Time.Zone});
       const std::size_t scheme = address.find("://"), host = scheme == address.npos ? 0 : scheme + 3;
-      hosts.insert(address.substr(host, address.find_first_of("/?#", host) - host));
+      // A "?" at the beginning stands for what only a server knows.
+      hosts.insert(address.substr(host, address.find_first_of("/?#", host + 1) - host));
     }
     return std::ranges::any_of(begins, [](const TFieldText& begin) { return begin.Has(TKind::Variable); });
   });

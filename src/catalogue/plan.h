@@ -48,6 +48,9 @@ using TChoices = std::map<std::string, std::vector<std::string>>;
 /// The rows of each variable that the choices tick.
 std::vector<std::vector<std::size_t>> ChosenRows(const TDescription& source, const TChoices& choices);
 
+/// All rows of each variable.
+std::vector<std::vector<std::size_t>> AllRows(const TDescription& source);
+
 /// What a plan is made from.
 struct TPlanRequest {
   const TDescription& Source;

@@ -26,21 +26,30 @@ constexpr std::size_t kFileHeader = 14;
   throw EInvalidGraphic(std::string("BMP: ") + what);
 }
 
-class TBytes {
+std::uint32_t Number(const std::uint8_t* bytes, std::size_t count) {
+  std::uint32_t value = 0;
+  for (std::size_t i = 0; i < count; ++i) value |= std::uint32_t{bytes[i]} << (8 * i);
+  return value;
+}
+
+/// Numbers anywhere in the file.
+class TNumbers {
  public:
-  explicit TBytes(std::string_view data) : data_(data) {}
-  std::uint32_t Get(std::size_t at, std::size_t bytes) const {
-    if (at > data_.size() || data_.size() - at < bytes) Fail("file is cut off");
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < bytes; ++i) {
-      value |= static_cast<std::uint32_t>(static_cast<unsigned char>(data_[at + i])) << (8 * i);
+  explicit TNumbers(TPictureBytes& bytes) : bytes_(bytes) {}
+  std::uint32_t Get(std::size_t at, std::size_t count) {
+    if (at < start_ || at - start_ + count > read_) {
+      start_ = at;
+      read_ = bytes_.Read(static_cast<std::int64_t>(at), window_.data(), window_.size());
+      if (read_ < count) Fail("file is cut off");
     }
-    return value;
+    return Number(window_.data() + (at - start_), count);
   }
-  std::uint8_t Byte(std::size_t at) const { return static_cast<std::uint8_t>(Get(at, 1)); }
+  std::uint8_t Byte(std::size_t at) { return static_cast<std::uint8_t>(Get(at, 1)); }
 
  private:
-  std::string_view data_;
+  TPictureBytes& bytes_;
+  std::array<std::uint8_t, 4096> window_{};
+  std::size_t start_ = 0, read_ = 0;
 };
 
 /// One channel of a 16- or 32-bit pixel.
@@ -58,37 +67,37 @@ using TColour = std::array<std::uint8_t, 3>;  // red, green, blue
 
 class TBmp {
  public:
-  explicit TBmp(std::string_view data) : bytes_(data) {}
+  explicit TBmp(TPictureBytes& bytes) : bytes_(bytes), numbers_(bytes) {}
 
-  void Read(TExtBitmap& bitmap) {
+  void Read(TRowSink& sink) {
     ReadHeader();
-    bitmap.SetSize(width_, height_);
-    if (bitmap.IsEmpty()) Fail("picture is empty");
+    const TRowWish wish = sink.Begin({.Kind = "BMP", .Width = width_, .Height = height_});
+    if (width_ == 0 || height_ == 0) Fail("picture is empty");
     if (compression_ == kRuns8 || compression_ == kRuns4) {
-      ReadRuns(bitmap);
+      ReadRuns(sink);
     } else {
-      ReadRows(bitmap);
+      ReadRows(sink, wish);
     }
   }
 
  private:
   void ReadHeader() {
-    if (bytes_.Get(0, 2) != 0x4D42) Fail("bad signature");
-    pixels_ = bytes_.Get(10, 4);
-    const std::size_t header = bytes_.Get(kFileHeader, 4);
+    if (numbers_.Get(0, 2) != 0x4D42) Fail("bad signature");
+    pixels_ = numbers_.Get(10, 4);
+    const std::size_t header = numbers_.Get(kFileHeader, 4);
     const bool old = header == 12;
     if (!old && (header < 40 || header > 4096)) Fail("unknown kind of header");
     std::size_t colours = 0;
     if (old) {
-      width_ = bytes_.Get(18, 2);
-      height_ = bytes_.Get(20, 2);
-      bits_ = bytes_.Get(24, 2);
+      width_ = numbers_.Get(18, 2);
+      height_ = numbers_.Get(20, 2);
+      bits_ = numbers_.Get(24, 2);
     } else {
-      width_ = static_cast<std::int32_t>(bytes_.Get(18, 4));
-      height_ = static_cast<std::int32_t>(bytes_.Get(22, 4));
-      bits_ = bytes_.Get(28, 2);
-      compression_ = bytes_.Get(30, 4);
-      colours = bytes_.Get(46, 4);
+      width_ = static_cast<std::int32_t>(numbers_.Get(18, 4));
+      height_ = static_cast<std::int32_t>(numbers_.Get(22, 4));
+      bits_ = numbers_.Get(28, 2);
+      compression_ = numbers_.Get(30, 4);
+      colours = numbers_.Get(46, 4);
     }
     top_down_ = height_ < 0;
     if (top_down_) height_ = -height_;
@@ -104,7 +113,7 @@ class TBmp {
       case 8:
         if (colours == 0 || colours > (1U << bits_)) colours = std::size_t{1} << bits_;
         for (std::size_t i = 0; i < colours; ++i, palette += old ? 3 : 4) {
-          palette_[i] = {bytes_.Byte(palette + 2), bytes_.Byte(palette + 1), bytes_.Byte(palette)};
+          palette_[i] = {numbers_.Byte(palette + 2), numbers_.Byte(palette + 1), numbers_.Byte(palette)};
         }
         break;
       case 24:
@@ -113,7 +122,7 @@ class TBmp {
       case 32:
         if (compression_ == kBitFields) {
           // Longer headers hold the masks at the same place.
-          for (std::size_t i = 0; i < 3; ++i) channels_[i].Mask = bytes_.Get(kFileHeader + 40 + 4 * i, 4);
+          for (std::size_t i = 0; i < 3; ++i) channels_[i].Mask = numbers_.Get(kFileHeader + 40 + 4 * i, 4);
         } else if (bits_ == 16) {
           channels_ = {{{0x7C00}, {0x03E0}, {0x001F}}};
         } else {
@@ -125,27 +134,34 @@ class TBmp {
     }
   }
 
-  int Row(std::int64_t row) const { return static_cast<int>(top_down_ ? row : height_ - 1 - row); }
-
-  void ReadRows(TExtBitmap& bitmap) {
-    const std::size_t stride = (static_cast<std::size_t>(width_) * bits_ + 31) / 32 * 4;
-    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width_) * 3);
-    for (std::int64_t row = 0; row < height_; ++row) {
-      const std::size_t start = pixels_ + static_cast<std::size_t>(row) * stride;
-      for (std::size_t x = 0; x < static_cast<std::size_t>(width_); ++x) {
-        std::copy_n(Pixel(start, x).begin(), 3, rgb.begin() + static_cast<std::ptrdiff_t>(x * 3));
+  void ReadRows(TRowSink& sink, const TRowWish& wish) {
+    const std::size_t width = static_cast<std::size_t>(width_);
+    const std::size_t stride = (width * bits_ + 31) / 32 * 4;
+    std::vector<std::uint8_t> line((width * bits_ + 7) / 8), rgb(width * 3);
+    const auto end = std::min(height_, std::int64_t{wish.EndRow});
+    bool cut = false;
+    for (std::int64_t y = wish.FirstRow; y < end; ++y) {
+      const std::int64_t row = top_down_ ? y : height_ - 1 - y;
+      const auto start = static_cast<std::int64_t>(pixels_ + static_cast<std::size_t>(row) * stride);
+      if (bytes_.Read(start, line.data(), line.size()) < line.size()) {
+        // A cut file lacks the top rows of a picture that begins with its bottom row.
+        cut = true;
+        continue;
       }
-      bitmap.SetRowFromRgb(Row(row), rgb.data());
+      for (std::size_t x = 0; x < width; ++x) {
+        std::copy_n(Pixel(line.data(), x).begin(), 3, rgb.begin() + static_cast<std::ptrdiff_t>(x * 3));
+      }
+      sink.SetRowFromRgb(static_cast<int>(y), rgb.data());
     }
+    if (cut) Fail("file is cut off");
   }
 
-  TColour Pixel(std::size_t start, std::size_t x) const {
+  TColour Pixel(const std::uint8_t* line, std::size_t x) const {
     if (bits_ <= 8) {
       const std::size_t bit = x * bits_;
-      const unsigned byte = bytes_.Byte(start + bit / 8);
-      return palette_[(byte >> (8 - bits_ - bit % 8)) & ((1U << bits_) - 1)];
+      return palette_[(unsigned{line[bit / 8]} >> (8 - bits_ - bit % 8)) & ((1U << bits_) - 1)];
     }
-    const std::uint32_t pixel = bytes_.Get(start + x * bits_ / 8, bits_ / 8);
+    const std::uint32_t pixel = Number(line + x * bits_ / 8, bits_ / 8);
     if (bits_ == 24) {
       return {static_cast<std::uint8_t>(pixel >> 16), static_cast<std::uint8_t>(pixel >> 8),
               static_cast<std::uint8_t>(pixel)};
@@ -156,7 +172,7 @@ class TBmp {
   /// Pairs of bytes: a count and a colour, or 0 and a code. Code 0 ends the row, 1 ends the picture, 2 moves
   /// right and up by the next two bytes; a higher code is a number of pixels that follow, padded to two
   /// bytes. Skipped pixels have colour 0.
-  void ReadRuns(TExtBitmap& bitmap) {
+  void ReadRuns(TRowSink& sink) {
     if (top_down_) Fail("run lengths need rows from bottom to top");
     std::vector<std::uint8_t> rgb(static_cast<std::size_t>(width_) * 3);
     const auto put = [&](std::size_t x, unsigned index) {
@@ -169,18 +185,18 @@ class TBmp {
     std::size_t x = 0;
     std::size_t at = pixels_;
     const auto end_row = [&] {
-      bitmap.SetRowFromRgb(Row(row), rgb.data());
+      sink.SetRowFromRgb(static_cast<int>(height_ - 1 - row), rgb.data());
       ++row;
       clear();
     };
     const auto half = [&](std::size_t byte, std::size_t i) -> unsigned {
-      if (bits_ == 8) return bytes_.Byte(byte);
-      return i % 2 == 0 ? bytes_.Byte(byte) >> 4U : bytes_.Byte(byte) & 15U;
+      if (bits_ == 8) return numbers_.Byte(byte);
+      return i % 2 == 0 ? numbers_.Byte(byte) >> 4U : numbers_.Byte(byte) & 15U;
     };
     clear();
     while (row < height_) {
-      const std::size_t count = bytes_.Byte(at);
-      const std::size_t second = bytes_.Byte(at + 1);
+      const std::size_t count = numbers_.Byte(at);
+      const std::size_t second = numbers_.Byte(at + 1);
       at += 2;
       if (count > 0) {
         for (std::size_t i = 0; i < count; ++i) put(x + i, half(at - 1, i));
@@ -191,8 +207,8 @@ class TBmp {
       } else if (second == 1) {
         while (row < height_) end_row();
       } else if (second == 2) {
-        x += bytes_.Byte(at);
-        for (std::size_t up = bytes_.Byte(at + 1); up > 0 && row < height_; --up) end_row();
+        x += numbers_.Byte(at);
+        for (std::size_t up = numbers_.Byte(at + 1); up > 0 && row < height_; --up) end_row();
         at += 2;
       } else {
         for (std::size_t i = 0; i < second; ++i) put(x + i, half(at + (bits_ == 8 ? i : i / 2), i));
@@ -203,7 +219,8 @@ class TBmp {
     }
   }
 
-  TBytes bytes_;
+  TPictureBytes& bytes_;
+  TNumbers numbers_;
   std::size_t pixels_ = 0;
   std::int64_t width_ = 0;
   std::int64_t height_ = 0;
@@ -216,8 +233,8 @@ class TBmp {
 
 }  // namespace
 
-void ReadBmp(TExtBitmap& bitmap, std::string_view data) {
-  TBmp(data).Read(bitmap);
+void ReadBmp(TRowSink& sink, TPictureBytes& bytes) {
+  TBmp(bytes).Read(sink);
 }
 
 }  // namespace skyreel

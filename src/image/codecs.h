@@ -1,19 +1,20 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "image/ext_bitmap.h"
+#include "image/picture_bytes.h"
+#include "image/row_sink.h"
 
 namespace skyreel {
 
-/// The decoders. They decode a whole file in memory into `bitmap`. They throw EInvalidGraphic
-/// or std::bad_alloc; then the bitmap is undefined.
-void ReadBmp(TExtBitmap& bitmap, std::string_view data);
-void ReadGif(TExtBitmap& bitmap, std::string_view data);
-void ReadJpeg(TExtBitmap& bitmap, std::string_view data);
-void ReadPng(TExtBitmap& bitmap, std::string_view data);
-void ReadTiff(TExtBitmap& bitmap, std::string_view data);
+/// The decoders. They throw EInvalidGraphic or std::bad_alloc for a damaged file, after they have delivered
+/// the rows that could be read.
+void ReadBmp(TRowSink& sink, TPictureBytes& bytes);
+void ReadGif(TRowSink& sink, TPictureBytes& bytes);
+void ReadJpeg(TRowSink& sink, TPictureBytes& bytes);
+void ReadPng(TRowSink& sink, TPictureBytes& bytes);
+void ReadTiff(TRowSink& sink, TPictureBytes& bytes);
 
 /// The encoders return a whole file: one grey channel for a bitmap of 8 bits, colour for one of 24 bits;
 /// there are no others. `quality` is 1 to 100; an empty comment is left out. They throw EInvalidGraphic or

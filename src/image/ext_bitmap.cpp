@@ -23,6 +23,13 @@ void TExtBitmap::SetSize(std::int64_t width, std::int64_t height) {
   height_ = static_cast<int>(height);
 }
 
+TRowWish TExtBitmap::Begin(const TPictureFacts& facts) {
+  SetSize(facts.Width, facts.Height);
+  TRowWish wish;
+  wish.Grey = format_ == TPixelFormat::Bits8;
+  return wish;
+}
+
 void TExtBitmap::SetRowFromGrey(int y, const std::uint8_t* grey) {
   std::uint8_t* to = ScanLine(y);
   if (format_ == TPixelFormat::Bits8) {

@@ -4,6 +4,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "image/row_sink.h"
+
 namespace skyreel {
 
 /// A picture file cannot be read or written: corrupt, cut off, too large, unknown format.
@@ -21,7 +23,7 @@ class EInvalidGraphicOperation : public std::runtime_error {
 enum class TPixelFormat { Bits8 = 8, Bits24 = 24, Bits32 = 32 };
 
 /// A picture in memory: rows from top to bottom, without padding or palette.
-class TExtBitmap {
+class TExtBitmap : public TRowSink {
  public:
   static constexpr std::int64_t kLargestPixelCount = 400'000'000;
 
@@ -39,10 +41,10 @@ class TExtBitmap {
   std::uint8_t* ScanLine(int y) { return pixels_.get() + Offset(y); }
   const std::uint8_t* ScanLine(int y) const { return pixels_.get() + Offset(y); }
 
-  /// Fill a row from Width() pixels and convert them to the pixel format (to grey by luminance). The pixels
-  /// are grey bytes, or red, green, blue with `stride` bytes from one pixel to the next (3 or 4).
-  void SetRowFromGrey(int y, const std::uint8_t* grey);
-  void SetRowFromRgb(int y, const std::uint8_t* rgb, int stride = 3);
+  // A decoder writes into the bitmap. Rows are converted to the pixel format (to grey by luminance).
+  void SetRowFromGrey(int y, const std::uint8_t* grey) override;
+  void SetRowFromRgb(int y, const std::uint8_t* rgb, int stride = 3) override;
+  TRowWish Begin(const TPictureFacts& facts) override;
 
   std::int64_t PixelLimit = kLargestPixelCount;
 

@@ -4,7 +4,6 @@
 #include <gif_lib.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,11 +23,16 @@ namespace {
   Fail(text != nullptr ? text : "file is corrupt");
 }
 
+struct TSource {
+  TPictureBytes& Bytes;
+  std::int64_t At = 0;
+};
+
 int ReadBytes(GifFileType* gif, GifByteType* buffer, int count) {
-  auto& rest = *static_cast<std::string_view*>(gif->UserData);
-  const std::size_t taken = std::min(rest.size(), static_cast<std::size_t>(std::max(count, 0)));
-  if (taken > 0) std::memcpy(buffer, rest.data(), taken);
-  rest.remove_prefix(taken);
+  auto& source = *static_cast<TSource*>(gif->UserData);
+  const std::size_t taken =
+      source.Bytes.Read(source.At, buffer, static_cast<std::size_t>(std::max(count, 0)));
+  source.At += static_cast<std::int64_t>(taken);
   return static_cast<int>(taken);
 }
 
@@ -54,11 +58,28 @@ void FindPicture(GifFileType* gif) {
   if (DGifGetImageDesc(gif) != GIF_OK) FailWithCode(gif->Error);
 }
 
+/// Reads the four passes of the picture and puts its rows in their order, also those of a damaged picture.
+template <typename TPut>
+void ReadInterlaced(GifFileType* gif, const TPut& put) {
+  const GifImageDesc& frame = gif->Image;
+  const auto width = static_cast<std::size_t>(frame.Width);
+  std::vector<GifPixelType> indexes(width * static_cast<std::size_t>(frame.Height));
+  constexpr struct { int First, Step; } kPasses[] = {{0, 8}, {4, 8}, {2, 4}, {1, 2}};
+  bool whole = true;
+  for (const auto& pass : kPasses) {
+    for (int y = pass.First; y < frame.Height && whole; y += pass.Step)
+      whole = DGifGetLine(gif, &indexes[static_cast<std::size_t>(y) * width], frame.Width) == GIF_OK;
+  }
+  for (int y = 0; y < frame.Height; ++y) put(y, &indexes[static_cast<std::size_t>(y) * width]);
+  if (!whole) FailWithCode(gif->Error);
+}
+
 }  // namespace
 
-void ReadGif(TExtBitmap& bitmap, std::string_view data) {
+void ReadGif(TRowSink& sink, TPictureBytes& bytes) {
   int error = 0;
-  const std::unique_ptr<GifFileType, TClose> gif(DGifOpen(&data, ReadBytes, &error));
+  TSource source{bytes};
+  const std::unique_ptr<GifFileType, TClose> gif(DGifOpen(&source, ReadBytes, &error));
   if (gif == nullptr) FailWithCode(error);
   FindPicture(gif.get());
 
@@ -66,7 +87,11 @@ void ReadGif(TExtBitmap& bitmap, std::string_view data) {
   if (frame.Width <= 0 || frame.Height <= 0 || frame.Left < 0 || frame.Top < 0) Fail("picture is empty");
   const int width = std::max(gif->SWidth, frame.Left + frame.Width);
   const int height = std::max(gif->SHeight, frame.Top + frame.Height);
-  bitmap.SetSize(width, height);
+  const TRowWish wish =
+      sink.Begin({.Kind = "GIF",
+                  .Width = width,
+                  .Height = height,
+                  .WholeBytes = frame.Interlace ? std::int64_t{frame.Width} * frame.Height : 0});
 
   const ColorMapObject* const map = frame.ColorMap != nullptr ? frame.ColorMap : gif->SColorMap;
   if (map == nullptr) Fail("picture has no colours");
@@ -82,28 +107,30 @@ void ReadGif(TExtBitmap& bitmap, std::string_view data) {
       screen != nullptr && gif->SBackGroundColor < screen->ColorCount) {
     for (std::size_t x = 0; x < row.size(); x += 3) colour(screen, gif->SBackGroundColor, &row[x]);
   }
-  for (int y = 0; y < height; ++y) {
-    if (y < frame.Top || y >= frame.Top + frame.Height) bitmap.SetRowFromRgb(y, row.data());
-  }
+  const auto put_row = [&](int y) { sink.SetRowFromRgb(y, row.data()); };
+  const std::vector<std::uint8_t> background = row;
+  for (int y = 0; y < frame.Top; ++y) put_row(y);
 
-  std::vector<GifPixelType> indexes(static_cast<std::size_t>(frame.Width));
-  const auto read_row = [&](int y) {
-    if (DGifGetLine(gif.get(), indexes.data(), frame.Width) != GIF_OK) FailWithCode(gif->Error);
-    for (int x = 0; x < frame.Width; ++x) {
-      const int index = indexes[static_cast<std::size_t>(x)];
-      if (index >= map->ColorCount) Fail("pixel has no colour");
-      colour(map, index, &row[static_cast<std::size_t>(frame.Left + x) * 3]);
+  const auto frame_width = static_cast<std::size_t>(frame.Width);
+  const auto put_frame_row = [&](int y, const GifPixelType* indexes) {
+    for (std::size_t x = 0; x < frame_width; ++x) {
+      if (indexes[x] >= map->ColorCount) Fail("pixel has no colour");
+      colour(map, indexes[x], &row[(static_cast<std::size_t>(frame.Left) + x) * 3]);
     }
-    bitmap.SetRowFromRgb(frame.Top + y, row.data());
+    put_row(frame.Top + y);
   };
-  if (!frame.Interlace) {
-    for (int y = 0; y < frame.Height; ++y) read_row(y);
-    return;
+  const int end = std::clamp(wish.EndRow - frame.Top, 0, int{frame.Height});
+  if (frame.Interlace) {
+    ReadInterlaced(gif.get(), put_frame_row);
+  } else {
+    std::vector<GifPixelType> indexes(frame_width);
+    for (int y = 0; y < end; ++y) {
+      if (DGifGetLine(gif.get(), indexes.data(), frame.Width) != GIF_OK) FailWithCode(gif->Error);
+      put_frame_row(y, indexes.data());
+    }
   }
-  constexpr struct { int First, Step; } kPasses[] = {{0, 8}, {4, 8}, {2, 4}, {1, 2}};
-  for (const auto& pass : kPasses) {
-    for (int y = pass.First; y < frame.Height; y += pass.Step) read_row(y);
-  }
+  row = background;
+  for (int y = frame.Top + frame.Height; y < std::min(height, wish.EndRow); ++y) put_row(y);
 }
 
 }  // namespace skyreel

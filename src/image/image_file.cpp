@@ -8,19 +8,50 @@ namespace skyreel {
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr int kQuality = 90;
 
-constexpr struct {
-  const char* Extension;
-  void (*Read)(TExtBitmap&, std::string_view);
-} kReaders[] = {{".BMP", ReadBmp}, {".GIF", ReadGif},  {".JPG", ReadJpeg}, {".JPEG", ReadJpeg},
-                {".PNG", ReadPng}, {".TIF", ReadTiff}, {".TIFF", ReadTiff}};
+using TDecoder = void (*)(TRowSink&, TPictureBytes&);
 
-auto FindReader(std::string_view extension) {
+constexpr struct {
+  std::string_view Extension;
+  TDecoder Read;
+  std::string_view Beginning;
+} kReaders[] = {{".BMP", ReadBmp, "BM"},
+                {".GIF", ReadGif, "GIF8"},
+                {".JPG", ReadJpeg, "\xFF\xD8\xFF"},
+                {".JPEG", ReadJpeg, "\xFF\xD8\xFF"},
+                {".PNG", ReadPng, "\x89PNG"},
+                {".TIF", ReadTiff, "II*\0"sv},
+                {".TIFF", ReadTiff, "MM\0*"sv},
+                {".TIF", ReadTiff, "II+\0"sv},
+                {".TIFF", ReadTiff, "MM\0+"sv}};
+
+TDecoder FindReader(std::string_view extension) {
   for (const auto& reader : kReaders) {
     if (SameText(reader.Extension, extension)) return reader.Read;
   }
   throw EInvalidGraphic("Unknown picture type \"" + std::string(extension) + "\"");
+}
+
+void Decode(TDecoder read, TRowSink& sink, TPictureBytes& bytes) {
+  try {
+    read(sink, bytes);
+  } catch (const EInvalidGraphic&) {
+    bytes.Check();  // the disk is to blame, not the picture
+    throw;
+  }
+}
+
+void Load(TExtBitmap& bitmap, TDecoder read, TPictureBytes& bytes) {
+  if (bitmap.PixelFormat() != TPixelFormat::Bits8 && bitmap.PixelFormat() != TPixelFormat::Bits24) {
+    throw EInvalidGraphicOperation("Cannot load a picture into a bitmap of this pixel format");
+  }
+  TExtBitmap loaded(bitmap.PixelFormat());
+  loaded.PixelLimit = bitmap.PixelLimit;
+  Decode(read, loaded, bytes);
+  bitmap = std::move(loaded);
 }
 
 void RequireSavable(const TExtBitmap& bitmap, const std::string& kind) {
@@ -31,20 +62,24 @@ void RequireSavable(const TExtBitmap& bitmap, const std::string& kind) {
 }  // namespace
 
 void LoadImage(TExtBitmap& bitmap, const std::filesystem::path& path) {
-  const std::string extension = path.extension().string();
-  FindReader(extension);  // throws before the file is read
-  LoadImageFromMemory(bitmap, extension, ReadWholeFile(path));
+  const TDecoder read = FindReader(path.extension().string());  // throws before the file is read
+  TPictureBytes bytes(path);
+  Load(bitmap, read, bytes);
 }
 
 void LoadImageFromMemory(TExtBitmap& bitmap, std::string_view extension, std::string_view data) {
-  const auto read = FindReader(extension);
-  if (bitmap.PixelFormat() != TPixelFormat::Bits8 && bitmap.PixelFormat() != TPixelFormat::Bits24) {
-    throw EInvalidGraphicOperation("Cannot load a picture into a bitmap of this pixel format");
+  TPictureBytes bytes(data);
+  Load(bitmap, FindReader(extension), bytes);
+}
+
+void DecodePicture(TRowSink& sink, TPictureBytes& bytes) {
+  char head[8] = {};
+  const std::string_view start(head, bytes.Read(0, head, sizeof(head)));
+  for (const auto& reader : kReaders) {
+    if (start.starts_with(reader.Beginning)) return Decode(reader.Read, sink, bytes);
   }
-  TExtBitmap loaded(bitmap.PixelFormat());
-  loaded.PixelLimit = bitmap.PixelLimit;
-  read(loaded, data);
-  bitmap = std::move(loaded);
+  bytes.Check();
+  throw EInvalidGraphic(bytes.Size() == 0 ? "The file is empty" : "This is not a picture of a known type");
 }
 
 void SaveAsJpeg(const TExtBitmap& bitmap, const std::filesystem::path& path, int quality,

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "image/ext_bitmap.h"
+#include "image/picture_bytes.h"
 
 namespace skyreel {
 
@@ -16,6 +17,10 @@ void LoadImage(TExtBitmap& bitmap, const std::filesystem::path& path);
 
 /// The same for the content of a file; `extension` includes the dot.
 void LoadImageFromMemory(TExtBitmap& bitmap, std::string_view extension, std::string_view data);
+
+/// Decodes a picture row by row. Its content chooses the decoder, whatever its name is. Throws
+/// EInvalidGraphic, for a damaged picture after the rows that could be read, and std::system_error.
+void DecodePicture(TRowSink& sink, TPictureBytes& bytes);
 
 /// Writes a baseline JPEG file with a comment marker: one grey channel for 8 bits, colour (YCbCr) for 24
 /// bits. `quality` is 1 to 100. Replaces an older file as a whole. Throws EInvalidGraphic: "Cannot save

@@ -8,6 +8,7 @@
 // (its header needs the two before it)
 #include <jerror.h>
 
+#include <algorithm>
 #include <csetjmp>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ constexpr int kMostScans = 200;
 struct TErrors : jpeg_error_mgr {
   std::jmp_buf Jump;
   char Message[JMSG_LENGTH_MAX] = {};
+  char Warning[JMSG_LENGTH_MAX] = {};
 };
 
 [[noreturn]] void OnError(j_common_ptr info) {
@@ -32,9 +34,11 @@ struct TErrors : jpeg_error_mgr {
   std::longjmp(errors.Jump, 1);
 }
 
-/// For damaged data the library only warns and fills in grey; we refuse such a picture.
+/// For damaged data the library only warns and fills in grey. The first warning is kept: the picture is
+/// refused once its rows are read.
 void OnMessage(j_common_ptr info, int level) {
-  if (level >= 0) return;
+  TErrors& errors = *static_cast<TErrors*>(info->err);
+  if (level >= 0 || errors.Warning[0] != '\0') return;
   switch (info->err->msg_code) {
     case JWRN_ADOBE_XFORM:
     case JWRN_EXTRANEOUS_DATA:
@@ -42,7 +46,7 @@ void OnMessage(j_common_ptr info, int level) {
     case JWRN_TOO_MUCH_DATA:
       return;
     default:
-      OnError(info);
+      errors.format_message(info, errors.Warning);
   }
 }
 
@@ -60,9 +64,47 @@ bool Guarded(TErrors& errors, const TStep& step) {
   return true;
 }
 
+/// Feeds the file to the decoder.
+struct TSource : jpeg_source_mgr {
+  TPictureBytes& Bytes;
+  std::int64_t At = 0;
+  std::vector<JOCTET> Buffer = std::vector<JOCTET>(1 << 18);
+
+  explicit TSource(TPictureBytes& bytes) : jpeg_source_mgr{}, Bytes(bytes) {
+    init_source = [](j_decompress_ptr) {};
+    fill_input_buffer = [](j_decompress_ptr info) -> boolean {
+      Of(info).Fill(info);
+      return TRUE;
+    };
+    skip_input_data = [](j_decompress_ptr info, long count) {
+      TSource& source = Of(info);
+      const std::size_t here =
+          std::min(source.bytes_in_buffer, static_cast<std::size_t>(std::max(count, 0L)));
+      source.next_input_byte += here;
+      source.bytes_in_buffer -= here;
+      source.At += std::max(count, 0L) - static_cast<long>(here);
+    };
+    resync_to_restart = jpeg_resync_to_restart;
+    term_source = [](j_decompress_ptr) {};
+  }
+  static TSource& Of(j_decompress_ptr info) { return *static_cast<TSource*>(info->src); }
+  void Fill(j_decompress_ptr info) {
+    std::size_t count = Bytes.Read(At, Buffer.data(), Buffer.size());
+    At += static_cast<std::int64_t>(count);
+    if (count == 0) {
+      WARNMS(info, JWRN_JPEG_EOF);
+      Buffer[0] = 0xFF;
+      Buffer[1] = JPEG_EOI;
+      count = 2;
+    }
+    next_input_byte = Buffer.data();
+    bytes_in_buffer = count;
+  }
+};
+
 class TReader {
  public:
-  TReader() {
+  explicit TReader(TPictureBytes& bytes) : source_(bytes) {
     Prepare(errors_);
     info_.err = &errors_;
     progress_.progress_monitor = [](j_common_ptr info) {
@@ -77,38 +119,62 @@ class TReader {
   TReader(const TReader&) = delete;
   TReader& operator=(const TReader&) = delete;
 
-  void Read(TExtBitmap& bitmap, std::string_view data) {
+  void Read(TRowSink& sink) {
     Step([&] {
-      jpeg_mem_src(&info_, reinterpret_cast<const unsigned char*>(data.data()), data.size());
+      info_.src = &source_;
       jpeg_read_header(&info_, TRUE);
     });
-    bitmap.SetSize(info_.image_width, info_.image_height);
+    const TRowWish wish = sink.Begin({.Kind = "JPEG",
+                                      .Width = info_.image_width,
+                                      .Height = info_.image_height,
+                                      .WholeBytes = WholeBytes(),
+                                      .CanReduce = true});
     const bool inks = info_.jpeg_color_space == JCS_CMYK || info_.jpeg_color_space == JCS_YCCK;
-    const bool grey =
-        !inks && (bitmap.PixelFormat() == TPixelFormat::Bits8 || info_.jpeg_color_space == JCS_GRAYSCALE);
+    const bool grey = !inks && (wish.Grey || info_.jpeg_color_space == JCS_GRAYSCALE);
     info_.out_color_space = inks ? JCS_CMYK : grey ? JCS_GRAYSCALE : JCS_RGB;
+    info_.scale_num = 1;
+    info_.scale_denom = static_cast<unsigned>(wish.Reduction);
     Step([&] { jpeg_start_decompress(&info_); });
     std::vector<std::uint8_t> row(std::size_t{info_.output_width} *
                                   static_cast<std::size_t>(info_.output_components));
-    for (int y = 0; y < bitmap.Height(); ++y) {
+    if (wish.FirstRow > 0) Step([&] { jpeg_skip_scanlines(&info_, static_cast<JDIMENSION>(wish.FirstRow)); });
+    const auto height = static_cast<int>(info_.output_height);
+    const int end = std::min(height, wish.EndRow);
+    for (int y = wish.FirstRow; y < end; ++y) {
       Step([&] {
         JSAMPROW rows[] = {row.data()};
         jpeg_read_scanlines(&info_, rows, 1);
       });
       if (inks) InksToRgb(row);
       if (grey) {
-        bitmap.SetRowFromGrey(y, row.data());
+        sink.SetRowFromGrey(y, row.data());
       } else {
-        bitmap.SetRowFromRgb(y, row.data(), inks ? 4 : 3);
+        sink.SetRowFromRgb(y, row.data(), inks ? 4 : 3);
       }
     }
-    Step([&] { jpeg_finish_decompress(&info_); });
+    if (end == height) Step([&] { jpeg_finish_decompress(&info_); });
+    if (errors_.Warning[0] != '\0') Fail(errors_.Warning);
   }
 
  private:
   template <typename TStep>
   void Step(const TStep& step) {
-    if (!Guarded(errors_, step)) throw EInvalidGraphic(std::string("JPEG: ") + errors_.Message);
+    if (Guarded(errors_, step)) return;
+    Fail(errors_.Warning[0] != '\0' ? errors_.Warning : errors_.Message);
+  }
+  [[noreturn]] static void Fail(const char* message) {
+    throw EInvalidGraphic(std::string("JPEG: ") + message);
+  }
+
+  /// A picture of several scans is complete only after the last one, so that all its coefficients are kept.
+  std::int64_t WholeBytes() {
+    if (jpeg_has_multiple_scans(&info_) == FALSE) return 0;
+    std::int64_t blocks = 0;
+    for (int i = 0; i < info_.num_components; ++i) {
+      const jpeg_component_info& component = info_.comp_info[i];
+      blocks += std::int64_t{component.width_in_blocks} * component.height_in_blocks;
+    }
+    return blocks * static_cast<std::int64_t>(sizeof(JBLOCK));
   }
 
   void InksToRgb(std::vector<std::uint8_t>& row) const {
@@ -122,6 +188,7 @@ class TReader {
   }
 
   TErrors errors_;
+  TSource source_;
   jpeg_progress_mgr progress_{};
   jpeg_decompress_struct info_{};
 };
@@ -202,8 +269,8 @@ class TWriter {
 
 }  // namespace
 
-void ReadJpeg(TExtBitmap& bitmap, std::string_view data) {
-  TReader().Read(bitmap, data);
+void ReadJpeg(TRowSink& sink, TPictureBytes& bytes) {
+  TReader(bytes).Read(sink);
 }
 
 std::string EncodeJpeg(const TExtBitmap& bitmap, int quality, const std::string& comment) {

@@ -3,6 +3,7 @@
 
 #include <png.h>
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstring>
 #include <string>
@@ -16,11 +17,13 @@ namespace {
 
 constexpr png_alloc_size_t kMostChunkMemory = 8 << 20;
 constexpr png_uint_32 kMostChunks = 1000;
+constexpr int kMostChannels = 4;
 
 struct TState {
   std::jmp_buf Jump;
   char Message[200] = {};
-  std::string_view Rest;
+  TPictureBytes* Bytes = nullptr;
+  std::int64_t At = 0;
 };
 
 [[noreturn]] void OnError(png_structp png, png_const_charp text) {
@@ -30,10 +33,9 @@ struct TState {
 }
 
 void OnRead(png_structp png, png_bytep buffer, png_size_t count) {
-  std::string_view& rest = static_cast<TState*>(png_get_io_ptr(png))->Rest;
-  if (count > rest.size()) png_error(png, "file is cut off");
-  std::memcpy(buffer, rest.data(), count);
-  rest.remove_prefix(count);
+  TState& state = *static_cast<TState*>(png_get_io_ptr(png));
+  if (state.Bytes->Read(state.At, buffer, count) < count) png_error(png, "file is cut off");
+  state.At += static_cast<std::int64_t>(count);
 }
 
 template <typename TStep>
@@ -45,8 +47,8 @@ bool Guarded(TState& state, const TStep& step) {
 
 class TReader {
  public:
-  explicit TReader(std::string_view data) {
-    state_.Rest = data;
+  explicit TReader(TPictureBytes& bytes) {
+    state_.Bytes = &bytes;
     png_ =
         png_create_read_struct(PNG_LIBPNG_VER_STRING, &state_, OnError, [](png_structp, png_const_charp) {});
     info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
@@ -55,7 +57,7 @@ class TReader {
   TReader(const TReader&) = delete;
   TReader& operator=(const TReader&) = delete;
 
-  void Read(TExtBitmap& bitmap) {
+  void Read(TRowSink& sink) {
     if (info_ == nullptr) throw std::bad_alloc();
     Step([&] {
       png_set_read_fn(png_, &state_, OnRead);
@@ -65,7 +67,13 @@ class TReader {
       png_read_info(png_, info_);
     });
     const png_uint_32 width = png_get_image_width(png_, info_);
-    bitmap.SetSize(width, png_get_image_height(png_, info_));
+    const png_uint_32 height = png_get_image_height(png_, info_);
+    const bool interlaced = png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE;
+    const TRowWish wish = sink.Begin(
+        {.Kind = "PNG",
+         .Width = width,
+         .Height = height,
+         .WholeBytes = interlaced ? std::int64_t{kMostChannels} * width * height : std::int64_t{0}});
     int passes = 1;
     Step([&] {
       png_set_scale_16(png_);
@@ -77,20 +85,25 @@ class TReader {
     const std::size_t stride = channels * width;
     if (png_get_rowbytes(png_, info_) != stride) throw EInvalidGraphic("PNG: unexpected pixel format");
 
-    // Only an interlaced picture needs all rows at once.
-    const std::size_t height = static_cast<std::size_t>(bitmap.Height());
+    // Only an interlaced picture needs all rows at once. Each pass fills the gaps that later ones leave.
     std::vector<std::uint8_t> rows(passes > 1 ? stride * height : stride);
-    for (int pass = 1; pass < passes; ++pass) {
-      for (std::size_t y = 0; y < height; ++y) {
-        Step([&] { png_read_row(png_, rows.data() + y * stride, nullptr); });
+    try {
+      for (int pass = 1; pass < passes; ++pass) {
+        for (std::size_t y = 0; y < height; ++y)
+          Step([&] { png_read_row(png_, nullptr, rows.data() + y * stride); });
       }
+    } catch (const EInvalidGraphic&) {
+      for (std::size_t y = 0; y < height; ++y)
+        PutRow(sink, static_cast<int>(y), rows.data() + y * stride, width, channels);
+      throw;
     }
-    for (std::size_t y = 0; y < height; ++y) {
-      std::uint8_t* const row = rows.data() + (passes > 1 ? y * stride : 0);
-      Step([&] { png_read_row(png_, row, nullptr); });
-      PutRow(bitmap, static_cast<int>(y), row, channels);
+    const auto end = std::min(std::int64_t{height}, std::int64_t{wish.EndRow});
+    for (int y = 0; y < end; ++y) {
+      std::uint8_t* const row = rows.data() + (passes > 1 ? static_cast<std::size_t>(y) * stride : 0);
+      Step([&] { png_read_row(png_, nullptr, row); });
+      PutRow(sink, y, row, width, channels);
     }
-    Step([&] { png_read_end(png_, nullptr); });
+    if (end == height) Step([&] { png_read_end(png_, nullptr); });
   }
 
  private:
@@ -100,11 +113,11 @@ class TReader {
   }
 
   /// `row` holds grey or colour pixels, with alpha for 2 or 4 channels.
-  static void PutRow(TExtBitmap& bitmap, int y, std::uint8_t* row, std::size_t channels) {
+  static void PutRow(TRowSink& sink, int y, std::uint8_t* row, std::size_t width, std::size_t channels) {
     const std::size_t colours = channels < 3 ? 1 : 3;
     if (channels != colours) {
       std::uint8_t* to = row;
-      for (std::size_t x = 0; x < static_cast<std::size_t>(bitmap.Width()); ++x) {
+      for (std::size_t x = 0; x < width; ++x) {
         const std::uint8_t* const from = row + x * channels;
         const int alpha = from[colours];
         for (std::size_t i = 0; i < colours; ++i) {
@@ -113,9 +126,9 @@ class TReader {
       }
     }
     if (colours == 1) {
-      bitmap.SetRowFromGrey(y, row);
+      sink.SetRowFromGrey(y, row);
     } else {
-      bitmap.SetRowFromRgb(y, row);
+      sink.SetRowFromRgb(y, row);
     }
   }
 
@@ -172,8 +185,8 @@ class TWriter {
 
 }  // namespace
 
-void ReadPng(TExtBitmap& bitmap, std::string_view data) {
-  TReader(data).Read(bitmap);
+void ReadPng(TRowSink& sink, TPictureBytes& bytes) {
+  TReader(bytes).Read(sink);
 }
 
 std::string EncodePng(const TExtBitmap& bitmap) {

@@ -210,6 +210,34 @@ std::vector<TSlotOutcome> TJournal::LastTries(const std::string& source, const s
   return tries;
 }
 
+std::vector<TArrival> TJournal::Arrivals(const std::string& source, const std::string& product,
+                                         std::int64_t limit) {
+  std::string sql =
+      "SELECT source, product, slot, path, MAX(id) FROM files WHERE outcome IN ('new', 'updated')";
+  if (!source.empty()) sql += " AND source = ?1";
+  if (!product.empty()) sql += " AND product = ?2";
+  sql += " GROUP BY path ORDER BY COALESCE(slot, at) DESC, MAX(id) DESC LIMIT ?3";
+  std::vector<TArrival> files;
+  Ask([&](TDatabase& database) {
+    files.clear();
+    TStatement found(database, sql);
+    found.With(source, product, limit);
+    while (found.Next()) files.push_back({found.Text(0), found.Text(1), TimeOf(found, 2), found.Text(3)});
+  });
+  return files;
+}
+
+std::map<std::string, std::set<std::string>> TJournal::ArrivedProducts() {
+  std::map<std::string, std::set<std::string>> products;
+  Ask([&](TDatabase& database) {
+    products.clear();
+    TStatement found(database,
+                     "SELECT DISTINCT source, product FROM files WHERE outcome IN ('new', 'updated')");
+    while (found.Next()) products[found.Text(0)].insert(found.Text(1));
+  });
+  return products;
+}
+
 std::vector<TSourceRun> TJournal::LastRuns(const std::string& source, std::int64_t count) {
   std::vector<TSourceRun> runs;
   Ask([&](TDatabase& database) {

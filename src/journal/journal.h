@@ -74,6 +74,13 @@ struct TSlotOutcome {
   std::filesystem::path Path{};
 };
 
+/// A file that was stored, as it came last.
+struct TArrival {
+  std::string Source, Product;
+  TDateTime SlotTime;  ///< zero: unknown
+  std::filesystem::path Path;
+};
+
 /// One source's part in a run.
 struct TSourceRun {
   TDateTime At;          ///< when the last file of the source was counted
@@ -136,6 +143,10 @@ class TJournal {
   std::vector<TJournalRow> Rows(const TJournalQuery& query);
   /// The last try of each slot from this time on, in the order of their times.
   std::vector<TSlotOutcome> LastTries(const std::string& source, const std::string& product, TDateTime since);
+  /// The stored files of a source and its product, each path once, the newest images first. Empty: of all.
+  std::vector<TArrival> Arrivals(const std::string& source, const std::string& product, std::int64_t limit);
+  /// The sources that have stored files, each with its products.
+  std::map<std::string, std::set<std::string>> ArrivedProducts();
   /// The last run in which the source took part.
   std::optional<TSourceRun> LastRun(const std::string& source);
   /// `stale` is the age from which the newest file is late; zero: never.

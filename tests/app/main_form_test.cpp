@@ -9,6 +9,7 @@
 #include "settings/persisted_controls.h"
 #include "sources/dundee_pdus.h"
 #include "support/job_fixture.h"
+#include "support/secure_server.h"
 
 namespace skyreel {
 namespace {
@@ -437,34 +438,112 @@ class LivePageTest : public MainFormTest {
   }
 };
 
-TEST_F(LivePageTest, ATabOfAClosedServiceGetsTodaysPicturesForItsControls) {
-  Folder.Write(
-      "sources/tab.toml",
-      "format = 1\nid = \"org.quenmoor.skyreel.tab-gms5\"\ntitle = \"Tab\"\nprovider = \"Successor\"\nhome = "
-      "\"https://s.example/\"\n"
-      "licence = { name = \"L\", use = \"ask\" }\n[page]\ntab = \"GMS-5\"\noutput = \"EditOutputPathGMS5\"\n"
-      "[time]\nevery = \"12h\"\n[vary.item]\ncontrol = \"CheckListBoxGms5Sectors\"\nvalues = [\n"
-      "  { value = \"Japan vis\", file = \"north\" },\n  { value = \"Japan IR\", file = \"south\" },\n]\n"
-      "[vary.alt]\ncontrol = \"CheckBoxAltGMS5source\"\nmany = false\nvalues = [\"a\", \"b\"]\n"
-      "[get]\nurl = \"" +
-          Server.Url("/{item.file}{%H}.gif") +
-          "\"\ntype = \"image/gif\"\n[keep]\nname = \"{item}{alt}{%Y%m%d%H}.gif\"\n");
-  Store("VisibleTabs", "GMS-5,\"RSS Archive\"");
-  Store("Gms5Sectors", "\"Japan vis\",\"East Asia vis\"");
-  Store("AltGMS5source", "true");
+TEST_F(LivePageTest, TheTabsOfClosedServicesFetchFromTheirSuccessors) {
+  Clock.Now = At("2026-11-26 01:05");
+  demo::TStandIn stand_in([this] { return Clock.Now; }, SmallPicture);
+  const TCatalogue catalogue = LoadCatalogue(EmbeddedDescriptions(), {});
+  std::set<std::string> hosts, asked;
+  for (const TCatalogueEntry& entry : catalogue.Entries) {
+    if (!entry.Description->Page) continue;
+    demo::AddStandInHosts(*entry.Description, Clock.Now, hosts);
+    stand_in.Add(*entry.Description, 0, AllRows(*entry.Description));
+  }
+  std::mutex mutex;
+  TSecureServer server({hosts.begin(), hosts.end()}, [&](const std::string& host, const std::string& path) {
+    const std::lock_guard lock(mutex);
+    EXPECT_TRUE(asked.insert(host + path).second) << path;
+    return stand_in.Find(host, path);
+  });
+  Store("CaFile", server.CaFile);
+  Store("HostOverrides", server.HostOverrides);
+  Store("VisibleTabs", "Dundee,GMS-5,Nottingham,\"RSS Archive\",Ulm");
+  Store("UlmSaveJPEG", "true");
+  const std::string star = "cdn.star.nesdis.noaa.gov/GOES",
+                    jma = "www.data.jma.go.jp/mscweb/data/himawari/img/",
+                    list = "/wms?SERVICE=WMS&VERSION=1.3.0&REQUEST=GetCapabilities",
+                    view = "view.eumetsat.int/geoserver/",
+                    map = view + "wms?SERVICE=WMS&VERSION=1.3.0&REQUEST=GetMap&LAYERS=",
+                    degrees = ReplaceAll(map, "3.0", "1.1"),
+                    disc = "&SRS=AUTO%3A97004%2C9001%2C0%2C0&BBOX=", jpeg = "&STYLES=&FORMAT=image%2Fjpeg",
+                    notts = map + "mtg_fd%3Air105_hrfi" + jpeg + disc +
+                            "-2100000%2C2100000%2C2100000%2C6300000&WIDTH=800&HEIGHT=800&TIME=2026-11-26T00:",
+                    ulm = degrees +
+                          "mtg_fd%3Air105_hrfi&STYLES=&FORMAT=image%2Fpng&SRS=EPSG%3A4326&BBOX=-25%2C33%2C45%"
+                          "2C72&WIDTH=1400&HEIGHT=780&TIME=2026-11-26T00:";
+  // A tab, its folder and button, what its lists choose, the addresses, and the files.
+  const std::tuple<int, const char*, const char*, std::vector<std::pair<const char*, const char*>>,
+                   std::set<std::string>, TWords>
+      tabs[] = {
+          {3,
+           "Dundee",
+           "ButtonRunDundeeImg",
+           {{"CheckListBoxDuGMS", "\"0000 MTSAT IR\""},
+            {"CheckListBoxDuGoesE", "\"0000 GOES-E IR\""},
+            {"CheckListBoxDuGoesW", "\"0000 GOES-W Vis\""},
+            {"CheckListBoxDuIndoex", "\"0000 Met-5 IR\""},
+            {"CheckListBoxDuMet8channels", "9"}},
+           {jma + "fd_/fd__b13_0000.jpg", star + "19/ABI/FD/13/20263300000_GOES19-ABI-FD-13-1808x1808.jpg",
+            star + "18/ABI/FD/02/20263300000_GOES18-ABI-FD-02-1808x1808.jpg", view + "msg_iodc" + list,
+            degrees + "msg_iodc%3Air108" + jpeg +
+                "&SRS=EPSG%3A4326&BBOX=-14.5%2C-60%2C105.5%2C60&WIDTH=1600&HEIGHT=1600&TIME=2026-11-26T00:00:"
+                "00Z",
+            view + "msg_fes" + list,
+            map + "msg_fes%3Air108" + jpeg + disc +
+                "-5450000%2C-5450000%2C5450000%2C5450000&WIDTH=1600&HEIGHT=1600&TIME=2026-11-26T00:00:00Z"},
+           {"0000 GOES-E IR 1808x1808.jpg", "0000 GOES-W Vis 1808x1808.jpg", "0000 MTSAT IR.jpg",
+            "0000 Met-5 IR 1600.jpg", "channel_9_1600_0000.jpg"}},
+          {5,
+           "GMS5",
+           "ButtonRunGms5",
+           {{"CheckListBoxGms5Sectors", "\"Japan vis\",\"East Asia vis\""}},
+           {jma + "jpn/jpn_trm_0000.jpg"},
+           {"Japan vis_0000.jpg"}},
+          {9,
+           "Nottingham",
+           "ButtonRunNotts",
+           {{"CheckListBoxSectors", "D2,E2"}},
+           {view + "mtg_fd" + list, notts + "00:00Z", notts + "30:00Z"},
+           {"D2_0000.jpg", "D2_0030.jpg"}},
+          {12,
+           "Ulm",
+           "ButtonRunUlm",
+           {{"CheckListBoxUlm", "\"Europe IR\""}},
+           {view + "mtg_fd" + list, ulm + "00:00Z", ulm + "30:00Z"},
+           {"Europe IR_0000.jpg", "Europe IR_0030.jpg"}}};
   Open();
-  Get<QTabWidget>("PageControl").setCurrentIndex(5);
-  const auto& line = *Page(5).findChild<QLabel*>("LabelProvider");
-  EXPECT_TRUE(QTest::qWaitFor([&] { return line.text().contains("Grey items"); }));
-  EXPECT_THAT(line.text().toStdString(), HasSubstr("<a href=\"https://s.example/\">Successor</a>"));
-  EXPECT_THAT(Preview("ButtonPreviewGms5"), HasSubstr("To fetch: 2 pictures"));
-  Press("ButtonRunGms5");
-  EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr("Tab: L; ask the provider"));
-  EXPECT_EQ(FileSizeOf(Folder / "Skyreel/GMS5/Japan visb2005111012.gif"),
-            FileSizeOf(SKYREEL_TEST_PICTURES "/colour.gif"));
-  EXPECT_THAT(Server.Paths(), Each(StartsWith("/north")));
-  PressAndWait("ButtonRunGms5");
-  EXPECT_THAT(Lines().back(), StartsWith("Tab: 0 new, 1 present, "));
+  for (const auto& [tab, folder, button, lists, addresses, files] : tabs) {
+    Get<QTabWidget>("PageControl").setCurrentIndex(tab);
+    for (const auto& [name, items] : lists) Get<TCheckListBox>(name).SetCheckedText(items);
+    const bool asks = tab != 5;
+    const auto& line = *Page(tab).findChild<QLabel*>("LabelProvider");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return line.text().contains("Grey items"); }));
+    EXPECT_THAT(line.text().toStdString(),
+                HasSubstr(asks ? "<a href=\"https://view.eumetsat.int/\">EUMETSAT</a>"
+                               : ">Japan Meteorological Agency</a>"));
+    asked.clear();
+    if (asks) {
+      Press(button);
+      EXPECT_THAT(Answer(QMessageBox::Yes), HasSubstr("; ask the provider"));
+    } else {
+      EXPECT_THAT(Preview("ButtonPreviewGms5"), HasSubstr("To fetch: 1 picture"));
+      PressAndWait(button);
+    }
+    EXPECT_EQ(asked, addresses);
+    TWords stored;
+    for (const auto& [name, size] : Folder.Tree(std::string("Skyreel/") + folder))
+      stored.push_back(ReplaceAll(name, "2026/11/26/", ""));
+    EXPECT_EQ(stored, files);
+  }
+  EXPECT_THAT(server.Received(), Not(AnyOf(HasSubstr("uthorization"), HasSubstr("password"))));
+  // All files are there, so the switches ask for nothing.
+  asked.clear();
+  Open({"-dun", "-ulm", "-rss", "-close"});
+  UntilClosed();
+  EXPECT_THAT(asked, IsEmpty());
+  EXPECT_THAT(Lines(), Contains("RSS Archive: its service has closed and has no known successor"));
+  EXPECT_THAT(Lines(), Contains(StartsWith("Meteosat for the Ulm tab: 0 new, 2 present, ")));
+  for (const int tab : {7, 11})
+    EXPECT_TRUE(Page(tab).findChild<QLabel*>("LabelProvider")->text().contains("no known successor"));
 }
 
 TEST_F(LivePageTest, ShowsSearchesAndKeepsWhatTheUserWants) {

@@ -1,18 +1,16 @@
 #include <gmock/gmock.h>
 
 #include "base/files.h"
-#include "catalogue/description_reader.h"
+#include "catalogue/listing.h"
 #include "catalogue/whole_file.h"
-#include "catalogue/xml_lists.h"
 #include "demo/archive.h"
 #include "demo/ftp_service.h"
 #include "demo/http_service.h"
 #include "demo/live_archive.h"
-#include "demo/tls.h"
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "sources/met_charts.h"
-#include "support/helpers.h"
+#include "support/secure_server.h"
 
 namespace skyreel {
 namespace {
@@ -66,55 +64,46 @@ TEST(DemoArchive, ListsOverActiveFtp) {
   EXPECT_THAT(names, testing::Contains("FES_2026-03-09_1200_M7_WV.GIF"));
 }
 
-const TLiveArchive live([] { return kNow; });
+/// The archive of demo/sources.
+class LiveArchive : public testing::Test {
+ protected:
+  /// The content of a file; "" when the archive has none.
+  std::string Live(const char* host, const std::string& path) {
+    const auto file = Archive.Find(host, path);
+    return file ? *file->Content : "";
+  }
 
-/// The content of a file of the live archive; "" when it has none.
-std::string Live(const char* host, const std::string& path) {
-  const auto file = live.Find(host, path);
-  return file ? *file->Content : "";
-}
+  TLiveArchive Archive{[] { return kNow; }, SKYREEL_DEMO_SOURCES};
+};
 
-TEST(LiveArchive, HasWhatItsListsShowAndNothingElse) {
+TEST_F(LiveArchive, HasWhatItsListsShowAndSomeFilesAreWrong) {
   std::string newest;
   ReadHtmlListing(Live("pictures.weather.example", "/disc/visible/"),
                   [&](const TListed& listed) { newest = listed.Text; });
   EXPECT_EQ(newest, "20260310_1210_disc-visible.jpg");
-  const auto times =
-      ReadWmsTimes(Live("maps.weather.example", "/wms?REQUEST=GetCapabilities"), "demo:visible");
-  EXPECT_TRUE(HasTime(times, TDateTime::FromDate(2026, 3, 10, 12)));
-  const std::string map =
-      "/wms?REQUEST=GetMap&LAYERS=demo%3Avisible&WIDTH=200&HEIGHT=100&TIME=2026-03-10T12:";
-  const std::tuple<const char*, std::string, TFileType, bool> cases[] = {
-      {"pictures.weather.example", "/disc/visible/" + newest, TFileType::Jpeg, true},
-      {"pictures.weather.example", "/disc/visible/20260310_1220_disc-visible.jpg", TFileType::Jpeg, false},
-      {"maps.weather.example", map + "00:00Z", TFileType::Jpeg, true},
-      {"maps.weather.example", map + "15:00Z", TFileType::Jpeg, false},
-      {"charts.weather.example", "/analysis/europe.gif", TFileType::Gif, true}};
-  for (const auto& [host, path, type, whole] : cases) {
+  const std::string clouds = "/2026/03/10/clouds_";
+  const std::tuple<const char*, std::string, TFileType, TVerdictKind> cases[] = {
+      {"pictures.weather.example", "/disc/visible/" + newest, TFileType::Jpeg, TVerdictKind::Whole},
+      {"charts.weather.example", "/analysis/europe.gif", TFileType::Gif, TVerdictKind::Whole},
+      {"clouds.weather.example", clouds + "0900.jpg", TFileType::Jpeg, TVerdictKind::Whole},
+      {"clouds.weather.example", clouds + "0910.jpg", TFileType::Jpeg, TVerdictKind::Damaged},
+      {"station.weather.example", "/now/20260310_1200.gif", TFileType::Gif, TVerdictKind::Damaged}};
+  for (const auto& [host, path, type, verdict] : cases) {
     TWay way;
     way.Type = type;
-    EXPECT_EQ(JudgeBytes(Live(host, path), way, {}).Kind == TVerdictKind::Whole, whole) << path;
+    const std::string query = path.starts_with(clouds) ? "?width=400&height=300" : "";
+    EXPECT_EQ(JudgeBytes(Live(host, path + query), way, {}).Kind, verdict) << path;
   }
+  EXPECT_EQ(Live("clouds.weather.example", clouds + "0330.jpg?width=400&height=300"), "");
 }
 
-TEST(LiveArchive, HasDescriptionsWithoutAProblem) {
-  for (const auto& file : std::filesystem::directory_iterator(SKYREEL_DEMO_SOURCES)) {
-    const auto read = ReadDescription(ReadWholeFile(file), file.path());
-    for (const TProblem& problem : read.Problems) ADD_FAILURE() << problem.Message();
-  }
-}
-
-TEST(LiveArchive, IsServedWithItsOwnAuthorityAndAnswersThatNothingHasChanged) {
+TEST_F(LiveArchive, IsServedWithItsOwnAuthorityAndAnswersThatNothingHasChanged) {
   const test::TTempFolder folder;
-  const TTlsIdentity identity(TLiveArchive::Hosts());
-  const TTcpServer server(0, [&](TConnection& client) {
-    TTlsConnection secure(identity, client);
-    ServeHttp([](const std::string& host, const std::string& path) { return live.Find(host, path); }, secure);
-  });
+  const test::TSecureServer server(Archive.Hosts(), std::bind_front(&TLiveArchive::Find, &Archive));
   const std::string tags = "'" + (folder / "tags").string() + "'";
-  const std::string curl = "curl -sS -m 30 --connect-to ::127.0.0.1:" + std::to_string(server.Port()) +
-                           " --cacert '" + folder.Write("ca.pem", identity.Authority()).string() + "' -o '" +
-                           (folder / "chart").string() + "' --etag-save " + tags + " --etag-compare " + tags +
+  const std::string curl = "curl -sS -m 30 --connect-to ::" + server.Address() + " --cacert '" +
+                           server.CaFile + "' -o '" + (folder / "chart").string() + "' --etag-save " + tags +
+                           " --etag-compare " + tags +
                            " -w '%{http_code} ' https://charts.weather.example/analysis/europe.gif";
   EXPECT_EQ(std::system(("(" + curl + "; " + curl + ") >'" + (folder / "codes").string() + "'").c_str()), 0);
   EXPECT_EQ(ReadWholeFile(folder / "codes"), "200 304 ");
