@@ -112,6 +112,12 @@ void TBoundSources::CatalogueRead() {
                  providers.join(" and ") + "." + (some_off ? " Grey items have no known successor." : ""));
 }
 
+std::shared_ptr<const TDescription> TBoundSources::Find(const std::string& id) const {
+  const auto found = std::ranges::find(sources_, id, &TDescription::Id);
+  if (found == sources_.end() || !answers_.LetRun(**found)) return nullptr;
+  return {catalogue_, *found};
+}
+
 std::vector<TWantedSource> TBoundSources::Wanted() const {
   std::vector<TWantedSource> wanted;
   for (const TDescription* source : sources_) {

@@ -24,6 +24,9 @@ class TBoundSources {
 
   /// There are new descriptions: fills the line, and turns off the items that no description serves.
   void CatalogueRead();
+  /// A source of this tab by its id; null without one, and while its terms are not accepted.
+  std::shared_ptr<const TDescription> Find(const std::string& id) const;
+  bool Accepts(const std::string& id) const { return answers_.Accepts(id); }
   using TStart = std::function<void(const TSourcePage::TJob& job)>;
   /// Runs what the controls choose, with `start`, which runs a job. Shows first the terms that the user has
   /// not accepted; when nobody answers, such a source does not run, and a line says so.

@@ -335,7 +335,8 @@ std::vector<TJournalEntry> TCoverageView::Chosen(const std::vector<TCoverageCell
     entry.Product = product_;
     entry.SlotTime = cell.Slot;
     entry.Address = cell.Address;
-    if (!cell.Path.empty()) entry.Path = model_.Coverage().Output / cell.Path;
+    if (!cell.Path.empty())
+      entry.Path = fs::absolute(model_.Coverage().Output / cell.Path).lexically_normal();
   }
   return chosen;
 }

@@ -54,6 +54,8 @@ class TJobRunner : public QObject, private TRunControl {
   /// Counts the silence anew: a server said something.
   void EndSilence();
 
+  /// See TRunControl::ExpectFiles.
+  std::function<void(std::int64_t more)> OnExpectFiles;
   /// A job has ended and the display is back at rest. There is a record for each source that it ran.
   std::function<void(const std::vector<TRunRecord>& records)> OnEnd;
 
@@ -69,6 +71,7 @@ class TJobRunner : public QObject, private TRunControl {
   bool StopRequested() const override { return stop_requested_; }
   void RestartWatchdog() override { TimerWatchdog_.start(); }
   void StopWatchdog() override { TimerWatchdog_.stop(); }
+  void ExpectFiles(std::int64_t more) override { Fire(OnExpectFiles, more); }
 
   const TSetup setup_;
   std::unique_ptr<TWinInetTransfer> win_inet_;

@@ -2,8 +2,6 @@
 
 namespace skyreel {
 
-namespace {
-
 TJournalOutcome JournalOutcome(TFileState state) {
   switch (state) {
     case TFileState::New:
@@ -21,8 +19,6 @@ TJournalOutcome JournalOutcome(TFileState state) {
   }
   return TJournalOutcome::Failed;
 }
-
-}  // namespace
 
 TJournalRecorder::TJournalRecorder(const std::filesystem::path& file, const TClock* clock,
                                    TStatusDisplay& display)

@@ -14,6 +14,8 @@
 
 namespace skyreel {
 
+TJournalOutcome JournalOutcome(TFileState state);
+
 /// Writes runs and what became of their files into the journal. A fault of the journal becomes one status
 /// line.
 class TJournalRecorder {

@@ -100,6 +100,12 @@ std::vector<std::filesystem::path> TLiveSources::Watched() const {
   return paths;
 }
 
+std::shared_ptr<const TDescription> TLiveSources::FindAccepted(const std::string& id) const {
+  const TDescription* const source = AreRead() ? Find(id) : nullptr;
+  if (!source || !Settings.Terms.LetRun(*source)) return nullptr;
+  return {environment_.Catalogue.Current(), source};
+}
+
 std::string TLiveSources::WhyNotRun(const TCatalogueEntry* entry) const {
   if (!entry) return "no such source";
   if (!entry->Description) return "its description is wrong";

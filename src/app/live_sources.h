@@ -38,6 +38,10 @@ class TLiveSources {
   /// What is wanted of those of the sources that have a sound description.
   std::vector<TWantedSource> Wanted(const std::vector<std::string>& ids) const;
 
+  /// The same for a run, during which the descriptions may be read anew. Null also when its terms are not
+  /// accepted, and before the first reading.
+  std::shared_ptr<const TDescription> FindAccepted(const std::string& id) const;
+
   std::function<THealths()> HealthWork() const;
   /// The preview of the next run.
   std::function<TPreview()> PreviewWork(const TDescription& source, const std::filesystem::path& output,

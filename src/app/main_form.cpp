@@ -13,10 +13,13 @@
 #include <QUrl>
 #include <QWindow>
 #include <algorithm>
+#include <map>
 
+#include "app/find_bar.h"
 #include "app/first_steps.h"
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
+#include "app/signs.h"
 #include "base/files.h"
 #include "settings/persisted_controls.h"
 #include "ui_main_form.h"
@@ -68,7 +71,9 @@ void TFormMain::FormCreate() {
       TPageEnvironment{environment_.Store, environment_.ProgramFolder, runner_->WinInet() != nullptr,
                        journal_.Journal(), environment_.JournalFile, catalogue_,
                        [this] { return UtcNow(); }});
-  OrderFocus();
+  OrderLog();
+  AddLowerViews();
+  OrderSharedControls();
   RestorePersistedControls(*this, environment_.Store);
   for (TSourcePage* page : tabs_->Pages()) page->SelectMissingItems();
   SelectIfNone(*ui_->ComboBoxNotify, 0);
@@ -78,6 +83,7 @@ void TFormMain::FormCreate() {
   } else {
     restoreGeometry(QByteArray::fromBase64(WindowGeometry_.Value.toLatin1()));
     ui_->Splitter->restoreState(QByteArray::fromBase64(SplitterState_.Value.toLatin1()));
+    lower_->ShowLast();
   }
   ShowFirstSteps();
   WireEvents();
@@ -98,12 +104,54 @@ void TFormMain::BuildStatusArea() {
   if (!environment_.Arguments.empty()) log_->OnFinalLine = environment_.Output;
 }
 
-void TFormMain::OrderFocus() {
-  // The pages have just joined at the end: these controls follow them.
-  QWidget* before = previousInFocusChain();
+void TFormMain::AddLowerViews() {
+  auto* const bar = new TFindBar(*ui_->ListBoxStatus);
+  ui_->LogLayout->addWidget(bar);
+  lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store, [bar] { bar->Open(); });
+  const auto make_files = [this] {
+    catalogue_.ReadOnce();
+    files_ = new TFilesView(
+        {.Journal = environment_.JournalFile,
+         .UtcNow = [this] { return UtcNow(); },
+         .WhyNotAgain = [this](const TJournalEntry& file) { return WhyNotAgain(file); },
+         .FetchAgain = [this](const std::vector<TJournalEntry>& files) { FetchAgain(files); }});
+    files_->SetRunning(Busy());
+    return files_;
+  };
+  lower_->Add("Files", make_files, [this] { files_->Find(); });
+  const auto make_coverage = [this] {
+    coverage_ =
+        new TCoverageView({.JournalFile = environment_.JournalFile,
+                           .LedgerFile = environment_.ProgramFolder / kLedgerName,
+                           .UtcNow = [this] { return UtcNow(); },
+                           .Sources = [this] { return CoverageSources(); },
+                           .WhyNotFetch = [this](const TJournalEntry& file) { return WhyNotAgain(file); }});
+    coverage_->OnFetch = [this](const std::vector<TJournalEntry>& files) { FetchAgain(files); };
+    return coverage_;
+  };
+  lower_->Add("Coverage", make_coverage);
+  lower_->OnMade = [this] { OrderSharedControls(); };
+}
+
+QWidget* TFormMain::LastInFocusChain() const {
+  QWidget* last = previousInFocusChain();
+  // Qt ignores an order after a widget that takes no focus.
+  while (last->focusPolicy() == Qt::NoFocus) last = last->previousInFocusChain();
+  return last;
+}
+
+void TFormMain::OrderLog() {
+  QWidget* const last = LastInFocusChain();
+  // One by one: Qt does not take the inner widgets of a log along with its tab.
+  setTabOrder(last, ui_->ListBoxStatus);
+  setTabOrder(last, ui_->LowerTabs);
+}
+
+void TFormMain::OrderSharedControls() {
+  QWidget* before = LastInFocusChain();
   for (QWidget* control : std::initializer_list<QWidget*>{
-           ui_->ListBoxStatus, ui_->UpDownTimeout, ui_->UpDownBackDays, ui_->ComboBoxNotify,
-           ui_->CheckBoxUseProxy, ui_->EditProxy, ui_->EditProxyPort, ui_->ButtonClose}) {
+           ui_->UpDownTimeout, ui_->UpDownBackDays, ui_->ComboBoxNotify, ui_->CheckBoxUseProxy,
+           ui_->EditProxy, ui_->EditProxyPort, ui_->ButtonClose}) {
     setTabOrder(before, control);
     before = control;
   }
@@ -123,6 +171,10 @@ void TFormMain::ShowFirstSteps() {
 }
 
 void TFormMain::WireEvents() {
+  runner_->OnExpectFiles = [this](std::int64_t more) {
+    if (progress_) progress_->Expect(more);
+    ShowRunProgress();
+  };
   runner_->OnEnd = [this](const std::vector<TRunRecord>& records) { JobEnded(records); };
   for (TSourcePage* page : tabs_->Pages()) {
     page->OnRun = [this, page](const TSourcePage::TJob& job) { RunSource(*page, job); };
@@ -138,6 +190,7 @@ void TFormMain::WireEvents() {
   }
   catalogue_.OnRead = [this] {
     for (TSourcePage* page : tabs_->Pages()) page->CatalogueRead();
+    if (coverage_ != nullptr) coverage_->SourcesChanged();
   };
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
@@ -146,6 +199,7 @@ void TFormMain::WireEvents() {
   connect(ui_->MenuItemServers, &QAction::triggered, this, &TFormMain::MenuItemServersClick);
   connect(ui_->MenuItemAbout, &QAction::triggered, this, &TFormMain::MenuItemAboutClick);
   connect(new QShortcut(Qt::Key_Escape, this), &QShortcut::activated, ui_->ButtonClose, &QPushButton::click);
+  connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, this, &TFormMain::FindKeyPressed);
   connect(new QShortcut(Qt::SHIFT | Qt::Key_F10, this), &QShortcut::activated, this,
           &TFormMain::OpenContextMenu);
   connect(new QShortcut(Qt::CTRL | Qt::Key_PageDown, this), &QShortcut::activated, this,
@@ -199,7 +253,10 @@ void TFormMain::FormCloseQuery() {
     SplitterState_.Value = ui_->Splitter->saveState().toBase64();
   }
   // A batch changes the tab, but not the user's choice.
-  if (environment_.Arguments.empty()) tabs_->RememberCurrent();
+  if (environment_.Arguments.empty()) {
+    tabs_->RememberCurrent();
+    lower_->RememberCurrent();
+  }
   if (log_->IsEmpty()) return;
   AddStatusLine(std::string("Skyreel - V") + SKYREEL_VERSION);
   log_->Flush();
@@ -231,8 +288,17 @@ void TFormMain::RunSource(TSourcePage& page, const TSourcePage::TJob& job) {
   if (page.Source().NeedsVisibleTab && !tabs_->IsShown(page)) return;
   // During a job the press asks that job to stop, with a login or without.
   if (!Busy() && page.Source().NeedsLogin && CredentialsMissing(page)) return;
-  if (!Busy()) journal_.BeginRun(page.Source().Caption);
+  const bool begins = !Busy();
+  if (begins) {
+    journal_.BeginRun(page.Source().Caption);
+    progress_.emplace();
+    ShowRunProgress();
+    tabs_->ShowRunning(page, true);
+    if (files_ != nullptr) files_->SetRunning(true);
+    if (coverage_ != nullptr) coverage_->RunChanged();
+  }
   runner_->Run(page, job);
+  if (begins) tabs_->ShowRunning(page, false);
 }
 
 bool TFormMain::CredentialsMissing(const TSourcePage& page) {
@@ -259,9 +325,49 @@ void TFormMain::NotRun(const TSource& source, TRunEnd end, const std::string& re
 void TFormMain::JobEnded(const std::vector<TRunRecord>& records) {
   if (batch_running_) batch_.Runs.insert(batch_.Runs.end(), records.begin(), records.end());
   journal_.EndRun(records, TBatchRecord{{}, records, {}}.ExitCode());
+  stopped_ =
+      std::ranges::any_of(records, [](const TRunRecord& record) { return record.End == TRunEnd::Stopped; });
+  progress_.reset();
+  ShowRunProgress();
+  if (files_ != nullptr) files_->SetRunning(false);
+  if (coverage_ != nullptr) coverage_->RunChanged();
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
+}
+
+std::vector<TCoverageSource> TFormMain::CoverageSources() const {
+  std::vector<TCoverageSource> sources;
+  for (const TSourcePage* page : tabs_->Pages())
+    if (tabs_->IsShown(*page)) std::ranges::move(page->CoverageSources(), std::back_inserter(sources));
+  return sources;
+}
+
+void TFormMain::ShowRunProgress() {
+  ui_->ProgressBarRun->setValue(progress_ ? progress_->Percent() : 0);
+  const auto now = std::chrono::steady_clock::now();
+  ui_->LabelRun->setText(progress_ ? QString::fromStdString(progress_->Text(now)) : "");
+}
+
+std::string TFormMain::WhyNotAgain(const TJournalEntry& file) {
+  if (Busy()) return "a run is going on";
+  TSourcePage* const page = tabs_->PageThatRuns(file.Source);
+  if (page == nullptr && catalogue_.Current() == nullptr)
+    return "the descriptions of the sources are being read";
+  if (page == nullptr) return "its source is gone, or its terms were not accepted";
+  if (page->Source().NeedsVisibleTab && !tabs_->IsShown(*page)) return "the tab of its source is hidden";
+  return page->WhyNotAgain(file);
+}
+
+void TFormMain::FetchAgain(const std::vector<TJournalEntry>& files) {
+  std::map<TSourcePage*, std::vector<TJournalEntry>> by_page;
+  for (const TJournalEntry& file : files)
+    if (WhyNotAgain(file).empty()) by_page[tabs_->PageThatRuns(file.Source)].push_back(file);
+  stopped_ = false;
+  for (const auto& [page, its_files] : by_page) {
+    if (stopped_ || Busy() || runner_->CloseWhenDone()) return;
+    page->FetchAgain(its_files);
+  }
 }
 
 TSharedSettings TFormMain::ReadShared() const {
@@ -279,7 +385,15 @@ void TFormMain::BeginFile(const std::string& line) {
 }
 void TFormMain::EndFile(const TFileResult& result, const std::string& line) {
   journal_.Record(result);
-  if (!line.empty()) log_->End(line);
+  if (coverage_ != nullptr) {
+    coverage_->FileDone(result.Source, result.Product,
+                        {result.SlotTime, JournalOutcome(result.State), result.Reason, result.Path});
+  }
+  if (progress_) {
+    progress_->Count(result.Bytes);
+    ShowRunProgress();
+  }
+  if (!line.empty()) log_->End(line, SignOf(result.State) == TSign::Problem);
 }
 
 void TFormMain::SetPanel(int panel, const std::string& text) {
@@ -441,6 +555,12 @@ void TFormMain::CloseSoon() {
 
 void TFormMain::PressCurrentRun() {
   if (TSourcePage* page = tabs_->CurrentPage()) page->RunButton().click();
+}
+
+void TFormMain::FindKeyPressed() {
+  const bool below = ui_->LowerTabs->isAncestorOf(focusWidget());
+  TSourcePage* const page = tabs_->CurrentPage();
+  if (below || page == nullptr || !page->Search()) lower_->Find();
 }
 
 void TFormMain::OpenContextMenu() {

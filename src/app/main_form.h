@@ -7,13 +7,18 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "app/batch.h"
 #include "app/batch_record.h"
+#include "app/coverage_view.h"
+#include "app/files_view.h"
 #include "app/job_runner.h"
 #include "app/journal_recorder.h"
+#include "app/lower_views.h"
+#include "app/run_progress.h"
 #include "app/servers_dialog.h"
 #include "app/source_tabs.h"
 #include "app/status_log.h"
@@ -79,14 +84,24 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   void FormCloseQuery();
   void FormDestroy();
   void BuildStatusArea();
-  /// Tab goes through the tabs, the page, the log and the shared controls.
-  void OrderFocus();
+  /// The views in the lower half of the window.
+  void AddLowerViews();
+  // Tab goes through the source tabs, their pages, the lower tabs, their views and the shared controls. New
+  // pages and views join at the end, so what follows them must move behind them.
+  QWidget* LastInFocusChain() const;
+  void OrderLog();
+  void OrderSharedControls();
   void ShowFirstSteps();
   void WireEvents();
 
   /// Runs the page's job, unless its tab is hidden or its login is missing.
   void RunSource(TSourcePage& page, const TSourcePage::TJob& job);
   void JobEnded(const std::vector<TRunRecord>& records);
+  std::vector<TCoverageSource> CoverageSources() const;
+  void ShowRunProgress();
+  std::string WhyNotAgain(const TJournalEntry& file);
+  /// Fetches files of the journal anew, one page's after the other's.
+  void FetchAgain(const std::vector<TJournalEntry>& files);
   /// A source that the batch names does not run.
   void NotRun(const TSource& source, TRunEnd end, const std::string& reason);
   bool CredentialsMissing(const TSourcePage& page);
@@ -115,6 +130,8 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
 
   void TimerShowTimer();
   void PressCurrentRun();
+  /// Searches in the lower view that has the focus, else on the current page.
+  void FindKeyPressed();
   /// Opens the menu of the widget that has the focus.
   void OpenContextMenu();
   void MenuItemRunOrbiscopeClick();
@@ -137,6 +154,11 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   TSharedCatalogue catalogue_;
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
+  std::unique_ptr<TLowerViews> lower_;
+  TFilesView* files_ = nullptr;           ///< once it is made
+  TCoverageView* coverage_ = nullptr;     ///< once it is made
+  std::optional<TRunProgress> progress_;  ///< of the running job
+  bool stopped_ = false;                  ///< the last job was stopped
   TRegistryString WindowGeometry_, SplitterState_;
   TRegistryString CaFile_, HostOverrides_;
   QTimer TimerShow_;

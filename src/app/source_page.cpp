@@ -9,13 +9,43 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTimeEdit>
+#include <map>
 
 #include "app/bound_sources.h"
 #include "app/plan_dialog.h"
 #include "app/program_folder.h"
+#include "catalogue/described_run.h"
 #include "settings/persisted_controls.h"
+#include "sources/fetch_again.h"
 
 namespace skyreel {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+TAgainFile AgainFileOf(const TJournalEntry& file) {
+  return {file.Product, file.SlotTime, file.Address, file.Path};
+}
+
+/// The journal's paths are absolute and written in one way.
+fs::path BelowOutput(const fs::path& file, const fs::path& output) {
+  return file.lexically_relative(fs::absolute(output).lexically_normal());
+}
+
+TWantedFile WantedFileOf(const TJournalEntry& file, const fs::path& output) {
+  return {file.Product, file.SlotTime, file.Path.empty() ? "" : BelowOutput(file.Path, output), file.Address};
+}
+
+std::string WhyNotWantedAgain(const TDescription& source, const fs::path& output, const TJournalEntry& file) {
+  if (source.IsFixedName()) return "";
+  if (file.Path.empty() || file.SlotTime.IsZero()) return "the time of its picture is not known";
+  const fs::path below = BelowOutput(file.Path, output);
+  if (below.empty() || *below.begin() == "..") return "it is not below the output folder of its source";
+  return "";
+}
+
+}  // namespace
 
 namespace {
 
@@ -130,6 +160,59 @@ QLineEdit* TSourcePage::UserNameEdit() const {
 
 QLineEdit* TSourcePage::PasswordEdit() const {
   return Find<QLineEdit>(*this, "Password");
+}
+
+std::shared_ptr<const TDescription> TSourcePage::Described(const std::string& id) {
+  return bound_ ? bound_->Find(id) : nullptr;
+}
+
+bool TSourcePage::AcceptsTerms(const std::string& id) const {
+  return bound_ && bound_->Accepts(id);
+}
+
+TFtpLogin TSourcePage::Login() const {
+  TFtpLogin login;
+  if (const QLineEdit* user = UserNameEdit()) login.UserID = user->text().toStdString();
+  if (const QLineEdit* password = PasswordEdit()) login.Password = password->text().toStdString();
+  return login;
+}
+
+bool TSourcePage::Runs(const std::string& source) {
+  return source == context_.Source.Caption || Described(source) != nullptr;
+}
+
+std::string TSourcePage::WhyNotAgain(const TJournalEntry& file) {
+  if (const auto source = Described(file.Source)) return WhyNotWantedAgain(*source, OutputPath(), file);
+  return skyreel::WhyNotAgain(context_.Source, AgainFileOf(file));
+}
+
+void TSourcePage::FetchAgain(const std::vector<TJournalEntry>& files) {
+  RunJob([this, files](TJobContext& context) {
+    std::vector<TAgainFile> own;
+    // They must outlive the waits of the run.
+    std::map<std::string, std::shared_ptr<const TDescription>> sources;
+    std::map<std::string, std::vector<TWantedFile>> wanted_files;
+    for (const TJournalEntry& file : files) {
+      if (file.Source == context_.Source.Caption) {
+        own.push_back(AgainFileOf(file));
+      } else if (const auto source = Described(file.Source)) {
+        sources[file.Source] = source;
+        wanted_files[file.Source].push_back(WantedFileOf(file, OutputPath()));
+      }
+    }
+    if (!own.empty()) skyreel::FetchAgain(context, context_.Source, Login(), own);
+    std::vector<TWantedSource> wanted;
+    for (auto& [id, list] : wanted_files) {
+      wanted.push_back(WantedAgain(*sources[id], std::move(list), context.Clock.UtcNow()));
+      wanted.back().AcceptsTerms = AcceptsTerms(id);
+    }
+    if (wanted.empty()) return;
+    TDescribedRun run{.Context = context,
+                      .Journal = context_.Journal,
+                      .Output = OutputPath(),
+                      .KeepsFiles = context.Record.KeepsFiles};
+    context.Records = RunDescribedSources(run, wanted);
+  });
 }
 
 void TSourcePage::KeepChecked(TCheckListBox& list, const char* name, const char* default_items) const {

@@ -17,6 +17,7 @@
 #include "settings/registry_store.h"
 #include "sources/job_plan.h"
 #include "sources/source_table.h"
+#include "transfer/ftp_fetch.h"
 
 class QComboBox;
 class QLineEdit;
@@ -70,6 +71,16 @@ class TSourcePage : public QWidget {
   /// Fetches one picture that needs no choice. Only the page of described sources can.
   virtual void FetchFirstPicture() {}
 
+  /// Lets the user search among the page's sources. False on a page with nothing to search.
+  virtual bool Search() { return false; }
+
+  /// Why the page cannot fetch this file of the journal anew; empty when it can.
+  std::string WhyNotAgain(const TJournalEntry& file);
+  /// Whether the page runs this source, the tab's or a described one.
+  bool Runs(const std::string& source);
+  /// Fetches such files of this page's sources anew, as a run of the page.
+  void FetchAgain(const std::vector<TJournalEntry>& files);
+
   /// The shared catalogue has new descriptions.
   virtual void CatalogueRead();
 
@@ -96,6 +107,14 @@ class TSourcePage : public QWidget {
   explicit TSourcePage(TPageContext context);
   /// Call it once the controls are there.
   void PrepareControls();
+
+  /// A described source of the page by its id; null without one, and while its terms are not
+  /// accepted.
+  virtual std::shared_ptr<const TDescription> Described(const std::string& id);
+  /// The user accepts the terms that an alternate of this source has of its own.
+  virtual bool AcceptsTerms(const std::string& id) const;
+  /// What the source's server wants to know.
+  virtual TFtpLogin Login() const;
 
   void RunJob(const TJob& job) const { Fire(OnRun, job); }
   /// The job for what the page of a built-in source shows now. It refers to nothing of the page.

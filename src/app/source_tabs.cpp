@@ -1,8 +1,10 @@
 #include "app/source_tabs.h"
 
+#include <QTabBar>
 #include <algorithm>
 #include <functional>
 
+#include "app/signs.h"
 #include "base/comma_text.h"
 
 namespace skyreel {
@@ -71,6 +73,13 @@ TSourcePage& TSourceTabs::PageOf(const TSource& source) const {
   return **std::ranges::find_if(pages_, [&](TSourcePage* page) { return &page->Source() == &source; });
 }
 
+TSourcePage* TSourceTabs::PageThatRuns(const std::string& source) const {
+  // The first page knows all described sources; one of a tab belongs to the page of that tab.
+  const auto page = std::ranges::find_if(pages_.rbegin(), pages_.rend(),
+                                         [&](TSourcePage* each) { return each->Runs(source); });
+  return page == pages_.rend() ? nullptr : *page;
+}
+
 TSourcePage* TSourceTabs::CurrentPage() const {
   // With all tabs hidden one of them is still the current one.
   const int index = tabs_.currentIndex();
@@ -83,6 +92,14 @@ bool TSourceTabs::IsShown(const TSourcePage& page) const {
 
 void TSourceTabs::MakeCurrent(TSourcePage& page) {
   tabs_.setCurrentWidget(&page);
+}
+
+void TSourceTabs::ShowRunning(const TSourcePage& page, bool running) {
+  const int index = tabs_.indexOf(&page);
+  const QString caption = page.Source().Caption;
+  tabs_.setTabIcon(index, running ? SignIcon(TSign::Running) : QIcon());
+  tabs_.setTabToolTip(index, running ? caption + " is running" : "");
+  tabs_.tabBar()->setAccessibleTabName(index, running ? caption + ", running" : caption);
 }
 
 void TSourceTabs::ShowNext(int step) {

@@ -22,10 +22,14 @@ class TSourceTabs {
   /// In the order of Sources().
   const std::vector<TSourcePage*>& Pages() const { return pages_; }
   TSourcePage& PageOf(const TSource& source) const;
+  /// The page that runs this source, the tab's or a described one; null when none does.
+  TSourcePage* PageThatRuns(const std::string& source) const;
   /// The page that the user sees; nullptr when all tabs are hidden.
   TSourcePage* CurrentPage() const;
   bool IsShown(const TSourcePage& page) const;
   void MakeCurrent(TSourcePage& page);
+  /// Marks the tab of the page whose job is running, or takes the mark away.
+  void ShowRunning(const TSourcePage& page, bool running);
   /// Makes the next tab (1) or the one before it (-1) the current one, round the ends; skips hidden ones.
   void ShowNext(int step);
   /// The next start shows the current tab.

@@ -8,6 +8,7 @@
 #include <QTableView>
 #include <algorithm>
 
+#include "app/signs.h"
 #include "base/event.h"
 
 namespace skyreel {
@@ -45,18 +46,32 @@ int TStatusLines::rowCount(const QModelIndex& parent) const {
 }
 
 QVariant TStatusLines::data(const QModelIndex& index, int role) const {
-  if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::ToolTipRole)) return {};
-  return QString::fromStdString(lines_[static_cast<std::size_t>(index.row())]);
+  if (!index.isValid()) return {};
+  const auto row = static_cast<std::size_t>(index.row());
+  const bool problem = problems_[row];
+  switch (role) {
+    case Qt::DisplayRole:
+    case Qt::ToolTipRole:
+      return QString::fromStdString(lines_[row]);
+    case Qt::DecorationRole:
+      return problem ? SignIcon(TSign::Problem) : QVariant();
+    case Qt::AccessibleTextRole:
+      return (problem ? SignText(TSign::Problem) + ": " : "") + QString::fromStdString(lines_[row]);
+    default:
+      return {};
+  }
 }
 
-void TStatusLines::Insert(std::size_t row, std::string line) {
+void TStatusLines::Insert(std::size_t row, std::string line, bool problem) {
   beginInsertRows({}, static_cast<int>(row), static_cast<int>(row));
   lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(row), std::move(line));
+  problems_.insert(problems_.begin() + static_cast<std::ptrdiff_t>(row), problem);
   endInsertRows();
 }
 
-void TStatusLines::ReplaceLast(std::string line) {
+void TStatusLines::ReplaceLast(std::string line, bool problem) {
   lines_.back() = std::move(line);
+  problems_.back() = problem;
   const QModelIndex last = index(rowCount() - 1);
   emit dataChanged(last, last);
 }
@@ -64,6 +79,7 @@ void TStatusLines::ReplaceLast(std::string line) {
 void TStatusLines::RemoveFirst(std::size_t count) {
   beginRemoveRows({}, 0, static_cast<int>(count) - 1);
   lines_.erase(lines_.begin(), lines_.begin() + static_cast<std::ptrdiff_t>(count));
+  problems_.erase(problems_.begin(), problems_.begin() + static_cast<std::ptrdiff_t>(count));
   endRemoveRows();
 }
 
@@ -106,10 +122,13 @@ void TStatusLog::Begin(const std::string& text) {
   begun_ = true;
 }
 
-void TStatusLog::End(const std::string& text) {
-  if (!begun_) return Add(text);
-  lines_.ReplaceLast(OneLine(text));
-  Flush();
+void TStatusLog::End(const std::string& text, bool problem) {
+  if (begun_) {
+    lines_.ReplaceLast(OneLine(text), problem);
+    return Flush();
+  }
+  Insert(Lines().size(), OneLine(text), problem);
+  Fire(OnFinalLine, Lines().back());
 }
 
 void TStatusLog::Flush() {
@@ -118,8 +137,8 @@ void TStatusLog::Flush() {
   Fire(OnFinalLine, Lines().back());
 }
 
-void TStatusLog::Insert(std::size_t row, const std::string& line) {
-  lines_.Insert(row, line);
+void TStatusLog::Insert(std::size_t row, const std::string& line, bool problem) {
+  lines_.Insert(row, line, problem);
   // Many at once, since it is slow to take lines from the front.
   if (Lines().size() > kept_ + kept_ / 10) {
     const std::size_t count = Lines().size() - kept_;

@@ -9,20 +9,22 @@ class QTableView;
 
 namespace skyreel {
 
-/// The lines of the log as a list view shows them: one row per line, the newest at the bottom.
+/// The lines of the log as a list view shows them: one row per line, the newest at the bottom. A sign stands
+/// before the line of a file with a problem.
 class TStatusLines : public QAbstractListModel {
  public:
   int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
 
   const std::vector<std::string>& Lines() const { return lines_; }
-  void Insert(std::size_t row, std::string line);
+  void Insert(std::size_t row, std::string line, bool problem = false);
   /// There is at least one line.
-  void ReplaceLast(std::string line);
+  void ReplaceLast(std::string line, bool problem);
   void RemoveFirst(std::size_t count);
 
  private:
   std::vector<std::string> lines_;
+  std::vector<bool> problems_;  ///< of each line
 };
 
 /// The log of this run of the program: one line per event. A table of one column shows it, since a list view
@@ -41,8 +43,9 @@ class TStatusLog {
   void Add(const std::string& text);
   /// Adds the line of a transfer. End replaces it.
   void Begin(const std::string& text);
-  /// Replaces the line of the transfer by its outcome, or adds the outcome if none was begun.
-  void End(const std::string& text);
+  /// Replaces the line of the transfer by its outcome, or adds the outcome if none was begun. The outcome of
+  /// a file with a `problem` gets a sign.
+  void End(const std::string& text, bool problem = false);
 
   bool IsEmpty() const { return lines_.Lines().empty(); }
   const std::vector<std::string>& Lines() const { return lines_.Lines(); }
@@ -56,7 +59,7 @@ class TStatusLog {
   void Flush();
 
  private:
-  void Insert(std::size_t row, const std::string& line);
+  void Insert(std::size_t row, const std::string& line, bool problem = false);
 
   QTableView& view_;
   const std::size_t kept_;

@@ -12,6 +12,7 @@
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
+#include "catalogue/combinations.h"
 #include "catalogue/folder_scan.h"
 #include "catalogue/found_slots.h"
 #include "catalogue/json_list.h"
@@ -75,6 +76,29 @@ bool AsksForOtherFormat(const fs::path& path, TFileType type) {
 
 // --- The plan of one source ------------------------------------------------------------------------------
 
+/// The combinations of these files' products.
+std::vector<TCombination> CombinationsOf(const TDescription& source, const std::vector<TWantedFile>& files) {
+  std::set<std::string> products;
+  for (const TWantedFile& file : files) products.insert(file.Product);
+  std::vector<std::vector<std::size_t>> rows;
+  for (const TVariable& variable : source.Variables) {
+    // Few of the many combinations are wanted.
+    std::vector<std::size_t>& possible = rows.emplace_back();
+    for (std::size_t i = 0; i < variable.Rows.size(); ++i) {
+      if (std::ranges::any_of(products, [&](const std::string& product) {
+            return product.find(variable.Rows[i].Label) != product.npos;
+          }))
+        possible.push_back(i);
+    }
+  }
+  std::vector<TCombination> combinations;
+  ForEachCombination(rows, [&](const TCombination& combination) {
+    if (products.contains(LabelOf(source, combination))) combinations.push_back(combination);
+    return true;
+  });
+  return combinations;
+}
+
 /// Plans what a source fetches, by what is on the disk and in the journal.
 class TPlanner {
  public:
@@ -84,6 +108,12 @@ class TPlanner {
         source_(wanted.Source),
         wanted_(wanted),
         now_(now) {
+    for (const TWantedFile& file : wanted.Again) {
+      again_paths_.insert(file.Path.generic_string());
+      if (!file.SlotTime.IsZero()) again_slots_.push_back(file.SlotTime);
+    }
+    std::ranges::sort(again_slots_);
+    if (IsAgain()) return;
     const TDateTime since = now_ - std::chrono::days(wanted.Days.value_or(1) + 1);
     for (const TMissedSlot& slot : Memory.Missed(since))
       ask_again_[{slot.Product, slot.SlotTime}] = slot.AskAgainAt();
@@ -93,7 +123,13 @@ class TPlanner {
     TPlanRequest request{source_, now_};
     request.Choices = wanted_.Choices;
     request.Days = wanted_.Days;
-    request.OnDisk = [this](std::string_view path) { return OnDisk.Has(path); };
+    request.OnDisk = [this](std::string_view path) {
+      return IsAgain() ? !again_paths_.contains(path) : OnDisk.Has(path);
+    };
+    if (IsAgain()) {
+      request.Slots = again_slots_;
+      request.Combinations = CombinationsOf(source_, wanted_.Again);
+    }
     request.Lists = [this](const TListRequest& list) -> const TListAnswer* {
       const auto answer = Lists.find(list);
       return answer == Lists.end() ? nullptr : &answer->second;
@@ -103,12 +139,15 @@ class TPlanner {
       return missed == ask_again_.end() ? TDateTime() : missed->second;
     };
     request.LastStamp = [this](const TCombination& combination, const std::string& address) {
-      const auto last = LastOf(LabelOf(source_, combination), address);
+      const auto last = IsAgain() ? std::nullopt : LastOf(LabelOf(source_, combination), address);
       return last ? last->Stamp : "";
     };
     request.Stopped = Stopped;
     return MakePlan(request);
   }
+
+  /// Exactly the files of TWantedSource::Again are wanted.
+  bool IsAgain() const { return !wanted_.Again.empty(); }
 
   /// What this product stored last from an address, if the file is still there.
   std::optional<TStoredFile> LastOf(const std::string& product, const std::string& address) {
@@ -127,6 +166,8 @@ class TPlanner {
   const TWantedSource& wanted_;
   const TDateTime now_;
   std::map<std::pair<std::string, TDateTime>, TDateTime> ask_again_;  ///< by product and slot
+  std::set<std::string, std::less<>> again_paths_;
+  std::vector<TDateTime> again_slots_;  ///< ascending
 };
 
 }  // namespace
@@ -313,6 +354,13 @@ class TDescribedSourceRun {
       }
     }
     for (auto& [combination, chain] : chains) waiting_.push_back(std::move(chain));
+    context_.Run.ExpectFiles(
+        std::ranges::count_if(waiting_, [this](const TChain& chain) { return WillAsk(chain); }));
+    const auto gone = std::ranges::count(plan_.Files, TPlanState::TooOld, &TPlannedFile::State);
+    if (planner_.IsAgain() && gone > 0) {
+      context_.Display.AddStatusLine(source_.Title + ": " + std::to_string(gone) +
+                                     " files are older than the server keeps them");
+    }
     StartMore();
   }
 
@@ -327,6 +375,16 @@ class TDescribedSourceRun {
     starting_ = false;
   }
 
+  /// Whether the next file of the chain that counts is one to be asked for.
+  bool WillAsk(const TChain& chain) const {
+    for (const std::size_t i : chain) {
+      const TPlanState state = plan_.Files[i].State;
+      if (state == TPlanState::Wanted) return true;
+      if (state == TPlanState::Present || state == TPlanState::Unchanged) return false;
+    }
+    return false;
+  }
+
   /// Takes the next file of a chain.
   void GoOn(TChain chain) {
     while (!chain.empty()) {
@@ -335,6 +393,7 @@ class TDescribedSourceRun {
       switch (file.State) {
         case TPlanState::Present:
         case TPlanState::Unchanged:
+          if (planner_.IsAgain()) return;
           return CountPresent(file.Slot);
         case TPlanState::NotYet:
           ++record_.Counts.NotYet;
@@ -424,7 +483,7 @@ class TDescribedSourceRun {
       return Fail(picture, "not saved: " + ReasonOf(error));
     }
     request.File = picture->Temporary.Name;
-    if (way.IsFixedName()) {
+    if (way.IsFixedName() && !planner_.IsAgain()) {
       if (const auto last = planner_.LastOf(LabelOf(source_, CombinationOf(*picture)), request.Url)) {
         request.ETag = last->ETag;
         request.LastModified = last->LastModified;
@@ -511,13 +570,13 @@ class TDescribedSourceRun {
     picture->Result.SlotTime = slot;
     const std::string hash = FileHash(picture->Temporary.Name);
     TFileState state = TFileState::New;
-    if (source_.IsFixedName()) {
+    const bool there = FileSizeOf(path) >= 0;
+    if (source_.IsFixedName() || planner_.IsAgain()) {
       const auto last = planner_.LastOf(product, picture->Result.Address);
       const auto owner = planner_.Memory.At(path);
-      const bool there = FileSizeOf(path) >= 0;
       if (there && owner && owner->Source != source_.Id)
         return Refuse(picture, "another source stored that file");
-      if (last && last->Hash == hash) {
+      if (last && last->Hash == hash && !planner_.IsAgain()) {
         CountPresent(last->SlotTime);
         return Leave(*picture);
       }
@@ -532,7 +591,7 @@ class TDescribedSourceRun {
         return Refuse(picture, "a file that Skyreel did not store has this name");
       if (there) state = TFileState::Updated;
       if (!folders_.Make(path.parent_path())) return Leave(*picture);
-    } else if (FileSizeOf(path) >= 0) {
+    } else if (there) {
       // Another copy of the program was faster.
       CountPresent(slot);
       return Leave(*picture);
@@ -596,7 +655,8 @@ class TDescribedSourceRun {
     const fs::path path = run_.Output / picture.File.Path;
     picture.Result.Path = path;
     picture.Result.SlotTime = *picture.File.Slot;
-    if (FileSizeOf(path) >= 0) {
+    const bool there = FileSizeOf(path) >= 0;
+    if (there && !planner_.IsAgain()) {
       // Another copy of the program was faster.
       CountPresent(picture.File.Slot);
       return Leave(picture);
@@ -604,7 +664,7 @@ class TDescribedSourceRun {
     SaveImage(picture.Tiles->Picture(), path);
     SetFileDateTime(path, *picture.File.Slot);
     picture.Tiles.reset();
-    Stored(picture, TFileState::New, "");
+    Stored(picture, there ? TFileState::Updated : TFileState::New, "");
   }
 
   // --- The end of a picture
@@ -613,7 +673,7 @@ class TDescribedSourceRun {
     picture.Result.Outcome = TFileOutcome::Saved;
     Remember(picture, hash);
     EndPicture(picture, state, "");
-    Leave(picture);
+    Finish(picture);
   }
 
   void Remember(const TPicture& picture, const std::string& hash) {
@@ -663,6 +723,7 @@ class TDescribedSourceRun {
     }
     EndPicture(picture, state, why);
     TChain chain = std::move(picture.Chain);
+    if (WillAsk(chain)) context_.Run.ExpectFiles(1);
     --active_;
     GoOn(std::move(chain));
     StartMore();
@@ -688,8 +749,12 @@ class TDescribedSourceRun {
     CountFile(context_, result, line);
   }
 
-  /// The picture needs nothing more.
+  /// The picture needs nothing more, and no file has ended at the display.
   void Leave(TPicture& picture) {
+    context_.Run.ExpectFiles(-1);
+    Finish(picture);
+  }
+  void Finish(TPicture& picture) {
     picture.Tiles.reset();
     picture.DropTemporary();
     --active_;
@@ -744,6 +809,14 @@ class TDescribedSourceRun {
 };
 
 // --- The run -----------------------------------------------------------------------------------------------
+
+TWantedSource WantedAgain(const TDescription& source, std::vector<TWantedFile> files, TDateTime now) {
+  TDateTime oldest = now;
+  for (const TWantedFile& file : files)
+    if (!file.SlotTime.IsZero()) oldest = std::min(oldest, file.SlotTime);
+  const auto days = std::chrono::duration_cast<std::chrono::days>(now.Midnight() - oldest.Midnight());
+  return {.Source = source, .Days = static_cast<int>(days.count()) + 1, .Again = std::move(files)};
+}
 
 TPlan PlanOffline(TJournal& journal, const fs::path& output, TDateTime now, const TWantedSource& wanted) {
   return TPlanner(journal, output, now, wanted).Plan();

@@ -8,6 +8,7 @@
 
 #include "catalogue/plan.h"
 #include "journal/journal.h"
+#include "transfer/fetch_plan.h"
 #include "transfer/fetch_queue.h"
 #include "transfer/run_record.h"
 #include "transfer/transfer_context.h"
@@ -24,7 +25,14 @@ struct TWantedSource {
   /// The user accepts the terms of alternates that have a licence of their own; otherwise those that do not
   /// allow any use are passed over.
   bool AcceptsTerms = false;
+  /// Unless empty, fetches exactly these files, whether they are there or not. Their products are labels (see
+  /// LabelOf), and their paths are below the output folder.
+  std::vector<TWantedFile> Again = {};
 };
+
+/// What fetches files of a source anew. A file that is there stays until the new one is whole. `now` is the
+/// time of the run, which is to follow at once.
+TWantedSource WantedAgain(const TDescription& source, std::vector<TWantedFile> files, TDateTime now);
 
 /// What a run of described sources works with. All of it outlives the run.
 struct TDescribedRun {

@@ -148,6 +148,8 @@ class TCombinationPlanner {
     return seen;
   }
   bool IsAtItsTime(TDateTime slot) const {
+    const std::vector<TDateTime>& slots = request_.Slots;
+    if (!slots.empty() && !std::ranges::binary_search(slots, slot)) return false;
     return std::ranges::all_of(at_, [slot](const TSlotGrid& grid) { return grid.Has(slot); });
   }
   bool IsResting(TDateTime slot) const {
@@ -314,6 +316,8 @@ class TCombinationPlanner {
   /// Asks the lists of every minute from `from` to now, or of longer steps where the lists' texts have no
   /// minutes.
   void AskListsOfPeriod(TWayState& way, TDateTime from) {
+    for (const TDateTime slot : request_.Slots) AskList(way, slot);
+    if (!request_.Slots.empty()) return;
     const TFind& find = *way.Way.Find;
     TSpan step = kDay;
     if (DependsOnSlot(find)) {
@@ -404,10 +408,13 @@ std::vector<std::vector<std::size_t>> AllRows(const TDescription& source) {
 TPlan MakePlan(const TPlanRequest& request) {
   TPlan plan;
   std::set<TListRequest> lists;
-  ForEachCombination(ChosenRows(request.Source, request.Choices), [&](const TCombination& combination) {
-    plan.Combinations.push_back(combination);
-    return true;
-  });
+  plan.Combinations = request.Combinations;
+  if (plan.Combinations.empty()) {
+    ForEachCombination(ChosenRows(request.Source, request.Choices), [&](const TCombination& combination) {
+      plan.Combinations.push_back(combination);
+      return true;
+    });
+  }
   for (std::size_t i = 0; i < plan.Combinations.size(); ++i) {
     if (request.Stopped && request.Stopped()) break;
     auto files = TCombinationPlanner(request, i, plan.Combinations[i], lists).Plan();

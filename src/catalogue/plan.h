@@ -66,6 +66,10 @@ struct TPlanRequest {
   std::function<TDateTime(const TCombination& combination, TDateTime slot)> AskAgainAt = {};
   /// The stamp that a listing showed when the file of a fixed name was last fetched; empty without.
   std::function<std::string(const TCombination& combination, const std::string& address)> LastStamp = {};
+  /// Only these slots, ascending; empty: every slot of the days.
+  std::vector<TDateTime> Slots = {};
+  /// In place of the combinations that the choices give, unless empty.
+  std::vector<TCombination> Combinations = {};
   /// Asked before each combination, if set. True ends the plan, which then lacks the rest.
   std::function<bool()> Stopped = {};
 };

@@ -152,12 +152,22 @@ void TJournal::Prune() {
 
 void TJournal::Ask(const std::function<void(TDatabase& database)>& question) {
   Flush();
-  file_.Use(question);
+  answered_ = file_.Use(question);
 }
 
 std::int64_t TJournal::RunNumber() {
   Flush();
   return run_->Id;
+}
+
+std::int64_t TJournal::NewestRun() {
+  std::int64_t run = 0;
+  Ask([&run](TDatabase& database) {
+    TStatement newest(database, "SELECT max(id) FROM runs");
+    newest.Next();
+    run = newest.Number(0);
+  });
+  return run;
 }
 
 std::vector<TJournalRow> TJournal::Rows(const TJournalQuery& query) {
@@ -167,12 +177,13 @@ std::vector<TJournalRow> TJournal::Rows(const TJournalQuery& query) {
   if (query.Run != 0) sql += " AND run = ?2";
   if (!query.Source.empty()) sql += " AND source = ?3";
   if (query.BeforeId != 0) sql += " AND (at, id) < (SELECT at, id FROM files WHERE id = ?4)";
-  sql += " ORDER BY at DESC, id DESC LIMIT ?5";
+  if (query.AfterId != 0) sql += " AND id > ?5";
+  sql += " ORDER BY at DESC, id DESC LIMIT ?6";
   std::vector<TJournalRow> rows;
   Ask([&](TDatabase& database) {
     rows.clear();
     TStatement found(database, sql);
-    found.With(query.Since.UnixTime(), query.Run, query.Source, query.BeforeId, query.Limit);
+    found.With(query.Since.UnixTime(), query.Run, query.Source, query.BeforeId, query.AfterId, query.Limit);
     while (found.Next()) {
       TJournalRow& row = rows.emplace_back();
       row.Id = found.Number(0);

@@ -62,7 +62,8 @@ struct TJournalQuery {
   std::string Source{};  ///< empty: of every source
   TDateTime Since{};     ///< added at this time or later
   std::int64_t BeforeId =
-      0;  ///< only rows that follow this one in the order of the answer; 0: from the first
+      0;                     ///< only rows that follow this one in the order of the answer; 0: from the first
+  std::int64_t AfterId = 0;  ///< only rows that were added after this one
   std::int64_t Limit = 500;
 };
 
@@ -139,6 +140,10 @@ class TJournal {
 
   /// The number of the current run, or else of the last one; 0 before the first.
   std::int64_t RunNumber();
+  /// The number of the newest run of any copy of the program; 0 before the first.
+  std::int64_t NewestRun();
+  /// False when the last question could not be put, and so had an empty answer.
+  bool Answered() const { return answered_; }
   /// The newest rows first.
   std::vector<TJournalRow> Rows(const TJournalQuery& query);
   /// The last try of each slot from this time on, in the order of their times.
@@ -176,6 +181,7 @@ class TJournal {
   std::shared_ptr<TRun> run_ = std::make_shared<TRun>();
   std::deque<std::function<void(TDatabase&)>> waiting_;
   std::chrono::steady_clock::time_point last_flush_{};
+  bool answered_ = true;
 };
 
 }  // namespace skyreel

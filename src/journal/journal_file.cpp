@@ -97,15 +97,16 @@ void TJournalFile::SetPatience(std::chrono::milliseconds patience) {
 
 void TJournalFile::Open() {
   ForceDirectories(file_.parent_path());
-  {
-    // SQLite would make the file readable by all.
-    const TDescriptor file(
-        ::open(file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, S_IRUSR | S_IWUSR));
-    struct stat info {};
-    if (!file.IsOpen() || ::fstat(file.Get(), &info) != 0 || ::fchmod(file.Get(), S_IRUSR | S_IWUSR) != 0)
-      ThrowErrno(file_.string());
-    opened_ = IdentityOf(info);
-  }
+  // SQLite would make the file readable by all. A file that is there is not opened here: the close would end
+  // the locks of the other journals of this process.
+  constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+  const bool made = TDescriptor(::open(file_.c_str(), kFlags, S_IRUSR | S_IWUSR)).IsOpen();
+  if (!made && errno != EEXIST) ThrowErrno(file_.string());
+  struct stat info {};
+  if (::stat(file_.c_str(), &info) != 0) ThrowErrno(file_.string());
+  if (!S_ISREG(info.st_mode)) throw EDatabaseError(TCause::Outside, "it is not a regular file");
+  if (::chmod(file_.c_str(), S_IRUSR | S_IWUSR) != 0) ThrowErrno(file_.string());
+  opened_ = IdentityOf(info);
   database_ = std::make_unique<TDatabase>(file_);
   try {
     BringUpToDate();

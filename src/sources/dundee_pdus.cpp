@@ -70,7 +70,6 @@ TPdusPage MakePage(const TPageTable& table) {
 constexpr const char* kOrderPage = "/abin/filesorder?s=Date";
 
 /// No product is smaller, so a smaller announced size is a sign of a cut file.
-constexpr std::int64_t kSmallestProduct = 890120;
 
 /// How many refused entries of a page are named one by one.
 constexpr std::size_t kRefusalsNamed = 20;
@@ -231,7 +230,7 @@ std::vector<TOffer> PdusOffers(TDateTime day) {
                    TOffer::PictureOf(channel)};
       offer.Width = 1250;
       offer.Height = 712;
-      offer.DataSize = kSmallestProduct;
+      offer.DataSize = kSmallestPdusProduct;
       offer.Longitude = table.Longitude;
       offer.Zoom = area == 'A' ? 2 : 1;
       offer.ListedAt = kOrderPage;
@@ -342,9 +341,9 @@ void TPdusJob::Fetch(const std::string& url, const std::string& name) {
   if (context_.Ledger.Present(path) && (size <= 0 || FileSizeOf(path) == size))
     return CountPresent(context_, file.Wanted());
 
-  const bool believable = size >= kSmallestProduct;
+  const bool believable = size >= kSmallestPdusProduct;
   file.Delivery = TDelivery::Direct;
-  file.GoodSize = kSmallestProduct;
+  file.GoodSize = kSmallestPdusProduct;
   file.CompleteSize = size;
   file.Stamp = believable;
   file.AfterSaving = [&](TFileResult& result) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -11,6 +12,9 @@
 namespace skyreel {
 
 inline constexpr TServerSetting kPdusServer{"ServerDundeePdus", "Dundee PDUS", "http://www.sat.dundee.ac.uk"};
+
+/// Bytes.
+inline constexpr std::int64_t kSmallestPdusProduct = 890120;
 
 /// What the "PDUS" tab asks for.
 struct TPdusSettings {

@@ -19,7 +19,6 @@ using namespace std::chrono_literals;
 constexpr const char* kSatellitePrefix = "ME7-";
 
 /// Anonymous servers ask for a mail address.
-constexpr const char* kAnonymousPassword = "skyreel@quenmoor.example";
 
 constexpr std::int64_t kImageSize = 6321008;
 constexpr TUncompressRule kRule{200000, 0ms};

@@ -11,6 +11,8 @@ namespace skyreel {
 
 inline constexpr TServerSetting kMsfcServer{"ServerMSFC", "MSFC data (FTP)", "ghrc.msfc.nasa.gov", true};
 
+inline constexpr const char* kAnonymousPassword = "skyreel@quenmoor.example";
+
 /// What the "MSFC" tab asks for.
 struct TMsfcSettings {
   std::string OutputPath;  ///< with its trailing separator

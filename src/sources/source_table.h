@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,9 @@ struct TSource {
   std::vector<TOffer> (*Offers)(TDateTime day) = nullptr;
   /// The server's page that lists these offers.
   std::string (*ListingPage)(const std::vector<TOffer>& offers) = nullptr;
+
+  /// Bytes of its smallest whole file. 0: no file can be fetched anew by its address alone.
+  std::int64_t SmallestFile = 0;
 
   bool Described = false;  ///< it runs the sources that files describe; "-ALL" leaves it out
 

@@ -127,7 +127,9 @@ void TFetchQueue::Add(TFetchRequest request) {
 
 void TFetchQueue::Run() {
   const TAtScopeEnd watchdog([this] { context_.Run.StopWatchdog(); });
+  const TAtScopeEnd panel([this] { ShowWait(""); });
   while (!IsEmpty()) {
+    ShowWait(WaitText());
     if (context_.Run.StopRequested()) {
       StopAll();
       continue;
@@ -223,6 +225,21 @@ void TFetchQueue::Start(THost& host) {
     return End(std::move(owned), TFetchEnd::NotSent, ReasonOf(error));
   }
   host.Running.push_back(std::move(owned));
+}
+
+void TFetchQueue::ShowWait(const std::string& text) {
+  if (text != shown_wait_) context_.Display.SetPanel(1, shown_wait_ = text);
+}
+
+std::string TFetchQueue::WaitText() const {
+  for (const THost* host : order_) {
+    if (host->Waiting.empty() || context_.Clock.Uptime() >= host->Due) continue;
+    const TItem& next = *host->Waiting.front();
+    if (next.Answer.Tries == 0) continue;
+    return "waiting for " + host->Name + ", try " + std::to_string(next.Answer.Tries + 1) + " of " +
+           std::to_string(next.Request.Tries);
+  }
+  return "";
 }
 
 void TFetchQueue::WaitForHost() {

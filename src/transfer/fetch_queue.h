@@ -74,7 +74,8 @@ struct TFetchRequest {
 /// is tried three times in all, about 30 s apart, or when Retry-After says. What came of a cut body is kept,
 /// and only the rest asked for, if the server vouches that the file is the same. A host is left for the rest
 /// of the run when two of its files have failed so, or when Retry-After says more than 15 minutes; a status
-/// line then names how many files were not asked for. While one host waits the others go on.
+/// line then names how many files were not asked for. While one host waits the others go on, and the second
+/// panel names it.
 class TFetchQueue {
  public:
   /// The context outlives the queue.
@@ -104,6 +105,9 @@ class TFetchQueue {
   void StartAll();
   void Start(THost& host);
   void WaitForHost();
+  /// Shows in the second panel which host waits for another try.
+  void ShowWait(const std::string& text);
+  std::string WaitText() const;
   void ItemEnded(THost& host, TItem& item, const THttpsReply& reply, const std::exception_ptr& failure);
   TVerdict Judge(TItem& item, const THttpsReply& reply, const std::exception_ptr& failure) const;
   TTime Pause();
@@ -115,6 +119,7 @@ class TFetchQueue {
   TTransferContext& context_;
   std::map<std::string, THost> hosts_;
   std::vector<THost*> order_;  ///< the host that was asked last is the last one
+  std::string shown_wait_;
   std::minstd_rand random_{std::random_device{}()};
 };
 

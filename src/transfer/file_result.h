@@ -41,7 +41,7 @@ struct TFileResult {
   TFileOutcome Outcome = TFileOutcome::TimedOut;
   std::string Reason;                  ///< why the file is not stored whole; empty when it is
   std::string ETag{}, LastModified{};  ///< as the server sent them; of described sources alone
-  /// What a file that is not stored counts as; EndFile sets it for the others.
+  /// What a file that is not stored counts as. EndFile makes it New for the others, unless it is Updated.
   TFileState State = TFileState::Failed;
 };
 

@@ -22,7 +22,8 @@ std::string RootOf(const std::string& address) {
 }
 
 TFileState StateOf(const TFileResult& result, TDateTime now) {
-  if (result.Outcome == TFileOutcome::Saved) return TFileState::New;
+  if (result.Outcome == TFileOutcome::Saved)
+    return result.State == TFileState::Updated ? TFileState::Updated : TFileState::New;
   const bool may_come = !result.SlotTime.IsZero() && result.SlotTime + kMayStillCome > now;
   return result.State == TFileState::Missing && may_come ? TFileState::NotYet : result.State;
 }

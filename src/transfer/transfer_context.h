@@ -49,6 +49,9 @@ class TRunControl {
   virtual void RestartWatchdog() = 0;
   /// Called just after each transfer.
   virtual void StopWatchdog() = 0;
+  /// So many more files than known before will end at the display; fewer, when negative. A job that does not
+  /// know its files beforehand does not call it.
+  virtual void ExpectFiles(std::int64_t /*more*/) {}
 };
 
 /// Guards one transfer: starts the watchdog now and stops it when the returned scope ends.

@@ -153,7 +153,7 @@ TEST_F(MainFormTest, TabReachesEveryControlInOrderAndComboBoxesHaveNames) {
         << control->objectName().toStdString();
   const auto inside = [&](const QWidget* control) { return tabs.isAncestorOf(control); };
   EXPECT_TRUE(std::ranges::is_partitioned(chain, inside));
-  EXPECT_EQ(*std::ranges::find_if_not(chain, inside), &Get("ListBoxStatus"));
+  EXPECT_EQ(*std::ranges::find_if_not(chain, inside), &Get("LowerTabs"));
   QAccessibleInterface* combo = QAccessible::queryAccessibleInterface(&Get("ComboBoxNotify"));
   EXPECT_EQ(combo->text(QAccessible::Name) + combo->text(QAccessible::Value), "Warning bellNone");
 }

@@ -5,6 +5,8 @@
 #include <QTest>
 #include <QtWidgets>
 
+#include "app/find_bar.h"
+
 namespace skyreel {
 namespace {
 
@@ -23,6 +25,31 @@ TEST(StatusLog, PutsAnOutcomeInThePlaceOfItsTransferAndGivesOutEachFinalLineOnce
   EXPECT_THAT(log.Lines(), testing::ElementsAre("a  b ", std::string(3'999, 'x') + "...", "c - OK", "d - OK",
                                                 "Get: e", "Get: f"));
   EXPECT_EQ(final_lines, log.Lines());
+}
+
+TEST(StatusLog, SignsProblemsAndFindsLines) {
+  QWidget window;
+  auto& view = *new QTableView(&window);
+  TStatusLog log(view);
+  TFindBar& bar = *new TFindBar(view);
+  for (const char* line : {"Get: a", "Get: b"}) log.Begin(line), log.End(line, line == std::string("Get: b"));
+  log.Add("other");
+  const auto sign = [&](int row) { return view.model()->index(row, 0).data(Qt::DecorationRole).isNull(); };
+  EXPECT_TRUE(sign(0) && !sign(1) && sign(2));
+  EXPECT_EQ(view.model()->index(1, 0).data(Qt::AccessibleTextRole), "problem: Get: b");
+  window.show();
+  bar.Open();
+  auto& text = *bar.findChild<QLineEdit*>();
+  QTest::keyClicks(&text, "GET");
+  std::string rows;
+  for (const auto modifier : {Qt::NoModifier, Qt::NoModifier, Qt::ShiftModifier, Qt::ShiftModifier}) {
+    QTest::keyClick(&text, Qt::Key_Return, modifier);
+    rows += std::to_string(view.currentIndex().row()) + " ";
+  }
+  EXPECT_EQ(rows, "0 1 0 1 ");
+  EXPECT_EQ(bar.findChild<QLabel*>()->text(), "from the end again");
+  QTest::keyClick(&text, Qt::Key_Escape);
+  EXPECT_TRUE(bar.isHidden());
 }
 
 TEST(StatusLog, SelectsTheNewestLineDropsTheOldestAndCopies) {

@@ -29,7 +29,12 @@ class TDescribedRunTest : public test::TJobTest {
     TJournal journal(Folder / "journal.sqlite", Clock);
     TDescribedRun run{.Context = Context, .Journal = journal, .Output = Folder / "out", .KeepsFiles = true};
     journal.BeginRun("test");
-    TRunRecord record = RunDescribedSources(run, {{source, {}, days, keep_days}})[0];
+    const std::int64_t ended = static_cast<std::int64_t>(Display.Results.size()) - TJobTest::Run.Expected;
+    const TWantedSource wanted =
+        again_.empty() ? TWantedSource{source, {}, days, keep_days} : WantedAgain(source, again_, Clock.Now);
+    TRunRecord record = RunDescribedSources(run, {wanted})[0];
+    EXPECT_EQ(static_cast<std::int64_t>(Display.Results.size()) - TJobTest::Run.Expected, ended)
+        << "as many files ended as were announced";
     // As the journal's recorder does.
     for (const TFileResult& file : record.Files) {
       if (file.State == TFileState::Missing)
@@ -48,6 +53,7 @@ class TDescribedRunTest : public test::TJobTest {
     return ReadWholeFile(SKYREEL_TEST_PICTURES "/" + name);
   }
 
+  std::vector<TWantedFile> again_;
   const std::string gif_ = Picture("colour.gif");
 };
 
@@ -68,6 +74,26 @@ TEST_F(TDescribedRunTest, GoesBackFromTheNewestSlotUntilAPictureIsWhole) {
   EXPECT_THAT(Asked(), SizeIs(6));
   EXPECT_EQ(Counts(time, get, "{%d%H}.gif", 1), "0 new, 1 present, 1 not yet, 4 missing, 1 failed");
   EXPECT_THAT(Asked(), UnorderedElementsAre("/2606.gif", "/2605.gif"));
+}
+
+TEST_F(TDescribedRunTest, FetchesChosenFilesAnewAndKeepsTheOldOnesUntilThen) {
+  const std::string time = "every = \"1h\"\nkept = \"3d\"", get = "url = \"{S}/{%d%H}.gif\"";
+  for (const char* name : {"/2604.gif", "/2605.gif"}) Server.Answer(name, gif_);
+  Counts(time, get, "{%d%H}.gif", 1);
+  again_ = {{"", test::At("2026-11-26 04:00"), "2026-11/2604.gif"},
+            {"", test::At("2026-11-20 01:00"), "2026-11/2001.gif"}};
+  const std::string other = Picture("colour_interlaced.gif");
+  for (const std::string& body : {other.substr(0, other.size() / 2), other}) {
+    EXPECT_EQ(Tree().at("2026-11/2604.gif"), static_cast<std::int64_t>(gif_.size()));
+    Server.Answer("/2604.gif", body);
+    Asked();
+    Lines();
+    Counts(time, get, "{%d%H}.gif");
+    EXPECT_THAT(Asked(), ElementsAre("/2604.gif"));
+  }
+  EXPECT_THAT(Lines(), ElementsAre("T: 1 files are older than the server keeps them", "2604.gif - updated",
+                                   StartsWith("T: 1 new, 0 present, 0 not yet, 0 missing, 0 failed")));
+  EXPECT_EQ(Tree().at("2026-11/2604.gif"), static_cast<std::int64_t>(other.size()));
 }
 
 TEST_F(TDescribedRunTest, AFixedNameIsNewOnlyWhenItsBytesAre) {

@@ -127,6 +127,27 @@ TEST_F(Journal, TakesTheRowsOfTwoCopies) {
   for (const auto& [run, files] : runs) EXPECT_THAT(files, ElementsAre(Pair(_, kFiles)));
 }
 
+TEST_F(Journal, KeepsItsLocksWhileAnotherOfItsProcessComesAndGoes) {
+  journal_.reset();
+  int go[2];
+  ASSERT_EQ(::pipe(go), 0);
+  const pid_t other = ::fork();
+  if (char byte = 0; other == 0) {
+    if (::read(go[0], &byte, 1) == 1) TDatabase(file_).Execute("PRAGMA wal_checkpoint");
+    // When the last copy closes the file, it removes what the others work with.
+    ::_exit(0);
+  }
+  Open();
+  Run({Entry("a", New)});
+  EXPECT_EQ(TJournal(file_, clock_).NewestRun(), journal_->RunNumber());
+  EXPECT_EQ(::write(go[1], "x", 1), 1);
+  ::waitpid(other, nullptr, 0);
+  EXPECT_GE(FileSizeOf(file_.string() + "-wal"), 0);
+  Run({Entry("b", New)});
+  EXPECT_EQ(Names(), "b a ");
+  EXPECT_THAT(told_, IsEmpty());
+}
+
 TEST_F(Journal, RenamesADamagedFileAndLeavesANewerOneAlone) {
   // What is wrong, whether the file is renamed and begun anew, and what makes it wrong.
   const std::tuple<const char*, bool, std::function<void()>> rows[] = {

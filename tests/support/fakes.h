@@ -79,9 +79,11 @@ class TFakeRun : public TRunControl {
   bool StopRequested() const override { return Stop; }
   void RestartWatchdog() override { WatchdogArmed = true; }
   void StopWatchdog() override { WatchdogArmed = false; }
+  void ExpectFiles(std::int64_t more) override { Expected += more; }
 
   bool Stop = false;
   bool WatchdogArmed = false;
+  std::int64_t Expected = 0;
 };
 
 }  // namespace skyreel::test

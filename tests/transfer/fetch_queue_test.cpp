@@ -100,6 +100,7 @@ TEST_F(TFetchQueueTest, WhatMayPassIsTriedThreeTimesAndACutBodyIsResumed) {
     SCOPED_TRACE(testing::Message() << &c - cases << ": " << c.Answer);
     Script("/a", c.Replies);
     conditions_.clear();
+    Display.Panels.clear();
     answers_.clear();
     Clock.Slept = 0ms;
     Clock.Now = test::At("2005-11-10 12:00");
@@ -108,6 +109,9 @@ TEST_F(TFetchQueueTest, WhatMayPassIsTriedThreeTimesAndACutBodyIsResumed) {
     queue.Run();
     EXPECT_THAT(answers_, ElementsAre("/a " + c.Answer));
     EXPECT_EQ(last_.Tries, c.Tries) << last_.Reason;
+    EXPECT_THAT(Display.Panels, SizeIs(2 * (c.Tries - 1))) << "each wait is shown, and its end";
+    const std::string shown = c.Tries > 1 ? Display.Panels.at(0).second : "";
+    EXPECT_EQ(shown, c.Tries > 1 ? "waiting for " + Server.Address() + ", try 2 of 3" : "");
     EXPECT_EQ(last_.Reason.empty(), c.Answer != "failed");
     EXPECT_EQ(conditions_, c.Conditions);
     const auto wait = c.Seconds < 0 ? 30'000ms * (c.Tries - 1) : std::chrono::seconds(c.Seconds);

@@ -24,6 +24,13 @@ class TArchiveDirectPage : public TFormPage<Ui::TArchiveDirectPage> {
       SelectIfNone(*combo, 0);
   }
 
+ protected:
+  TFtpLogin Login() const override {
+    TFtpLogin login = TFormPage::Login();
+    login.Passive = ui_.CheckBoxEuDAPassive->isChecked();
+    return login;
+  }
+
  private:
   TJob MakeJob() const override {
     TEuDataSettings settings;

@@ -3,7 +3,6 @@
 #include <QDir>
 #include <QFileSystemWatcher>
 #include <QLabel>
-#include <QShortcut>
 #include <QTimer>
 #include <QUrl>
 
@@ -64,6 +63,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   }
 
   void FetchFirstPicture() override { Start({kFirstSource}); }
+  bool Search() override {
+    ui_.EditSearch->setFocus();
+    ui_.EditSearch->selectAll();
+    return true;
+  }
 
   void CatalogueRead() override {
     ui_.TreeSources->Fill(sources_.Catalogue(), sources_.Settings.Ticked);
@@ -80,6 +84,10 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
  protected:
   bool ShowsDescriptions() const override { return true; }
+  std::shared_ptr<const TDescription> Described(const std::string& id) override {
+    return sources_.FindAccepted(id);
+  }
+  bool AcceptsTerms(const std::string& id) const override { return sources_.Settings.Terms.Accepts(id); }
 
  private:
   void WireEvents() {
@@ -105,10 +113,6 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     connect(&timer_reload_, &QTimer::timeout, this, [this] { context_.Catalogue.Read(); });
     connect(&watcher_, &QFileSystemWatcher::fileChanged, this, [this] { timer_reload_.start(); });
     connect(&watcher_, &QFileSystemWatcher::directoryChanged, this, [this] { timer_reload_.start(); });
-    connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, ui_.EditSearch, [this] {
-      ui_.EditSearch->setFocus();
-      ui_.EditSearch->selectAll();
-    });
   }
 
   /// Watches the user's files.

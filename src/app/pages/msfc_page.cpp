@@ -13,6 +13,15 @@ class TMsfcPage : public TFormPage<Ui::TMsfcPage> {
     SetItems(*ui_.CheckListBoxMSFCslot, MsfcSlotItems());
   }
 
+ protected:
+  TFtpLogin Login() const override {
+    TFtpLogin login;
+    login.UserID = "anonymous";
+    login.Password = kAnonymousPassword;
+    login.Passive = ui_.CheckBoxMSFCpassive->isChecked();
+    return login;
+  }
+
  private:
   TJob MakeJob() const override {
     TMsfcSettings settings;
