@@ -17,7 +17,7 @@ namespace skyreel {
 
 namespace {
 
-constexpr int kNarrowest = 6, kWidest = 22;
+constexpr int kNarrowest = 5, kWidest = 22;
 
 bool HasSeconds(TDateTime time) {
   return time != time.RoundedDown(std::chrono::minutes(1));
@@ -45,8 +45,12 @@ class TCellDelegate : public QAbstractItemDelegate {
   void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override {
     const TCoverageCell& cell = model_.At(index.row(), index.column());
     if (cell.Slot.IsZero()) return;
-    if (option.state & QStyle::State_Selected)
-      painter->fillRect(option.rect, option.palette.color(QPalette::Highlight));
+    if (option.state & QStyle::State_Selected) {
+      // A full highlight would hide the signs.
+      QColor pale = option.palette.color(QPalette::Highlight);
+      pale.setAlpha(110);
+      painter->fillRect(option.rect, pale);
+    }
     KeepPictures(option, painter->device()->devicePixelRatioF());
     painter->drawPixmap(option.rect.topLeft(), pictures_[static_cast<std::size_t>(cell.State)]);
     if (option.state & QStyle::State_HasFocus) {

@@ -143,6 +143,7 @@ QAction* TCoverageView::AddAction(const QString& text, const char* name, const Q
 
 void TCoverageView::WireEvents() {
   connect(combo_source_, &QComboBox::activated, this, [this] {
+    chosen_source_ = Source()->Id;
     product_.clear();
     Reload();
   });
@@ -171,12 +172,11 @@ void TCoverageView::SourcesChanged() {
 }
 
 void TCoverageView::FillSources() {
-  const std::string before = Source() ? Source()->Id : "";
   sources_.clear();
   std::vector<std::string> titles;
   int current = 0;
   for (TCoverageSource& source : environment_.Sources()) {
-    if (source.Id == before) current = static_cast<int>(sources_.size());
+    if (source.Id == chosen_source_) current = static_cast<int>(sources_.size());
     titles.push_back(source.Title);
     sources_.push_back(std::make_shared<TCoverageSource>(std::move(source)));
   }
@@ -234,6 +234,8 @@ TCoverageView::TLoaded TCoverageView::Load(const TCoverageSource& source,
 void TCoverageView::Show(TLoaded loaded) {
   const auto current = std::ranges::find(loaded.Products, loaded.Product);
   FillCombo(*combo_product_, loaded.Products, static_cast<int>(current - loaded.Products.begin()));
+  // A source without a choice has one product without a name.
+  combo_product_->setVisible(loaded.Products.size() > 1 || !loaded.Product.empty());
   product_ = loaded.Product;
   ++version_;
   model_.Show(std::move(loaded.Coverage));

@@ -89,7 +89,8 @@ class TCoverageView : public QWidget {
   const TCoverageEnvironment environment_;
   std::vector<std::shared_ptr<const TCoverageSource>> sources_;
   TCoverageModel model_;
-  std::string product_;  ///< that the table shows
+  std::string chosen_source_;  ///< by the user; empty: the first one
+  std::string product_;        ///< that the table shows
   QComboBox* combo_source_ = nullptr;
   QComboBox* combo_product_ = nullptr;
   QComboBox* combo_period_ = nullptr;

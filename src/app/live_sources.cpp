@@ -67,19 +67,19 @@ std::function<TVolume()> TLiveSources::VolumeWork(const std::vector<std::string>
   };
 }
 
-std::vector<TCoverageSource> TLiveSources::CoverageSources(const std::filesystem::path& output) const {
+std::vector<TCoverageSource> TLiveSources::CoverageSources(const std::filesystem::path& output,
+                                                           const THealths& healths) const {
   std::vector<TCoverageSource> sources;
   const TSharedCatalogue::TPtr& catalogue = environment_.Catalogue.Current();
   if (!catalogue) return sources;
   for (const TCatalogueEntry& entry : catalogue->Entries) {
     if (!entry.Description || entry.Description->Page) continue;
+    const auto health = healths.find(entry.Id);
+    const bool has_run = health != healths.end() && health->second != TSourceHealth::NeverRun;
+    if (!has_run && !Settings.Ticked.contains(entry.Id)) continue;
     const TWantedSource wanted = Settings.Wanted(*entry.Description);
-    auto source = CoverageOf({catalogue, &*entry.Description}, wanted.Choices, output, wanted.KeepDays);
-    sources.push_back(std::move(source));
+    sources.push_back(CoverageOf({catalogue, &*entry.Description}, wanted.Choices, output, wanted.KeepDays));
   }
-  // What the user runs comes first.
-  std::ranges::stable_partition(
-      sources, [this](const TCoverageSource& source) { return Settings.Ticked.contains(source.Id); });
   return sources;
 }
 

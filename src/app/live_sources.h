@@ -46,8 +46,9 @@ class TLiveSources {
   /// The preview of the next run.
   std::function<TPreview()> PreviewWork(const TDescription& source, const std::filesystem::path& output,
                                         TDateTime now) const;
-  /// The coverage of all sources that are sound; empty while there are no descriptions.
-  std::vector<TCoverageSource> CoverageSources(const std::filesystem::path& output) const;
+  /// The coverage of the sources that are ticked or have run; empty while there are no descriptions.
+  std::vector<TCoverageSource> CoverageSources(const std::filesystem::path& output,
+                                               const THealths& healths) const;
   /// What the next run of these sources may fetch.
   std::function<TVolume()> VolumeWork(const std::vector<std::string>& ids,
                                       const std::filesystem::path& output, TDateTime now) const;
