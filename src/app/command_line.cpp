@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "app/animation_export.h"
 #include "base/text.h"
 #include "sources/source_table.h"
 
@@ -48,6 +49,11 @@ std::string HelpText() {
   add("--run ID[,ID...]", "fetch the newest pictures of described sources, then end");
   add("--days N", "with --run: fetch N days instead");
   add("--dry-run", "with --run: print what would be fetched");
+  add("--animate SOURCE[/PRODUCT]", "save stored pictures as an animation: an id, or a tab in quotes");
+  add("--output FILE", "with --animate: the file; .mp4 and .webm need ffmpeg, .gif does not");
+  add("--last 24h", "with --animate: the hours (h) or days (d) up to the newest picture");
+  add("--fps N", "with --animate: pictures a second, 1 to 30; otherwise 12");
+  add("--size N", "with --animate: the longest side of a frame in pixels; otherwise 1080");
   add("--help, -h, -?", "show this text");
   add("--version", "show the version");
   text +=
@@ -80,9 +86,26 @@ bool TakeCommand(const std::string& value, TStartPlan& plan) {
   return true;
 }
 
-bool TakeDays(const std::string& value, TStartPlan& plan) {
-  plan.Terminal.Days = ParseNumber<int>(value);
-  return plan.Terminal.Days && *plan.Terminal.Days >= 1 && *plan.Terminal.Days <= kMostDays;
+/// "36h", "3d".
+bool TakeLast(const std::string& value, TStartPlan& plan) {
+  const bool days = value.back() == 'd' || value.back() == 'D';
+  if (!days && value.back() != 'h' && value.back() != 'H') return false;
+  const auto number = ParseNumber<int>(value.substr(0, value.size() - 1));
+  if (!number || *number < 1 || *number > kMostDays * (days ? 1 : 24)) return false;
+  plan.Terminal.Last = std::chrono::hours(days ? *number * 24 : *number);
+  return true;
+}
+
+template <std::optional<int> TTerminalCommand::*member, int least, int most>
+bool TakeNumber(const std::string& value, TStartPlan& plan) {
+  const std::optional<int> number = ParseNumber<int>(value);
+  plan.Terminal.*member = number;
+  return number && *number >= least && *number <= most;
+}
+
+bool TakeOutput(const std::string& value, TStartPlan& plan) {
+  plan.Terminal.Output = value;
+  return IsAnimationName(value);
 }
 
 bool TakeJson(const std::string& value, TStartPlan& plan) {
@@ -96,9 +119,16 @@ void TakeOptions(const std::vector<std::string>& arguments, TStartPlan& plan) {
   constexpr TOption kOptions[] = {
       {"--json", "the name of a file, or - for standard output", TakeJson},
       {"--run", "the ids of sources, separated by commas", TakeCommand<Run>},
-      {"--days", "a number of days from 1 to 366", TakeDays},
+      {"--days", "a number of days from 1 to 366", TakeNumber<&TTerminalCommand::Days, 1, kMostDays>},
       {"--check-source", "the name of a file", TakeCommand<CheckSource>},
       {"--try-source", "the name of a file, or an id", TakeCommand<TrySource>},
+      {"--animate", "a source, or source/product", TakeCommand<Animate>},
+      {"--output", "the name of a file that ends in .mp4, .webm or .gif", TakeOutput},
+      {"--last", "hours or days up to 366 days, such as 24h or 3d", TakeLast},
+      {"--fps", "a number from 1 to 30",
+       TakeNumber<&TTerminalCommand::FramesPerSecond, 1, TAnimationStyle::kMostFramesPerSecond>},
+      {"--size", "a number of pixels from 16 to 4096",
+       TakeNumber<&TTerminalCommand::LongestSide, TAnimationOrder::kLeastSide, TAnimationOrder::kMostSide>},
   };
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
@@ -115,10 +145,17 @@ void TakeOptions(const std::vector<std::string>& arguments, TStartPlan& plan) {
       return;
     }
   }
-  if ((plan.Terminal.Days || plan.Terminal.DryRun) && plan.Terminal.Kind != Run) {
-    plan.Action = TStartPlan::TAction::Refuse;
+  const TTerminalCommand& command = plan.Terminal;
+  const bool animation_options =
+      !command.Output.empty() || command.Last || command.FramesPerSecond || command.LongestSide;
+  if ((command.Days || command.DryRun) && command.Kind != Run) {
     plan.Text = "Skyreel: --days and --dry-run need --run\n";
+  } else if (animation_options && command.Kind != Animate) {
+    plan.Text = "Skyreel: --output, --last, --fps and --size need --animate\n";
+  } else if (command.Kind == Animate && command.Output.empty()) {
+    plan.Text = "Skyreel: --animate needs --output\n";
   }
+  if (!plan.Text.empty()) plan.Action = TStartPlan::TAction::Refuse;
 }
 
 std::string ChoosePlatforms(const std::function<bool(const char* name)>& given,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -9,11 +10,18 @@ namespace skyreel {
 
 /// What is done on the terminal, without a window.
 struct TTerminalCommand {
-  enum class TKind { None, ListSources, CheckSource, TrySource, Run };
+  enum class TKind { None, ListSources, CheckSource, TrySource, Run, Animate };
   TKind Kind = TKind::None;
-  std::string Argument;     ///< a file, an id, or the ids that run, separated by commas
+  std::string Argument;     ///< a file, an id, the ids that run, separated by commas, or SOURCE[/PRODUCT]
   std::optional<int> Days;  ///< Run: so many days instead of the newest slot
   bool DryRun = false;      ///< Run: only prints the plan
+
+  // --- Animate.
+
+  std::string Output{};                    ///< the file
+  std::optional<std::chrono::hours> Last;  ///< up to the newest picture
+  std::optional<int> FramesPerSecond;
+  std::optional<int> LongestSide;  ///< of a frame, in pixels
 };
 
 /// What the program does before any window exists.

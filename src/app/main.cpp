@@ -178,6 +178,12 @@ int main(int argc, char** argv) {
   for (const std::string& argument : plan.Arguments) left.push_back(const_cast<char*>(argument.c_str()));
   int count = static_cast<int>(left.size());
   left.push_back(nullptr);
+  if (plan.Terminal.Kind == TTerminalCommand::TKind::Animate) {
+    // The captions need fonts, but no display.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QGuiApplication application(count, left.data());
+    return RunCommand(signal_watcher, plan);
+  }
   if (plan.Terminal.Kind != TTerminalCommand::TKind::None) {
     const QCoreApplication application(argc, argv);
     return RunCommand(signal_watcher, plan);

@@ -108,28 +108,19 @@ void TFormMain::AddLowerViews() {
   auto* const bar = new TFindBar(*ui_->ListBoxStatus);
   ui_->LogLayout->addWidget(bar);
   lower_ = std::make_unique<TLowerViews>(*ui_->LowerTabs, environment_.Store, [bar] { bar->Open(); });
-  const auto make_files = [this] {
-    catalogue_.ReadOnce();
-    files_ = new TFilesView(
-        {.Journal = environment_.JournalFile,
-         .UtcNow = [this] { return UtcNow(); },
-         .WhyNotAgain = [this](const TJournalEntry& file) { return WhyNotAgain(file); },
-         .FetchAgain = [this](const std::vector<TJournalEntry>& files) { FetchAgain(files); }});
-    files_->SetRunning(Busy());
-    return files_;
-  };
-  lower_->Add("Files", make_files, [this] { files_->Find(); });
-  const auto make_coverage = [this] {
-    coverage_ =
-        new TCoverageView({.JournalFile = environment_.JournalFile,
-                           .LedgerFile = environment_.ProgramFolder / kLedgerName,
-                           .UtcNow = [this] { return UtcNow(); },
-                           .Sources = [this] { return CoverageSources(); },
-                           .WhyNotFetch = [this](const TJournalEntry& file) { return WhyNotAgain(file); }});
-    coverage_->OnFetch = [this](const std::vector<TJournalEntry>& files) { FetchAgain(files); };
-    return coverage_;
-  };
-  lower_->Add("Coverage", make_coverage);
+  const TFilesView::TSetup files{
+      .Journal = environment_.JournalFile,
+      .UtcNow = [this] { return UtcNow(); },
+      .WhyNotAgain = [this](const TJournalEntry& file) { return WhyNotAgain(file); },
+      .FetchAgain = [this](const std::vector<TJournalEntry>& chosen) { FetchAgain(chosen); }};
+  const TCoverageEnvironment coverage{
+      .JournalFile = environment_.JournalFile,
+      .LedgerFile = environment_.ProgramFolder / kLedgerName,
+      .UtcNow = [this] { return UtcNow(); },
+      .Sources = [this] { return CoverageSources(); },
+      .WhyNotFetch = [this](const TJournalEntry& file) { return WhyNotAgain(file); }};
+  views_ = std::make_unique<TArchiveViews>(
+      *lower_, TArchiveViews::TSetup{files, coverage, catalogue_, [this] { return Busy(); }});
   lower_->OnMade = [this] { OrderSharedControls(); };
 }
 
@@ -190,7 +181,7 @@ void TFormMain::WireEvents() {
   }
   catalogue_.OnRead = [this] {
     for (TSourcePage* page : tabs_->Pages()) page->CatalogueRead();
-    if (coverage_ != nullptr) coverage_->SourcesChanged();
+    views_->CatalogueRead();
   };
   connect(ui_->ButtonClose, &QPushButton::clicked, this, &TFormMain::ButtonCloseClick);
   connect(ui_->MenuItemExit, &QAction::triggered, this, &TFormMain::ButtonCloseClick);
@@ -294,8 +285,7 @@ void TFormMain::RunSource(TSourcePage& page, const TSourcePage::TJob& job) {
     progress_.emplace();
     ShowRunProgress();
     tabs_->ShowRunning(page, true);
-    if (files_ != nullptr) files_->SetRunning(true);
-    if (coverage_ != nullptr) coverage_->RunChanged();
+    views_->RunBegan();
   }
   runner_->Run(page, job);
   if (begins) tabs_->ShowRunning(page, false);
@@ -329,8 +319,7 @@ void TFormMain::JobEnded(const std::vector<TRunRecord>& records) {
       std::ranges::any_of(records, [](const TRunRecord& record) { return record.End == TRunEnd::Stopped; });
   progress_.reset();
   ShowRunProgress();
-  if (files_ != nullptr) files_->SetRunning(false);
-  if (coverage_ != nullptr) coverage_->RunChanged();
+  views_->RunEnded();
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
@@ -385,14 +374,11 @@ void TFormMain::BeginFile(const std::string& line) {
 }
 void TFormMain::EndFile(const TFileResult& result, const std::string& line) {
   journal_.Record(result);
-  if (coverage_ != nullptr) {
-    coverage_->FileDone(result.Source, result.Product,
-                        {result.SlotTime, JournalOutcome(result.State), result.Reason, result.Path});
-  }
   if (progress_) {
     progress_->Count(result.Bytes);
     ShowRunProgress();
   }
+  views_->FileEnded(result);
   if (!line.empty()) log_->End(line, SignOf(result.State) == TSign::Problem);
 }
 

@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "app/archive_views.h"
 #include "app/batch.h"
 #include "app/batch_record.h"
-#include "app/coverage_view.h"
-#include "app/files_view.h"
 #include "app/job_runner.h"
 #include "app/journal_recorder.h"
 #include "app/lower_views.h"
@@ -155,8 +154,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   std::unique_ptr<TJobRunner> runner_;
   std::unique_ptr<TSourceTabs> tabs_;
   std::unique_ptr<TLowerViews> lower_;
-  TFilesView* files_ = nullptr;           ///< once it is made
-  TCoverageView* coverage_ = nullptr;     ///< once it is made
+  std::unique_ptr<TArchiveViews> views_;
   std::optional<TRunProgress> progress_;  ///< of the running job
   bool stopped_ = false;                  ///< the last job was stopped
   TRegistryString WindowGeometry_, SplitterState_;

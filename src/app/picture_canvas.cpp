@@ -82,6 +82,13 @@ void TPictureCanvas::Show(const fs::path& path, const QImage& thumbnail) {
   update();
 }
 
+void TPictureCanvas::ShowFrame(const fs::path& path, const QImage& frame) {
+  Clear();
+  scale_ = 0;
+  path_ = path;
+  whole_ = {.Image = frame, .Region = frame.rect(), .FullSize = frame.size(), .Kind = "frame", .Problem = {}};
+}
+
 void TPictureCanvas::Clear() {
   *stop_ = true;
   path_.clear();
@@ -160,7 +167,7 @@ void TPictureCanvas::Changed() {
 
 void TPictureCanvas::LoadMissing() {
   if (path_.empty() || loading_ || !isVisible()) return;
-  TPictureWish wish{.Room = Room().toSize().expandedTo({1, 1})};
+  TPictureWish wish{.Room = FrameRoom()};
   if (agreed_) wish.MostBytes = std::numeric_limits<std::int64_t>::max();
   // The first decoding tells the size.
   if (whole_.Kind.empty()) return Load(wish);

@@ -24,7 +24,11 @@ class TPictureCanvas : public QWidget {
   /// Shows a file. Until it is decoded, the thumbnail (or nothing, when it is null) stands for it. A picture
   /// of the same size as the one before keeps the scale and the place.
   void Show(const std::filesystem::path& path, const QImage& thumbnail);
+  /// Shows a frame of an animation, which was made from the file.
+  void ShowFrame(const std::filesystem::path& path, const QImage& frame);
   void Clear();
+  /// The screen pixels that a fitted picture may use.
+  QSize FrameRoom() const { return Room().toSize().expandedTo({1, 1}); }
   const std::filesystem::path& Path() const { return path_; }
   /// The state of the picture that is shown; its image may be a part.
   const TPicture& Picture() const { return whole_; }

@@ -7,8 +7,10 @@
 #include <QVBoxLayout>
 #include <utility>
 
+#include "app/animation_export.h"
 #include "app/background.h"
 #include "base/clock.h"
+#include "base/scope.h"
 #include "journal/journal.h"
 
 namespace skyreel {
@@ -41,6 +43,12 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
       canvas_(new TPictureCanvas),
       bar_(new QToolBar),
       caption_(new QLabel),
+      animation_(new TAnimationBar(
+          {.MakeFileJob = [this] { return MakeFileJob(); },
+           .Room = [this] { return canvas_->FrameRoom(); },
+           .Show = [this](const TFrameFile& file, const QImage& picture) { ShowFrame(file, picture); },
+           .Paused = [this](const TFrameFile& file) { ShowPaused(file); },
+           .Current = [this] { return canvas_->Path(); }})),
       empty_(new QLabel("No pictures have been stored yet. They appear here while a run fetches them.")),
       splitter_(new QSplitter) {
   setObjectName("PicturesView");
@@ -89,6 +97,7 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
   layout->addLayout(top);
   layout->addWidget(empty_, 1);
   layout->addWidget(splitter_, 1);
+  layout->addWidget(animation_);
   setFocusProxy(strip_);
   newest_timer_.setSingleShot(true);
   newest_timer_.setInterval(kNewestDelay);
@@ -113,6 +122,7 @@ void TPicturesView::AddActions() {
   add("Earlier", "The picture before", {Qt::Key_Left}, [this] { Step(-1); });
   add("Later", "The next picture", {Qt::Key_Right}, [this] { Step(1); });
   add("Oldest", "The oldest picture", {Qt::Key_Home}, [this] { GoTo(0); });
+  add("Play", "Play or pause", {Qt::Key_Space}, [this] { animation_->PlayOrPause(); });
   add("Newest", "The newest picture", {Qt::Key_End}, [this] { GoTo(list_.Count() - 1); });
   bar_->addAction(
       add("Fit", "Fit the picture to the view", {Qt::Key_F, Qt::Key_0}, [this] { canvas_->Fit(); }));
@@ -134,6 +144,7 @@ void TPicturesView::WireEvents() {
   connect(strip_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           [this](const QModelIndex& now) {
             following_ = now.row() == list_.Count() - 1;
+            if (!pausing_) animation_->Forget();
             ShowCurrent();
           });
   canvas_->OnLoaded = [this] {
@@ -141,7 +152,7 @@ void TPicturesView::WireEvents() {
     StoreThumbnail();
   };
   newest_timer_.callOnTimeout([this] {
-    if (const int row = list_.RowOf(newest_); row >= 0 && following_) {
+    if (const int row = list_.RowOf(newest_); row >= 0 && following_ && !animation_->IsPlaying()) {
       GoTo(row);
       following_ = true;
     }
@@ -189,6 +200,7 @@ void TPicturesView::Take(TAnswer answer) {
     entry.Credit = found->second.Credit;
   }
   products_.swap(answer.Products);
+  if (wanted_) products_[wanted_->Source].insert(wanted_->Product);
   FillSources();
   const std::filesystem::path shown = canvas_->Path();
   const bool follow = following_;
@@ -203,6 +215,33 @@ void TPicturesView::Take(TAnswer answer) {
   const int row = list_.RowOf(shown);
   GoTo(row < 0 || follow ? list_.Count() - 1 : row);
   if (list_.Count() == 0) ShowCurrent();
+  GoToWanted();
+}
+
+void TPicturesView::ShowPicture(const TPictureEntry& picture) {
+  wanted_ = picture;
+  play_to_.reset();
+  products_[picture.Source].insert(picture.Product);
+  FillSources();
+  Choose(*source_, picture.Source);
+  FillProducts();
+  Choose(*product_, picture.Product);
+  Reload();
+}
+
+void TPicturesView::PlayFrom(const TPictureEntry& picture, TDateTime to) {
+  ShowPicture(picture);
+  play_to_ = to;
+}
+
+void TPicturesView::GoToWanted() {
+  const auto wanted = std::exchange(wanted_, std::nullopt);
+  const auto to = std::exchange(play_to_, std::nullopt);
+  if (!wanted) return;
+  // The journal forgets files after a year, and never knew those of other computers.
+  const int known = list_.RowOf(wanted->Path);
+  GoTo(known >= 0 ? known : list_.Add(*wanted));
+  if (to) animation_->PlayRange(wanted->SlotTime, *to);
 }
 
 void TPicturesView::FillSources() {
@@ -246,8 +285,9 @@ void TPicturesView::ShowNewest(const TPictureEntry& entry) {
   following_ = follow;
   empty_->hide();
   splitter_->show();
+  animation_->show();
   if (entry.Path == canvas_->Path()) {
-    ShowCurrent();  // its file was replaced
+    if (!animation_->IsPlaying()) ShowCurrent();  // its file was replaced
   } else if (follow) {
     newest_ = entry.Path;
     if (strip_->currentIndex().isValid()) {
@@ -268,8 +308,9 @@ void TPicturesView::GoTo(int row) {
 
 void TPicturesView::ShowCurrent() {
   const int row = strip_->currentIndex().row();
+  for (QWidget* widget : {static_cast<QWidget*>(splitter_), static_cast<QWidget*>(animation_)})
+    widget->setVisible(list_.Count() > 0);
   empty_->setVisible(list_.Count() == 0);
-  splitter_->setVisible(list_.Count() > 0);
   if (row < 0) {
     canvas_->Clear();
   } else {
@@ -298,6 +339,36 @@ void TPicturesView::ShowCaption() {
   add(entry.Credit);
   caption_->setText(parts.join(" · "));
   canvas_->setAccessibleDescription(caption_->text());
+}
+
+TAnimationBar::TJob TPicturesView::MakeFileJob() const {
+  const int row = strip_->currentIndex().row();
+  if (row < 0) return [] { return std::vector<TFrameFile>(); };
+  return [journal_file = environment_.Journal, entry = list_.At(row)] {
+    constexpr std::int64_t kMostFrames = 100'000;
+    const TSystemClock clock{{}};
+    std::vector<TArrival> files =
+        TJournal(journal_file, clock).Arrivals(entry.Source, entry.Product, kMostFrames);
+    std::erase_if(files, [&](const TArrival& file) { return file.Product != entry.Product; });
+    return FramesOf(files, entry.Credit);
+  };
+}
+
+void TPicturesView::ShowFrame(const TFrameFile& file, const QImage& picture) {
+  canvas_->ShowFrame(file.Path, picture);
+  QStringList parts = {QString::fromStdString(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", file.SlotTime)),
+                       QString::fromStdString(file.Path.filename().string())};
+  if (!file.Credit.empty()) parts << QString::fromStdString(file.Credit);
+  caption_->setText(parts.join(" · "));
+}
+
+void TPicturesView::ShowPaused(const TFrameFile& file) {
+  const TScopedValue pausing(pausing_, true);
+  const int row = list_.RowOf(file.Path);
+  if (row < 0) return canvas_->Show(file.Path, {});
+  const bool current = strip_->currentIndex().row() == row;
+  GoTo(row);
+  if (current) ShowCurrent();
 }
 
 void TPicturesView::StoreThumbnail() {

@@ -10,10 +10,12 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "app/animation_bar.h"
 #include "app/picture_canvas.h"
 #include "app/picture_list.h"
 #include "app/thumbnail_queue.h"
@@ -41,6 +43,10 @@ class TPicturesView : public QWidget {
   /// A run has stored a file. It is shown at once, unless the user looks at an older picture or chose another
   /// source or product.
   void ShowNewest(const TPictureEntry& entry);
+  /// Chooses the source and product of a picture, and shows it.
+  void ShowPicture(const TPictureEntry& picture);
+  /// The same, and plays the pictures of that product up to the time `to`, which is included.
+  void PlayFrom(const TPictureEntry& picture, TDateTime to);
 
  private:
   struct TAnswer {
@@ -51,12 +57,17 @@ class TPicturesView : public QWidget {
   void AddActions();
   void WireEvents();
   void Take(TAnswer answer);
+  void GoToWanted();
   void FillSources();
   void FillProducts();
   bool IsChosen(const TPictureEntry& entry) const;
   void GoTo(int row);
   void Step(int rows) { GoTo(strip_->currentIndex().row() + rows); }
   void ShowCurrent();
+  /// Looks up the pictures of the same source and product as the current one.
+  TAnimationBar::TJob MakeFileJob() const;
+  void ShowFrame(const TFrameFile& file, const QImage& picture);
+  void ShowPaused(const TFrameFile& file);
   void ShowCaption();
   /// Of a picture that the user had decoded, although its thumbnail would have taken too much memory.
   void StoreThumbnail();
@@ -71,7 +82,9 @@ class TPicturesView : public QWidget {
   bool asking_ = false, ask_again_ = false;
   bool following_ = true;  ///< the user looks at the newest picture
   std::filesystem::path newest_;
-  QTimer newest_timer_;  ///< many files a second must not stop each other's decoding
+  std::optional<TPictureEntry> wanted_;  ///< to be shown when the journal has answered
+  std::optional<TDateTime> play_to_;     ///< to be played then
+  QTimer newest_timer_;                  ///< many files a second must not stop each other's decoding
 
   QComboBox* const source_;
   QComboBox* const product_;
@@ -79,6 +92,8 @@ class TPicturesView : public QWidget {
   TPictureCanvas* const canvas_;
   QToolBar* const bar_;
   QLabel* const caption_;
+  TAnimationBar* const animation_;
+  bool pausing_ = false;  ///< the current picture becomes the one at which the animation stands
   QLabel* const empty_;
   QSplitter* const splitter_;
   QWidget* full_ = nullptr;  ///< the window that holds the canvas in full screen

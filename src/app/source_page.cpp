@@ -33,8 +33,8 @@ fs::path BelowOutput(const fs::path& file, const fs::path& output) {
   return file.lexically_relative(fs::absolute(output).lexically_normal());
 }
 
-TWantedFile WantedFileOf(const TJournalEntry& file, const fs::path& output) {
-  return {file.Product, file.SlotTime, file.Path.empty() ? "" : BelowOutput(file.Path, output), file.Address};
+TPictureKey PictureKeyOf(const TJournalEntry& file, const fs::path& output) {
+  return {file.Product, file.SlotTime, file.Path.empty() ? "" : BelowOutput(file.Path, output)};
 }
 
 std::string WhyNotWantedAgain(const TDescription& source, const fs::path& output, const TJournalEntry& file) {
@@ -191,18 +191,18 @@ void TSourcePage::FetchAgain(const std::vector<TJournalEntry>& files) {
     std::vector<TAgainFile> own;
     // They must outlive the waits of the run.
     std::map<std::string, std::shared_ptr<const TDescription>> sources;
-    std::map<std::string, std::vector<TWantedFile>> wanted_files;
+    std::map<std::string, std::vector<TPictureKey>> wanted_keys;
     for (const TJournalEntry& file : files) {
       if (file.Source == context_.Source.Caption) {
         own.push_back(AgainFileOf(file));
       } else if (const auto source = Described(file.Source)) {
         sources[file.Source] = source;
-        wanted_files[file.Source].push_back(WantedFileOf(file, OutputPath()));
+        wanted_keys[file.Source].push_back(PictureKeyOf(file, OutputPath()));
       }
     }
     if (!own.empty()) skyreel::FetchAgain(context, context_.Source, Login(), own);
     std::vector<TWantedSource> wanted;
-    for (auto& [id, list] : wanted_files) {
+    for (auto& [id, list] : wanted_keys) {
       wanted.push_back(WantedAgain(*sources[id], std::move(list), context.Clock.UtcNow()));
       wanted.back().AcceptsTerms = AcceptsTerms(id);
     }

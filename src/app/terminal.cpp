@@ -1,13 +1,20 @@
 #include "app/terminal.h"
 
 #include <QCoreApplication>
+#include <QEventLoop>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <algorithm>
 #include <optional>
+#include <set>
+#include <utility>
 
+#include "app/animation_export.h"
+#include "app/background.h"
 #include "app/batch_record.h"
 #include "app/journal_recorder.h"
 #include "app/live_settings.h"
+#include "app/picture_list.h"
 #include "app/program_folder.h"
 #include "base/comma_text.h"
 #include "base/exceptions.h"
@@ -21,6 +28,7 @@
 #include "net/nm_ftp.h"
 #include "net/nm_http.h"
 #include "settings/registry_store.h"
+#include "sources/source_table.h"
 #include "transfer/transfer_ledger.h"
 
 namespace skyreel {
@@ -284,6 +292,114 @@ int RunSources(const TTerminal& terminal, const TTerminalCommand& command,
   return static_cast<int>(batch.ExitCode());
 }
 
+/// The title of a source as the journal has it: a tab's caption, in any letter case, or an id.
+std::string SourceName(const std::string& name) {
+  for (const TSource& source : Sources())
+    if (SameText(source.Caption, name)) return source.Caption;
+  return name;
+}
+
+/// What --animate names.
+struct TWantedPictures {
+  std::string Source;
+  std::vector<TArrival> Files;
+};
+
+/// The stored files that "SOURCE" or "SOURCE/PRODUCT" names, deleted ones too.
+TWantedPictures StoredPictures(TJournal& journal, const std::string& name) {
+  constexpr std::int64_t kMost = 100'000;
+  const auto all = [&journal](const std::string& source, const std::string& product) {
+    return source.empty() ? std::vector<TArrival>() : journal.Arrivals(source, product, kMost);
+  };
+  TWantedPictures found{SourceName(name), all(SourceName(name), "")};
+  // A source and a product may have slashes in their names.
+  for (auto slash = name.find('/'); found.Files.empty() && slash != std::string::npos;
+       slash = name.find('/', slash + 1)) {
+    found.Source = SourceName(name.substr(0, slash));
+    found.Files = all(found.Source, name.substr(slash + 1));
+  }
+  return found;
+}
+
+/// Saves an animation on a worker thread while this one takes signals.
+TAnimationResult SaveAndWatch(const TTerminal& terminal, const TAnimationOrder& order) {
+  const auto progress = std::make_shared<TAnimationProgress>();
+  terminal.Signals.Start([progress] { progress->Stop = true; });
+  QEventLoop loop;
+  QTimer timer;
+  int told = 0;
+  QObject::connect(&timer, &QTimer::timeout, [&] {
+    if (const int frames = progress->Frames; std::exchange(told, frames) != frames)
+      Fire(terminal.Output, std::to_string(frames) + " of " + Count(std::ssize(order.Files), "picture"));
+  });
+  timer.start(std::chrono::seconds(5));
+  TAnimationResult result;
+  InBackground(
+      &loop, [&] { return SaveAnimation(order, progress); },
+      [&](TAnimationResult saved) {
+        result = std::move(saved);
+        loop.quit();
+      });
+  loop.exec();
+  return result;
+}
+
+int Animate(const TTerminal& terminal, const TTerminalCommand& command,
+            const std::vector<std::string>& unknown) {
+  for (const std::string& argument : unknown)
+    Fire(terminal.ErrorOutput, "\"" + argument + "\" does not go with --animate; see Skyreel --help");
+  if (!unknown.empty()) return static_cast<int>(TExitCode::UnknownArgument);
+  const auto not_started = [&](const std::string& reason) {
+    Fire(terminal.ErrorOutput, reason);
+    return static_cast<int>(TExitCode::NotStarted);
+  };
+  TAnimationOrder order;
+  order.Output = fs::absolute(command.Output);
+  order.Ffmpeg = FindFfmpeg();
+  order.Style.KeepsGaps = true;
+  if (NeedsFfmpeg(order.Output) && order.Ffmpeg.empty()) return not_started(kNoFfmpegText);
+
+  const TSystemClock clock({});
+  std::optional<TJournal> journal;
+  // A question makes no journal.
+  if (FileSizeOf(terminal.JournalFile) >= 0) journal.emplace(terminal.JournalFile, clock);
+  const TWantedPictures wanted = journal ? StoredPictures(*journal, command.Argument) : TWantedPictures{};
+  if (wanted.Files.empty())
+    return not_started("The journal names no picture of \"" + command.Argument +
+                       "\"; name a tab, or an id of Skyreel --list-sources");
+  std::set<std::string> products;
+  std::string credit;
+  if (const TCatalogueEntry* const entry = Catalogue(terminal).Find(wanted.Source);
+      entry && entry->Description)
+    credit = entry->Description->Licence.Credit;
+  for (const TArrival& file : wanted.Files)
+    if (MayBePicture(file.Path)) products.insert(file.Product);
+  order.Files = FramesOf(wanted.Files, credit);
+  if (order.Files.empty())
+    return not_started("None of the " + Count(std::ssize(wanted.Files), "picture") + " of \"" +
+                       command.Argument + "\" is on the disk any more");
+  if (products.size() > 1) {
+    std::string names;
+    for (const std::string& product : products)
+      names += (names.empty() ? "" : ", ") + wanted.Source + "/" + product;
+    return not_started("\"" + command.Argument + "\" has several products; name one of " + names);
+  }
+  order.Files = FramesOfLast(order.Files, command.Last.value_or(std::chrono::hours(24)));
+  order.Style.FramesPerSecond = command.FramesPerSecond.value_or(order.Style.FramesPerSecond);
+  order.LongestSide = command.LongestSide.value_or(order.LongestSide);
+
+  const TAnimationResult result = SaveAndWatch(terminal, order);
+  for (const auto& [frame, reason] : result.LeftOut)
+    Fire(terminal.ErrorOutput, order.Files[frame].Path.string() + " is left out: " + reason);
+  if (result.Stopped) return static_cast<int>(TExitCode::Signal);
+  if (!result.Problem.empty()) {
+    Fire(terminal.ErrorOutput, result.Problem);
+    return static_cast<int>(TExitCode::FileFailed);
+  }
+  Fire(terminal.Output, command.Output + ": " + SavedText(result));
+  return static_cast<int>(TExitCode::Done);
+}
+
 }  // namespace
 
 int RunOnTerminal(const TTerminal& terminal, const TTerminalCommand& command,
@@ -295,6 +411,8 @@ int RunOnTerminal(const TTerminal& terminal, const TTerminalCommand& command,
       return CheckSource(terminal, command.Argument);
     case TTerminalCommand::TKind::TrySource:
       return TrySource(terminal, command.Argument);
+    case TTerminalCommand::TKind::Animate:
+      return Animate(terminal, command, unknown);
     default:
       return RunSources(terminal, command, unknown);
   }

@@ -77,9 +77,9 @@ bool AsksForOtherFormat(const fs::path& path, TFileType type) {
 // --- The plan of one source ------------------------------------------------------------------------------
 
 /// The combinations of these files' products.
-std::vector<TCombination> CombinationsOf(const TDescription& source, const std::vector<TWantedFile>& files) {
+std::vector<TCombination> CombinationsOf(const TDescription& source, const std::vector<TPictureKey>& files) {
   std::set<std::string> products;
-  for (const TWantedFile& file : files) products.insert(file.Product);
+  for (const TPictureKey& file : files) products.insert(file.Product);
   std::vector<std::vector<std::size_t>> rows;
   for (const TVariable& variable : source.Variables) {
     // Few of the many combinations are wanted.
@@ -108,7 +108,7 @@ class TPlanner {
         source_(wanted.Source),
         wanted_(wanted),
         now_(now) {
-    for (const TWantedFile& file : wanted.Again) {
+    for (const TPictureKey& file : wanted.Again) {
       again_paths_.insert(file.Path.generic_string());
       if (!file.SlotTime.IsZero()) again_slots_.push_back(file.SlotTime);
     }
@@ -810,9 +810,9 @@ class TDescribedSourceRun {
 
 // --- The run -----------------------------------------------------------------------------------------------
 
-TWantedSource WantedAgain(const TDescription& source, std::vector<TWantedFile> files, TDateTime now) {
+TWantedSource WantedAgain(const TDescription& source, std::vector<TPictureKey> files, TDateTime now) {
   TDateTime oldest = now;
-  for (const TWantedFile& file : files)
+  for (const TPictureKey& file : files)
     if (!file.SlotTime.IsZero()) oldest = std::min(oldest, file.SlotTime);
   const auto days = std::chrono::duration_cast<std::chrono::days>(now.Midnight() - oldest.Midnight());
   return {.Source = source, .Days = static_cast<int>(days.count()) + 1, .Again = std::move(files)};

@@ -15,6 +15,13 @@
 
 namespace skyreel {
 
+/// Identifies one file of a described source.
+struct TPictureKey {
+  std::string Product;         ///< see LabelOf
+  TDateTime SlotTime;          ///< zero when it is not known
+  std::filesystem::path Path;  ///< below the output folder: "2026/a.jpg"; empty when it is not known
+};
+
 /// A described source, and what the user wants of it.
 struct TWantedSource {
   const TDescription& Source;
@@ -25,14 +32,13 @@ struct TWantedSource {
   /// The user accepts the terms of alternates that have a licence of their own; otherwise those that do not
   /// allow any use are passed over.
   bool AcceptsTerms = false;
-  /// Unless empty, fetches exactly these files, whether they are there or not. Their products are labels (see
-  /// LabelOf), and their paths are below the output folder.
-  std::vector<TWantedFile> Again = {};
+  /// Unless empty, fetches exactly these files, whether they are there or not.
+  std::vector<TPictureKey> Again = {};
 };
 
 /// What fetches files of a source anew. A file that is there stays until the new one is whole. `now` is the
 /// time of the run, which is to follow at once.
-TWantedSource WantedAgain(const TDescription& source, std::vector<TWantedFile> files, TDateTime now);
+TWantedSource WantedAgain(const TDescription& source, std::vector<TPictureKey> files, TDateTime now);
 
 /// What a run of described sources works with. All of it outlives the run.
 struct TDescribedRun {

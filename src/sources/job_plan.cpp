@@ -67,10 +67,9 @@ TFetchPlan PlanOfJob(const TJobPlanRequest& request, const std::function<void(TJ
   THttpsClient https;
   TTransferLedger ledger = TTransferLedger::ToRead(request.LedgerFile);
   TRunRecord record;
-  TJobContext context{{display, control, clock, ftp, http, http_notts, https, ledger, record, request.Shared,
-                       request.WinInet},
-                      request.Servers,
-                      request.ProgramFolder};
+  const TTransferContext transfer{
+      display, control, clock, ftp, http, http_notts, https, ledger, record, request.Shared, request.WinInet};
+  TJobContext context{transfer, request.Servers, request.ProgramFolder};
   context.Plan = &plan;
   try {
     job(context);

@@ -19,6 +19,11 @@ TEST(StartPlan, TakesItsOptionsChoosesAPlatformAndAnswersHelpAndVersion) {
       {{}, "QT_QPA_PLATFORM=offscreen", "||"},
       {{"-platform", "xcb"}, "", "|-platform xcb|"},
       {{"-goes", "--json"}, "", "Skyreel: --json needs"},
+      {{"--animate", "a/b", "--output", "a.avi"}, "", "Skyreel: --output needs"},
+      {{"--animate", "a/b", "--last", "25x"}, "", "Skyreel: --last needs"},
+      {{"--animate", "a/b", "--last", "3D"}, "", "Skyreel: --animate needs --output"},
+      {{"--fps", "30"}, "", "Skyreel: --output, --last, --fps and --size need --animate"},
+      {{"--animate", "a", "--output", "a.GIF", "--last", "36h", "--fps", "30"}, "", "offscreen||"},
       {{"-ALL", "--help"}, "", "Skyreel fetches"},
       {{"-?"}, "", "Skyreel fetches"},
       {{"--version"}, "", "Skyreel " SKYREEL_VERSION "\n"}};

@@ -632,6 +632,7 @@ TEST_F(LivePageTest, TheCoverageShowsEachSourceAndFetchesChosenSlots) {
   auto& lower = Get<QTabWidget>("LowerTabs");
   for (int i = 0; i < lower.count(); ++i)
     if (lower.tabText(i) == "Coverage") lower.setCurrentIndex(i);
+  QWidget* const page = lower.currentWidget();
   auto& table = Get<QTableView>("TableCoverage");
   auto& source = Get<QComboBox>("ComboBoxCoverageSource");
   const auto text = [&] {
@@ -644,6 +645,17 @@ TEST_F(LivePageTest, TheCoverageShowsEachSourceAndFetchesChosenSlots) {
   Get<QAction>("ActionFetchThese").trigger();
   EXPECT_TRUE(QTest::qWaitFor([&] { return text().contains("whole, "); })) << text().toStdString();
   EXPECT_THAT(Lines(), Contains(StartsWith("Sea <b>charts: 1 new, 0 present, 0 not yet, 0 missing")));
+  const auto shown = [&] {
+    const auto* strip = form_->findChild<QListView*>("PictureStrip");
+    return strip ? strip->currentIndex().data(Qt::ToolTipRole).toString() : "";
+  };
+  for (const char* way : {"show", "play"}) {
+    way == std::string("show") ? QTest::keyClick(&table, Qt::Key_Return)
+                               : Get<QAction>("ActionPlayThese").trigger();
+    EXPECT_EQ(lower.tabText(lower.currentIndex()), "Pictures") << way;
+    EXPECT_TRUE(QTest::qWaitFor([&] { return shown().contains("north"); })) << shown().toStdString();
+    lower.setCurrentWidget(page);
+  }
   source.setCurrentText("Weather data");
   emit source.activated(source.currentIndex());
   auto& product = Get<QComboBox>("ComboBoxCoverageProduct");

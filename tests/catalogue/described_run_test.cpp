@@ -53,7 +53,7 @@ class TDescribedRunTest : public test::TJobTest {
     return ReadWholeFile(SKYREEL_TEST_PICTURES "/" + name);
   }
 
-  std::vector<TWantedFile> again_;
+  std::vector<TPictureKey> again_;
   const std::string gif_ = Picture("colour.gif");
 };
 

@@ -40,7 +40,7 @@ TEST_F(TFetchAgainTest, KeepsTheOldPictureUntilTheNewOneIsWhole) {
 TEST_F(TFetchAgainTest, PutsADecodedImageInItsPlaceOnlyIfItHasTheOldSize) {
   const std::string packed("\x1f\x9d\x90\x61\xc4\x00", 6);  // of "ab"
   const auto run = [&](const char* name) {
-    Session(kMsfcServer, "user", "secret", {{"/data/b.ara.Z", packed}}, [&] {
+    WithFtpServer(kMsfcServer, "user", "secret", {{"/data/b.ara.Z", packed}}, [&] {
       const std::string address = "ftp://" + Context.Servers.Root(kMsfcServer) + "/data/b.ara.Z";
       EXPECT_EQ(WhyNotAgain(SourceOf("MSFC"), File(address, name)), "");
       FetchAgain(Context, SourceOf("MSFC"), {"", "user", "secret"}, {File(address, name)});

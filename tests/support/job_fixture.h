@@ -140,6 +140,15 @@ class TJobFixture {
   /// exactly these files are asked for.
   void Session(const TServerSetting& setting, const std::string& user, const std::string& password,
                const std::vector<TFtpAsked>& files, const TJob& job) {
+    WithFtpServer(setting, user, password, files, [&] {
+      TWords asked;
+      for (const TFtpAsked& file : files) asked.push_back("ftp://" + ftp_address_ + file.Path);
+      Compare(job, [&] { return asked; });
+    });
+  }
+  /// The same for work that has no plan.
+  void WithFtpServer(const TServerSetting& setting, const std::string& user, const std::string& password,
+                     const std::vector<TFtpAsked>& files, const std::function<void()>& work) {
     std::string steps = ">220 hi|USER " + user + ">331 pw|PASS " + password + ">230 in|TYPE I>200 ok|";
     TTexts contents;
     for (const TFtpAsked& file : files) {
@@ -151,9 +160,7 @@ class TJobFixture {
     }
     const TFtpServer server(false, steps + "QUIT>221 bye|close", contents);
     Context.Servers.Set(setting, ftp_address_ = server.Address());
-    TWords asked;
-    for (const TFtpAsked& file : files) asked.push_back("ftp://" + ftp_address_ + file.Path);
-    Compare(job, [&] { return asked; });
+    work();
     EXPECT_THAT(server.Lines(), testing::Contains("QUIT"));
   }
 
