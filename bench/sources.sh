@@ -15,6 +15,7 @@ measure bench_http_sources ArchiveWantedList
 measure bench_http_sources GoesAllPresent
 measure bench_order_page 'OrderPage'
 measure bench_catalogue .
+measure bench_coverage .
 
 # Milliseconds of one benchmark: the fourth column is the processor time, the fifth its unit.
 milliseconds() {
@@ -37,3 +38,5 @@ row "Order page of 20,000 links for 375 items, all wanted" BM_OrderPage/1 0.2 BM
 row "Order page of 20,000 links for 375 items, 20 wanted" BM_OrderPage/1000 0.2 BM_OrderPagePlainSearch/1000
 row "Plan of 90 days for a described source, all 129,600 files present" BM_PlanAllPresent 1
 row "30 descriptions" BM_ReadDescriptions 0.003
+row "Coverage of a year at 10 minutes, 52,560 files and as many of 473,040 rows of the journal" BM_CoverageOfAYear 0.5
+row "Repaint of a coverage, 1600 x 1000 pixels, 10,080 cells" BM_RepaintCoverage/0 0.016

@@ -152,6 +152,13 @@ std::function<TPreview()> TBoundSources::PreviewMaker(const TJobPlanRequest& req
   };
 }
 
+std::vector<TCoverageSource> TBoundSources::CoverageSources() const {
+  std::vector<TCoverageSource> sources;
+  for (const TWantedSource& each : Wanted())
+    sources.push_back(CoverageOf({catalogue_, &each.Source}, each.Choices, page_.OutputPath(), {}));
+  return sources;
+}
+
 void TBoundSources::RunJob(TJobContext& context) const {
   if (!environment_.Catalogue.Await([&context] { return context.Run.StopRequested(); })) return;
   // A run lets events through, and the descriptions may be read anew meanwhile.

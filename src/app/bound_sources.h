@@ -33,6 +33,8 @@ class TBoundSources {
   void Run(const TStart& start);
   /// Reads the controls. The result looks on the disk and in the journal, on any thread.
   std::function<TPreview()> PreviewMaker(const TJobPlanRequest& request) const;
+  /// The coverage of what the controls choose.
+  std::vector<TCoverageSource> CoverageSources() const;
 
  private:
   /// What the controls choose. A source of which nothing is chosen is not among them.

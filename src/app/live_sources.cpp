@@ -67,6 +67,22 @@ std::function<TVolume()> TLiveSources::VolumeWork(const std::vector<std::string>
   };
 }
 
+std::vector<TCoverageSource> TLiveSources::CoverageSources(const std::filesystem::path& output,
+                                                           const THealths& healths) const {
+  std::vector<TCoverageSource> sources;
+  const TSharedCatalogue::TPtr& catalogue = environment_.Catalogue.Current();
+  if (!catalogue) return sources;
+  for (const TCatalogueEntry& entry : catalogue->Entries) {
+    if (!entry.Description || entry.Description->Page) continue;
+    const auto health = healths.find(entry.Id);
+    const bool has_run = health != healths.end() && health->second != TSourceHealth::NeverRun;
+    if (!has_run && !Settings.Ticked.contains(entry.Id)) continue;
+    const TWantedSource wanted = Settings.Wanted(*entry.Description);
+    sources.push_back(CoverageOf({catalogue, &*entry.Description}, wanted.Choices, output, wanted.KeepDays));
+  }
+  return sources;
+}
+
 std::filesystem::path TLiveSources::UsersFile(const std::string& id) const {
   const TCatalogueEntry* const entry = Catalogue().Find(id);
   return entry && entry->OfUser ? entry->File : "";

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/coverage_source.h"
 #include "app/live_settings.h"
 #include "app/preview.h"
 #include "app/source_page.h"
@@ -45,6 +46,9 @@ class TLiveSources {
   /// The preview of the next run.
   std::function<TPreview()> PreviewWork(const TDescription& source, const std::filesystem::path& output,
                                         TDateTime now) const;
+  /// The coverage of the sources that are ticked or have run; empty while there are no descriptions.
+  std::vector<TCoverageSource> CoverageSources(const std::filesystem::path& output,
+                                               const THealths& healths) const;
   /// What the next run of these sources may fetch.
   std::function<TVolume()> VolumeWork(const std::vector<std::string>& ids,
                                       const std::filesystem::path& output, TDateTime now) const;

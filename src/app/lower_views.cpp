@@ -50,9 +50,9 @@ void TLowerViews::Find() const {
   Fire(finds_[static_cast<std::size_t>(tabs_.currentIndex())]);
 }
 
-void TLowerViews::ShowLast() {
+void TLowerViews::Show(const QString& title) {
   for (int i = 0; i < tabs_.count(); ++i)
-    if (tabs_.tabText(i) == LowerTab_.Value) tabs_.setCurrentIndex(i);
+    if (tabs_.tabText(i) == title) tabs_.setCurrentIndex(i);
 }
 
 void TLowerViews::RememberCurrent() {

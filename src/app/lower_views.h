@@ -20,8 +20,10 @@ class TLowerViews {
   void Add(const QString& title, std::function<QWidget*()> make, std::function<void()> find = {});
   /// Lets the user search in the current view.
   void Find() const;
+  /// Shows the tab with this title, if there is one.
+  void Show(const QString& title);
   /// Shows the tab that the user saw last.
-  void ShowLast();
+  void ShowLast() { Show(LowerTab_.Value); }
   /// The next start shows the current tab.
   void RememberCurrent();
 

@@ -113,8 +113,14 @@ void TFormMain::AddLowerViews() {
       .UtcNow = [this] { return UtcNow(); },
       .WhyNotAgain = [this](const TJournalEntry& file) { return WhyNotAgain(file); },
       .FetchAgain = [this](const std::vector<TJournalEntry>& chosen) { FetchAgain(chosen); }};
+  const TCoverageEnvironment coverage{
+      .JournalFile = environment_.JournalFile,
+      .LedgerFile = environment_.ProgramFolder / kLedgerName,
+      .UtcNow = [this] { return UtcNow(); },
+      .Sources = [this] { return CoverageSources(); },
+      .WhyNotFetch = [this](const TJournalEntry& file) { return WhyNotAgain(file); }};
   views_ = std::make_unique<TArchiveViews>(
-      *lower_, TArchiveViews::TSetup{files, catalogue_, [this] { return Busy(); }});
+      *lower_, TArchiveViews::TSetup{files, coverage, catalogue_, [this] { return Busy(); }});
   lower_->OnMade = [this] { OrderSharedControls(); };
 }
 
@@ -317,6 +323,13 @@ void TFormMain::JobEnded(const std::vector<TRunRecord>& records) {
   if (runner_->CloseWhenDone()) QMetaObject::invokeMethod(this, &QWidget::close, Qt::QueuedConnection);
   log_->Flush();
   if (ui_->ComboBoxNotify->currentIndex() == kBellAfterRun) Bell();
+}
+
+std::vector<TCoverageSource> TFormMain::CoverageSources() const {
+  std::vector<TCoverageSource> sources;
+  for (const TSourcePage* page : tabs_->Pages())
+    if (tabs_->IsShown(*page)) std::ranges::move(page->CoverageSources(), std::back_inserter(sources));
+  return sources;
 }
 
 void TFormMain::ShowRunProgress() {

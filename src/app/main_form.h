@@ -96,6 +96,7 @@ class TFormMain : public QMainWindow, private TStatusDisplay, private TBatchActi
   /// Runs the page's job, unless its tab is hidden or its login is missing.
   void RunSource(TSourcePage& page, const TSourcePage::TJob& job);
   void JobEnded(const std::vector<TRunRecord>& records);
+  std::vector<TCoverageSource> CoverageSources() const;
   void ShowRunProgress();
   std::string WhyNotAgain(const TJournalEntry& file);
   /// Fetches files of the journal anew, one page's after the other's.

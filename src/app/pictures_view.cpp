@@ -200,6 +200,7 @@ void TPicturesView::Take(TAnswer answer) {
     entry.Credit = found->second.Credit;
   }
   products_.swap(answer.Products);
+  if (wanted_) products_[wanted_->Source].insert(wanted_->Product);
   FillSources();
   const std::filesystem::path shown = canvas_->Path();
   const bool follow = following_;
@@ -214,6 +215,33 @@ void TPicturesView::Take(TAnswer answer) {
   const int row = list_.RowOf(shown);
   GoTo(row < 0 || follow ? list_.Count() - 1 : row);
   if (list_.Count() == 0) ShowCurrent();
+  GoToWanted();
+}
+
+void TPicturesView::ShowPicture(const TPictureEntry& picture) {
+  wanted_ = picture;
+  play_to_.reset();
+  products_[picture.Source].insert(picture.Product);
+  FillSources();
+  Choose(*source_, picture.Source);
+  FillProducts();
+  Choose(*product_, picture.Product);
+  Reload();
+}
+
+void TPicturesView::PlayFrom(const TPictureEntry& picture, TDateTime to) {
+  ShowPicture(picture);
+  play_to_ = to;
+}
+
+void TPicturesView::GoToWanted() {
+  const auto wanted = std::exchange(wanted_, std::nullopt);
+  const auto to = std::exchange(play_to_, std::nullopt);
+  if (!wanted) return;
+  // The journal forgets files after a year, and never knew those of other computers.
+  const int known = list_.RowOf(wanted->Path);
+  GoTo(known >= 0 ? known : list_.Add(*wanted));
+  if (to) animation_->PlayRange(wanted->SlotTime, *to);
 }
 
 void TPicturesView::FillSources() {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -42,8 +43,10 @@ class TPicturesView : public QWidget {
   /// A run has stored a file. It is shown at once, unless the user looks at an older picture or chose another
   /// source or product.
   void ShowNewest(const TPictureEntry& entry);
-  /// Plays the pictures of the chosen source and product from `from` to `to`, both included.
-  void PlayRange(TDateTime from, TDateTime to) { animation_->PlayRange(from, to); }
+  /// Chooses the source and product of a picture, and shows it.
+  void ShowPicture(const TPictureEntry& picture);
+  /// The same, and plays the pictures of that product up to the time `to`, which is included.
+  void PlayFrom(const TPictureEntry& picture, TDateTime to);
 
  private:
   struct TAnswer {
@@ -54,6 +57,7 @@ class TPicturesView : public QWidget {
   void AddActions();
   void WireEvents();
   void Take(TAnswer answer);
+  void GoToWanted();
   void FillSources();
   void FillProducts();
   bool IsChosen(const TPictureEntry& entry) const;
@@ -78,7 +82,9 @@ class TPicturesView : public QWidget {
   bool asking_ = false, ask_again_ = false;
   bool following_ = true;  ///< the user looks at the newest picture
   std::filesystem::path newest_;
-  QTimer newest_timer_;  ///< many files a second must not stop each other's decoding
+  std::optional<TPictureEntry> wanted_;  ///< to be shown when the journal has answered
+  std::optional<TDateTime> play_to_;     ///< to be played then
+  QTimer newest_timer_;                  ///< many files a second must not stop each other's decoding
 
   QComboBox* const source_;
   QComboBox* const product_;

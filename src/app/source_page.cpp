@@ -267,6 +267,12 @@ void TSourcePage::ButtonPreviewClick() {
   dialog->open();
 }
 
+std::vector<TCoverageSource> TSourcePage::CoverageSources() const {
+  if (!context_.Source.HasJob() || OutputPath().empty()) return {};
+  if (bound_) return bound_->CoverageSources();
+  return {CoverageOf(context_.Source.Caption, PlanRequest(), MakeJob(), OutputPath())};
+}
+
 void TSourcePage::ButtonBrowseClick() {
   const std::string path = OutputPath();
   QFileInfo start(path.empty() ? QDir::homePath() : QString::fromStdString(path));

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "app/coverage_source.h"
 #include "app/preview.h"
 #include "app/shared_catalogue.h"
 #include "base/event.h"
@@ -85,6 +86,9 @@ class TSourcePage : public QWidget {
 
   /// Selects an item where none is selected. Called once the persisted controls show their settings.
   virtual void SelectMissingItems() {}
+
+  /// The sources of the page whose coverage can be shown. Of described ones, those that are read by now.
+  virtual std::vector<TCoverageSource> CoverageSources() const;
 
   /// Runs the page's job.
   std::function<void(const TJob& job)> OnRun;

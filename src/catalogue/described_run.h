@@ -8,6 +8,7 @@
 
 #include "catalogue/plan.h"
 #include "journal/journal.h"
+#include "transfer/fetch_plan.h"
 #include "transfer/fetch_queue.h"
 #include "transfer/run_record.h"
 #include "transfer/transfer_context.h"

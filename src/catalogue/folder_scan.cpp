@@ -7,21 +7,27 @@ namespace skyreel {
 namespace fs = std::filesystem;
 
 bool TFolderScan::Has(std::string_view relative_path) {
-  const std::size_t slash = relative_path.rfind('/');
-  if (slash == std::string_view::npos) return NamesIn("").contains(relative_path);
-  return NamesIn(relative_path.substr(0, slash)).contains(relative_path.substr(slash + 1));
+  return FolderOf(relative_path).Names.contains(relative_path.substr(relative_path.rfind('/') + 1));
 }
 
-const TFolderScan::TNames& TFolderScan::NamesIn(std::string_view folder) {
-  if (const auto known = folders_.find(folder); known != folders_.end()) return known->second;
-  TNames& names = folders_[std::string(folder)];
+bool TFolderScan::IsHidden(std::string_view relative_path) {
+  return FolderOf(relative_path).Hidden;
+}
+
+const TFolderScan::TFolder& TFolderScan::FolderOf(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  const std::string_view name = slash == std::string_view::npos ? "" : path.substr(0, slash);
+  if (const auto known = folders_.find(name); known != folders_.end()) return known->second;
+  TFolder& folder = folders_[std::string(name)];
   std::error_code error;
-  for (fs::directory_iterator entry(output_ / folder, error), end; !error && entry != end;
+  for (fs::directory_iterator entry(output_ / name, error), end; !error && entry != end;
        entry.increment(error)) {
     std::error_code unreadable;
-    if (entry->is_regular_file(unreadable)) names.insert(entry->path().filename().string());
+    if (entry->is_regular_file(unreadable)) folder.Names.insert(entry->path().filename().string());
   }
-  return names;
+  folder.Hidden =
+      error && error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory;
+  return folder;
 }
 
 }  // namespace skyreel

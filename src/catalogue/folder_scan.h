@@ -18,18 +18,23 @@ class TFolderScan {
   /// Whether there is a regular file, or a link to one, at this path relative to the output folder
   /// ("a/b.jpg"). False for a folder that cannot be read.
   bool Has(std::string_view relative_path);
+  /// Whether the folder of this path is there, but cannot be read.
+  bool IsHidden(std::string_view relative_path);
 
  private:
   /// Lets a set be asked for a piece of a text without a copy of it.
   struct THash : std::hash<std::string_view> {
     using is_transparent = void;
   };
-  using TNames = std::unordered_set<std::string, THash, std::equal_to<>>;
+  struct TFolder {
+    std::unordered_set<std::string, THash, std::equal_to<>> Names;
+    bool Hidden = false;
+  };
 
-  const TNames& NamesIn(std::string_view folder);
+  const TFolder& FolderOf(std::string_view path);
 
   const std::filesystem::path output_;
-  std::unordered_map<std::string, TNames, THash, std::equal_to<>> folders_;
+  std::unordered_map<std::string, TFolder, THash, std::equal_to<>> folders_;
 };
 
 }  // namespace skyreel

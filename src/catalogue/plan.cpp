@@ -83,9 +83,27 @@ class TCombinationPlanner {
     if (source_.IsFixedName()) {
       PlanFixedName();
     } else if (time_.Every) {
-      PlanGrid(at_.empty() ? TSlotGrid(*time_.Every, time_.Offset, time_.Zone) : at_.front());
+      PlanGrid(Grid());
     } else {
       PlanList();
+    }
+    return std::move(files_);
+  }
+
+  std::vector<TPlannedFile> Due() {
+    const TSlotGrid grid = Grid();
+    const bool needs_list =
+        std::ranges::all_of(ways_, [](const TWayState& way) { return way.Way.Url.NeedsFound(); });
+    for (TDateTime slot = grid.AtOrBefore(request_.Now); !Ends(slot, 0); slot = slot - grid.Every()) {
+      if (!IsAtItsTime(slot)) continue;
+      TPlannedFile& file = files_.emplace_back(index_, slot, LocalPath(source_, combination_, slot));
+      if (slot < oldest_) {
+        file.State = TPlanState::TooOld;
+      } else if (request_.Now < slot + time_.Delay + time_.Grace) {
+        file.State = TPlanState::NotYet;
+      } else if (needs_list) {
+        file.State = TPlanState::NeedsList;
+      }
     }
     return std::move(files_);
   }
@@ -193,6 +211,10 @@ class TCombinationPlanner {
   bool IsShown(TDateTime slot) const {
     return std::ranges::any_of(ways_,
                                [slot](const TWayState& way) { return way.Asks && way.Shown->Has(slot); });
+  }
+
+  TSlotGrid Grid() const {
+    return at_.empty() ? TSlotGrid(*time_.Every, time_.Offset, time_.Zone) : at_.front();
   }
 
   void PlanGrid(const TSlotGrid& grid) {
@@ -402,6 +424,14 @@ TPlan MakePlan(const TPlanRequest& request) {
   plan.Lists.assign(lists.begin(), lists.end());
   plan.NewestAlone = !request.Days;
   return plan;
+}
+
+std::vector<TPlannedFile> FilesDue(const TDescription& source, const TCombination& combination, TDateTime now,
+                                   int days) {
+  TPlanRequest request{source, now};
+  request.Days = days;
+  std::set<TListRequest> no_lists;
+  return TCombinationPlanner(request, 0, combination, no_lists).Due();
 }
 
 TPictureAddresses AddressesOf(const TDescription& source, const TCombination& combination,

@@ -114,6 +114,12 @@ struct TPlan {
 /// of now are left out: no picture has such a time.
 TPlan MakePlan(const TPlanRequest& request);
 
+/// The files that a source with `every` should have by its times alone, of today (UTC) and `days` less one
+/// days before it, newest first: Wanted, NotYet, TooOld, or NeedsList where only a list tells the address.
+/// Looks neither at the disk nor at lists, so no file is Present.
+std::vector<TPlannedFile> FilesDue(const TDescription& source, const TCombination& combination, TDateTime now,
+                                   int days);
+
 /// The addresses of one picture: one, or its tiles row by row.
 struct TPictureAddresses {
   int Columns = 1, Rows = 1;

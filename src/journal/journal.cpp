@@ -205,6 +205,22 @@ std::vector<TJournalRow> TJournal::Rows(const TJournalQuery& query) {
   return rows;
 }
 
+std::vector<TSlotOutcome> TJournal::LastTries(const std::string& source, const std::string& product,
+                                              TDateTime since) {
+  std::vector<TSlotOutcome> tries;
+  Ask([&](TDatabase& database) {
+    tries.clear();
+    // SQLite takes the other columns from the row that has the maximum.
+    TStatement found(database,
+                     "SELECT slot, outcome, reason, path, max(id) FROM files "
+                     "WHERE source = ? AND product = ? AND slot >= ? GROUP BY slot");
+    found.With(source, product, since.UnixTime());
+    while (found.Next())
+      tries.push_back({TimeOf(found, 0), OutcomeOf(found.Text(1)), found.Text(2), found.Text(3)});
+  });
+  return tries;
+}
+
 std::vector<TArrival> TJournal::Arrivals(const std::string& source, const std::string& product,
                                          std::int64_t limit) {
   std::string sql =

@@ -67,6 +67,14 @@ struct TJournalQuery {
   std::int64_t Limit = 500;
 };
 
+/// What became of the last try to fetch one slot.
+struct TSlotOutcome {
+  TDateTime SlotTime;
+  TJournalOutcome Outcome = TJournalOutcome::Failed;
+  std::string Reason{};
+  std::filesystem::path Path{};
+};
+
 /// A file that was stored, as it came last.
 struct TArrival {
   std::string Source, Product;
@@ -138,6 +146,8 @@ class TJournal {
   bool Answered() const { return answered_; }
   /// The newest rows first.
   std::vector<TJournalRow> Rows(const TJournalQuery& query);
+  /// The last try of each slot from this time on, in the order of their times.
+  std::vector<TSlotOutcome> LastTries(const std::string& source, const std::string& product, TDateTime since);
   /// The stored files of a source and its product, each path once, the newest images first. Empty: of all.
   std::vector<TArrival> Arrivals(const std::string& source, const std::string& product, std::int64_t limit);
   /// The sources that have stored files, each with its products.

@@ -13,7 +13,7 @@ struct TWantedFile {
   std::string Product;         ///< the item that the user chose
   TDateTime SlotTime;          ///< of the picture, UTC; zero when only the server knows it
   std::filesystem::path Path;  ///< empty when only the server knows it
-  std::string Address;         ///< URL, or the server and the remote path; without user name and password
+  std::string Address = {};    ///< URL, or the server and the remote path; without user name and password
 };
 
 /// What a job would do now. See TTransferContext::Plan.

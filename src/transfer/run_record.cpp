@@ -14,8 +14,6 @@ namespace skyreel {
 
 namespace {
 
-constexpr std::chrono::hours kNotYet{3};
-
 /// "http://host:81" of "http://host:81/path".
 std::string RootOf(const std::string& address) {
   const std::string shown = UrlForDisplay(address);
@@ -26,7 +24,7 @@ std::string RootOf(const std::string& address) {
 TFileState StateOf(const TFileResult& result, TDateTime now) {
   if (result.Outcome == TFileOutcome::Saved)
     return result.State == TFileState::Updated ? TFileState::Updated : TFileState::New;
-  const bool may_come = !result.SlotTime.IsZero() && result.SlotTime + kNotYet > now;
+  const bool may_come = !result.SlotTime.IsZero() && result.SlotTime + kMayStillCome > now;
   return result.State == TFileState::Missing && may_come ? TFileState::NotYet : result.State;
 }
 

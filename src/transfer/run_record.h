@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -51,8 +52,11 @@ struct TRunRecord {
   std::string Line() const;
 };
 
+/// For so long after its slot a file that the server does not have counts as not yet there.
+inline constexpr std::chrono::hours kMayStillCome{3};
+
 /// Counts a file's end, sets its State, and shows it with its line at the display. A file that the server
-/// does not have counts as not yet there until three hours after its slot, then as missing.
+/// does not have counts as not yet there for kMayStillCome, then as missing.
 void EndFile(TTransferContext& context, TFileResult result, const std::string& line);
 
 /// The same for a file whose State is set already.

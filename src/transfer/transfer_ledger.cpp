@@ -180,6 +180,13 @@ void TTransferLedger::RemoveParts() {
   });
 }
 
+std::vector<fs::path> TTransferLedger::Noted() {
+  Refresh();
+  std::vector<fs::path> paths;
+  for (const auto& [line, writer] : notes_) paths.push_back(Decode(line));
+  return paths;
+}
+
 bool TTransferLedger::IsNoted(const fs::path& path) {
   Refresh();
   if (notes_.empty() && unsaved_.empty()) return false;

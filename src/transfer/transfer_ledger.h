@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace skyreel {
 
@@ -49,6 +50,8 @@ class TTransferLedger {
   /// an untouched file that was not noted before; otherwise it stays.
   void End(const std::filesystem::path& path, TTransferEnd end);
 
+  /// The absolute paths that any copy has noted.
+  std::vector<std::filesystem::path> Noted();
   /// Whether any copy has noted `path`.
   bool IsNoted(const std::filesystem::path& path);
   /// Whether `path` is a regular file that is not noted: complete, as far as this program knows. A file that

@@ -626,6 +626,43 @@ TEST_F(LivePageTest, RunsTheTickedSourcesOnceTheirTermsAndSizeAreAccepted) {
   EXPECT_THAT(File("Skyreel.conf"), HasSubstr("LiveAccepted=\"a.charts,a.own\"\n"));
 }
 
+TEST_F(LivePageTest, TheCoverageShowsEachSourceAndFetchesChosenSlots) {
+  Store("LiveTicked", "a.charts");
+  Open();
+  auto& lower = Get<QTabWidget>("LowerTabs");
+  for (int i = 0; i < lower.count(); ++i)
+    if (lower.tabText(i) == "Coverage") lower.setCurrentIndex(i);
+  QWidget* const page = lower.currentWidget();
+  auto& table = Get<QTableView>("TableCoverage");
+  auto& source = Get<QComboBox>("ComboBoxCoverageSource");
+  const auto text = [&] {
+    const QModelIndex index = table.model()->index(1, 2);
+    return index.data(Qt::AccessibleTextRole).toString();
+  };
+  ASSERT_TRUE(QTest::qWaitFor([&] { return text().contains("missing: no try is known"); }));
+  EXPECT_EQ(source.currentText(), "Sea <b>charts");
+  table.setCurrentIndex(table.model()->index(1, 2));
+  Get<QAction>("ActionFetchThese").trigger();
+  EXPECT_TRUE(QTest::qWaitFor([&] { return text().contains("whole, "); })) << text().toStdString();
+  EXPECT_THAT(Lines(), Contains(StartsWith("Sea <b>charts: 1 new, 0 present, 0 not yet, 0 missing")));
+  const auto shown = [&] {
+    const auto* strip = form_->findChild<QListView*>("PictureStrip");
+    return strip ? strip->currentIndex().data(Qt::ToolTipRole).toString() : "";
+  };
+  for (const char* way : {"show", "play"}) {
+    way == std::string("show") ? QTest::keyClick(&table, Qt::Key_Return)
+                               : Get<QAction>("ActionPlayThese").trigger();
+    EXPECT_EQ(lower.tabText(lower.currentIndex()), "Pictures") << way;
+    EXPECT_TRUE(QTest::qWaitFor([&] { return shown().contains("north"); })) << shown().toStdString();
+    lower.setCurrentWidget(page);
+  }
+  source.setCurrentText("Weather data");
+  emit source.activated(source.currentIndex());
+  auto& product = Get<QComboBox>("ComboBoxCoverageProduct");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return product.currentText().contains("New Zealand"); }));
+  EXPECT_TRUE(QTest::qWaitFor([&] { return text().isEmpty() || text().contains("missing"); }));
+}
+
 TEST_F(LivePageTest, AddsASourceOnlyWhenItIsSoundAndKeepsAnOldOneWhileItsFileIsWrong) {
   Open();
   Choose("Sea");

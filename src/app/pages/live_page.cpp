@@ -77,6 +77,11 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
     Watch();
   }
 
+  std::vector<TCoverageSource> CoverageSources() const override {
+    if (!sources_.AreRead()) context_.Catalogue.ReadOnce();
+    return sources_.CoverageSources(OutputPath(), healths_);
+  }
+
  protected:
   bool ShowsDescriptions() const override { return true; }
   std::shared_ptr<const TDescription> Described(const std::string& id) override {
@@ -127,7 +132,9 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   void ShowHealth() {
     if (!sources_.AreRead()) return;
     InBackground(this, sources_.HealthWork(), [this, request = ++health_request_](const THealths& healths) {
-      if (request == health_request_) ui_.TreeSources->ShowHealth(healths);
+      if (request != health_request_) return;
+      healths_ = healths;
+      ui_.TreeSources->ShowHealth(healths);
     });
   }
 
@@ -497,6 +504,7 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
   QTimer timer_reload_;                       ///< an editor changes a file in several steps
   std::string shown_;                         ///< id; empty: none
   std::string to_choose_;                     ///< the id of a new source
+  THealths healths_;                          ///< as they were read last
   int health_request_ = 0, run_request_ = 0;  ///< an answer to an older one is dropped
 };
 
