@@ -94,9 +94,17 @@ TSourcePage::~TSourcePage() = default;
 void TSourcePage::paintEvent(QPaintEvent* event) {
   QWidget::paintEvent(event);
   // The window shows itself first.
+  if (!std::exchange(painted_, true))
+    QMetaObject::invokeMethod(
+        this, [this] { Fire(OnPainted); }, Qt::QueuedConnection);
   if (ShowsDescriptions() && !context_.Catalogue.Current())
     QMetaObject::invokeMethod(
         this, [this] { context_.Catalogue.ReadOnce(); }, Qt::QueuedConnection);
+}
+
+void TSourcePage::Measure() {
+  measured_ = true;
+  updateGeometry();
 }
 
 void TSourcePage::CatalogueRead() {

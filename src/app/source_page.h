@@ -90,6 +90,14 @@ class TSourcePage : public QWidget {
   /// The sources of the page whose coverage can be shown. Of described ones, those that are read by now.
   virtual std::vector<TCoverageSource> CoverageSources() const;
 
+  /// From now on the page takes part in the layout while it is hidden, too. Before that it is as good as
+  /// empty: to measure all pages takes half of the window's start.
+  void Measure();
+  QSize sizeHint() const override { return IsMeasured() ? QWidget::sizeHint() : QSize(); }
+  QSize minimumSizeHint() const override { return IsMeasured() ? QWidget::minimumSizeHint() : QSize(); }
+
+  /// The page was painted for the first time.
+  std::function<void()> OnPainted;
   /// Runs the page's job.
   std::function<void(const TJob& job)> OnRun;
   /// What a run of the page would work with now.
@@ -132,12 +140,14 @@ class TSourcePage : public QWidget {
   virtual bool ShowsDescriptions() const { return bound_ != nullptr; }
 
  private:
+  bool IsMeasured() const { return measured_ || isVisibleTo(parentWidget()); }
   void AddPreviewButton();
   void ButtonBrowseClick();
   void ButtonRunClick();
   void ButtonPreviewClick();
   void EditOutputPathChange();
 
+  bool painted_ = false, measured_ = false;
   QPushButton* run_ = nullptr;
   QLineEdit* output_path_ = nullptr;
   std::unique_ptr<TBoundSources> bound_;  ///< of a service that has closed

@@ -47,6 +47,7 @@ TSourceTabs::TSourceTabs(QStackedWidget& area, QTabWidget& tabs, QMenu& menu,
   for (const TSource& source : Sources()) {
     TSourcePage* page = MakePage({environment, source}).release();
     pages_.push_back(page);
+    page->OnPainted = [this] { std::ranges::for_each(pages_, &TSourcePage::Measure); };
     tabs_.addTab(page, source.Caption);
     QAction* action = menu.addAction(source.Caption);
     actions_.push_back(action);

@@ -116,6 +116,7 @@ TEST_F(MainFormTest, ShowsItsTabsAndObeysItsKeys) {
   for (int i = 0; i < tabs.count(); ++i) {
     const std::string text = tabs.tabText(i).toStdString() + (Page(i).RunButton().isEnabled() ? "" : " off");
     captions += tabs.isTabVisible(i) ? text + ", " : "(" + text + "), ";
+    Page(i).Measure();
     EXPECT_TRUE(Page(i).minimumSizeHint().width() <= 900 && Page(i).minimumSizeHint().height() <= 360);
   }
   EXPECT_EQ(captions,
