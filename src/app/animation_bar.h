@@ -27,7 +27,7 @@ class TAnimationBar : public QWidget {
     std::function<TJob()> MakeFileJob;
     std::function<QSize()> Room;  ///< of the view, in pixels of the screen
     std::function<void(const TFrameFile& file, const QImage& picture)> Show;
-    /// The animation stands still at this file.
+    /// The animation has paused at this file.
     std::function<void(const TFrameFile& file)> Paused;
     std::function<std::filesystem::path()> Current;  ///< the file that the view shows
   };

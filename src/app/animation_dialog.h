@@ -20,7 +20,7 @@ namespace skyreel {
 /// Asks how to save an animation, and saves it.
 class TAnimationDialog : public QDialog {
  public:
-  /// There is one file or more, in the order of time. `ffmpeg`: see TAnimationOrder.
+  /// `files` holds at least one file, in the order of time. `ffmpeg`: see TAnimationOrder.
   TAnimationDialog(QWidget* parent, std::vector<TFrameFile> files, TAnimationStyle style,
                    const std::string& ffmpeg = FindFfmpeg());
   ~TAnimationDialog() override;

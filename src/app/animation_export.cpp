@@ -59,7 +59,7 @@ const TFormat* FormatOf(const fs::path& path) {
 class TFrameWriter {
  public:
   virtual ~TFrameWriter() = default;
-  /// The picture, 32 bits a pixel, stays for so many steps.
+  /// Shows the picture, 32 bits a pixel, for this number of steps.
   virtual void Add(const QImage& picture, int steps) = 0;
   virtual void Finish() = 0;
 };

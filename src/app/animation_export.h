@@ -23,7 +23,7 @@ struct TAnimationOrder {
   bool Caption = true;           ///< paints time and credit into each frame
   std::filesystem::path Output;  ///< its extension chooses the format: .mp4, .webm, .gif
   std::string Ffmpeg;            ///< the program; empty: not installed
-  /// ffmpeg is stopped when it neither takes nor writes anything for so long.
+  /// ffmpeg is stopped after this time without input or output.
   std::chrono::milliseconds Patience = std::chrono::minutes(1);
 };
 

@@ -50,7 +50,7 @@ struct TFileAnswer {
   std::string Problem;  ///< why the journal gives no files; empty when it does
 };
 
-/// At most so many files are shown.
+/// The most files that are shown.
 inline constexpr std::int64_t kMostFiles = 200'000;
 
 /// Reads the journal, filters and sorts. It takes a while: call it on a worker thread.

@@ -31,7 +31,7 @@ namespace {
 constexpr std::pair<const char*, int> kRanges[] = {
     {"Latest run", 0}, {"Last day", 1}, {"Last week", 7}, {"Last month", 31}};
 
-/// So many files are fetched anew at once, at most: the run's plan looks at each.
+/// The most files to fetch again at once: the run's plan looks at each.
 constexpr std::size_t kMostAgain = 10'000;
 
 const TListedFile& FileAt(const TFilesModel& model, int row) {

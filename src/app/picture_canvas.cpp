@@ -115,7 +115,7 @@ double TPictureCanvas::Scale() const {
 QRectF TPictureCanvas::PictureRect() const {
   const QSizeF size = QSizeF(whole_.FullSize) * Scale();
   const QSizeF room = Room();
-  // A side that fits stands in the middle; of a longer one no room stays empty.
+  // A side that fits is centred; a longer one fills the view.
   const auto begin = [](double length, double space, double centre) {
     return length <= space ? (space - length) / 2 : std::clamp(space / 2 - centre, space - length, 0.0);
   };

@@ -11,7 +11,7 @@ class TRunProgress {
  public:
   using TTime = std::chrono::steady_clock::time_point;
 
-  /// So many files more will end than known before; see TRunControl::ExpectFiles.
+  /// This many more files will end than were known before; see TRunControl::ExpectFiles.
   void Expect(std::int64_t more) { expected_ += more; }
   /// A file has ended; `bytes` came for it.
   void Count(std::int64_t bytes) { ++files_, bytes_ += bytes; }

@@ -38,9 +38,9 @@ class TTermsAnswers {
 inline constexpr const char* kTermsNotAccepted =
     "not run, since its terms were not accepted; run it once in the window";
 
-/// Asks about terms that the user has not answered yet, then calls `run`; in one question box. Without terms
-/// that it needs, a source does not run; without those of an alternate, it does. `large_run` is a sentence
-/// about a run that needs a yes; else empty. Page and answers outlive the box.
+/// Asks about terms that the user has not answered yet, then calls `run`; in one question box. A source
+/// whose own terms are refused does not run; one whose alternate's terms are refused runs without it.
+/// `large_run` is a sentence about a run that needs a yes; else empty. Page and answers outlive the box.
 void AskAboutTerms(const TSourcePage& page, const std::vector<TWantedSource>& wanted, TTermsAnswers& answers,
                    const std::string& large_run, const std::function<void()>& run);
 

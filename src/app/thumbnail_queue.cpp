@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// About what a high screen shows. More are out of sight.
+/// About as many as a tall screen shows.
 constexpr std::size_t kMostWaiting = 64;
 constexpr qsizetype kMostBytes = 32 << 20;
 

@@ -19,7 +19,7 @@ namespace skyreel {
 
 namespace {
 
-/// The library decodes at least so many rows at a time.
+/// The fewest rows that the library decodes at a time.
 constexpr std::uint32_t kBandRows = 64;
 /// The library's largest allocation is the largest picture at four bytes a pixel.
 constexpr tmsize_t kMostMemory = TExtBitmap::kLargestPixelCount * 4 + (1 << 20);

@@ -52,7 +52,7 @@ struct TRunRecord {
   std::string Line() const;
 };
 
-/// For so long after its slot a file that the server does not have counts as not yet there.
+/// A file that the server does not have counts as not yet there for this long after its slot.
 inline constexpr std::chrono::hours kMayStillCome{3};
 
 /// Counts a file's end, sets its State, and shows it with its line at the display. A file that the server

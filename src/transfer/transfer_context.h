@@ -49,8 +49,8 @@ class TRunControl {
   virtual void RestartWatchdog() = 0;
   /// Called just after each transfer.
   virtual void StopWatchdog() = 0;
-  /// So many more files than known before will end at the display; fewer, when negative. A job that does not
-  /// know its files beforehand does not call it.
+  /// This many more files than before will end at the display; a negative number means fewer. A job that does
+  /// not know its files beforehand does not call it.
   virtual void ExpectFiles(std::int64_t /*more*/) {}
 };
 

@@ -141,8 +141,8 @@ class TAnimationPlayer {
     std::size_t Frame;
     QImage Picture;
   };
-  /// Moves on to the step that is due. Returns its picture if it is another one than before. Waits for no
-  /// picture: the animation stops for as long as the next one is not loaded.
+  /// Moves on to the step that is due. Returns its picture if it is another one than before. Does not
+  /// wait for pictures: the animation stops until the next one is loaded.
   std::optional<TShown> Tick(TTime now);
   /// When the next Tick is useful; nothing while it pauses and shows what it should.
   std::optional<TTime> NextTick(TTime now) const;

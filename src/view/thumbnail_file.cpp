@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// More memory than this is not spent on a small picture.
+/// The most memory that a small picture may take.
 constexpr std::int64_t kMostBytes = 100'000'000;
 const std::string kFailed = "fail/skyreel-" SKYREEL_VERSION;
 
@@ -62,7 +62,7 @@ std::optional<TThumbnail> TThumbnailFiles::Find(const TKey& key, TThumbnailSize 
     QImageReader reader(QString::fromStdString((folder_ / below / key.Name).string()), "png");
     const int most = static_cast<int>(size);
     if (!reader.canRead() || reader.size().width() > most || reader.size().height() > most) continue;
-    // The reader itself cannot give a text whose name has a colon.
+    // The reader cannot return a text whose name has a colon.
     QImage image = reader.read();
     if (image.text("Thumb::URI").toUtf8() != key.Uri || image.text("Thumb::MTime") != key.Time ||
         image.text("Thumb::Size") != key.Size) {

@@ -17,7 +17,7 @@ struct TThumbnail {
 };
 
 /// The thumbnails of the user's desktop, which other programs use too. Source: the freedesktop Thumbnail
-/// Managing Standard. One is valid only while the time and the size of its picture are the same. Its
+/// Managing Standard. A thumbnail is valid only while its picture keeps its time and size. Its
 /// operations may run on several threads at once, and a cache that cannot be written is not an error.
 class TThumbnailFiles {
  public:
