@@ -45,14 +45,14 @@ class TCellDelegate : public QAbstractItemDelegate {
   void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override {
     const TCoverageCell& cell = model_.At(index.row(), index.column());
     if (cell.Slot.IsZero()) return;
+    KeepPictures(option, painter->device()->devicePixelRatioF());
+    painter->drawPixmap(option.rect.topLeft(), pictures_[static_cast<std::size_t>(cell.State)]);
     if (option.state & QStyle::State_Selected) {
-      // A full highlight would hide the signs.
+      // A full highlight would hide the signs, and one below them would not show in a whole cell.
       QColor pale = option.palette.color(QPalette::Highlight);
       pale.setAlpha(110);
       painter->fillRect(option.rect, pale);
     }
-    KeepPictures(option, painter->device()->devicePixelRatioF());
-    painter->drawPixmap(option.rect.topLeft(), pictures_[static_cast<std::size_t>(cell.State)]);
     if (option.state & QStyle::State_HasFocus) {
       painter->setPen(QPen(option.palette.color(QPalette::Text), 2));
       painter->drawRect(option.rect.adjusted(1, 1, -1, -1));
