@@ -46,9 +46,11 @@ class TCellDelegate : public QAbstractItemDelegate {
     const TCoverageCell& cell = model_.At(index.row(), index.column());
     if (cell.Slot.IsZero()) return;
     KeepPictures(option, painter->device()->devicePixelRatioF());
+    const bool selected = option.state & QStyle::State_Selected;
+    // The view has filled a selected cell with the full highlight, on which the signs are hard to see.
+    if (selected) painter->fillRect(option.rect, option.palette.base());
     painter->drawPixmap(option.rect.topLeft(), pictures_[static_cast<std::size_t>(cell.State)]);
-    if (option.state & QStyle::State_Selected) {
-      // A full highlight would hide the signs, and one below them would not show in a whole cell.
+    if (selected) {
       QColor pale = option.palette.color(QPalette::Highlight);
       pale.setAlpha(110);
       painter->fillRect(option.rect, pale);
