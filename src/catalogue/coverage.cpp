@@ -94,7 +94,8 @@ class TCoverageMaker {
   bool IsShown(TDateTime slot) const {
     return slot >= today_ - (request_.Days - 1) * kDay && slot < today_ + kDay;
   }
-  /// For a slot without an expected file. The plan of a built-in source ends somewhat before now.
+  /// For a slot without an expected file. Where no cadence says what is due, the last hours are not known
+  /// yet.
   bool MayStillCome(TDateTime slot) const {
     return slot > request_.Now || (latest_ && slot > *latest_ && slot + kMayStillCome > request_.Now);
   }
