@@ -318,8 +318,7 @@ void TCoverageView::ShowChoice() {
     text = "Looking at the files on the disk…";
   } else if (model_.columnCount() == 0) {
     text =
-        "No slot is known yet. Choose what to fetch, or run it first: of some, only the server tells the "
-        "slots.";
+        "No slot is known yet. Choose what to fetch, or run this source: only the server may tell the slots.";
   } else if (table_->currentIndex().isValid()) {
     text = model_.data(table_->currentIndex(), Qt::AccessibleTextRole).toString();
     if (all > 1) text = QString("%L1 slots are selected; ").arg(all) + text;
