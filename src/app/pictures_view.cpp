@@ -75,7 +75,8 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
 
   caption_->setObjectName("LabelPictureCaption");
   caption_->setTextFormat(Qt::PlainText);
-  caption_->setWordWrap(true);
+  // One line: a caption of changing height would move the picture while it plays.
+  caption_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   caption_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   empty_->setObjectName("LabelNoPictures");
   empty_->setWordWrap(true);
@@ -331,13 +332,18 @@ void TPicturesView::ShowCaption() {
   if (!entry.SlotTime.IsZero()) add(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", entry.SlotTime));
   add(entry.Title);
   add(entry.Product);
+  add(entry.Credit);
   add(entry.Path.filename().string());
   const TPicture& picture = canvas_->Picture();
   if (!picture.FullSize.isEmpty() && !picture.Kind.empty())
     parts << QString("%1 × %2").arg(picture.FullSize.width()).arg(picture.FullSize.height()) + " " +
                  QString::fromStdString(picture.Kind);
-  add(entry.Credit);
+  SetCaption(parts);
+}
+
+void TPicturesView::SetCaption(const QStringList& parts) {
   caption_->setText(parts.join(" · "));
+  caption_->setToolTip(caption_->text());
   canvas_->setAccessibleDescription(caption_->text());
 }
 
@@ -356,10 +362,9 @@ TAnimationBar::TJob TPicturesView::MakeFileJob() const {
 
 void TPicturesView::ShowFrame(const TFrameFile& file, const QImage& picture) {
   canvas_->ShowFrame(file.Path, picture);
-  QStringList parts = {QString::fromStdString(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", file.SlotTime)),
-                       QString::fromStdString(file.Path.filename().string())};
+  QStringList parts = {QString::fromStdString(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", file.SlotTime))};
   if (!file.Credit.empty()) parts << QString::fromStdString(file.Credit);
-  caption_->setText(parts.join(" · "));
+  SetCaption(parts << QString::fromStdString(file.Path.filename().string()));
 }
 
 void TPicturesView::ShowPaused(const TFrameFile& file) {

@@ -69,6 +69,7 @@ class TPicturesView : public QWidget {
   void ShowFrame(const TFrameFile& file, const QImage& picture);
   void ShowPaused(const TFrameFile& file);
   void ShowCaption();
+  void SetCaption(const QStringList& parts);
   /// Of a picture that the user had decoded, although its thumbnail would have taken too much memory.
   void StoreThumbnail();
   void SetFullScreen(bool full);

@@ -80,7 +80,7 @@ TEST_F(PicturesView, KeysStepZoomAndFillTheScreen) {
   Open();
   ASSERT_TRUE(Shows("colour.gif"));
   EXPECT_EQ(caption_->text(),
-            "2026-11-26 12:00 UTC · colour title · product · colour.gif · 37 × 23 GIF · Credit");
+            "2026-11-26 12:00 UTC · colour title · product · Credit · colour.gif · 37 × 23 GIF");
   const auto press = [&](Qt::Key key) { QTest::keyClick(canvas_, key); };
   strip_->setFocus();
   QTest::keyClick(strip_, Qt::Key_Left);
