@@ -9,6 +9,7 @@
 
 #include "app/animation_export.h"
 #include "app/background.h"
+#include "app/worker_journal.h"
 #include "base/clock.h"
 #include "base/scope.h"
 #include "journal/journal.h"
@@ -18,6 +19,8 @@ namespace skyreel {
 namespace {
 
 constexpr std::int64_t kMostEntries = 1'000;
+constexpr const char* kNoPictures =
+    "No pictures have been stored yet. They appear here while a run fetches them.";
 constexpr double kZoomStep = 1.25;
 constexpr auto kNewestDelay = std::chrono::milliseconds(300);
 
@@ -49,7 +52,7 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
            .Show = [this](const TFrameFile& file, const QImage& picture) { ShowFrame(file, picture); },
            .Paused = [this](const TFrameFile& file) { ShowPaused(file); },
            .Current = [this] { return canvas_->Path(); }})),
-      empty_(new QLabel("No pictures have been stored yet. They appear here while a run fetches them.")),
+      empty_(new QLabel(kNoPictures)),
       splitter_(new QSplitter) {
   setObjectName("PicturesView");
   source_->setObjectName("ComboPictureSource");
@@ -79,6 +82,7 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
   caption_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   caption_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   empty_->setObjectName("LabelNoPictures");
+  empty_->setTextFormat(Qt::PlainText);
   empty_->setWordWrap(true);
   empty_->setAlignment(Qt::AlignCenter);
 
@@ -133,10 +137,12 @@ void TPicturesView::AddActions() {
   bar_->addAction(add("−", "Reduce", {Qt::Key_Minus}, [this] { canvas_->ZoomBy(1 / kZoomStep); }));
   bar_->addAction(
       add("Full screen", "The picture alone", {Qt::Key_F11}, [this] { SetFullScreen(full_ == nullptr); }));
-  add("Leave full screen", "Back to the window", {Qt::Key_Escape}, [this] { SetFullScreen(false); });
 }
 
 void TPicturesView::WireEvents() {
+  leave_full_.setShortcut(Qt::Key_Escape);
+  leave_full_.setShortcutContext(Qt::WidgetShortcut);
+  connect(&leave_full_, &QAction::triggered, this, [this] { SetFullScreen(false); });
   connect(source_, &QComboBox::activated, this, [this] {
     FillProducts();
     Reload();
@@ -169,11 +175,19 @@ void TPicturesView::Reload() {
       this,
       [journal_file = environment_.Journal, source = Chosen(*source_), product = Chosen(*product_)] {
         TAnswer answer;
-        const TSystemClock clock{{}};
-        TJournal journal(journal_file, clock);
+        TWorkerJournal worker(journal_file);
+        TJournal& journal = worker.Journal;
         if (!journal.FileExists()) return answer;
+        journal.SetOnProblem([&answer](const std::string& text) { answer.Problem = text; });
         answer.Products = journal.ArrivedProducts();
-        for (const TArrival& file : journal.Arrivals(source, product, kMostEntries)) {
+        const std::vector<TArrival> files = journal.Arrivals(source, product, kMostEntries);
+        answer.Answered = journal.Answered();
+        if (!answer.Answered) {
+          answer.Busy = answer.Problem.empty();
+          if (answer.Busy) answer.Problem = kJournalBusy;
+          return answer;
+        }
+        for (const TArrival& file : files) {
           if (!MayBePicture(file.Path)) continue;
           answer.Entries.push_back({.Source = file.Source,
                                     .Title = file.Source,
@@ -187,7 +201,10 @@ void TPicturesView::Reload() {
       [this](TAnswer answer) {
         asking_ = false;
         if (std::exchange(ask_again_, false)) return Reload();
-        Take(std::move(answer));
+        if (answer.Busy) QTimer::singleShot(kJournalRetry, this, [this] { Reload(); });
+        empty_->setText(answer.Problem.empty() ? kNoPictures : QString::fromStdString(answer.Problem));
+        // The pictures that are shown are still there.
+        if (answer.Answered || list_.Count() == 0) Take(std::move(answer));
       });
 }
 
@@ -395,8 +412,11 @@ void TPicturesView::SetFullScreen(bool full) {
     auto* layout = new QVBoxLayout(full_);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(canvas_);
+    canvas_->addAction(&leave_full_);
     full_->showFullScreen();
   } else {
+    // In the window, Esc is the key of the button Close.
+    canvas_->removeAction(&leave_full_);
     splitter_->addWidget(canvas_);
     splitter_->setStretchFactor(1, 1);
     std::exchange(full_, nullptr)->deleteLater();
@@ -407,12 +427,8 @@ void TPicturesView::SetFullScreen(bool full) {
 }
 
 bool TPicturesView::eventFilter(QObject* watched, QEvent* event) {
-  // The desktop may close the window, too.
-  if (watched == full_ && event->type() == QEvent::Close) {
-    SetFullScreen(false);
-    event->ignore();
-    return true;
-  }
+  // The desktop may close the window, too. The event stays accepted, or the program could not end.
+  if (watched == full_ && event->type() == QEvent::Close) SetFullScreen(false);
   return QWidget::eventFilter(watched, event);
 }
 
