@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "app/signs.h"
+#include "app/worker_journal.h"
 #include "base/text.h"
 #include "catalogue/volume.h"
 
@@ -53,7 +54,8 @@ TFileAnswer Read(const TFileQuery& query) {
   journal.SetOnProblem([&](const std::string& text) { answer.Problem = text; });
   const auto failed = [&] {
     if (journal.Answered()) return false;
-    if (answer.Problem.empty()) answer.Problem = "The journal is in use by another program; trying again";
+    answer.Busy = answer.Problem.empty();
+    if (answer.Busy) answer.Problem = kJournalBusy;
     answer.All = query.Known;
     answer.Run = query.KnownRun;
     answer.LastId = query.LastId;

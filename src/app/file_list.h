@@ -48,6 +48,7 @@ struct TFileAnswer {
   TListedFiles Shown;  ///< filtered and sorted
   std::int64_t Run = 0, LastId = 0;
   std::string Problem;  ///< why the journal gives no files; empty when it does
+  bool Busy = false;    ///< another program has locked the journal
 };
 
 /// The most files that are shown.

@@ -22,6 +22,7 @@
 #include "app/background.h"
 #include "app/signal_watcher.h"
 #include "app/signs.h"
+#include "app/worker_journal.h"
 
 namespace skyreel {
 
@@ -233,6 +234,11 @@ void TFilesView::Refresh() {
       this, [query = std::move(query)] { return ListFiles(query); },
       [this](TFileAnswer answer) {
         reading_ = false;
+        if (answer.Busy) {
+          QTimer::singleShot(kJournalRetry, this, [this] {
+            if (isVisible()) Refresh();
+          });
+        }
         Show(std::move(answer));
         if (asks_next_) Refresh();
       });

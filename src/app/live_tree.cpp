@@ -17,14 +17,19 @@ std::string IdOf(const QTreeWidgetItem* item) {
   return item ? item->data(0, kId).toString().toStdString() : "";
 }
 
-/// Shape and colour both tell the health.
-QIcon SignOf(TSourceHealth health) {
+/// Shape and colour both tell the health. On a selected row a white disc keeps the colour legible.
+QPixmap PaintSign(TSourceHealth health, bool selected) {
   constexpr int kSize = 16, kScale = 2;
   QPixmap picture(kSize * kScale, kSize * kScale);
   picture.setDevicePixelRatio(kScale);
   picture.fill(Qt::transparent);
   QPainter painter(&picture);
   painter.setRenderHint(QPainter::Antialiasing);
+  if (selected) {
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(Qt::white);
+    painter.drawEllipse(QRectF(0, 0, kSize, kSize));
+  }
   const auto draw_with = [&painter](QColor colour, bool filled) {
     painter.setPen(QPen(colour, 2));
     painter.setBrush(filled ? QBrush(colour) : QBrush(Qt::NoBrush));
@@ -49,9 +54,12 @@ QIcon SignOf(TSourceHealth health) {
       painter.drawLine(QPointF(12, 4), QPointF(4, 12));
       break;
   }
-  QIcon sign(picture);
-  // Otherwise styles pale it in a selected row.
-  sign.addPixmap(picture, QIcon::Selected);
+  return picture;
+}
+
+QIcon SignOf(TSourceHealth health) {
+  QIcon sign(PaintSign(health, false));
+  sign.addPixmap(PaintSign(health, true), QIcon::Selected);
   return sign;
 }
 
@@ -119,6 +127,9 @@ void TLiveTree::Fill(const TCatalogue& catalogue, const std::set<std::string>& t
     sortItems(0, Qt::AscendingOrder);
     expandAll();
   }
+  ForEachSource([&](QTreeWidgetItem& item) {
+    if (!current && item.checkState(0) == Qt::Checked) current = &item;
+  });
   if (!current && topLevelItemCount() > 0) current = topLevelItem(0)->child(0);
   setCurrentItem(current);
   if (!current) Fire(OnChoose, "");

@@ -17,7 +17,7 @@ class TLiveTree : public QTreeWidget {
   explicit TLiveTree(QWidget* parent = nullptr);
 
   /// Shows the sources of a catalogue, and ticked ids that it does not have, so that the user can untick
-  /// them. The chosen one stays chosen; without one the first is chosen.
+  /// them. The chosen one stays chosen; without one the first that is ticked is chosen, or else the first.
   void Fill(const TCatalogue& catalogue, const std::set<std::string>& ticked);
   void Choose(const std::string& id);
   /// Shows only the sources whose title, group, provider and id hold all words of the text.

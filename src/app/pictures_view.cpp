@@ -9,6 +9,7 @@
 
 #include "app/animation_export.h"
 #include "app/background.h"
+#include "app/worker_journal.h"
 #include "base/clock.h"
 #include "base/scope.h"
 #include "journal/journal.h"
@@ -18,6 +19,8 @@ namespace skyreel {
 namespace {
 
 constexpr std::int64_t kMostEntries = 1'000;
+constexpr const char* kNoPictures =
+    "No pictures have been stored yet. They appear here while a run fetches them.";
 constexpr double kZoomStep = 1.25;
 constexpr auto kNewestDelay = std::chrono::milliseconds(300);
 
@@ -49,7 +52,7 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
            .Show = [this](const TFrameFile& file, const QImage& picture) { ShowFrame(file, picture); },
            .Paused = [this](const TFrameFile& file) { ShowPaused(file); },
            .Current = [this] { return canvas_->Path(); }})),
-      empty_(new QLabel("No pictures have been stored yet. They appear here while a run fetches them.")),
+      empty_(new QLabel(kNoPictures)),
       splitter_(new QSplitter) {
   setObjectName("PicturesView");
   source_->setObjectName("ComboPictureSource");
@@ -75,9 +78,11 @@ TPicturesView::TPicturesView(TEnvironment environment, QWidget* parent)
 
   caption_->setObjectName("LabelPictureCaption");
   caption_->setTextFormat(Qt::PlainText);
-  caption_->setWordWrap(true);
+  // One line: a caption of changing height would move the picture while it plays.
+  caption_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   caption_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   empty_->setObjectName("LabelNoPictures");
+  empty_->setTextFormat(Qt::PlainText);
   empty_->setWordWrap(true);
   empty_->setAlignment(Qt::AlignCenter);
 
@@ -132,10 +137,12 @@ void TPicturesView::AddActions() {
   bar_->addAction(add("−", "Reduce", {Qt::Key_Minus}, [this] { canvas_->ZoomBy(1 / kZoomStep); }));
   bar_->addAction(
       add("Full screen", "The picture alone", {Qt::Key_F11}, [this] { SetFullScreen(full_ == nullptr); }));
-  add("Leave full screen", "Back to the window", {Qt::Key_Escape}, [this] { SetFullScreen(false); });
 }
 
 void TPicturesView::WireEvents() {
+  leave_full_.setShortcut(Qt::Key_Escape);
+  leave_full_.setShortcutContext(Qt::WidgetShortcut);
+  connect(&leave_full_, &QAction::triggered, this, [this] { SetFullScreen(false); });
   connect(source_, &QComboBox::activated, this, [this] {
     FillProducts();
     animation_->Forget();
@@ -172,11 +179,19 @@ void TPicturesView::Reload() {
       this,
       [journal_file = environment_.Journal, source = Chosen(*source_), product = Chosen(*product_)] {
         TAnswer answer;
-        const TSystemClock clock{{}};
-        TJournal journal(journal_file, clock);
+        TWorkerJournal worker(journal_file);
+        TJournal& journal = worker.Journal;
         if (!journal.FileExists()) return answer;
+        journal.SetOnProblem([&answer](const std::string& text) { answer.Problem = text; });
         answer.Products = journal.ArrivedProducts();
-        for (const TArrival& file : journal.Arrivals(source, product, kMostEntries)) {
+        const std::vector<TArrival> files = journal.Arrivals(source, product, kMostEntries);
+        answer.Answered = journal.Answered();
+        if (!answer.Answered) {
+          answer.Busy = answer.Problem.empty();
+          if (answer.Busy) answer.Problem = kJournalBusy;
+          return answer;
+        }
+        for (const TArrival& file : files) {
           if (!MayBePicture(file.Path)) continue;
           answer.Entries.push_back({.Source = file.Source,
                                     .Title = file.Source,
@@ -190,7 +205,10 @@ void TPicturesView::Reload() {
       [this](TAnswer answer) {
         asking_ = false;
         if (std::exchange(ask_again_, false)) return Reload();
-        Take(std::move(answer));
+        if (answer.Busy) QTimer::singleShot(kJournalRetry, this, [this] { Reload(); });
+        empty_->setText(answer.Problem.empty() ? kNoPictures : QString::fromStdString(answer.Problem));
+        // The pictures that are shown are still there.
+        if (answer.Answered || list_.Count() == 0) Take(std::move(answer));
       });
 }
 
@@ -344,13 +362,18 @@ void TPicturesView::ShowCaption() {
   if (!entry.SlotTime.IsZero()) add(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", entry.SlotTime));
   add(entry.Title);
   add(entry.Product);
+  add(entry.Credit);
   add(entry.Path.filename().string());
   const TPicture& picture = canvas_->Picture();
   if (!picture.FullSize.isEmpty() && !picture.Kind.empty())
     parts << QString("%1 × %2").arg(picture.FullSize.width()).arg(picture.FullSize.height()) + " " +
                  QString::fromStdString(picture.Kind);
-  add(entry.Credit);
+  SetCaption(parts);
+}
+
+void TPicturesView::SetCaption(const QStringList& parts) {
   caption_->setText(parts.join(" · "));
+  caption_->setToolTip(caption_->text());
   canvas_->setAccessibleDescription(caption_->text());
 }
 
@@ -369,10 +392,9 @@ TAnimationBar::TJob TPicturesView::MakeFileJob() const {
 
 void TPicturesView::ShowFrame(const TFrameFile& file, const QImage& picture) {
   canvas_->ShowFrame(file.Path, picture);
-  QStringList parts = {QString::fromStdString(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", file.SlotTime)),
-                       QString::fromStdString(file.Path.filename().string())};
+  QStringList parts = {QString::fromStdString(FormatDateTime("yyyy-mm-dd hh:nn' UTC'", file.SlotTime))};
   if (!file.Credit.empty()) parts << QString::fromStdString(file.Credit);
-  caption_->setText(parts.join(" · "));
+  SetCaption(parts << QString::fromStdString(file.Path.filename().string()));
 }
 
 void TPicturesView::ShowPaused(const TFrameFile& file) {
@@ -403,8 +425,11 @@ void TPicturesView::SetFullScreen(bool full) {
     auto* layout = new QVBoxLayout(full_);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(canvas_);
+    canvas_->addAction(&leave_full_);
     full_->showFullScreen();
   } else {
+    // In the window, Esc is the key of the button Close.
+    canvas_->removeAction(&leave_full_);
     splitter_->addWidget(canvas_);
     splitter_->setStretchFactor(1, 1);
     std::exchange(full_, nullptr)->deleteLater();
@@ -415,12 +440,8 @@ void TPicturesView::SetFullScreen(bool full) {
 }
 
 bool TPicturesView::eventFilter(QObject* watched, QEvent* event) {
-  // The desktop may close the window, too.
-  if (watched == full_ && event->type() == QEvent::Close) {
-    SetFullScreen(false);
-    event->ignore();
-    return true;
-  }
+  // The desktop may close the window, too. The event stays accepted, or the program could not end.
+  if (watched == full_ && event->type() == QEvent::Close) SetFullScreen(false);
   return QWidget::eventFilter(watched, event);
 }
 

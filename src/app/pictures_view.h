@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAction>
 #include <QComboBox>
 #include <QLabel>
 #include <QListView>
@@ -52,6 +53,9 @@ class TPicturesView : public QWidget {
   struct TAnswer {
     std::map<std::string, std::set<std::string>> Products;
     std::vector<TPictureEntry> Entries;
+    std::string Problem;   ///< what is wrong with the journal; empty when nothing is
+    bool Answered = true;  ///< the journal could be read
+    bool Busy = false;     ///< another program has locked the journal
   };
 
   void AddActions();
@@ -69,6 +73,7 @@ class TPicturesView : public QWidget {
   void ShowFrame(const TFrameFile& file, const QImage& picture);
   void ShowPaused(const TFrameFile& file);
   void ShowCaption();
+  void SetCaption(const QStringList& parts);
   /// Of a picture that the user had decoded, although its thumbnail would have taken too much memory.
   void StoreThumbnail();
   void SetFullScreen(bool full);
@@ -84,6 +89,7 @@ class TPicturesView : public QWidget {
   std::filesystem::path newest_;
   std::optional<TPictureEntry> wanted_;  ///< to be shown when the journal has answered
   std::optional<TDateTime> play_to_;     ///< to be played then
+  QAction leave_full_;                   ///< the canvas has it in the full screen only
   QTimer newest_timer_;                  ///< many files a second must not stop each other's decoding
 
   QComboBox* const source_;

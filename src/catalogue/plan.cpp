@@ -96,7 +96,8 @@ class TCombinationPlanner {
         std::ranges::all_of(ways_, [](const TWayState& way) { return way.Way.Url.NeedsFound(); });
     for (TDateTime slot = grid.AtOrBefore(request_.Now); !Ends(slot, 0); slot = slot - grid.Every()) {
       if (!IsAtItsTime(slot)) continue;
-      TPlannedFile& file = files_.emplace_back(index_, slot, LocalPath(source_, combination_, slot));
+      TPlannedFile& file =
+          files_.emplace_back(TPlannedFile{index_, slot, LocalPath(source_, combination_, slot)});
       if (slot < oldest_) {
         file.State = TPlanState::TooOld;
       } else if (request_.Now < slot + time_.Delay + time_.Grace) {

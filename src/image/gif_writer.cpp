@@ -44,7 +44,8 @@ bool IndexExactly(const TExtBitmap& frame, TIndexed& indexed) {
   for (int y = 0; y < frame.Height(); ++y) {
     const std::uint8_t* pixel = frame.ScanLine(y);
     for (std::size_t x = 0; x < width; ++x, pixel += 3) {
-      const std::uint32_t key = (pixel[0] | pixel[1] << 8U | static_cast<std::uint32_t>(pixel[2]) << 16U) + 1;
+      const std::uint32_t blue = pixel[0], green = pixel[1], red = pixel[2];
+      const std::uint32_t key = (blue | green << 8U | red << 16U) + 1;
       std::size_t slot = key * 2654435761U >> 22U;
       while (keys[slot] != 0 && keys[slot] != key) slot = (slot + 1) % kSlots;
       if (keys[slot] == 0) {

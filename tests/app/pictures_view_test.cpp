@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include "base/files.h"
+#include "journal/database.h"
 #include "journal/journal.h"
 #include "support/helpers.h"
 
@@ -92,7 +93,7 @@ TEST_F(PicturesView, KeysStepZoomAndFillTheScreen) {
   Open();
   ASSERT_TRUE(Shows("colour.gif"));
   EXPECT_EQ(caption_->text(),
-            "2026-11-26 12:00 UTC · colour title · product · colour.gif · 37 × 23 GIF · Credit");
+            "2026-11-26 12:00 UTC · colour title · product · Credit · colour.gif · 37 × 23 GIF");
   const auto press = [&](Qt::Key key) { QTest::keyClick(canvas_, key); };
   strip_->setFocus();
   QTest::keyClick(strip_, Qt::Key_Left);
@@ -116,8 +117,27 @@ TEST_F(PicturesView, KeysStepZoomAndFillTheScreen) {
   EXPECT_TRUE(canvas_->IsFitted());
   press(Qt::Key_F11);
   EXPECT_EQ(canvas_->window()->objectName(), "FullScreenPicture");
+  EXPECT_TRUE(QTest::qWaitFor([&] { return canvas_->hasFocus(); }));
   press(Qt::Key_Escape);
   EXPECT_EQ(canvas_->window(), view_.get());
+
+  press(Qt::Key_F11);
+  EXPECT_TRUE(canvas_->window()->close()) << "otherwise the program cannot end";
+  EXPECT_EQ(canvas_->window(), view_.get());
+  const auto uses_esc = [](const QAction* action) { return action->shortcut() == Qt::Key_Escape; };
+  EXPECT_TRUE(std::ranges::none_of(canvas_->actions(), uses_esc)) << "it is the window's key";
+}
+
+TEST_F(PicturesView, ALockedJournalIsAskedAgain) {
+  {
+    TDatabase other(journal_);
+    other.Execute("PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE");
+    Open();
+    view_->Reload();
+    const auto* empty = view_->findChild<QLabel*>("LabelNoPictures");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return empty->text().contains("in use by another program"); }));
+  }
+  EXPECT_TRUE(Shows("colour.gif"));
 }
 
 TEST_F(PicturesView, TheNewestPictureAppearsUnlessTheUserLooksAtAnOlderOne) {
