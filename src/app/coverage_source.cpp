@@ -33,12 +33,14 @@ TCoverageSource CoverageOf(std::shared_ptr<const TDescription> source, TChoices 
 }
 
 TCoverageSource CoverageOf(const std::string& source, TJobPlanRequest request,
-                           std::function<void(TJobContext& context)> job, fs::path output) {
-  const auto plan = [request = std::move(request), job = std::move(job)](TDateTime now, int days) {
+                           std::function<void(TJobContext& context)> job, fs::path output,
+                           std::stop_token stop) {
+  const auto plan = [request = std::move(request), job = std::move(job), stop = std::move(stop)](
+                        TDateTime now, int days) {
     TJobPlanRequest of_days = request;
     of_days.Now = now;
     of_days.Shared.BackDays = days;
-    return PlanOfJob(of_days, job).Files;
+    return PlanOfJob(of_days, job, stop).Files;
   };
   const auto products = [plan, now = request.Now] {
     std::vector<std::string> seen;

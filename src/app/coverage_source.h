@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -27,9 +28,10 @@ struct TCoverageSource {
 TCoverageSource CoverageOf(std::shared_ptr<const TDescription> source, TChoices choices,
                            std::filesystem::path output, std::optional<int> keep_days);
 
-/// The coverage of a built-in source: a plan of its job tells what should be there. `request` and `job` as
-/// for PlanOfJob.
+/// The coverage of a built-in source: a plan of its job tells what should be there. `request`, `job`
+/// and `stop` as for PlanOfJob.
 TCoverageSource CoverageOf(const std::string& source, TJobPlanRequest request,
-                           std::function<void(TJobContext& context)> job, std::filesystem::path output);
+                           std::function<void(TJobContext& context)> job, std::filesystem::path output,
+                           std::stop_token stop);
 
 }  // namespace skyreel

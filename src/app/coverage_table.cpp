@@ -45,14 +45,16 @@ class TCellDelegate : public QAbstractItemDelegate {
   void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override {
     const TCoverageCell& cell = model_.At(index.row(), index.column());
     if (cell.Slot.IsZero()) return;
-    if (option.state & QStyle::State_Selected) {
-      // A full highlight would hide the signs.
+    KeepPictures(option, painter->device()->devicePixelRatioF());
+    const bool selected = option.state & QStyle::State_Selected;
+    // The view has filled a selected cell with the full highlight, on which the signs are hard to see.
+    if (selected) painter->fillRect(option.rect, option.palette.base());
+    painter->drawPixmap(option.rect.topLeft(), pictures_[static_cast<std::size_t>(cell.State)]);
+    if (selected) {
       QColor pale = option.palette.color(QPalette::Highlight);
       pale.setAlpha(110);
       painter->fillRect(option.rect, pale);
     }
-    KeepPictures(option, painter->device()->devicePixelRatioF());
-    painter->drawPixmap(option.rect.topLeft(), pictures_[static_cast<std::size_t>(cell.State)]);
     if (option.state & QStyle::State_HasFocus) {
       painter->setPen(QPen(option.palette.color(QPalette::Text), 2));
       painter->drawRect(option.rect.adjusted(1, 1, -1, -1));

@@ -190,7 +190,11 @@ const TCoverageSource* TCoverageView::Source() const {
 
 void TCoverageView::Reload() {
   timer_reload_.stop();
-  if (!Source() || !isVisible()) return ShowChoice();
+  if (!isVisible()) return ShowChoice();
+  if (!Source()) {
+    load_again_ = loading_;
+    return Show({});
+  }
   if (std::exchange(loading_, true)) {
     load_again_ = true;
     return;
@@ -199,9 +203,8 @@ void TCoverageView::Reload() {
   InBackground(
       this,
       [source = sources_[static_cast<std::size_t>(combo_source_->currentIndex())], environment = environment_,
-       now = environment_.UtcNow(), product = product_, days = combo_period_->currentData().toInt()] {
-        return Load(*source, environment, now, product, days);
-      },
+       now = environment_.UtcNow(), product = product_,
+       days = combo_period_->currentData().toInt()] { return Load(source, environment, now, product, days); },
       [this](TLoaded loaded) {
         loading_ = false;
         if (std::exchange(load_again_, false)) return Reload();
@@ -209,20 +212,20 @@ void TCoverageView::Reload() {
       });
 }
 
-TCoverageView::TLoaded TCoverageView::Load(const TCoverageSource& source,
+TCoverageView::TLoaded TCoverageView::Load(const std::shared_ptr<const TCoverageSource>& source,
                                            const TCoverageEnvironment& environment, TDateTime now,
                                            std::string product, int days) {
-  TLoaded loaded{.Products = source.Products(), .Product = std::move(product), .Coverage = {}, .Problem = ""};
+  TLoaded loaded{.Source = source, .Products = source->Products(), .Product = std::move(product)};
   if (std::ranges::find(loaded.Products, loaded.Product) == loaded.Products.end())
     loaded.Product = loaded.Products.empty() ? "" : loaded.Products.front();
-  TCoverageRequest request{.Now = now, .Days = days, .Output = source.Output};
-  request.Expected = source.Expect(loaded.Product, now, days);
+  TCoverageRequest request{.Now = now, .Days = days, .Output = source->Output};
+  request.Expected = source->Expect(loaded.Product, now, days);
   TWorkerJournal worker(environment.JournalFile);
   TJournal& journal = worker.Journal;
   journal.SetOnProblem([&](const std::string& text) { loaded.Problem = text; });
   if (journal.FileExists()) {
     request.Tries =
-        journal.LastTries(source.Id, loaded.Product, now.Midnight() - std::chrono::days(days - 1));
+        journal.LastTries(source->Id, loaded.Product, now.Midnight() - std::chrono::days(days - 1));
   }
   journal.SetOnProblem({});
   for (const fs::path& path : TTransferLedger::ToRead(environment.LedgerFile).Noted())
@@ -236,7 +239,8 @@ void TCoverageView::Show(TLoaded loaded) {
   FillCombo(*combo_product_, loaded.Products, static_cast<int>(current - loaded.Products.begin()));
   // A source without a choice has one product without a name.
   combo_product_->setVisible(loaded.Products.size() > 1 || !loaded.Product.empty());
-  product_ = loaded.Product;
+  product_ = shown_product_ = loaded.Product;
+  shown_source_ = loaded.Source;
   ++version_;
   model_.Show(std::move(loaded.Coverage));
   ShowCounts();
@@ -255,7 +259,8 @@ void TCoverageView::CheckNextDay() {
   checking_ = true;
   InBackground(
       this,
-      [day = model_.Day(row), output = model_.Coverage().Output, source = Source()->Description]() mutable {
+      [day = model_.Day(row), output = model_.Coverage().Output,
+       source = shown_source_->Description]() mutable {
         CheckFiles(day, output, source.get());
         return day;
       },
@@ -270,7 +275,7 @@ void TCoverageView::CheckNextDay() {
 
 void TCoverageView::FileDone(const std::string& source, const std::string& product,
                              const TSlotOutcome& tried) {
-  if (!Source() || source != Source()->Id || product != product_) return;
+  if (!shown_source_ || source != shown_source_->Id || product != shown_product_) return;
   ++version_;
   if (!model_.Add(tried)) {
     if (!timer_reload_.isActive()) timer_reload_.start();
@@ -312,7 +317,8 @@ void TCoverageView::ShowChoice() {
   } else if (loading_ && model_.rowCount() == 0) {
     text = "Looking at the files on the disk…";
   } else if (model_.columnCount() == 0) {
-    text = "No slot of this product is known yet: only its server tells which there are. Run it first.";
+    text =
+        "No slot is known yet. Choose what to fetch, or run this source: only the server may tell the slots.";
   } else if (table_->currentIndex().isValid()) {
     text = model_.data(table_->currentIndex(), Qt::AccessibleTextRole).toString();
     if (all > 1) text = QString("%L1 slots are selected; ").arg(all) + text;
@@ -333,8 +339,8 @@ std::vector<TJournalEntry> TCoverageView::Chosen(const std::vector<TCoverageCell
   for (const TCoverageCell& cell : cells) {
     if (std::ranges::find(states, cell.State) == states.end()) continue;
     TJournalEntry& entry = chosen.emplace_back();
-    entry.Source = Source()->Id;
-    entry.Product = product_;
+    entry.Source = shown_source_->Id;
+    entry.Product = shown_product_;
     entry.SlotTime = cell.Slot;
     entry.Address = cell.Address;
     if (!cell.Path.empty())

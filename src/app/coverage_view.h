@@ -55,10 +55,11 @@ class TCoverageView : public QWidget {
 
  private:
   struct TLoaded {
-    std::vector<std::string> Products;
-    std::string Product;
-    TCoverage Coverage;
-    std::string Problem;  ///< why the journal could not be read
+    std::shared_ptr<const TCoverageSource> Source = nullptr;
+    std::vector<std::string> Products = {};
+    std::string Product = "";
+    TCoverage Coverage = {};
+    std::string Problem = "";  ///< why the journal could not be read
   };
 
   void BuildControls();
@@ -66,10 +67,10 @@ class TCoverageView : public QWidget {
                      void (TCoverageView::*action)());
   void WireEvents();
   void FillSources();
-  const TCoverageSource* Source() const;
+  const TCoverageSource* Source() const;  ///< the chosen one, which may still be loading
   /// The work of a worker thread.
-  static TLoaded Load(const TCoverageSource& source, const TCoverageEnvironment& environment, TDateTime now,
-                      std::string product, int days);
+  static TLoaded Load(const std::shared_ptr<const TCoverageSource>& source,
+                      const TCoverageEnvironment& environment, TDateTime now, std::string product, int days);
   void Show(TLoaded loaded);
   /// Checks the first day in view that is not checked yet, then the next.
   void CheckNextDay();
@@ -90,7 +91,10 @@ class TCoverageView : public QWidget {
   std::vector<std::shared_ptr<const TCoverageSource>> sources_;
   TCoverageModel model_;
   std::string chosen_source_;  ///< by the user; empty: the first one
-  std::string product_;        ///< that the table shows
+  std::string product_;        ///< chosen by the user, or the first one
+  // Of the cells in the table.
+  std::shared_ptr<const TCoverageSource> shown_source_;
+  std::string shown_product_;
   QComboBox* combo_source_ = nullptr;
   QComboBox* combo_product_ = nullptr;
   QComboBox* combo_period_ = nullptr;

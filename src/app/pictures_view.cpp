@@ -145,14 +145,18 @@ void TPicturesView::WireEvents() {
   connect(&leave_full_, &QAction::triggered, this, [this] { SetFullScreen(false); });
   connect(source_, &QComboBox::activated, this, [this] {
     FillProducts();
+    animation_->Forget();
     Reload();
   });
-  connect(product_, &QComboBox::activated, this, [this] { Reload(); });
+  connect(product_, &QComboBox::activated, this, [this] {
+    animation_->Forget();
+    Reload();
+  });
   connect(strip_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           [this](const QModelIndex& now) {
             following_ = now.row() == list_.Count() - 1;
-            if (!pausing_) animation_->Forget();
-            ShowCurrent();
+            if (!keeps_animation_) animation_->Forget();
+            if (!animation_->IsPlaying()) ShowCurrent();
           });
   canvas_->OnLoaded = [this] {
     ShowCaption();
@@ -231,14 +235,23 @@ void TPicturesView::Take(TAnswer answer) {
   for (const TPictureEntry& entry : std::exchange(came_while_asking_, {}))
     if (IsChosen(entry)) list_.Add(entry);
   const int row = list_.RowOf(shown);
-  GoTo(row < 0 || follow ? list_.Count() - 1 : row);
-  if (list_.Count() == 0) ShowCurrent();
+  const int target = row < 0 || follow ? list_.Count() - 1 : row;
+  {
+    // A run that ends must not stop the animation.
+    const TScopedValue keeping(keeps_animation_, animation_->IsPlaying() || target == row);
+    GoTo(target);
+  }
+  if (list_.Count() == 0) {
+    animation_->Forget();
+    ShowCurrent();
+  }
   GoToWanted();
 }
 
 void TPicturesView::ShowPicture(const TPictureEntry& picture) {
   wanted_ = picture;
   play_to_.reset();
+  animation_->Forget();
   products_[picture.Source].insert(picture.Product);
   FillSources();
   Choose(*source_, picture.Source);
@@ -385,7 +398,7 @@ void TPicturesView::ShowFrame(const TFrameFile& file, const QImage& picture) {
 }
 
 void TPicturesView::ShowPaused(const TFrameFile& file) {
-  const TScopedValue pausing(pausing_, true);
+  const TScopedValue keeping(keeps_animation_, true);
   const int row = list_.RowOf(file.Path);
   if (row < 0) return canvas_->Show(file.Path, {});
   const bool current = strip_->currentIndex().row() == row;

@@ -99,7 +99,7 @@ class TPicturesView : public QWidget {
   QToolBar* const bar_;
   QLabel* const caption_;
   TAnimationBar* const animation_;
-  bool pausing_ = false;  ///< the current picture becomes the one at which the animation stands
+  bool keeps_animation_ = false;  ///< while the current picture changes, but not by the user
   QLabel* const empty_;
   QSplitter* const splitter_;
   QWidget* full_ = nullptr;  ///< the window that holds the canvas in full screen

@@ -89,7 +89,10 @@ QStringList ToQStrings(const std::vector<std::string>& items) {
 
 TSourcePage::TSourcePage(TPageContext context) : context_(std::move(context)) {}
 
-TSourcePage::~TSourcePage() = default;
+TSourcePage::~TSourcePage() {
+  // Otherwise the end of the program would wait for the plan of a year.
+  stop_.request_stop();
+}
 
 void TSourcePage::paintEvent(QPaintEvent* event) {
   QWidget::paintEvent(event);
@@ -278,7 +281,7 @@ void TSourcePage::ButtonPreviewClick() {
 std::vector<TCoverageSource> TSourcePage::CoverageSources() const {
   if (!context_.Source.HasJob() || OutputPath().empty()) return {};
   if (bound_) return bound_->CoverageSources();
-  return {CoverageOf(context_.Source.Caption, PlanRequest(), MakeJob(), OutputPath())};
+  return {CoverageOf(context_.Source.Caption, PlanRequest(), MakeJob(), OutputPath(), stop_.get_token())};
 }
 
 void TSourcePage::ButtonBrowseClick() {

@@ -151,6 +151,7 @@ class TSourcePage : public QWidget {
   QPushButton* run_ = nullptr;
   QLineEdit* output_path_ = nullptr;
   std::unique_ptr<TBoundSources> bound_;  ///< of a service that has closed
+  std::stop_source stop_;                 ///< of the coverage's plans
 };
 
 /// A page with the controls of its form file; it needs no code of its own when it has no job.

@@ -9,6 +9,7 @@
 #include "catalogue/folder_scan.h"
 #include "catalogue/slot_grid.h"
 #include "catalogue/whole_file.h"
+#include "transfer/run_record.h"
 
 namespace skyreel {
 
@@ -76,6 +77,7 @@ class TCoverageMaker {
     for (const TSlotOutcome& tried : request_.Tries)
       if (slots.insert(tried.SlotTime).second) files.push_back({tried.SlotTime, tried.Path.string()});
     std::ranges::sort(files, {}, &TExpectedFile::Slot);
+    if (!files.empty()) latest_ = files.back().Slot;
 
     std::set<TSpan> seen;
     std::size_t of_day = 0, busiest = 0;
@@ -92,6 +94,11 @@ class TCoverageMaker {
   bool IsShown(TDateTime slot) const {
     return slot >= today_ - (request_.Days - 1) * kDay && slot < today_ + kDay;
   }
+  /// For a slot without an expected file. Where no cadence says what is due, the last hours are not known
+  /// yet.
+  bool MayStillCome(TDateTime slot) const {
+    return slot > request_.Now || (latest_ && slot > *latest_ && slot + kMayStillCome > request_.Now);
+  }
   TCoverageDay& DayOf(TDateTime slot) {
     return coverage_.Days[static_cast<std::size_t>((today_ - slot.Midnight()) / kDay)];
   }
@@ -102,7 +109,7 @@ class TCoverageMaker {
       for (std::size_t i = 0; i < day.Cells.size(); ++i) {
         TCoverageCell& cell = day.Cells[i];
         cell.Slot = day.Day + coverage_.Times[i];
-        cell.State = cell.Slot > request_.Now ? TCellState::NotYet : TCellState::NotOffered;
+        cell.State = MayStillCome(cell.Slot) ? TCellState::NotYet : TCellState::NotOffered;
         if (cell.State == TCellState::NotOffered) cell.Reason = "none at this time of the day";
       }
     }
@@ -154,6 +161,7 @@ class TCoverageMaker {
 
   TCoverageRequest request_;
   const TDateTime today_;
+  std::optional<TDateTime> latest_;  ///< expected slot, where no cadence says what is due
   TFolderScan scan_;
   TCoverage coverage_;
 };

@@ -43,6 +43,7 @@ class CoverageView : public Test {
     return text + " of " + chosen.front().Source + " " + chosen.front().Product;
   }
   std::vector<TCoverageSource> Sources() const {
+    if (Gone) return {};
     const auto expect = [](const std::string& product, TDateTime now, int days) {
       TExpectation expected;
       for (TDateTime slot = now.Midnight() - std::chrono::days(days - 1); slot <= now; slot = slot + 4h)
@@ -57,6 +58,7 @@ class CoverageView : public Test {
 
   TTempFolder Folder;
   std::vector<std::string> Told;
+  bool Gone = false;
   TCoverageView View{{.JournalFile = Folder / "Journal.sqlite",
                       .LedgerFile = Folder.Write("Ledger", "- " + (Folder / "2604").string() + "\n"),
                       .UtcNow = [] { return kNow; },
@@ -114,8 +116,22 @@ TEST_F(CoverageView, FollowsARunAndTheChoices) {
   source.setCurrentIndex(1);
   emit source.activated(1);
   ASSERT_TRUE(QTest::qWaitFor([&] { return Model().columnCount() == 0; }));
-  EXPECT_THAT(View.findChild<QLabel*>("LabelCoverage")->text().toStdString(), HasSubstr("only its server"));
+  EXPECT_THAT(View.findChild<QLabel*>("LabelCoverage")->text().toStdString(), HasSubstr("only the server"));
   EXPECT_EQ(product.count(), 0);
+}
+
+TEST_F(CoverageView, ActsOnTheSourceThatItShows) {
+  Table().setCurrentIndex(Model().index(0, 2));
+  auto& source = *View.findChild<QComboBox*>("ComboBoxCoverageSource");
+  source.setCurrentIndex(1);
+  emit source.activated(1);
+  Press("ActionFetchThese");  // while the other source loads
+  EXPECT_THAT(Told, ElementsAre("fetch 2608 of Sat ir"));
+  Gone = true;
+  View.SourcesChanged();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return QThreadPool::globalInstance()->waitForDone(0); }));
+  QCoreApplication::processEvents();
+  EXPECT_EQ(Model().rowCount(), 0);
 }
 
 }  // namespace

@@ -77,6 +77,18 @@ class PicturesView : public testing::Test {
   QLabel* caption_ = nullptr;
 };
 
+TEST_F(PicturesView, TheEndOfARunDoesNotStopTheAnimation) {
+  Open();
+  ASSERT_TRUE(Shows("colour.gif"));
+  auto& bar = static_cast<TAnimationBar&>(*view_->findChild<QWidget*>("AnimationBar"));
+  bar.PlayOrPause();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return bar.IsPlaying(); }));
+  QSignalSpy reset(strip_->model(), &QAbstractItemModel::modelReset);
+  view_->Reload();
+  ASSERT_TRUE(reset.wait());
+  EXPECT_TRUE(bar.IsPlaying());
+}
+
 TEST_F(PicturesView, KeysStepZoomAndFillTheScreen) {
   Open();
   ASSERT_TRUE(Shows("colour.gif"));

@@ -89,7 +89,7 @@ TEST(Coverage, ShowsWhatIsDueWhatIsThereAndWhatBecameOfTheTries) {
         {kToday + 1h, New, "", "a.gif"}}},
       {"no cadence, but the same times",
        Source("", "{found}", by_list),
-       "W--\nWWW\n",
+       "Wnn\nWWW\n",
        {"a.gif"},
        {{kToday - 20h, New, "", "a.gif"},
         {kToday - 19h, New, "", "a.gif"},

@@ -152,6 +152,9 @@ SETTINGS
   ends 3 --try-source "$sources/large.toml"
   sed 's/pictures.weather/nowhere.weather/' "$sources/disc.toml" >"$sources/away.toml"
   ends 4 --try-source "$sources/away.toml"
+  ends 0 --animate example.weather.disc --output "$place/disc.mp4"
+  [[ $(ffprobe -v error -show_entries stream=codec_name -of csv "$place/disc.mp4") == stream,h264 ]] ||
+    fail "no animation"
   diff -r "$place/config" "$place/home/.config" >&2 || fail "the settings were written"
 }
 
