@@ -27,10 +27,13 @@ std::vector<TWantedSource> TLiveSources::Wanted(const std::vector<std::string>& 
   return wanted;
 }
 
-std::function<THealths()> TLiveSources::HealthWork() const {
-  return [catalogue = environment_.Catalogue.Current(), file = environment_.JournalFile] {
+std::function<std::optional<THealths>()> TLiveSources::HealthWork() const {
+  return [catalogue = environment_.Catalogue.Current(),
+          file = environment_.JournalFile]() -> std::optional<THealths> {
     TWorkerJournal worker(file);
     const bool has_file = worker.Journal.FileExists();
+    bool unusable = false;
+    worker.Journal.SetOnProblem([&unusable](const std::string&) { unusable = true; });
     THealths healths;
     for (const TCatalogueEntry& entry : catalogue->Entries) {
       const auto& source = entry.Description;
@@ -38,6 +41,7 @@ std::function<THealths()> TLiveSources::HealthWork() const {
       healths[entry.Id] =
           has_file ? worker.Journal.Health(source->Id, source->Time.Stale.value_or(TDateTime::TSpan{0}))
                    : TSourceHealth::NeverRun;
+      if (has_file && !worker.Journal.Answered() && !unusable) return std::nullopt;
     }
     return healths;
   };

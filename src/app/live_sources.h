@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,7 +43,8 @@ class TLiveSources {
   /// accepted, and before the first reading.
   std::shared_ptr<const TDescription> FindAccepted(const std::string& id) const;
 
-  std::function<THealths()> HealthWork() const;
+  /// Nothing while another program has locked the journal.
+  std::function<std::optional<THealths>()> HealthWork() const;
   /// The preview of the next run.
   std::function<TPreview()> PreviewWork(const TDescription& source, const std::filesystem::path& output,
                                         TDateTime now) const;

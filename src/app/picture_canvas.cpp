@@ -258,6 +258,7 @@ void TPictureCanvas::CheckFile() {
         } else {
           const double scale = scale_;
           const QPointF centre = centre_;
+          Fire(OnReplaced);
           Show(path_, {});
           changed_file_ = true;
           scale_ = scale;

@@ -41,7 +41,8 @@ class TPictureCanvas : public QWidget {
   /// Screen pixels for each pixel of the picture, 0 when nothing is shown.
   double Scale() const;
 
-  std::function<void()> OnLoaded;  ///< Picture has changed
+  std::function<void()> OnReplaced;  ///< the file on the disk is another one now
+  std::function<void()> OnLoaded;    ///< Picture has changed
 
  protected:
   void paintEvent(QPaintEvent* event) override;

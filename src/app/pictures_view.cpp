@@ -162,6 +162,10 @@ void TPicturesView::WireEvents() {
     ShowCaption();
     StoreThumbnail();
   };
+  canvas_->OnReplaced = [this] {
+    // Its thumbnail is made anew.
+    if (const int row = list_.RowOf(canvas_->Path()); row >= 0) list_.Add(TPictureEntry(list_.At(row)));
+  };
   newest_timer_.callOnTimeout([this] {
     if (const int row = list_.RowOf(newest_); row >= 0 && following_ && !animation_->IsPlaying()) {
       GoTo(row);

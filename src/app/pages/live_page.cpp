@@ -13,6 +13,7 @@
 #include "app/program_folder.h"
 #include "app/signal_watcher.h"
 #include "app/source_page.h"
+#include "app/worker_journal.h"
 #include "base/exceptions.h"
 #include "base/files.h"
 #include "base/text.h"
@@ -131,11 +132,18 @@ class TLivePage : public TFormPage<Ui::TLivePage> {
 
   void ShowHealth() {
     if (!sources_.AreRead()) return;
-    InBackground(this, sources_.HealthWork(), [this, request = ++health_request_](const THealths& healths) {
-      if (request != health_request_) return;
-      healths_ = healths;
-      ui_.TreeSources->ShowHealth(healths);
-    });
+    InBackground(this, sources_.HealthWork(),
+                 [this, request = ++health_request_](const std::optional<THealths>& healths) {
+                   if (request != health_request_) return;
+                   if (!healths) {
+                     QTimer::singleShot(kJournalRetry, this, [this, request] {
+                       if (request == health_request_) ShowHealth();
+                     });
+                     return;
+                   }
+                   healths_ = *healths;
+                   ui_.TreeSources->ShowHealth(healths_);
+                 });
   }
 
   // --- The chosen source
