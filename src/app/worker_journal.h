@@ -14,7 +14,9 @@ inline constexpr auto kJournalRetry = std::chrono::seconds(1);
 /// Asks the journal's file from a worker thread; the program's own journal belongs to another thread.
 class TWorkerJournal {
  public:
-  explicit TWorkerJournal(const std::filesystem::path& file) : Journal(file, clock_) {}
+  explicit TWorkerJournal(const std::filesystem::path& file) : Journal(file, clock_) {
+    Journal.LeaveDamaged();
+  }
 
  private:
   const TSystemClock clock_{{}};

@@ -117,6 +117,8 @@ class TJournal {
   TJournal(const TJournal&) = delete;
   TJournal& operator=(const TJournal&) = delete;
 
+  /// Leaves a damaged file to another journal, which tells the user what it did with it.
+  void LeaveDamaged() { file_.LeaveDamaged(); }
   /// Gets a sentence about each fault of the file, each sentence once.
   void SetOnProblem(std::function<void(const std::string& text)> on_problem);
 

@@ -78,7 +78,7 @@ bool TJournalFile::Use(const std::function<void(TDatabase& database)>& action) {
       }
       if (error.Cause == TCause::Damaged) {
         database_.reset();
-        if (!std::exchange(begun_anew, true) && MoveAside()) continue;
+        if (!leaves_damaged_ && !std::exchange(begun_anew, true) && MoveAside()) continue;
         off_ = true;
       }
       if (!busy || patience_ > kPatience) TellUnusable(error.what());

@@ -31,6 +31,9 @@ class TJournalFile {
   void SetPatience(std::chrono::milliseconds patience);
   static constexpr std::chrono::milliseconds kPatience{250};
 
+  /// From now on a damaged file stays as it is.
+  void LeaveDamaged() { leaves_damaged_ = true; }
+
   /// Gets a sentence about each fault, each sentence once.
   std::function<void(const std::string& text)> OnProblem;
 
@@ -46,6 +49,7 @@ class TJournalFile {
   std::unique_ptr<TDatabase> database_;
   std::pair<dev_t, ino_t> opened_{};  ///< identifies the file that is open
   std::chrono::milliseconds patience_ = kPatience;
+  bool leaves_damaged_ = false;
   bool off_ = false;  ///< the file must be left alone
   std::set<std::string> told_;
 };

@@ -170,6 +170,10 @@ TEST_F(Journal, RenamesADamagedFileAndLeavesANewerOneAlone) {
     told_.clear();
     Open();
     const std::int64_t size = FileSizeOf(file_);
+    TJournal reader(file_, clock_);
+    reader.LeaveDamaged();
+    EXPECT_THAT(reader.Rows({}), IsEmpty());
+    EXPECT_EQ(FileSizeOf(file_), size);
     for (int run = 0; run < 2; ++run) Run({Entry("new", New)});
     EXPECT_EQ(Names(), renamed ? "new new " : "");
     EXPECT_THAT(told_, ElementsAre(HasSubstr(renamed ? "Journal.sqlite.damaged-20261126-120000" : "cannot")));
