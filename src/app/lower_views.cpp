@@ -36,6 +36,8 @@ class TLatePage : public QWidget {
 
 TLowerViews::TLowerViews(QTabWidget& tabs, TRegistryStore& store, std::function<void()> find_in_log)
     : tabs_(tabs), LowerTab_(store, "LowerTab", ""), finds_{std::move(find_in_log)} {
+  // After a click on a tab, the key for Find belongs to its view.
+  tabs_.tabBar()->setFocusPolicy(Qt::StrongFocus);
   // There are few tabs, so these are never shown.
   for (QToolButton* button : tabs_.tabBar()->findChildren<QToolButton*>())
     button->setFocusPolicy(Qt::NoFocus);
