@@ -47,8 +47,8 @@ bool IsWanted(const TListedFile& file, const TFileQuery& query, const std::vecto
 /// Adds what is new in the journal to the known files.
 TFileAnswer Read(const TFileQuery& query) {
   TFileAnswer answer;
-  const TSystemClock clock({});
-  TJournal journal(query.Journal, clock);
+  TWorkerJournal worker(query.Journal);
+  TJournal& journal = worker.Journal;
   // A question would make the file.
   if (!journal.FileExists()) return answer;
   journal.SetOnProblem([&](const std::string& text) { answer.Problem = text; });

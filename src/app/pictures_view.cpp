@@ -10,7 +10,6 @@
 #include "app/animation_export.h"
 #include "app/background.h"
 #include "app/worker_journal.h"
-#include "base/clock.h"
 #include "base/scope.h"
 #include "journal/journal.h"
 
@@ -386,9 +385,8 @@ TAnimationBar::TJob TPicturesView::MakeFileJob() const {
   if (row < 0) return [] { return std::vector<TFrameFile>(); };
   return [journal_file = environment_.Journal, entry = list_.At(row)] {
     constexpr std::int64_t kMostFrames = 100'000;
-    const TSystemClock clock{{}};
-    std::vector<TArrival> files =
-        TJournal(journal_file, clock).Arrivals(entry.Source, entry.Product, kMostFrames);
+    TWorkerJournal worker(journal_file);
+    std::vector<TArrival> files = worker.Journal.Arrivals(entry.Source, entry.Product, kMostFrames);
     std::erase_if(files, [&](const TArrival& file) { return file.Product != entry.Product; });
     return FramesOf(files, entry.Credit);
   };

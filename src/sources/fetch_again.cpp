@@ -45,21 +45,21 @@ bool IsOwnServer(const TJobContext& context, const TSource& source, const std::s
   });
 }
 
-/// A new folder beside a file. It goes with all that is in it.
-class TFolderBeside {
+/// A temporary folder next to a file. The destructor deletes it and what is in it.
+class TTemporaryFolder {
  public:
-  explicit TFolderBeside(const fs::path& file) : name_((file.parent_path() / kTemporaryName).string()) {
+  explicit TTemporaryFolder(const fs::path& file) : name_((file.parent_path() / kTemporaryName).string()) {
     ForceDirectories(file.parent_path());
     if (::mkdtemp(name_.data()) == nullptr) ThrowErrno(name_);
     lock_ = TDescriptor(::open(name_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     LockNew(lock_.Get(), name_);
   }
-  ~TFolderBeside() {
+  ~TTemporaryFolder() {
     std::error_code ignored;
     fs::remove_all(name_, ignored);
   }
-  TFolderBeside(const TFolderBeside&) = delete;
-  TFolderBeside& operator=(const TFolderBeside&) = delete;
+  TTemporaryFolder(const TTemporaryFolder&) = delete;
+  TTemporaryFolder& operator=(const TTemporaryFolder&) = delete;
   fs::path Path() const { return name_; }
 
  private:
@@ -90,7 +90,7 @@ void PutInPlace(TJobContext& context, const fs::path& came, const TAgainFile& fi
 
 void FetchFtp(TJobContext& context, TFtpSession& session, const TAgainFile& file) {
   try {
-    const TFolderBeside folder(file.Path);
+    const TTemporaryFolder folder(file.Path);
     const std::string remote_path = file.Address.substr(kFtp.size() + FtpServerOf(file.Address).size());
     const TFtpFile wanted{LastPart(file.Address), remote_path, folder.Path(), file.Product, file.SlotTime};
     std::optional<TFtpFetch> fetch = FtpFetchFile(context, session, wanted);

@@ -152,7 +152,7 @@ TEST_F(AnimationExport, SavesAGifWithoutFfmpegInOneSizeAndWithCaption) {
   EXPECT_EQ(gif.Gif->SWidth, 60);
   EXPECT_THAT(gif.Delays, ElementsAre(20, 110));
   EXPECT_EQ(gif.Pixel(0, 5, 5), qRgb(255, 0, 0));
-  EXPECT_EQ(gif.Pixel(1, 5, 5), qRgb(0, 0, 0));  // beside the narrow picture
+  EXPECT_EQ(gif.Pixel(1, 5, 5), qRgb(0, 0, 0));  // the black border
   EXPECT_EQ(gif.Pixel(1, 30, 5), qRgb(0, 255, 0));
   EXPECT_NE(gif.Pixel(1, 30, 38), qRgb(0, 255, 0));
 }

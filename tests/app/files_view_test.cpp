@@ -142,7 +142,7 @@ TEST_F(FilesViewTest, SaysWhatIsWrongWithTheJournalAndGoesOn) {
   TDatabase(File).Execute("PRAGMA user_version = 99");
   expect("a newer version of Skyreel");
   Folder.Write("Journal.sqlite", std::string(5'000, 'x'));
-  expect("is damaged");
+  expect("cannot be used: ");
   TJournal journal(File, Clock);
   Fill(journal, "good", 3);
   View->Refresh();
