@@ -151,7 +151,7 @@ void TFilesView::BuildTable() {
   table_->verticalHeader()->setMinimumSectionSize(1);
   table_->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
   QHeaderView& header = *table_->horizontalHeader();
-  constexpr int kCharacters[kFileColumns] = {6, 18, 26, 22, 40, 9, 9, 30};
+  constexpr int kCharacters[kFileColumns] = {6, 17, 22, 14, 31, 8, 8, 20};
   for (int column = 0; column < kFileColumns; ++column)
     header.resizeSection(column, kCharacters[column] * fontMetrics().averageCharWidth() + 8);
   header.setStretchLastSection(true);
